@@ -1,0 +1,172 @@
+// Internal helpers shared by every table: byte order, bounded reading of
+// binary bodies, sector padding, report lines and source statements. Each
+// concern lives here once so the tables never open-code it.
+#ifndef KESTRO_SRC_FRAME_DETAIL_H
+#define KESTRO_SRC_FRAME_DETAIL_H
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace kestro {
+
+// ---- Byte order ------------------------------------------------------------
+// IFO files store every multi-byte integer most significant byte first.
+inline uint16_t GetBE16(const uint8_t* p) { return uint16_t((p[0] << 8) | p[1]); }
+inline uint32_t GetBE32(const uint8_t* p) {
+    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
+}
+inline void PutBE16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v >> 8); p[1] = uint8_t(v); }
+inline void PutBE32(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v >> 24); p[1] = uint8_t(v >> 16); p[2] = uint8_t(v >> 8); p[3] = uint8_t(v);
+}
+// Swaps the two bytes of a 16-bit word in place (the command-table header
+// is turned into little-endian words this way by the PGC report and source).
+inline void Swap16InPlace(uint8_t* p) { uint8_t t = p[0]; p[0] = p[1]; p[1] = t; }
+
+// ---- Bounded reading ---------------------------------------------------------
+// A view of bytes that were actually read or allocated. Every read beyond the
+// end yields zeros, so counts and offsets taken from a damaged file can never
+// reach foreign memory.
+class ByteView {
+public:
+    ByteView() = default;
+    ByteView(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+    explicit ByteView(const std::vector<uint8_t>& v) : data_(v.data()), size_(v.size()) {}
+
+    const uint8_t* data() const { return data_; }
+    size_t size() const { return size_; }
+    bool Has(size_t off, size_t n) const { return off <= size_ && n <= size_ - off; }
+
+    uint8_t U8(size_t off) const { return off < size_ ? data_[off] : 0; }
+    uint16_t BE16(size_t off) const { return uint16_t((U8(off) << 8) | U8(off + 1)); }
+    uint32_t BE32(size_t off) const {
+        return (uint32_t(U8(off)) << 24) | (uint32_t(U8(off + 1)) << 16) |
+               (uint32_t(U8(off + 2)) << 8) | U8(off + 3);
+    }
+    // Copies n bytes from off into out, zero-filling what lies beyond the end.
+    void Copy(size_t off, uint8_t* out, size_t n) const {
+        for (size_t i = 0; i < n; ++i) out[i] = U8(off + i);
+    }
+    // The view from off on (empty when off is beyond the end).
+    ByteView From(size_t off) const {
+        return off < size_ ? ByteView(data_ + off, size_ - off) : ByteView();
+    }
+
+private:
+    const uint8_t* data_ = nullptr;
+    size_t size_ = 0;
+};
+
+// ---- Sectors -----------------------------------------------------------------
+constexpr uint32_t kSector = 2048;
+// Sectors needed for a number of bytes, rounded up.
+inline unsigned long SectorsFor(unsigned long bytes) {
+    return bytes / kSector + (bytes % kSector ? 1 : 0);
+}
+// Writes zero bytes from the file's current position up to the next absolute
+// 2048-byte boundary (nothing when already on one).
+void PadToSector(int hFile);
+
+// ---- Formatting ----------------------------------------------------------------
+// printf into a fixed buffer, always terminated, never overrunning.
+int FormatV(char* out, size_t size, const char* fmt, va_list ap);
+int Format(char* out, size_t size, const char* fmt, ...)
+#if defined(__GNUC__)
+    __attribute__((format(printf, 3, 4)))
+#endif
+    ;
+
+// ---- Report lines ----------------------------------------------------------------
+// The rule of every Details(buf, len): a line is appended as "%s\r\n" unless
+// the characters already in buf plus the line's length reach len, in which
+// case the report stops with false. Neither the line break nor the NUL is
+// counted, so callers give buf three bytes of headroom beyond len. The
+// length of buf is measured once and then tracked, so long reports stay
+// linear.
+class Report {
+public:
+    Report(char* buf, int len);
+    // Formats and appends one line; false when it does not fit.
+    bool Line(const char* fmt, ...)
+#if defined(__GNUC__)
+        __attribute__((format(printf, 2, 3)))
+#endif
+        ;
+    // Appends a text that is already formatted, under the same rule.
+    bool Text(const char* line);
+    // Appends "\r\n" without a room check (the closing line end).
+    void End();
+    // Re-measures buf after someone else appended to it.
+    void Sync();
+    // Where the next line goes and what has been written so far.
+    char* Cursor() const { return buf_ + used_; }
+    size_t Used() const { return used_; }
+    int Len() const { return len_; }
+
+private:
+    char* buf_;
+    int len_;
+    size_t used_;
+};
+
+// ---- Source statements --------------------------------------------------------------
+// One section of an INI source file. Keys are formatted into a key buffer,
+// values into a 256-character value buffer; reading uses the default "$", so
+// a value beginning with "$" is a missing statement.
+class Source {
+public:
+    static constexpr int kValueSize = 256;
+
+    Source(const char* iniPath, const char* section);
+
+    // Formats a key into the key buffer and returns it.
+    const char* Key(const char* fmt, ...)
+#if defined(__GNUC__)
+        __attribute__((format(printf, 2, 3)))
+#endif
+        ;
+    const char* LastKey() const { return key_; }
+
+    // Reads key (usually the result of Key()); false when missing. The value
+    // stays in Value() until the next read.
+    bool Read(const char* key);
+    const char* Value() const { return value_; }
+    // Decimal value as atoi reads it.
+    int Int() const;
+
+    // Formats a value and writes key=value.
+    void Write(const char* key, const char* fmt, ...)
+#if defined(__GNUC__)
+        __attribute__((format(printf, 3, 4)))
+#endif
+        ;
+    void WriteRaw(const char* key, const char* value);
+
+    const char* Path() const { return path_; }
+    const char* Section() const { return section_; }
+    void SetSection(const char* section);
+
+private:
+    const char* path_;
+    char section_[64];
+    char key_[256];
+    char value_[kValueSize];
+};
+
+// Hexadecimal byte string: skips one leading "x", then converts two
+// characters at a time into out[0..n); digits missing at the end count as 0
+// and never read past the value's terminator.
+void HexBytes(const char* value, uint8_t* out, size_t n);
+// The same, four characters at a time into n big-endian 16-bit words.
+void HexWords(const char* value, uint8_t* out, size_t words);
+// A value written with a leading x read by skipping the first character only
+// when it is a lower-case x (way b of the source grammar).
+const char* SkipOptionalX(const char* value);
+
+}  // namespace kestro
+
+#endif

@@ -1,0 +1,275 @@
+// The INI store. Each file is parsed once into sections of lines with hash
+// indexes by lower-cased name, so any number of keys is read and written in
+// linear time overall. A clean cached file is checked against the disk
+// (inode, size, modification time) on every call, so a file changed or
+// deleted by anyone else is never served stale; a file with pending changes
+// is authoritative until flushed.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kestro/ini.h"
+
+namespace {
+
+struct Line {
+    std::string key;    // empty for comments and blank lines
+    std::string value;  // for comments: the whole line as read
+    bool isStatement;
+};
+
+struct Section {
+    std::string name;
+    std::vector<Line> lines;
+    std::unordered_map<std::string, size_t> index;  // lower-case key -> line
+};
+
+struct Stamp {
+    bool exists = false;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    off_t size = 0;
+    timespec mtime{};
+    bool operator==(const Stamp& o) const {
+        return exists == o.exists && dev == o.dev && ino == o.ino && size == o.size &&
+               mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
+    }
+};
+
+struct IniFile {
+    std::vector<std::string> preamble;  // lines before the first section
+    std::vector<Section> sections;
+    std::unordered_map<std::string, size_t> index;  // lower-case section -> index
+    Stamp stamp;
+    bool dirty = false;
+};
+
+std::string Lower(const char* s) {
+    std::string r = s ? s : "";
+    for (auto& c : r)
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+    return r;
+}
+
+std::string Trim(const std::string& s, size_t b, size_t e) {
+    while (b < e && (s[b] == ' ' || s[b] == '\t')) ++b;
+    while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r')) --e;
+    return s.substr(b, e - b);
+}
+
+std::string NormalisePath(const char* p) {
+    std::string r = p ? p : "";
+    for (auto& c : r)
+        if (c == '\\') c = '/';
+    return r;
+}
+
+Stamp StampOf(const std::string& path) {
+    Stamp s;
+    struct stat st;
+    if (::stat(path.c_str(), &st) == 0) {
+        s.exists = true;
+        s.dev = st.st_dev;
+        s.ino = st.st_ino;
+        s.size = st.st_size;
+        s.mtime = st.st_mtim;
+    }
+    return s;
+}
+
+Section& AddSection(IniFile& f, const std::string& name) {
+    f.index.emplace(Lower(name.c_str()), f.sections.size());
+    f.sections.push_back(Section{name, {}, {}});
+    return f.sections.back();
+}
+
+void Parse(IniFile& f, const std::string& text) {
+    Section* cur = nullptr;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t nl = text.find('\n', pos);
+        size_t end = nl == std::string::npos ? text.size() : nl;
+        std::string raw = Trim(text, pos, end);
+        pos = nl == std::string::npos ? text.size() : nl + 1;
+        if (!raw.empty() && raw[0] == '[') {
+            size_t close = raw.find(']');
+            std::string name = Trim(raw, 1, close == std::string::npos ? raw.size() : close);
+            auto it = f.index.find(Lower(name.c_str()));
+            cur = it != f.index.end() ? &f.sections[it->second] : &AddSection(f, name);
+            continue;
+        }
+        size_t eq = raw.find('=');
+        bool statement = !raw.empty() && raw[0] != ';' && raw[0] != '#' && eq != std::string::npos;
+        if (!cur) {
+            f.preamble.push_back(raw);
+            continue;
+        }
+        if (!statement) {
+            cur->lines.push_back(Line{"", raw, false});
+            continue;
+        }
+        std::string key = Trim(raw, 0, eq);
+        std::string value = Trim(raw, eq + 1, raw.size());
+        // The first of two equal keys is the one that is read and replaced.
+        cur->index.emplace(Lower(key.c_str()), cur->lines.size());
+        cur->lines.push_back(Line{std::move(key), std::move(value), true});
+    }
+}
+
+class Store {
+public:
+    IniFile* Get(const std::string& path, bool forWrite) {
+        auto it = files_.find(path);
+        if (it != files_.end()) {
+            IniFile& f = *it->second;
+            if (f.dirty) return &f;
+            Stamp now = StampOf(path);
+            if (now == f.stamp) return &f;
+            files_.erase(it);
+        }
+        Stamp st = StampOf(path);
+        if (!st.exists && !forWrite) return nullptr;
+        auto f = std::make_unique<IniFile>();
+        if (st.exists) {
+            std::ifstream in(path, std::ios::binary);
+            std::ostringstream ss;
+            ss << in.rdbuf();
+            Parse(*f, ss.str());
+        }
+        f->stamp = st;
+        IniFile* raw = f.get();
+        files_[path] = std::move(f);
+        return raw;
+    }
+
+    void Forget(const std::string& path) { files_.erase(path); }
+
+    void Flush() {
+        for (auto& kv : files_) {
+            IniFile& f = *kv.second;
+            if (!f.dirty) continue;
+            if (Save(kv.first, f)) {
+                f.dirty = false;
+                f.stamp = StampOf(kv.first);
+            }
+        }
+    }
+
+private:
+    static bool Save(const std::string& path, const IniFile& f) {
+        std::string out;
+        for (const auto& l : f.preamble) {
+            out += l;
+            out += '\n';
+        }
+        for (const auto& s : f.sections) {
+            out += '[';
+            out += s.name;
+            out += "]\n";
+            for (const auto& l : s.lines) {
+                if (l.isStatement) {
+                    out += l.key;
+                    out += '=';
+                }
+                out += l.value;
+                out += '\n';
+            }
+        }
+        std::string tmp = path + ".tmp" + std::to_string(::getpid());
+        FILE* fp = std::fopen(tmp.c_str(), "wb");
+        if (!fp) return false;
+        bool ok = std::fwrite(out.data(), 1, out.size(), fp) == out.size();
+        ok = (std::fclose(fp) == 0) && ok;
+        if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
+            std::remove(tmp.c_str());
+            return false;
+        }
+        return true;
+    }
+
+    std::unordered_map<std::string, std::unique_ptr<IniFile>> files_;
+};
+
+Store& TheStore() {
+    static Store s;
+    return s;
+}
+
+void CopyOut(const char* value, char* buffer, int size) {
+    if (!buffer || size <= 0) return;
+    size_t n = value ? std::strlen(value) : 0;
+    if (n > size_t(size) - 1) n = size_t(size) - 1;
+    if (n) std::memcpy(buffer, value, n);
+    buffer[n] = 0;
+}
+
+}  // namespace
+
+void INIGetPrivateProfileString(const char* section, const char* key, const char* def,
+                                char* buffer, int size, const char* file) {
+    IniFile* f = TheStore().Get(NormalisePath(file), false);
+    if (f && section && key) {
+        auto s = f->index.find(Lower(section));
+        if (s != f->index.end()) {
+            const Section& sec = f->sections[s->second];
+            auto k = sec.index.find(Lower(key));
+            if (k != sec.index.end()) {
+                CopyOut(sec.lines[k->second].value.c_str(), buffer, size);
+                return;
+            }
+        }
+    }
+    CopyOut(def, buffer, size);
+}
+
+void INIWritePrivateProfileString(const char* section, const char* key, const char* value,
+                                  const char* file) {
+    if (!section || !key) return;
+    IniFile* f = TheStore().Get(NormalisePath(file), true);
+    if (!f) return;
+    auto s = f->index.find(Lower(section));
+    Section& sec = s != f->index.end() ? f->sections[s->second] : AddSection(*f, section);
+    std::string v = value ? value : "";
+    // A value is one line: line breaks would split the statement.
+    for (auto& c : v)
+        if (c == '\n' || c == '\r') c = ' ';
+    std::string lk = Lower(key);
+    auto k = sec.index.find(lk);
+    if (k != sec.index.end()) {
+        sec.lines[k->second].value = std::move(v);
+    } else {
+        sec.index.emplace(std::move(lk), sec.lines.size());
+        sec.lines.push_back(Line{key, std::move(v), true});
+    }
+    f->dirty = true;
+}
+
+void INIFlushFiles() { TheStore().Flush(); }
+
+void INIForgetFile(const char* file) { TheStore().Forget(NormalisePath(file)); }
+
+int INIGetSectionNames(const char* file, char* buffer, int size) {
+    IniFile* f = TheStore().Get(NormalisePath(file), false);
+    int count = 0;
+    size_t used = 0;
+    if (buffer && size > 0) buffer[0] = 0;
+    if (!f) return 0;
+    for (const auto& s : f->sections) {
+        ++count;
+        if (!buffer || size <= 1) continue;
+        size_t n = s.name.size();
+        if (used + n + 2 > size_t(size)) continue;
+        std::memcpy(buffer + used, s.name.c_str(), n + 1);
+        used += n + 1;
+        buffer[used] = 0;
+    }
+    return count;
+}

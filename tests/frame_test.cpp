@@ -1,0 +1,207 @@
+// File layer, base class, report rule and hexadecimal codecs.
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "frame/detail.h"
+#include "kestro/frame.h"
+#include "test_util.h"
+
+using namespace kestro;
+
+namespace {
+
+struct HexCase {
+    const char* text;
+    unsigned long (*fn)(const char*);
+    unsigned long want;
+};
+
+TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
+    const HexCase cases[] = {
+        {"x1A", axtoi, 26},         {"1A", axtoi, 26},
+        {"x", axtoi, 0},            {"", axtoi, 0},
+        {"X10", axtoi, 0x110},      {"fg", axtoi, 0xF0},
+        {"12 34", axtoi, 0x12},     {"123456789", axtoi, 0x23456789},
+        {"z", axtoi, 3},            {"5", axtoib, 0x50},
+        {"zz", axtoib, 0x33},       {"1a2B", axtoiw, 0x1A2B},
+        {"", axtoib, 0},            {"1", axtoiw, 0x1000},
+        {" 1", axtoib, 0x01},       {"ffff", axtoiw, 0xFFFF},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.fn(c.text), c.want) << '"' << c.text << '"';
+}
+
+TEST(Codecs, HexBytesCountMissingDigitsAsZero) {
+    uint8_t out[4];
+    HexBytes("x0102", out, 4);
+    EXPECT_EQ(0, std::memcmp(out, "\x01\x02\x00\x00", 4));
+    HexBytes("a1b2c3d4e5", out, 4);
+    EXPECT_EQ(0, std::memcmp(out, "\xa1\xb2\xc3\xd4", 4));
+    HexBytes("f", out, 4);
+    EXPECT_EQ(0, std::memcmp(out, "\xf0\x00\x00\x00", 4));
+    uint8_t w[8];
+    HexWords("0001000200030405", w, 4);
+    EXPECT_EQ(0, std::memcmp(w, "\x00\x01\x00\x02\x00\x03\x04\x05", 8));
+}
+
+class Probe : public CBaseKestro {
+public:
+    void Fail(const char* t) { SetError("%s", t); }
+};
+
+TEST(Base, DefaultsFailAndErrorTextStartsEmpty) {
+    Probe p;
+    char buf[8] = "x";
+    EXPECT_EQ(p.Load(1), 0);
+    EXPECT_FALSE(p.Details(buf, 8));
+    EXPECT_STREQ(buf, "x");
+    EXPECT_FALSE(p.Disasm("a"));
+    EXPECT_FALSE(p.Asm("a"));
+    EXPECT_FALSE(p.Write(1));
+    unsigned long a = 7, b = 9;
+    p.Get(&a, &b);
+    EXPECT_EQ(a, 7u);
+    EXPECT_EQ(b, 9u);
+    EXPECT_EQ(p.FileHandle(), -1);
+    char msg[16];
+    p.GetErrorMessage(msg, sizeof msg);
+    EXPECT_STREQ(msg, "");
+}
+
+TEST(Base, ErrorMessageCopyRuleIsStrict) {
+    Probe p;
+    char out[16];
+    std::memset(out, 'q', sizeof out);
+    p.Fail("abcdefghijkl");  // 12 characters, len 10: first 9
+    p.GetErrorMessage(out, 10);
+    EXPECT_STREQ(out, "abcdefghi");
+    EXPECT_EQ(out[10], 'q');
+    std::memset(out, 'q', sizeof out);
+    p.Fail("abcdefghij");  // exactly 10: all of it and the terminator
+    p.GetErrorMessage(out, 10);
+    EXPECT_STREQ(out, "abcdefghij");
+    EXPECT_EQ(out[11], 'q');
+    std::string longText(1000, 'm');
+    p.Fail(longText.c_str());  // cut safely to the 260-character text
+    char big[400];
+    p.GetErrorMessage(big, sizeof big);
+    EXPECT_EQ(std::strlen(big), 259u);
+}
+
+TEST(FileLayer, SlotsHandlesAndSemantics) {
+    kt::TempDir dir;
+    std::string path = dir / "a.bin";
+    EXPECT_EQ(FileOpen((dir / "missing").c_str(), 0x8002), -1);
+    int h = FileCreate(path.c_str(), 0x180);
+    ASSERT_GE(h, 1);
+    EXPECT_EQ(FileWrite(h, "hello", 5), 5u);
+    EXPECT_EQ(FileSize(h), 5u);
+    EXPECT_EQ(FileSeek(h, 1, 7), 1u);  // unknown origin: from the start
+    char c[4] = {};
+    EXPECT_EQ(FileRead(h, c, 3), 3u);
+    EXPECT_STREQ(c, "ell");
+    EXPECT_EQ(FileTell(h), 4u);
+    EXPECT_EQ(FileRead(h, c, 3), 1u);  // short at the end
+    EXPECT_EQ(FileSeek(h, 0, 2), 5u);
+    EXPECT_EQ(FileClose(h), 0);
+    EXPECT_EQ(FileClose(h), 0);  // not in use: nothing happens
+    // Creating an existing file truncates it.
+    h = FileCreate(path.c_str(), 0x180);
+    EXPECT_EQ(FileSize(h), 0u);
+    FileClose(h);
+}
+
+TEST(FileLayer, TableHolds512AndReusesTheLowestSlot) {
+    kt::TempDir dir;
+    std::string path = dir / "f";
+    kt::WriteText(path, "x");
+    std::vector<int> handles;
+    for (;;) {
+        int h = FileOpen(path.c_str(), 0x8000);
+        if (h == -1) break;
+        handles.push_back(h);
+        ASSERT_LE(handles.size(), 512u);
+    }
+    // Slots in use by other tests' leftovers are none: all 512 are ours.
+    EXPECT_EQ(handles.size(), 512u);
+    FileClose(handles[10]);
+    EXPECT_EQ(FileOpen(path.c_str(), 0x8000), handles[10]);
+    for (int h : handles) FileClose(h);
+}
+
+TEST(FileLayer, PathsUseEitherSeparatorAndMatchCaseInsensitively) {
+    kt::TempDir dir;
+    kt::WriteText(dir / "VTS_01_1.VOB", "data");
+    std::string lower = dir.path().string() + "\\vts_01_1.vob";
+    EXPECT_EQ(FileExists(lower.c_str(), 0), 0);
+    int h = FileOpen(lower.c_str(), 0x8000);
+    ASSERT_GE(h, 1);
+    EXPECT_EQ(FileSize(h), 4u);
+    FileClose(h);
+    EXPECT_EQ(FileExists((dir / "nothing.vob").c_str(), 0), -1);
+    ::chmod((dir / "VTS_01_1.VOB").c_str(), 0444);
+    EXPECT_EQ(FileExists(lower.c_str(), 2), -1);  // read-only by attribute
+    EXPECT_EQ(FileExists(lower.c_str(), 4), 0);
+    EXPECT_EQ(FileExists((dir / "VTS_01_1.VOB").c_str(), 6), -1);
+}
+
+TEST(FileLayer, TraceHookLogsCreatedFilesWhenSwitchedOn) {
+    kt::TempDir dir;
+    std::string trace = dir / "trace.log";
+    kt::WriteText(trace, "");
+    SetFileCreationTrace(true, trace.c_str());
+    FileClose(FileCreate((dir / "made.ifo").c_str(), 0x180));
+    SetFileCreationTrace(false, "");
+    FileClose(FileCreate((dir / "quiet.ifo").c_str(), 0x180));
+    EXPECT_EQ(kt::ReadText(trace), (dir / "made.ifo") + "\r");
+}
+
+TEST(FileLayer, PaddingReachesTheNextSector) {
+    kt::TempDir dir;
+    int h = FileCreate((dir / "p").c_str(), 0x180);
+    FileWrite(h, "abc", 3);
+    PadToSector(h);
+    EXPECT_EQ(FileSize(h), 2048u);
+    PadToSector(h);
+    EXPECT_EQ(FileSize(h), 2048u);
+    FileClose(h);
+}
+
+TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
+    kt::TempDir dir;
+    std::vector<uint8_t> file(2048 + 12, 0);
+    // count 2, end address 0x00100000 (far beyond the file)
+    file[2048] = 0; file[2049] = 2; file[2052] = 0x00; file[2053] = 0x10;
+    file[2056] = 0xAA;
+    kt::WriteBytes(dir / "t.ifo", file);
+    int h = FileOpen((dir / "t.ifo").c_str(), 0x8000);
+    LoadedTable t;
+    EXPECT_EQ(t.LoadTableHeader(h, 0), 0);
+    EXPECT_EQ(t.count, 0);
+    EXPECT_EQ(t.LoadTableHeader(h, 1), 1);
+    EXPECT_EQ(t.count, 2);
+    EXPECT_EQ(t.endAddress, 0x00100000u);
+    EXPECT_EQ(t.bodyPos, 2056u);
+    FileSeek(h, 5, 0);
+    t.ReadBody();
+    EXPECT_EQ(FileTell(h), 5u);
+    ASSERT_EQ(t.body.size(), 4u);  // what the file really holds
+    ByteView v(t.body);
+    EXPECT_EQ(v.U8(0), 0xAA);
+    EXPECT_EQ(v.BE32(1000), 0u);
+    FileClose(h);
+}
+
+TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
+    char buf[64] = {};
+    Report r(buf, 10);
+    EXPECT_TRUE(r.Line("%s", "abcd"));  // 0 + 4 < 10
+    EXPECT_FALSE(r.Line("%s", "abcd"));  // 6 + 4 reaches 10
+    EXPECT_STREQ(buf, "abcd\r\n");
+    char first[16] = {};
+    Report r2(first, 5);
+    EXPECT_FALSE(r2.Line("12345"));  // a first line as long as len
+    EXPECT_STREQ(first, "");
+}
+
+}  // namespace

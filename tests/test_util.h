@@ -1,0 +1,87 @@
+// Shared helpers for the test suite: temporary folders, file contents and
+// the real-disc corpus (skipped cleanly when absent).
+#ifndef KESTRO_TESTS_TEST_UTIL_H
+#define KESTRO_TESTS_TEST_UTIL_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace kt {
+
+namespace fs = std::filesystem;
+
+// A fresh folder removed with everything in it when the test ends.
+class TempDir {
+public:
+    TempDir() {
+        std::string tmpl = (fs::temp_directory_path() / "kestro-XXXXXX").string();
+        std::vector<char> buf(tmpl.begin(), tmpl.end());
+        buf.push_back(0);
+        char* made = ::mkdtemp(buf.data());
+        path_ = made ? made : tmpl;
+    }
+    ~TempDir() {
+        std::error_code ec;
+        fs::remove_all(path_, ec);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+    const fs::path& path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
+inline std::vector<uint8_t> ReadBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+inline std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+}
+
+inline void WriteText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+// The real discs beside the checkout, or an empty list when there are none.
+inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
+
+inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
+    std::vector<std::string> out;
+    std::error_code ec;
+    if (!fs::is_directory(CorpusDir(), ec)) return out;
+    for (auto& disc : fs::directory_iterator(CorpusDir(), ec)) {
+        if (!disc.is_directory()) continue;
+        for (auto& f : fs::directory_iterator(disc.path(), ec)) {
+            std::string name = f.path().filename().string();
+            if (name.rfind(prefix, 0) == 0 && name.size() > 4 &&
+                name.substr(name.size() - 4) == ".IFO")
+                out.push_back(f.path().string());
+        }
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+#define KT_SKIP_IF_EMPTY(list) \
+    if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"
+
+}  // namespace kt
+
+#endif
