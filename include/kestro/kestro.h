@@ -6,5 +6,9 @@
 #include "kestro/export.h"
 #include "kestro/frame.h"
 #include "kestro/ini.h"
+#include "kestro/pgc.h"
+#include "kestro/tables.h"
+#include "kestro/vmg.h"
+#include "kestro/vts.h"
 
 #endif
