@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -94,39 +95,72 @@ Section& AddSection(IniFile& f, const std::string& name) {
 void Parse(IniFile& f, const std::string& text) {
     Section* cur = nullptr;
     size_t pos = 0;
-    while (pos < text.size()) {
+    const size_t size = text.size();
+    while (pos < size) {
         size_t nl = text.find('\n', pos);
-        size_t end = nl == std::string::npos ? text.size() : nl;
-        std::string raw = Trim(text, pos, end);
-        pos = nl == std::string::npos ? text.size() : nl + 1;
-        if (!raw.empty() && raw[0] == '[') {
-            size_t close = raw.find(']');
-            std::string name = Trim(raw, 1, close == std::string::npos ? raw.size() : close);
+        size_t end = nl == std::string::npos ? size : nl;
+        size_t b = pos, e = end;
+        pos = nl == std::string::npos ? size : nl + 1;
+        while (b < e && (text[b] == ' ' || text[b] == '\t')) ++b;
+        while (e > b && (text[e - 1] == ' ' || text[e - 1] == '\t' || text[e - 1] == '\r')) --e;
+        if (b < e && text[b] == '[') {
+            size_t close = text.find(']', b);
+            std::string name = Trim(text, b + 1, close == std::string::npos || close > e ? e : close);
             auto it = f.index.find(Lower(name.c_str()));
-            cur = it != f.index.end() ? &f.sections[it->second] : &AddSection(f, name);
+            if (it != f.index.end()) {
+                cur = &f.sections[it->second];
+            } else {
+                cur = &AddSection(f, name);
+            }
             continue;
         }
-        size_t eq = raw.find('=');
-        bool statement = !raw.empty() && raw[0] != ';' && raw[0] != '#' && eq != std::string::npos;
+        const char* eq = b < e ? static_cast<const char*>(std::memchr(text.data() + b, '=', e - b)) : nullptr;
+        bool statement = eq && text[b] != ';' && text[b] != '#';
         if (!cur) {
-            f.preamble.push_back(raw);
+            f.preamble.push_back(text.substr(b, e - b));
             continue;
         }
         if (!statement) {
-            cur->lines.push_back(Line{"", raw, false});
+            cur->lines.push_back(Line{"", text.substr(b, e - b), false});
             continue;
         }
-        std::string key = Trim(raw, 0, eq);
-        std::string value = Trim(raw, eq + 1, raw.size());
+        size_t at = size_t(eq - text.data());
+        std::string key = Trim(text, b, at);
+        std::string value = Trim(text, at + 1, e);
         // The first of two equal keys is the one that is read and replaced.
         cur->index.emplace(Lower(key.c_str()), cur->lines.size());
         cur->lines.push_back(Line{std::move(key), std::move(value), true});
     }
 }
 
+// True when a caller's path names the cached path ('\\' counts as '/').
+bool SamePath(const char* given, const std::string& cached) {
+    size_t i = 0;
+    for (; given[i]; ++i) {
+        if (i >= cached.size()) return false;
+        char c = given[i] == '\\' ? '/' : given[i];
+        if (c != cached[i]) return false;
+    }
+    return i == cached.size();
+}
+
 class Store {
 public:
-    IniFile* Get(const std::string& path, bool forWrite) {
+    // Most calls name the file of the call before: that one is found
+    // without normalising or hashing the path.
+    IniFile* Get(const char* given, bool forWrite) {
+        if (given && last_ && SamePath(given, lastPath_)) {
+            if (last_->dirty) return last_;
+            if (StampOf(lastPath_) == last_->stamp) return last_;
+        }
+        std::string path = NormalisePath(given);
+        IniFile* f = Lookup(path, forWrite);
+        last_ = f;
+        if (f) lastPath_ = path;
+        return f;
+    }
+
+    IniFile* Lookup(const std::string& path, bool forWrite) {
         auto it = files_.find(path);
         if (it != files_.end()) {
             IniFile& f = *it->second;
@@ -134,6 +168,7 @@ public:
             Stamp now = StampOf(path);
             if (now == f.stamp) return &f;
             files_.erase(it);
+            last_ = nullptr;
         }
         Stamp st = StampOf(path);
         if (!st.exists && !forWrite) return nullptr;
@@ -150,7 +185,10 @@ public:
         return raw;
     }
 
-    void Forget(const std::string& path) { files_.erase(path); }
+    void Forget(const std::string& path) {
+        files_.erase(path);
+        last_ = nullptr;
+    }
 
     void Flush() {
         for (auto& kv : files_) {
@@ -196,6 +234,8 @@ private:
     }
 
     std::unordered_map<std::string, std::unique_ptr<IniFile>> files_;
+    IniFile* last_ = nullptr;
+    std::string lastPath_;
 };
 
 Store& TheStore() {
@@ -215,7 +255,7 @@ void CopyOut(const char* value, char* buffer, int size) {
 
 void INIGetPrivateProfileString(const char* section, const char* key, const char* def,
                                 char* buffer, int size, const char* file) {
-    IniFile* f = TheStore().Get(NormalisePath(file), false);
+    IniFile* f = TheStore().Get(file, false);
     if (f && section && key) {
         auto s = f->index.find(Lower(section));
         if (s != f->index.end()) {
@@ -233,7 +273,7 @@ void INIGetPrivateProfileString(const char* section, const char* key, const char
 void INIWritePrivateProfileString(const char* section, const char* key, const char* value,
                                   const char* file) {
     if (!section || !key) return;
-    IniFile* f = TheStore().Get(NormalisePath(file), true);
+    IniFile* f = TheStore().Get(file, true);
     if (!f) return;
     auto s = f->index.find(Lower(section));
     Section& sec = s != f->index.end() ? f->sections[s->second] : AddSection(*f, section);
@@ -257,7 +297,7 @@ void INIFlushFiles() { TheStore().Flush(); }
 void INIForgetFile(const char* file) { TheStore().Forget(NormalisePath(file)); }
 
 int INIGetSectionNames(const char* file, char* buffer, int size) {
-    IniFile* f = TheStore().Get(NormalisePath(file), false);
+    IniFile* f = TheStore().Get(file, false);
     int count = 0;
     size_t used = 0;
     if (buffer && size > 0) buffer[0] = 0;

@@ -1,0 +1,124 @@
+// The INI store: grammar, case rules, order on write, cache coherence with
+// the disk, atomic flush, value cutting and linear behaviour at scale.
+#include <chrono>
+#include <cstring>
+#include <string>
+
+#include "frame/detail.h"
+#include "kestro/frame.h"
+#include "kestro/ini.h"
+#include "test_util.h"
+
+namespace {
+
+std::string Get(const std::string& file, const char* sec, const char* key, int size = 256) {
+    std::vector<char> buf(size_t(size) + 8, 'Z');
+    INIGetPrivateProfileString(sec, key, "$", buf.data(), size, file.c_str());
+    return buf.data();
+}
+
+TEST(IniStore, ReadsTheGrammarUsersWrite) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    kt::WriteText(f,
+                  "; leading comment\r\n"
+                  "[Vmgi_Mat]\r\n"
+                  "  Vmg_Id =  DVDVIDEO-VMG  \r\n"
+                  "empty=\r\n"
+                  "; inside\n"
+                  "dup=first\n"
+                  "dup=second\n"
+                  "[other]\n"
+                  "k=v=w\n");
+    struct Case { const char* sec; const char* key; const char* want; } cases[] = {
+        {"vmgi_mat", "vmg_id", "DVDVIDEO-VMG"}, {"VMGI_MAT", "VMG_ID", "DVDVIDEO-VMG"},
+        {"vmgi_mat", "empty", ""},              {"vmgi_mat", "dup", "first"},
+        {"other", "k", "v=w"},                  {"other", "missing", "$"},
+        {"nosection", "k", "$"},
+    };
+    for (auto& c : cases) EXPECT_EQ(Get(f, c.sec, c.key), c.want) << c.sec << "/" << c.key;
+    EXPECT_EQ(Get(dir / "absent.ini", "a", "b"), "$");
+}
+
+TEST(IniStore, CutsValuesToSizeMinusOne) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    kt::WriteText(f, "[s]\nk=" + std::string(300, 'v') + "\n");
+    EXPECT_EQ(Get(f, "s", "k", 256), std::string(255, 'v'));
+    EXPECT_EQ(Get(f, "s", "k", 4), "vvv");
+    EXPECT_EQ(Get(f, "s", "none", 2), "$");
+}
+
+TEST(IniStore, WritesKeepOrderCommentsAndReplaceInPlace) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    kt::WriteText(f, "; top\n[b]\nx=1\n; note\ny=2\n");
+    INIWritePrivateProfileString("B", "X", "10", f.c_str());
+    INIWritePrivateProfileString("b", "z", "3", f.c_str());
+    INIWritePrivateProfileString("a", "k", "v", f.c_str());
+    // Pending changes are served before the flush.
+    EXPECT_EQ(Get(f, "b", "x"), "10");
+    EXPECT_EQ(kt::ReadText(f), "; top\n[b]\nx=1\n; note\ny=2\n");
+    INIFlushFiles();
+    EXPECT_EQ(kt::ReadText(f), "; top\n[b]\nx=10\n; note\ny=2\nz=3\n[a]\nk=v\n");
+    char names[64];
+    EXPECT_EQ(INIGetSectionNames(f.c_str(), names, sizeof names), 2);
+    EXPECT_STREQ(names, "b");
+    EXPECT_STREQ(names + 2, "a");
+}
+
+TEST(IniStore, NeverServesAFileChangedOrDeletedOnDisk) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    INIWritePrivateProfileString("s", "k", "old", f.c_str());
+    INIFlushFiles();
+    EXPECT_EQ(Get(f, "s", "k"), "old");
+    kt::WriteText(f, "[s]\nk=new, and longer\n");
+    EXPECT_EQ(Get(f, "s", "k"), "new, and longer");
+    std::remove(f.c_str());
+    EXPECT_EQ(Get(f, "s", "k"), "$");
+    // The library's own deletion drops pending changes too.
+    INIWritePrivateProfileString("s", "k", "pending", f.c_str());
+    kestro::FileDelete(f.c_str());
+    INIFlushFiles();
+    EXPECT_FALSE(kt::fs::exists(f));
+}
+
+TEST(IniStore, FlushIsAtomicAndLeavesNoTemporaryFiles) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    INIWritePrivateProfileString("s", "k", "v", f.c_str());
+    INIFlushFiles();
+    size_t entries = 0;
+    for (auto& e : kt::fs::directory_iterator(dir.path())) {
+        (void)e;
+        ++entries;
+    }
+    EXPECT_EQ(entries, 1u);
+}
+
+TEST(IniStore, SixtyFiveThousandKeysRoundTripInLinearTime) {
+    kt::TempDir dir;
+    std::string f = dir / "big.ini";
+    auto start = std::chrono::steady_clock::now();
+    char key[32], value[32];
+    for (int i = 1; i <= 65535; ++i) {
+        kestro::Format(key, sizeof key, "vobu_sa%04d", i);
+        kestro::Format(value, sizeof value, "%d", i * 3);
+        INIWritePrivateProfileString("vts_vobu_admap", key, value, f.c_str());
+    }
+    INIFlushFiles();
+    INIForgetFile(f.c_str());  // force a fresh parse from disk
+    char got[256];
+    for (int i = 1; i <= 65535; ++i) {
+        kestro::Format(key, sizeof key, "VOBU_SA%04d", i);
+        INIGetPrivateProfileString("vts_vobu_admap", key, "$", got, 256, f.c_str());
+        ASSERT_EQ(std::atoi(got), i * 3) << key;
+    }
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                  std::chrono::steady_clock::now() - start).count();
+    // Quadratic behaviour would take minutes; generous bound for sanitizers.
+    EXPECT_LT(ms, 5000);
+}
+
+}  // namespace
