@@ -66,6 +66,9 @@ public:
 
 private:
     struct Model;
+    // The assembly model. A moved-from codec has none; the next operation
+    // that needs one starts a fresh, empty model.
+    Model& M();
     std::unique_ptr<Model> m_;
 };
 

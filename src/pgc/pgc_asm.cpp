@@ -1,0 +1,189 @@
+// One PGC rebuilt from the source keys of one section. The start-offset keys
+// are not read: the layout is recomputed by GetPGCISize in the fixed order
+// general information, command table, program map, C_PBIT, C_POSIT.
+#include <cstring>
+
+#include "frame/detail.h"
+#include "kestro/pgc.h"
+#include "pgc/pgc_model.h"
+
+using namespace kestro;
+using namespace kestro::pgc;
+
+namespace {
+
+// Reads the statements of one PGC: the caller's section and key prefix.
+class PgcSource {
+public:
+    PgcSource(const char* iniFile, const char* section, const char* prefix)
+        : src_(iniFile, section), ini_(iniFile ? iniFile : ""),
+          section_(section ? section : ""), prefix_(prefix ? prefix : "") {}
+
+    // Formats the key (prefix first, then an optional index) and reads it;
+    // false when the statement is missing.
+    bool Read(const char* fmt) { return src_.Read(src_.Key(fmt, prefix_)); }
+    bool Read(const char* fmt, int index) { return src_.Read(src_.Key(fmt, prefix_, index)); }
+
+    const char* Value() const { return src_.Value(); }
+    int Int() const { return src_.Int(); }
+    uint32_t Hex() const { return uint32_t(axtoi(src_.Value())); }
+    const char* Key() const { return src_.LastKey(); }
+    const char* Ini() const { return ini_; }
+    const char* Section() const { return section_; }
+
+private:
+    Source src_;
+    const char* ini_;
+    const char* section_;
+    const char* prefix_;
+};
+
+}  // namespace
+
+// Reports the statement that was just found missing.
+#define KESTRO_PGC_MISSING(s)                                                                \
+    do {                                                                                     \
+        SetError("[%s] statement missing from section %s of %s", (s).Key(), (s).Section(), \
+                 (s).Ini());                                                                 \
+        return false;                                                                        \
+    } while (0)
+
+bool CKestro_PGCI::AsmPGC_C_POSIT(const char* iniFile, const char* section, const char* prefix) {
+    Model& m = M();
+    m.posit.clear();
+    PgcSource s(iniFile, section, prefix);
+    while (m.posit.size() < kMaxCells) {
+        const int index = int(m.posit.size()) + 1;
+        if (!s.Read("%sc_posit_cell%03d_vobid", index)) return true;
+        std::array<uint8_t, kPositEntry> e{};
+        PutBE16(&e[0], uint32_t(s.Int()));
+        if (!s.Read("%sc_posit_cell%03d_cellid", index)) KESTRO_PGC_MISSING(s);
+        e[3] = uint8_t(s.Int());
+        m.posit.push_back(e);
+    }
+    return true;
+}
+
+bool CKestro_PGCI::AsmPGC_C_PBIT(const char* iniFile, const char* section, const char* prefix) {
+    Model& m = M();
+    m.pbit.clear();
+    PgcSource s(iniFile, section, prefix);
+    static const char* const kSectors[] = {
+        "%sc_pbit_cell%03d_fvobu_sa", "%sc_pbit_cell%03d_filvu_ea",
+        "%sc_pbit_cell%03d_lvobu_sa", "%sc_pbit_cell%03d_lvobu_ea"};
+    while (m.pbit.size() < kMaxCells) {
+        const int index = int(m.pbit.size()) + 1;
+        if (!s.Read("%sc_pbit_cell%03d_cat", index)) return true;
+        std::array<uint8_t, kPbitEntry> e{};
+        HexBytes(s.Value(), &e[0], 4);
+        if (!s.Read("%sc_pbit_cell%03d_pbtm", index)) KESTRO_PGC_MISSING(s);
+        HexBytes(s.Value(), &e[4], 4);
+        for (size_t k = 0; k < 4; ++k) {
+            if (!s.Read(kSectors[k], index)) KESTRO_PGC_MISSING(s);
+            PutBE32(&e[8 + 4 * k], uint32_t(s.Int()));
+        }
+        m.pbit.push_back(e);
+    }
+    return true;
+}
+
+bool CKestro_PGCI::AsmPGC_PGMAP(const char* iniFile, const char* section, const char* prefix) {
+    Model& m = M();
+    m.pgmap.fill(0);
+    m.pgmapLength = 0;
+    PgcSource s(iniFile, section, prefix);
+    while (m.pgmapLength < kMapBytes) {
+        if (!s.Read("%spgmap_prog_entry_cell%02d", m.pgmapLength + 1)) break;
+        m.pgmap[m.pgmapLength++] = uint8_t(s.Int());
+    }
+    // An odd number of programs is padded with one zero byte.
+    if (m.pgmapLength & 1) ++m.pgmapLength;
+    return true;
+}
+
+bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const char* prefix) {
+    Model& m = M();
+    m.commandCount = 0;
+    PgcSource s(iniFile, section, prefix);
+    const struct {
+        const char* countKey;
+        const char* commandKey;
+    } groups[] = {{"%scmdt_pre_ns", "%spre%d"},
+                  {"%scmdt_post_ns", "%spost%d"},
+                  {"%scmdt_cmds_ns", "%scell%d"}};
+    uint16_t counts[3];
+    unsigned total = 0;
+    for (size_t g = 0; g < 3; ++g) {
+        counts[g] = s.Read(groups[g].countKey) ? uint16_t(s.Int()) : 0;
+        total += counts[g];
+    }
+    // The command store holds 384 commands; a larger table is refused as a
+    // whole rather than cut, since a cut table would change its meaning.
+    if (total > kMaxCommands) {
+        SetError("In [%s] of %s the command table declares %u commands, more than the %u allowed",
+                 s.Section(), s.Ini(), total, kMaxCommands);
+        return false;
+    }
+    for (size_t g = 0; g < 3; ++g) {
+        for (int i = 1; i <= counts[g]; ++i) {
+            if (!s.Read(groups[g].commandKey, i)) KESTRO_PGC_MISSING(s);
+            HexBytes(s.Value(), &m.commands[kCommandSize * m.commandCount], kCommandSize);
+            ++m.commandCount;
+        }
+    }
+    PutBE16(&m.cmdtHeader[0], counts[0]);
+    PutBE16(&m.cmdtHeader[2], counts[1]);
+    PutBE16(&m.cmdtHeader[4], counts[2]);
+    PutBE16(&m.cmdtHeader[6], uint32_t(kCommandSize * total + 7));
+    return true;
+}
+
+bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char* prefix) {
+    if (!AsmPGC_C_POSIT(iniFile, section, prefix) || !AsmPGC_C_PBIT(iniFile, section, prefix) ||
+        !AsmPGC_PGMAP(iniFile, section, prefix) || !AsmPGC_CMDT(iniFile, section, prefix))
+        return false;
+    Model& m = M();
+    uint8_t* gi = m.gi.data();
+    m.gi.fill(0);
+    PgcSource s(iniFile, section, prefix);
+
+    if (!s.Read("%scnt")) KESTRO_PGC_MISSING(s);
+    HexBytes(s.Value(), gi + kGiCount, 4);
+
+    // The map length includes the padding byte, so an odd program count is
+    // accepted both as it is and one higher.
+    const int programs = gi[kGiPrograms] & 0x7F;
+    const int mapLength = m.pgmapLength;
+    if (programs != mapLength && programs != mapLength - 1) {
+        SetError("Number of Programs in cnt [%d] not equal to number of programs defined in "
+                 "PGMAP_PROG [%d]",
+                 programs, mapLength);
+        return false;
+    }
+    if (gi[kGiCells] != m.pbit.size()) {
+        SetError("In [%s] at [%s] the number of Cells in cnt not equal to number of cells "
+                 "defined in C_PBIT. Cell count = %d and C_PBIT = %d ",
+                 s.Ini(), s.Section(), gi[kGiCells], int(m.pbit.size()));
+        return false;
+    }
+
+    if (!s.Read("%spb_tm")) KESTRO_PGC_MISSING(s);
+    HexBytes(s.Value(), gi + kGiPlayTime, 4);
+    if (!s.Read("%suop_ctl")) KESTRO_PGC_MISSING(s);
+    PutBE32(gi + kGiUops, s.Hex());
+    for (int i = 1; i <= kAudioStreams; ++i) {
+        if (!s.Read("%sast_ctlt%02d", i)) KESTRO_PGC_MISSING(s);
+        PutBE16(gi + kGiAudio + 2 * (i - 1), s.Hex() & 0xFFFF);
+    }
+    for (int i = 1; i <= kSubpicStreams; ++i) {
+        if (!s.Read("%sspst_ctlt%02d", i)) KESTRO_PGC_MISSING(s);
+        PutBE32(gi + kGiSubpic + 4 * (i - 1), s.Hex());
+    }
+    if (!s.Read("%snv_ctl")) KESTRO_PGC_MISSING(s);
+    HexWords(s.Value(), gi + kGiNav, 4);
+    for (int i = 1; i <= kPaletteColours; ++i) {
+        if (!s.Read("%ssp_plt%02d", i)) KESTRO_PGC_MISSING(s);
+        PutBE32(gi + kGiPalette + 4 * (i - 1), s.Hex());
+    }
+    return true;
+}
