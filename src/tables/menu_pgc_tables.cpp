@@ -1,0 +1,471 @@
+// Menu PGC information unit tables (VMGM_PGCI_UT, VTSM_PGCI_UT) and their
+// language units: one behaviour, two descriptions.
+#include <algorithm>
+
+#include "frame/detail.h"
+#include "kestro/ini.h"
+#include "kestro/tables.h"
+#include "tables/kinds.h"
+
+using namespace kestro;
+
+namespace {
+
+const MenuPgcKind kVmgmMenus = {
+    "vmgm_pgci_ut", "vmgm_lu", "vmgm_lu%02d_%02d",
+    "vmgm_lu_ns", "vmgm_pgci_lu_ea", "vmgm_lu_srp%02d_lcd", "vmgm_lu_srp%02d_exst",
+    "vmgm_lu_srp%02d_lu_sa",
+    "Number of VMGM_PGCI_LUs: %d", "End byte address of VMGM_PGCI_LUs table: %d",
+    "  Video Manager Menu Language Code %d: %c%c", "  Video Manager Menu Existence %d: %x",
+    "  Video Manager Menu Language Start Address %d: %d",
+    "VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement",
+    "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement",
+    "VMGM_LU: is missing the %s statement",
+    /*wrapIllegalFormat=*/false, /*clearLoadedViewFirst=*/false,
+    "vmgm_lui%02d_pgci_srp_ns", "vmgm_lui%02d_lu_ea", "vmgm_lui_pgc_cat", "vmgm_lui_pgc_pgci_sa",
+    "vmgm_pgc_",
+    "LU %d Number of VMGM_PGCI_SRP: %d", "LU %d End byte address of VMGM_LU_EA table: %d",
+    "  VMGM_PGC Category %d: %x", "  VMGM_PGCI byte address %d: %d",
+    /*unitCountPreamble=*/true, /*breakAfterUnitEndLine=*/false,
+    /*byteAddressNumberedByLine=*/true, /*pgcSeparator=*/" \r\n",
+};
+
+const MenuPgcKind kVtsmMenus = {
+    "vtsm_pgci_ut", "vtsm_lu", "vtsm_lu%02d_%02d",
+    "vtsm_lu_ns", "vtsm_pgci_lu_ea", "vtsm_lu_srp%02d_lcd", "vtsm_lu_srp%02d_exst",
+    "vtsm_lu_srp%02d_lu_sa",
+    "Number of VTSM_PGCI_LUs: %d", "End byte address of VTSM_PGCI_LUs table: %d",
+    "  Video Title Set Menu Language Code %d: %c%c", "  Video Title Set Menu Existence %d: %x",
+    "  Video Title Set Menu Language Start Address %d: %d",
+    "VTSM_PGCI_UT is missing AN vtsm_lu_srpnn_lcd statuement",
+    "VTSM_PGCI_UT is missing an vtsm_lu_srpnn_exst statuement",
+    "VTSM_LU: is missing the %s statement",
+    true, true,
+    "vtsm_lui%02d_pgci_srp_ns", "vtsm_lui%02d_lu_ea", "vtsm_lui_pgc_cat", "vtsm_lui_pgc_pgci_sa",
+    "vtsm_pgc_",
+    "LU %d Number of VTSM_PGCI_SRP: %d", "LU %d End byte address of VTSM_LU_EA table: %d",
+    "  VTSM_PGC Category %d: %x", "  VTSM_PGCI byte address %d: %d",
+    false, true, false, "\r\n",
+};
+
+// Search pointers a table body can hold (its size is kept in 16 bits), and
+// PGC search pointers a unit buffer can hold. Loaded counts beyond these
+// index nothing that could be read.
+constexpr uint32_t kMaxLoadedUnits = 0xFFFF / 8;
+constexpr uint32_t kMaxUnitPgcs = (CKestroLanguageUnits::kUnitBuffer - 8) / 8;
+
+// Room a report may use beyond the len its caller gives: the closing line
+// break and the terminator.
+constexpr size_t kReportHeadroom = 3;
+// A PGC report is at most some 200,000 lines of under 128 characters (three
+// 16-bit command counts, 255 cells): a room beyond this never cuts one short.
+constexpr size_t kMaxPgcReport = size_t(1) << 26;
+// What a PGC report may write beyond its room: indentation, line break, NUL.
+constexpr size_t kScratchSlack = 16;
+
+}  // namespace
+
+// ============================================================================
+// Unit table
+// ============================================================================
+
+CKestroMenuPgcTable::CKestroMenuPgcTable(const MenuPgcKind& kind)
+    : m_kind(&kind), m_startSector(0), m_hFull(0), m_header{}, m_assembledCount(0) {}
+
+CKestroMenuPgcTable::~CKestroMenuPgcTable() = default;
+
+int CKestroMenuPgcTable::LoadTable(int hFile, unsigned long startSector) {
+    if (m_kind->clearLoadedViewFirst) m_loaded = LoadedTable();
+    else m_hFull = hFile;
+    m_startSector = startSector;
+    if (!m_loaded.LoadTableHeader(hFile, startSector)) return 0;
+    m_loaded.bodySize = m_loaded.endAddress & 0xFFFF;
+    return 1;
+}
+
+unsigned long CKestroMenuPgcTable::UnitPosition(unsigned short index, unsigned long startSector) {
+    // Only the one start byte is needed, so only it is read back; a pointer
+    // beyond the loaded search pointers reads as 0.
+    uint32_t start = 0;
+    uint32_t at = 8u * index + 4;
+    if (at + 4 <= m_loaded.bodySize) {
+        uint32_t saved = uint32_t(FileTell(m_loaded.hFile));
+        FileSeek(m_loaded.hFile, m_loaded.bodyPos + at, 0);
+        uint8_t b[4] = {};
+        FileRead(m_loaded.hFile, b, 4);
+        FileSeek(m_loaded.hFile, saved, 0);
+        start = GetBE32(b);
+    }
+    if (start == 0) return 0;
+    return uint32_t(startSector * kSector + start);
+}
+
+bool CKestroMenuPgcTable::Details(char* buf, int len) {
+    m_loaded.ReadBody();
+    ByteView srp(m_loaded.body);
+    Report r(buf, len);
+    if (!r.Line(m_kind->countLine, m_loaded.count) ||
+        !r.Line(m_kind->endLine, int(m_loaded.endAddress)))
+        return false;
+    for (uint32_t i = 1; i <= m_loaded.count; ++i) {
+        size_t p = 8 * size_t(i - 1);
+        if (!r.Line(m_kind->lcdLine, int(i), srp.U8(p), srp.U8(p + 1)) ||
+            !r.Line(m_kind->exstLine, int(i), unsigned(srp.U8(p + 3))) ||
+            !r.Line(m_kind->startLine, int(i), int(srp.BE32(p + 4))))
+            return false;
+    }
+    m_loaded.FreeBody();
+    return true;
+}
+
+bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
+    m_loaded.ReadBody();
+    ByteView srp(m_loaded.body);
+    Source src(iniPath, m_kind->tableSection);
+    src.Write(m_kind->countKey, "%d", m_loaded.count);
+    src.Write(m_kind->endAddressKey, "%d", int(m_loaded.endAddress));
+    for (uint32_t i = 1; i <= m_loaded.count; ++i) {
+        size_t p = 8 * size_t(i - 1);
+        src.Write(src.Key(m_kind->lcdKey, int(i)), "%c%c", srp.U8(p), srp.U8(p + 1));
+        src.Write(src.Key(m_kind->exstKey, int(i)), "%02x", unsigned(srp.U8(p + 3)));
+        src.Write(src.Key(m_kind->unitStartKey, int(i)), "%d", int(srp.BE32(p + 4)));
+    }
+    m_loaded.FreeBody();
+    INIFlushFiles();
+    return true;
+}
+
+void CKestroMenuPgcTable::DiscardAssembled() {
+    m_units.clear();
+    m_assembledCount = 0;
+}
+
+unsigned long CKestroMenuPgcTable::AssembledBytes() const {
+    unsigned long total = 8 + 16ul * m_units.size();
+    for (const auto& u : m_units)
+        for (const auto& p : u.pgcs) total += 8 + p.image.size();
+    return total;
+}
+
+bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
+    const MenuPgcKind& k = *m_kind;
+    if (m_assembledCount != 0) DiscardAssembled();
+    m_units.clear();
+    std::memset(m_header, 0, sizeof m_header);
+
+    Source table(iniPath, k.tableSection);
+    if (!table.Read(k.countKey)) return false;
+    int n = table.Int();
+    if (n < 0 || n > kMaxUnits) {
+        SetError("[%s] %d language units in %s: a table holds 0 to %d", k.countKey, n,
+                 k.tableSection, kMaxUnits);
+        return false;
+    }
+    m_assembledCount = n;
+    PutBE16(m_header, uint32_t(n));
+    // Every unit has its records from here on, so a failure part-way leaves
+    // a view that Get and Write can still walk.
+    m_units.resize(size_t(n));
+    for (auto& u : m_units) {
+        std::memset(u.srp, 0, sizeof u.srp);
+        std::memset(u.header, 0, sizeof u.header);
+    }
+
+    for (int i = 1; i <= n; ++i) {
+        AssembledUnit& u = m_units[size_t(i - 1)];
+        if (!table.Read(table.Key(k.lcdKey, i))) {
+            SetError("%s", k.missingLcd);
+            return false;
+        }
+        // The code's first two characters as they stand: a one-character code
+        // keeps its terminator as the second byte.
+        u.srp[0] = uint8_t(table.Value()[0]);
+        u.srp[1] = uint8_t(table.Value()[1]);
+        if (!table.Read(table.Key(k.exstKey, i))) {
+            SetError("%s", k.missingExst);
+            return false;
+        }
+        u.srp[3] = uint8_t(axtoib(table.Value()));
+    }
+    if (n < 1) return true;
+
+    auto missing = [&](const char* key) {
+        if (k.wrapIllegalFormat) {
+            char inner[KESTRO_ERROR_TEXT];
+            Format(inner, sizeof inner, k.missingUnitKey, key);
+            SetError("[%s] Illegal source format!", inner);
+        } else {
+            SetError(k.missingUnitKey, key);
+        }
+        return false;
+    };
+
+    Source units(iniPath, k.unitSection);
+    for (int i = 1; i <= n; ++i) {
+        AssembledUnit& u = m_units[size_t(i - 1)];
+        if (!units.Read(units.Key(k.pgcCountKey, i))) return missing(units.LastKey());
+        int m = units.Int();
+        if (m < 0 || m > kMaxPgcs) {
+            SetError("[%s] %d PGCs in language unit %d: a unit holds 0 to %d", units.LastKey(), m,
+                     i, kMaxPgcs);
+            return false;
+        }
+        PutBE16(u.header, uint32_t(m));
+        u.pgcs.resize(size_t(m));
+        for (auto& p : u.pgcs) std::memset(p.srp, 0, sizeof p.srp);
+        for (int j = 1; j <= m; ++j) {
+            AssembledPgc& p = u.pgcs[size_t(j - 1)];
+            char section[64];
+            Format(section, sizeof section, k.pgcSection, i, j);
+            Source one(iniPath, section);
+            if (!one.Read(k.categoryKey)) return missing(k.categoryKey);
+            const char* cat = one.Value();
+            if (cat[0] == 'x') ++cat;
+            PutBE32(p.srp, uint32_t(axtoi(cat)));
+            if (!pgc) {
+                SetError("[%s] No PGC codec to assemble %s with", k.categoryKey, section);
+                return false;
+            }
+            pgc->AsmPGCI(iniPath, section, k.pgcPrefix);
+            unsigned long size = pgc->GetPGCISize();
+            p.image.assign(size, 0);
+            pgc->GetPGCData(p.image.data(), size);
+        }
+    }
+    return true;
+}
+
+void CKestroMenuPgcTable::Get(unsigned long* sectors, unsigned long* bytes) {
+    unsigned long b = m_assembledCount ? AssembledBytes() : 0;
+    if (bytes) *bytes = b;
+    if (sectors) *sectors = SectorsFor(b);
+}
+
+bool CKestroMenuPgcTable::Write(int hFile) {
+    if (m_assembledCount == 0) return false;
+    unsigned long total = AssembledBytes();
+    std::vector<uint8_t> out;
+    out.reserve(total);
+    auto put = [&out](const uint8_t* p, size_t n) { out.insert(out.end(), p, p + n); };
+
+    PutBE32(m_header + 4, uint32_t(total - 1));
+    put(m_header, 8);
+    // Units follow their search pointers back to back; PGCs follow their
+    // unit's search pointers back to back. Nothing is aligned inside.
+    uint32_t position = uint32_t(8 + 8 * m_units.size());
+    for (auto& u : m_units) {
+        PutBE32(u.srp + 4, position);
+        put(u.srp, 8);
+        position += 8;
+        for (const auto& p : u.pgcs) position += uint32_t(8 + p.image.size());
+    }
+    for (auto& u : m_units) {
+        uint32_t unitSize = uint32_t(8 + 8 * u.pgcs.size());
+        for (const auto& p : u.pgcs) unitSize += uint32_t(p.image.size());
+        PutBE32(u.header + 4, unitSize - 1);
+        put(u.header, 8);
+        uint32_t offset = uint32_t(8 + 8 * u.pgcs.size());
+        for (auto& p : u.pgcs) {
+            PutBE32(p.srp + 4, offset);
+            put(p.srp, 8);
+            offset += uint32_t(p.image.size());
+        }
+        for (const auto& p : u.pgcs) put(p.image.data(), p.image.size());
+    }
+    FileWrite(hFile, out.data(), out.size());
+    PadToSector(hFile);
+    DiscardAssembled();
+    return true;
+}
+
+CKestro_VMGM_PGCI::CKestro_VMGM_PGCI() : CKestroMenuPgcTable(kVmgmMenus) {}
+int CKestro_VMGM_PGCI::Load(int hFile, unsigned long startSector) {
+    return LoadTable(hFile, startSector);
+}
+unsigned short CKestro_VMGM_PGCI::GetVMGMNumOfLus() { return UnitCount(); }
+unsigned short CKestro_VMGM_PGCI::GetVMGLuInf() { return LoadedHandle(); }
+unsigned long CKestro_VMGM_PGCI::GetVMGM_LU_SA(unsigned short index, unsigned long startSector) {
+    return UnitPosition(index, startSector);
+}
+
+CKestro_VTSM_PGCI::CKestro_VTSM_PGCI() : CKestroMenuPgcTable(kVtsmMenus) {}
+int CKestro_VTSM_PGCI::Load(int hFile, unsigned long startSector) {
+    return LoadTable(hFile, startSector);
+}
+unsigned short CKestro_VTSM_PGCI::GetVTSMNumOfLus() { return UnitCount(); }
+unsigned short CKestro_VTSM_PGCI::GetVTSLuInf() { return LoadedHandle(); }
+unsigned long CKestro_VTSM_PGCI::GetVTSM_LU_SA(unsigned short index, unsigned long startSector) {
+    return UnitPosition(index, startSector);
+}
+
+// ============================================================================
+// Language units
+// ============================================================================
+
+namespace {
+
+// Appends text that the report adds without a room check, as long as it
+// stays inside len and the headroom callers give.
+void AppendUnchecked(Report& r, const char* text) {
+    size_t n = std::strlen(text);
+    if (r.Len() < 0 || r.Used() + n + 1 > size_t(r.Len()) + kReportHeadroom) return;
+    std::memcpy(r.Cursor(), text, n + 1);
+    r.Sync();
+}
+
+}  // namespace
+
+CKestroLanguageUnits::CKestroLanguageUnits(const MenuPgcKind& kind)
+    : m_kind(&kind), m_unit(kUnitBuffer, 0), m_unitHeld(0), m_unitCount(0) {}
+
+CKestroLanguageUnits::~CKestroLanguageUnits() = default;
+
+int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTable* table) {
+    if (!table) return 0;
+    m_unitCount = table->UnitCount();
+    // Loaded when at least one unit is defined.
+    for (uint32_t i = 0; i < m_unitCount && i < kMaxLoadedUnits; ++i)
+        if (table->UnitPosition(uint16_t(i), startSector) != 0) return 1;
+    return 0;
+}
+
+uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
+    int h = table->LoadedHandle();
+    FileSeek(h, position, 0);
+    std::fill(m_unit.begin(), m_unit.end(), 0);
+    m_unitHeld = uint32_t(FileRead(h, m_unit.data(), kUnitBuffer));
+    // The header's count and end address are kept in host (little-endian)
+    // order in place; the rest stays as the file has it.
+    uint16_t count = GetBE16(m_unit.data());
+    uint32_t end = GetBE32(m_unit.data() + 4);
+    m_unit[0] = uint8_t(count);
+    m_unit[1] = uint8_t(count >> 8);
+    for (int b = 0; b < 4; ++b) m_unit[size_t(4 + b)] = uint8_t(end >> (8 * b));
+    return m_unitHeld;
+}
+
+namespace {
+struct UnitHeader {
+    uint16_t pgcs;
+    uint32_t end;
+};
+UnitHeader HeaderOf(const std::vector<uint8_t>& u) {
+    return {uint16_t(u[0] | (u[1] << 8)),
+            uint32_t(u[4]) | uint32_t(u[5]) << 8 | uint32_t(u[6]) << 16 | uint32_t(u[7]) << 24};
+}
+}  // namespace
+
+bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
+                                        CKestroMenuPgcTable* table, unsigned long startSector) {
+    const MenuPgcKind& k = *m_kind;
+    Report r(buf, len);
+    if (k.unitCountPreamble) {
+        if (!r.Line("There are %d LU PGCs", m_unitCount)) return false;
+        AppendUnchecked(r, " \r\n");
+    }
+    if (!table) return true;
+    // Each PGC report is rendered with the whole len as its room, as the
+    // report rule has it, and then copied only as far as the caller's buffer
+    // reaches (len plus the headroom).
+    std::vector<char> scratch;
+    uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
+    for (uint32_t i = 1; i <= units; ++i) {
+        unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
+        if (position == 0) {
+            if (!r.Line("Language Unit %d is not defined.", int(i))) return false;
+            continue;
+        }
+        ReadUnit(table, position);
+        UnitHeader h = HeaderOf(m_unit);
+        ByteView unit(m_unit.data(), m_unitHeld);
+        if (!r.Line(k.unitPgcCountLine, int(i), h.pgcs) ||
+            !r.Line(k.unitEndLine, int(i), int(h.end)))
+            return false;
+        if (k.breakAfterUnitEndLine) AppendUnchecked(r, "\r\n");
+        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
+        for (uint32_t j = 1; j <= pgcs; ++j) {
+            size_t p = 8 * size_t(j);
+            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+            char line[128];
+            int lineLen = Format(line, sizeof line, k.categoryLine, int(j), unsigned(category));
+            if (!r.Text(line)) return false;
+            int number = k.byteAddressNumberedByLine ? lineLen + 1 : int(j);
+            if (!r.Line(k.byteAddressLine, number, int(start))) return false;
+            if (pgc) {
+                size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
+                if (scratch.size() < room + kScratchSlack) scratch.resize(room + kScratchSlack);
+                scratch[0] = 0;
+                pgc->DetailsOfPGCI(4, m_unit.data(), start, scratch.data(), int(room), m_unitHeld);
+                // Last index the terminator may take in the caller's buffer.
+                size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
+                size_t n = strnlen(scratch.data(), scratch.size());
+                if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
+                std::memcpy(r.Cursor(), scratch.data(), n);
+                r.Cursor()[n] = 0;
+                r.Sync();
+            }
+            AppendUnchecked(r, k.pgcSeparator);
+        }
+    }
+    return true;
+}
+
+bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startSector,
+                                       CKestro_PGCI* pgc, CKestroMenuPgcTable* table) {
+    const MenuPgcKind& k = *m_kind;
+    if (!table) return false;
+    Source units(iniPath, k.unitSection);
+    uint32_t count = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
+    for (uint32_t i = 1; i <= count; ++i) {
+        // An undefined unit (start byte 0) is read from the file's start.
+        ReadUnit(table, table->UnitPosition(uint16_t(i - 1), startSector));
+        UnitHeader h = HeaderOf(m_unit);
+        ByteView unit(m_unit.data(), m_unitHeld);
+        units.Write(units.Key(k.pgcCountKey, int(i)), "%d", h.pgcs);
+        units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(h.end));
+        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
+        for (uint32_t j = 1; j <= pgcs; ++j) {
+            size_t p = 8 * size_t(j);
+            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+            char section[64];
+            Format(section, sizeof section, k.pgcSection, int(i), int(j));
+            Source one(iniPath, section);
+            one.Write(k.categoryKey, "%08x", unsigned(category));
+            one.Write(k.pgcStartKey, "%d", int(start));
+            if (pgc) pgc->DisasmPGCI(iniPath, m_unit.data(), start, k.pgcPrefix, section, m_unitHeld);
+        }
+    }
+    INIFlushFiles();
+    return true;
+}
+
+CKestro_VMGM_LU::CKestro_VMGM_LU() : CKestroLanguageUnits(kVmgmMenus) {}
+bool CKestro_VMGM_LU::Asm(const char*) { return true; }
+int CKestro_VMGM_LU::Load(int, unsigned long startSector, CKestro_VMGM_PGCI* table) {
+    return LoadUnits(startSector, table);
+}
+bool CKestro_VMGM_LU::Details(char* buf, int len, CKestro_PGCI* pgc, CKestro_VMGM_PGCI* table,
+                              unsigned long startSector) {
+    return DetailsUnits(buf, len, pgc, table, startSector);
+}
+bool CKestro_VMGM_LU::Disasm(const char* iniPath, unsigned long startSector, CKestro_PGCI* pgc,
+                             CKestro_VMGM_PGCI* table) {
+    return DisasmUnits(iniPath, startSector, pgc, table);
+}
+
+CKestro_VTSM_LU::CKestro_VTSM_LU() : CKestroLanguageUnits(kVtsmMenus) {}
+void CKestro_VTSM_LU::Get(unsigned long* a, unsigned long* b) {
+    if (a) *a = 0;
+    if (b) *b = 0;
+}
+int CKestro_VTSM_LU::Load(int, unsigned long startSector, CKestro_VTSM_PGCI* table) {
+    return LoadUnits(startSector, table);
+}
+bool CKestro_VTSM_LU::Details(char* buf, int len, CKestro_PGCI* pgc, CKestro_VTSM_PGCI* table,
+                              unsigned long startSector) {
+    return DetailsUnits(buf, len, pgc, table, startSector);
+}
+bool CKestro_VTSM_LU::Disasm(const char* iniPath, CKestro_PGCI* pgc, CKestro_VTSM_PGCI* table,
+                             unsigned long startSector) {
+    return DisasmUnits(iniPath, startSector, pgc, table);
+}

@@ -1,0 +1,257 @@
+// VOBU address maps (VMGM_VOBU_ADMAP, VTSM_VOBU_ADMAP, VTS_VOBU_ADMAP) and
+// their binary side files: one behaviour, three descriptions.
+#include "frame/detail.h"
+#include "kestro/ini.h"
+#include "kestro/tables.h"
+#include "tables/kinds.h"
+
+using namespace kestro;
+
+namespace {
+
+const VobuMapKind kVmgmMap = {
+    // The video manager's map shares the title set map's section name.
+    "vts_vobu_admap", "VMGM VOBU Address Map Information: %d entries",
+    /*mapReadAtLoad=*/false, /*silentBufferFailure=*/true, /*sideFileLittleEndian=*/false,
+};
+const VobuMapKind kVtsMap = {
+    "vts_vobu_admap", nullptr, false, false, false,
+};
+const VobuMapKind kVtsmMap = {
+    "vtsm_vobu_admap", nullptr, true, false, true,
+};
+
+constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP";
+
+// A map announced at 2 GiB or more (an end address below 3 wraps round to
+// almost 4 GiB) cannot be buffered: the read-back fails as an allocation
+// of that size would.
+constexpr uint32_t kMaxMapBytes = 0x7FFFFFFF;
+
+// Reads up to `want` bytes at the current position, never more than the file
+// holds from there; `into` holds exactly what was read.
+void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
+    uint32_t pos = uint32_t(FileTell(hFile)), size = uint32_t(FileSize(hFile));
+    uint32_t avail = size > pos ? size - pos : 0;
+    into.assign(want < avail ? want : avail, 0);
+    unsigned long got = into.empty() ? 0 : FileRead(hFile, into.data(), into.size());
+    into.resize(got);
+}
+
+void PutLE32(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); p[2] = uint8_t(v >> 16); p[3] = uint8_t(v >> 24);
+}
+
+}  // namespace
+
+CKestroVobuAddressMap::CKestroVobuAddressMap(const VobuMapKind& kind)
+    : m_kind(&kind), m_entriesPos(0), m_endAddress(0), m_loadedCount(0), m_hLoaded(0),
+      m_assembledCount(0) {}
+
+CKestroVobuAddressMap::~CKestroVobuAddressMap() = default;
+
+int CKestroVobuAddressMap::LoadMap(int hFile, unsigned long startSector) {
+    if (startSector == 0) return 0;
+    uint32_t start = uint32_t(startSector * kSector);
+    m_hLoaded = uint16_t(hFile);
+    m_entriesPos = start + 4;
+    FileSeek(hFile, start, 0);
+    uint8_t ea[4] = {};
+    FileRead(hFile, ea, 4);
+    m_endAddress = GetBE32(ea);
+    if (m_kind->mapReadAtLoad) {
+        uint32_t size = m_endAddress - 3;
+        if (size > kMaxMapBytes) return 0;
+        m_loadedCount = uint16_t(size) / 4;
+        ReadBounded(hFile, size, m_loadedMap);
+    }
+    return 1;
+}
+
+bool CKestroVobuAddressMap::ReadMapBack(std::vector<uint8_t>& into) {
+    uint32_t size = m_endAddress - 3;
+    if (size > kMaxMapBytes) return false;
+    FileSeek(m_hLoaded, m_entriesPos, 0);
+    // The count is kept in 16 bits: a map of 65,536 bytes or more shows only
+    // the entries of its size modulo 65,536.
+    m_loadedCount = uint16_t(size) / 4;
+    ReadBounded(m_hLoaded, size, into);
+    return true;
+}
+
+bool CKestroVobuAddressMap::Details(char* buf, int len) {
+    std::vector<uint8_t> readBack;
+    if (!m_kind->mapReadAtLoad && !ReadMapBack(readBack)) return false;
+    ByteView map(m_kind->mapReadAtLoad ? m_loadedMap : readBack);
+    Report r(buf, len);
+    if (m_kind->headerLine && !r.Line(m_kind->headerLine, m_loadedCount)) return false;
+    for (uint32_t i = 1; i <= m_loadedCount; ++i)
+        if (!r.Line("  VOBU %d starts at sector %d", int(i), int(map.BE32(4 * (i - 1)))))
+            return false;
+    return true;
+}
+
+bool CKestroVobuAddressMap::Disasm(const char* iniPath) {
+    // A fresh read-back; the map a VTSM Load buffered stays for Details.
+    std::vector<uint8_t> readBack;
+    if (!ReadMapBack(readBack)) {
+        if (!m_kind->silentBufferFailure) SetError("%s", kNoMemory);
+        return false;
+    }
+    ByteView map(readBack);
+    Source src(iniPath, m_kind->section);
+    for (uint32_t i = 1; i <= m_loadedCount; ++i)
+        src.Write(src.Key("vobu_sa%04d", int(i)), "%d", int(map.BE32(4 * (i - 1))));
+    INIFlushFiles();
+    return true;
+}
+
+bool CKestroVobuAddressMap::WriteSideFile(const char* path) {
+    int h = FileCreate(path, 0x180);
+    if (h == -1) {
+        SetError("Can not create input ADMAP file [%s]. This file is required.", path);
+        return false;
+    }
+    FileClose(h);
+    h = FileOpen(path, 0x8002);
+    std::vector<uint8_t> readBack;
+    if (!ReadMapBack(readBack)) {
+        FileClose(h);
+        SetError("%s", kNoMemory);
+        return false;
+    }
+    ByteView map(readBack);
+    std::vector<uint8_t> out(4 + 4 * size_t(m_loadedCount));
+    PutLE32(out.data(), m_loadedCount);
+    for (uint32_t i = 0; i < m_loadedCount; ++i) {
+        uint8_t* e = out.data() + 4 + 4 * i;
+        map.Copy(4 * i, e, 4);
+        if (m_kind->sideFileLittleEndian) PutLE32(e, GetBE32(e));
+    }
+    FileWrite(h, out.data(), out.size());
+    FileClose(h);
+    INIFlushFiles();
+    return true;
+}
+
+void CKestroVobuAddressMap::FreeAssembled() {
+    m_assembled.clear();
+    m_assembled.shrink_to_fit();
+    m_assembledCount = 0;
+}
+
+bool CKestroVobuAddressMap::ReadCountedSideFile(const char* path) {
+    FreeAssembled();
+    int h = FileOpen(path, 0x8002);
+    if (h == -1) return false;
+    uint8_t count[4] = {};
+    FileRead(h, count, 4);
+    uint16_t n = uint16_t(count[0] | (count[1] << 8));
+    if (n == 0) {
+        FileClose(h);
+        return false;
+    }
+    // Entries are copied as they are stored; a short file leaves zeros.
+    m_assembled.assign(4 * size_t(n), 0);
+    FileRead(h, m_assembled.data(), m_assembled.size());
+    m_assembledCount = n;
+    FileClose(h);
+    return true;
+}
+
+bool CKestroVobuAddressMap::ReadPlainSideFile(const char* path) {
+    FreeAssembled();
+    int h = FileOpen(path, 0x8002);
+    if (h == -1) return false;
+    uint16_t n = uint16_t(FileSize(h)) / 4;
+    if (n == 0) {
+        FileClose(h);
+        return false;
+    }
+    m_assembled.assign(4 * size_t(n), 0);
+    FileRead(h, m_assembled.data(), m_assembled.size());
+    for (size_t i = 0; i < m_assembled.size(); i += 4) {
+        uint8_t* e = m_assembled.data() + i;
+        PutBE32(e, uint32_t(e[0]) | uint32_t(e[1]) << 8 | uint32_t(e[2]) << 16 |
+                       uint32_t(e[3]) << 24);
+    }
+    m_assembledCount = n;
+    FileClose(h);
+    return true;
+}
+
+bool CKestroVobuAddressMap::Asm(const char* iniPath) {
+    FreeAssembled();
+    // The count is the run of consecutive keys from vobu_sa0001 on, at most
+    // what the 16-bit count can hold; each value is kept as it is read.
+    Source src(iniPath, m_kind->section);
+    std::vector<uint8_t> entries;
+    for (uint32_t k = 1; k <= 0xFFFF; ++k) {
+        if (!src.Read(src.Key("vobu_sa%04d", int(k)))) break;
+        uint8_t e[4];
+        PutBE32(e, uint32_t(src.Int()));
+        entries.insert(entries.end(), e, e + 4);
+    }
+    if (entries.empty()) return false;
+    m_assembledCount = uint16_t(entries.size() / 4);
+    m_assembled = std::move(entries);
+    return true;
+}
+
+void CKestroVobuAddressMap::Get(unsigned long* sectors, unsigned long* bytes) {
+    unsigned long b = m_assembledCount ? 4ul * m_assembledCount + 4 : 0;
+    if (bytes) *bytes = b;
+    if (sectors) *sectors = SectorsFor(b);
+}
+
+bool CKestroVobuAddressMap::Write(int hFile) {
+    if (!m_assembledCount) return false;
+    std::vector<uint8_t> out(4 + 4 * size_t(m_assembledCount), 0);
+    PutBE32(out.data(), 4u * m_assembledCount + 3);
+    std::memcpy(out.data() + 4, m_assembled.data(), 4 * size_t(m_assembledCount));
+    FileWrite(hFile, out.data(), out.size());
+    PadToSector(hFile);
+    FreeAssembled();
+    return true;
+}
+
+// ---- Members ------------------------------------------------------------------
+
+CKestro_VMGM_ADMAP::CKestro_VMGM_ADMAP() : CKestroVobuAddressMap(kVmgmMap) {}
+int CKestro_VMGM_ADMAP::Load(int hFile, unsigned long startSector) {
+    return LoadMap(hFile, startSector);
+}
+bool CKestro_VMGM_ADMAP::AsmBinaryNT(const char*, unsigned short, const char* path) {
+    return ReadCountedSideFile(path);
+}
+bool CKestro_VMGM_ADMAP::AsmBinary(const char*, unsigned short, const char* path) {
+    return ReadPlainSideFile(path);
+}
+
+CKestro_VTS_ADMAP::CKestro_VTS_ADMAP() : CKestroVobuAddressMap(kVtsMap) {}
+int CKestro_VTS_ADMAP::Load(int hFile, unsigned long startSector) {
+    return LoadMap(hFile, startSector);
+}
+bool CKestro_VTS_ADMAP::Disasm_ToFile(const char*, const char* path) {
+    return WriteSideFile(path);
+}
+bool CKestro_VTS_ADMAP::Asm_FromFile(const char*, unsigned short, const char* path) {
+    return ReadCountedSideFile(path);
+}
+bool CKestro_VTS_ADMAP::Asm_Binary(const char*, unsigned short, const char* path) {
+    return ReadPlainSideFile(path);
+}
+
+CKestro_VTSM_ADMAP::CKestro_VTSM_ADMAP() : CKestroVobuAddressMap(kVtsmMap) {}
+int CKestro_VTSM_ADMAP::Load(int hFile, unsigned long startSector) {
+    return LoadMap(hFile, startSector);
+}
+bool CKestro_VTSM_ADMAP::DisasmToFile(const char*, const char* path) {
+    return WriteSideFile(path);
+}
+bool CKestro_VTSM_ADMAP::AsmFromFile(const char*, const char* path) {
+    return ReadCountedSideFile(path);
+}
+bool CKestro_VTSM_ADMAP::AsmBinary(const char*, const char* path) {
+    return ReadPlainSideFile(path);
+}
