@@ -121,8 +121,11 @@ TEST(PgcSource, SecondWriteOfTheSameBufferSeesTheSwappedHeader) {
     codec.DisasmPGCI(ini.c_str(), pgc.bytes.data(), 0, "p_", "s");
     EXPECT_EQ(Get(ini, "s", "p_cmdt_pre_ns"), "1");
     EXPECT_EQ(pgc.bytes[236], 1);  // left little-endian in the caller's buffer
-    codec.DisasmPGCI(ini.c_str(), pgc.bytes.data(), 0, "p_", "s");
+    // The swapped counts now point beyond the buffer: only the sized form
+    // may read them (as zeros).
+    codec.DisasmPGCI(ini.c_str(), pgc.bytes.data(), 0, "p_", "s", pgc.bytes.size());
     EXPECT_EQ(Get(ini, "s", "p_cmdt_pre_ns"), "256");
+    EXPECT_EQ(Get(ini, "s", "p_pre256"), "0000000000000000");
 }
 
 TEST(PgcRoundTrip, BuiltPgcsComeBackByteForByte) {
