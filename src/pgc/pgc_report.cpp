@@ -81,6 +81,13 @@ bool PlayTime(PgcLines& r, const char* fmt, const PgcBytes& p, size_t at, int ce
     return r.Line(fmt, cell, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
 }
 
+// A part whose start offset is 0: says so, and calls it an error when the
+// PGC's counts say there should be entries.
+bool Absent(PgcLines& r, const char* none, const char* error, unsigned count) {
+    if (!r.Line("%s", none)) return false;
+    return count == 0 || r.Line(error, count);
+}
+
 bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
     const unsigned programs = p.Programs();
     const unsigned cells = p.Cells();
@@ -138,10 +145,9 @@ bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
         for (unsigned i = 1; i <= programs; ++i)
             if (!r.Line("    Entry cell number for Program %d: %d", i, p.U8(pgmap + i - 1)))
                 return false;
-    } else {
-        if (!r.Line("    There is no PGC Program Map")) return false;
-        if (programs != 0 && !r.Line("      This is an ERROR as there are %d programs", programs))
-            return false;
+    } else if (!Absent(r, "    There is no PGC Program Map",
+                       "      This is an ERROR as there are %d programs", programs)) {
+        return false;
     }
 
     const size_t pbit = p.BE16(kGiCpbitSa);
@@ -159,11 +165,9 @@ bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
                 !r.Line("    Cell %d last sector of this cell: %d", c, int32_t(p.BE32(e + 20))))
                 return false;
         }
-    } else {
-        if (!r.Line("    There is no PGC Playback Information Table")) return false;
-        if (cells != 0 &&
-            !r.Line("      This is an ERROR as there are %d cells in this program.", cells))
-            return false;
+    } else if (!Absent(r, "    There is no PGC Playback Information Table",
+                       "      This is an ERROR as there are %d cells in this program.", cells)) {
+        return false;
     }
 
     const size_t posit = p.BE16(kGiCpositSa);
@@ -175,10 +179,9 @@ bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
             if (!r.Line("    VOB ID number %d of this Cell %d", p.BE16(e), p.U8(e + 3)))
                 return false;
         }
-    } else {
-        if (!r.Line("    There is no Cell Position Information Table")) return false;
-        if (cells != 0 && !r.Line("      This is an ERROR as there are %d cells", cells))
-            return false;
+    } else if (!Absent(r, "    There is no Cell Position Information Table",
+                       "      This is an ERROR as there are %d cells", cells)) {
+        return false;
     }
     return true;
 }
