@@ -7,6 +7,7 @@
 #define KESTRO_VMG_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -14,12 +15,6 @@
 #include "kestro/frame.h"
 #include "kestro/pgc.h"
 #include "kestro/tables.h"
-
-// Shared tables owned by the video manager (declared with the shared tables).
-class CKestro_VMGM_PGCI;
-class CKestro_VMGM_LU;
-class CKestro_VMG_CADT;
-class CKestro_VMGM_ADMAP;
 
 // TT_SRPT: one 12-byte search pointer per title of the disc. The loaded view
 // (Load) remembers where the table lies in the open file and is read back by
@@ -198,6 +193,8 @@ private:
     unsigned long GetVMGM_VOBU_ADMAP_SA() const;
     bool LoadVMGM_VOBS() const;
     bool HasFirstPlayPGC() const;
+    uint32_t Field32(size_t at) const;
+    uint16_t Field16(size_t at) const;
     void DeleteSubTables();
 
     std::unique_ptr<CKestro_VMG_PTT> m_ptt;
