@@ -1,0 +1,162 @@
+#include "commands.h"
+
+#include <cctype>
+#include <iostream>
+#include <memory>
+
+#include "kestro/kestro.h"
+
+namespace kestro_tool {
+
+void Complain(const std::string& message) { std::cerr << "kestro: " << message << std::endl; }
+
+fs::path BackupPathOf(const fs::path& ifo) {
+    std::string ext = ifo.extension().string();
+    bool lower = !ext.empty() && std::islower(static_cast<unsigned char>(ext.back()));
+    fs::path bup = ifo;
+    bup.replace_extension(lower ? ".bup" : ".BUP");
+    return bup;
+}
+
+namespace {
+
+// The library writes report lines ending in "\r\n"; the terminal gets "\n".
+std::string TerminalText(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text)
+        if (c != '\r') out += c;
+    return out;
+}
+
+// Copies side files of `source` (named by its stem) next to `privateIni`.
+void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
+    const std::string from = SideStem(source), to = SideStem(privateIni);
+    std::vector<std::string> suffixes = {kTmapBinSuffix, kVtsAdmapBinSuffix, kVtsmAdmapBinSuffix};
+    for (int k = 1; k <= CKestro_VTS_TMAP::kMaxMaps; ++k) {
+        if (!fs::exists(from + TmapIniSuffix(k))) break;
+        suffixes.push_back(TmapIniSuffix(k));
+    }
+    for (const auto& s : suffixes)
+        if (fs::exists(from + s)) CopyFileTo(from + s, to + s);
+}
+
+}  // namespace
+
+int RunReport(const ReportArgs& args) {
+    int status = 0;
+    for (const auto& given : args.paths) {
+        fs::path path = Absolute(given);
+        std::vector<fs::path> ifos;
+        if (fs::is_directory(path)) {
+            ifos = IfoFilesOf(path);
+            if (ifos.empty()) {
+                Complain(given + ": no IFO files in this folder");
+                status = 1;
+                continue;
+            }
+        } else if (fs::exists(path)) {
+            ifos.push_back(path);
+        } else {
+            Complain(given + ": no such file or folder");
+            status = 1;
+            continue;
+        }
+        for (const auto& ifo : ifos) {
+            try {
+                IfoKind kind = KindOfIfo(ifo);
+                PrivateDir work;
+                fs::path copy = work / ifo.filename().string();
+                CopyFileTo(ifo, copy);
+                std::vector<TableReport> reports = ReportIfo(copy);
+                std::cout << "==== " << ifo.string() << " (" << KindName(kind)
+                          << " information) ====\n";
+                for (const auto& r : reports) {
+                    std::cout << "---- " << r.table << " ----\n" << TerminalText(r.text);
+                    if (!r.text.empty() && r.text.back() != '\n') std::cout << '\n';
+                    if (!r.ok) {
+                        std::cout.flush();
+                        Complain(ifo.filename().string() + ": " + r.table + ": " + r.error);
+                        status = 1;
+                    }
+                }
+                std::cout.flush();
+            } catch (const ToolError& e) {
+                Complain(e.what());
+                status = 1;
+            }
+        }
+    }
+    return status;
+}
+
+int RunDisasm(const DisasmArgs& args) {
+    fs::path ifo = Absolute(args.ifo);
+    if (!fs::is_regular_file(ifo)) throw ToolError(args.ifo + ": no such file");
+    fs::path output = args.output.empty()
+                          ? Absolute(fs::path(ifo.filename()).replace_extension(".ini"))
+                          : Absolute(args.output);
+    KindOfIfo(ifo);
+
+    PrivateDir work;
+    fs::path copy = work / ifo.filename().string();
+    CopyFileTo(ifo, copy);
+    // The management table's Disasm deletes the source file before it
+    // writes, so it writes into a private file that replaces the output
+    // only when it is complete.
+    fs::path ini = work / "src.ini";
+    std::vector<std::string> sides;
+    try {
+        sides = DisasmIfo(copy, ini, args.side);
+    } catch (const ToolError& e) {
+        throw ToolError(ifo.filename().string() + ": " + e.what());
+    }
+
+    std::vector<std::unique_ptr<StagedFile>> staged;
+    staged.push_back(std::make_unique<StagedFile>(output, args.force));
+    CopyFileTo(ini, staged.back()->temp());
+    for (const auto& s : sides) {
+        staged.push_back(std::make_unique<StagedFile>(SideStem(output) + s, args.force));
+        CopyFileTo(SideStem(ini) + s, staged.back()->temp());
+    }
+    for (auto& f : staged) f->Commit();
+    for (const auto& dropped : {ini.string()}) INIForgetFile(dropped.c_str());
+    return 0;
+}
+
+int RunAsm(const AsmArgs& args) {
+    fs::path source = Absolute(args.source);
+    if (!fs::is_regular_file(source)) throw ToolError(args.source + ": no such file");
+    fs::path output = Absolute(args.output);
+
+    // Work from a private copy of the source and its side files: the library
+    // opens binary side files for writing, and joined time map entries must
+    // not change the user's files.
+    PrivateDir work;
+    fs::path ini = work / "src.ini";
+    CopyFileTo(source, ini);
+    CopySideFiles(source, ini);
+    if (fs::exists(SideStem(ini) + TmapIniSuffix(1)))
+        CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str());
+
+    StagedFile ifo(output, args.force);
+    std::unique_ptr<StagedFile> bup;
+    if (args.backup) bup = std::make_unique<StagedFile>(BackupPathOf(output), args.force);
+
+    AsmOutcome outcome;
+    try {
+        outcome = AsmIfo(ini, ifo.temp(), output.parent_path(), output.filename().string(),
+                         args.absolute);
+    } catch (const ToolError& e) {
+        throw ToolError(source.filename().string() + ": " + e.what());
+    }
+    for (const auto& w : outcome.warnings)
+        Complain("warning: " + source.filename().string() + ": " + w);
+    if (bup) CopyFileTo(ifo.temp(), bup->temp());
+    ifo.Commit();
+    if (bup) bup->Commit();
+    INIForgetFile(ini.c_str());
+    return 0;
+}
+
+}  // namespace kestro_tool

@@ -1,0 +1,559 @@
+#include "host.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+
+#include "kestro/kestro.h"
+
+namespace kestro_tool {
+
+const char* const kTmapBinSuffix = " tmap.bin";
+const char* const kVtsAdmapBinSuffix = " vts_vobu_admap.bin";
+const char* const kVtsmAdmapBinSuffix = " vtsm_vobu_admap.bin";
+
+namespace {
+
+// Outcome of one table operation: the table is absent, or it ran and
+// succeeded or failed (with its error text).
+enum Run { kAbsent = -1, kFailed = 0, kDone = 1 };
+
+std::string ErrorOf(CBaseKestro& table) {
+    char buf[KESTRO_ERROR_TEXT + 1];
+    table.GetErrorMessage(buf, KESTRO_ERROR_TEXT);
+    buf[KESTRO_ERROR_TEXT] = '\0';
+    return buf;
+}
+// The text data manager keeps no error text.
+std::string ErrorOf(CKestro_VMG_TXTDT&) { return std::string(); }
+
+template <class T, class F>
+int With(T* table, std::string& error, F&& call) {
+    if (!table) return kAbsent;
+    if (call(*table)) return kDone;
+    error = ErrorOf(*table);
+    return kFailed;
+}
+
+// An IFO file opened and loaded for the length of one operation. The
+// management table's Details and Disasm byte-swap the First Play PGC's
+// command header in the loaded record, so every report or source run starts
+// from a fresh load.
+template <class Mat>
+struct Session {
+    Mat mat;
+    CKestro_PGCI pgc;
+    int h = -1;
+
+    explicit Session(const fs::path& ifo) {
+        h = int(mat.OpenKestroFile(ifo.c_str()));
+        if (h < 1) throw ToolError(ifo.string() + ": cannot be opened");
+        if (mat.Load(h) != 1) {
+            mat.CloseKestroFile((unsigned long)h);
+            throw ToolError(ifo.string() + ": not a " +
+                            (std::is_same<Mat, CKestro_VMG_MAT>::value
+                                 ? "video manager" : "title set") +
+                            " information file");
+        }
+    }
+    ~Session() { mat.CloseKestroFile((unsigned long)h); }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+};
+using VmgSession = Session<CKestro_VMG_MAT>;
+using VtsSession = Session<CKestro_VTS_MAT>;
+
+template <class S>
+struct TableOps {
+    const char* name;
+    // Details into buf (len as the library takes it); kAbsent when the file
+    // has no such table.
+    std::function<int(S&, char*, int, std::string&)> details;
+    // Disasm into ini; side-file suffixes written are appended to `sides`.
+    std::function<int(S&, const fs::path&, SideFiles, std::vector<std::string>&, std::string&)>
+        disasm;
+};
+
+const std::vector<TableOps<VmgSession>>& VmgTables() {
+    using S = VmgSession;
+    using Sides = std::vector<std::string>;
+    static const std::vector<TableOps<S>> tables = {
+        {"VMGI_MAT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(&s.mat, e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(&s.mat, e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"TT_SRPT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMG_PTT_SRPT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMG_PTT_SRPT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VMGM_PGCI_UT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMGM_PGCI_UT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMGM_PGCI_UT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VMGM_LU",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMGM_LU(), e, [&](auto& t) {
+                 return t.Details(b, n, &s.pgc, s.mat.GetVMGM_PGCI_UT(),
+                                  s.mat.GetVMGM_PGCIT_SA());
+             });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMGM_LU(), e, [&](auto& t) {
+                 return t.Disasm(ini.c_str(), s.mat.GetVMGM_PGCIT_SA(), &s.pgc,
+                                 s.mat.GetVMGM_PGCI_UT());
+             });
+         }},
+        {"PTL_MAIT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMG_MAIT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMG_MAIT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTS_ATRT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMG_ATRT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMG_ATRT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"TXTDT_MG",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMG_TXTDT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMG_TXTDT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VMGM_C_ADT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMGM_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMGM_C_ADT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VMGM_VOBU_ADMAP",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVMGM_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         // The video manager's map has no side-file writer: it stays in source.
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVMGM_VOBU_ADMAP(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+    };
+    return tables;
+}
+
+const std::vector<TableOps<VtsSession>>& VtsTables() {
+    using S = VtsSession;
+    using Sides = std::vector<std::string>;
+    static const std::vector<TableOps<S>> tables = {
+        {"VTSI_MAT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(&s.mat, e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(&s.mat, e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTS_PTT_SRPT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTS_PTT_SRPT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTS_PTT_SRPT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTS_PGCIT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTS_PGCIT(), e,
+                         [&](auto& t) { return t.Details(&s.pgc, b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTS_PGCIT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str(), &s.pgc); });
+         }},
+        {"VTSM_PGCI_UT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTSM_PGCI_UT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTSM_PGCI_UT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTSM_LU",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTSM_LU(), e, [&](auto& t) {
+                 return t.Details(b, n, &s.pgc, s.mat.GetVTSM_PGCI_UT(),
+                                  s.mat.GetVTSM_PGCIT_SA());
+             });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTSM_LU(), e, [&](auto& t) {
+                 return t.Disasm(ini.c_str(), &s.pgc, s.mat.GetVTSM_PGCI_UT(),
+                                 s.mat.GetVTSM_PGCIT_SA());
+             });
+         }},
+        {"VTS_TMAPT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTS_TMAPT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
+             return With(s.mat.GetVTS_TMAPT(), e, [&](CKestro_VTS_TMAP& t) {
+                 if (side == SideFiles::Binary) {
+                     std::string bin = SideStem(ini) + kTmapBinSuffix;
+                     if (!t.DisasmToFile(ini.c_str(), bin.c_str())) return false;
+                     sides.push_back(kTmapBinSuffix);
+                     return true;
+                 }
+                 if (!t.Disasm(ini.c_str())) return false;
+                 int maps = std::atoi(Statement(ini, "vts_tmapt", "vts_tmap_ns", "0").c_str());
+                 if (side == SideFiles::None) {
+                     // One self-contained source: the entries join the main file.
+                     if (!CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str())) return false;
+                     for (int k = 1; k <= maps; ++k) {
+                         std::string p = SideStem(ini) + TmapIniSuffix(k);
+                         INIForgetFile(p.c_str());
+                         std::remove(p.c_str());
+                     }
+                     return true;
+                 }
+                 for (int k = 1; k <= maps; ++k)
+                     if (fs::exists(SideStem(ini) + TmapIniSuffix(k)))
+                         sides.push_back(TmapIniSuffix(k));
+                 return true;
+             });
+         }},
+        {"VTSM_C_ADT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTSM_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTSM_C_ADT(), e,
+                         [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTSM_VOBU_ADMAP",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTSM_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
+             return With(s.mat.GetVTSM_VOBU_ADMAP(), e, [&](CKestro_VTSM_ADMAP& t) {
+                 if (side != SideFiles::Binary) return t.Disasm(ini.c_str());
+                 std::string bin = SideStem(ini) + kVtsmAdmapBinSuffix;
+                 if (!t.DisasmToFile(ini.c_str(), bin.c_str())) return false;
+                 sides.push_back(kVtsmAdmapBinSuffix);
+                 return true;
+             });
+         }},
+        {"VTS_C_ADT",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTS_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+             return With(s.mat.GetVTS_C_ADT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+         }},
+        {"VTS_VOBU_ADMAP",
+         [](S& s, char* b, int n, std::string& e) {
+             return With(s.mat.GetVTS_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
+         },
+         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
+             return With(s.mat.GetVTS_VOBU_ADMAP(), e, [&](CKestro_VTS_ADMAP& t) {
+                 if (side != SideFiles::Binary) return t.Disasm(ini.c_str());
+                 std::string bin = SideStem(ini) + kVtsAdmapBinSuffix;
+                 if (!t.Disasm_ToFile(ini.c_str(), bin.c_str())) return false;
+                 sides.push_back(kVtsAdmapBinSuffix);
+                 return true;
+             });
+         }},
+    };
+    return tables;
+}
+
+// Reports one table, growing the buffer until the report fits. A report
+// that stops well before the end of its buffer failed for another reason.
+// Nested PGC reports may be cut short without failing the table's report,
+// so a report that comes near the end of its buffer is redone larger too.
+template <class S>
+TableReport ReportOne(const fs::path& ifo, const TableOps<S>& ops, bool& present) {
+    constexpr size_t kStart = size_t(1) << 16;
+    constexpr size_t kLimit = size_t(1) << 30;
+    constexpr size_t kLongestLine = 4096;
+    TableReport report;
+    report.table = ops.name;
+    for (size_t size = kStart;; size *= 4) {
+        S session(ifo);
+        // The room given to the library is `size` less the three bytes the
+        // report rule needs beyond it; the rest of the buffer is a guard.
+        std::vector<char> buf(size * 2, '\0');
+        int len = int(size - 3);
+        std::string error;
+        int run = ops.details(session, buf.data(), len, error);
+        present = run != kAbsent;
+        if (!present) return report;
+        size_t used = strnlen(buf.data(), buf.size());
+        bool nearFull = used + kLongestLine >= size_t(len);
+        if (nearFull && size < kLimit) continue;
+        report.text.assign(buf.data(), used);
+        report.ok = run == kDone;
+        if (!report.ok)
+            report.error = !error.empty() ? error
+                           : nearFull    ? "report larger than the largest buffer tried"
+                                         : "report failed";
+        return report;
+    }
+}
+
+template <class S>
+std::vector<TableReport> ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables) {
+    std::vector<TableReport> out;
+    for (const auto& ops : tables) {
+        bool present = false;
+        TableReport r = ReportOne(ifo, ops, present);
+        if (present) out.push_back(std::move(r));
+    }
+    return out;
+}
+
+template <class S>
+std::vector<std::string> DisasmAll(const fs::path& ifo, const fs::path& ini, SideFiles side,
+                                   const std::vector<TableOps<S>>& tables) {
+    S session(ifo);
+    std::vector<std::string> sides;
+    // The management table's Disasm starts the file; every other table adds
+    // its sections to it.
+    for (const auto& ops : tables) {
+        std::string error;
+        int run = ops.disasm(session, ini, side, sides, error);
+        if (run == kFailed)
+            throw ToolError(std::string(ops.name) + ": " +
+                            (error.empty() ? "source could not be written" : error));
+    }
+    INIFlushFiles();
+    return sides;
+}
+
+bool HasSection(const std::vector<std::string>& sections, const char* name) {
+    for (const auto& s : sections)
+        if (strcasecmp(s.c_str(), name) == 0) return true;
+    return false;
+}
+
+bool HasStatement(const fs::path& ini, const char* section, const char* key) {
+    return Statement(ini, section, key)[0] != '$';
+}
+
+void Require(bool ok, const char* table, const std::string& error) {
+    if (!ok)
+        throw ToolError(std::string(table) + ": " +
+                        (error.empty() ? "source statements missing" : error));
+}
+
+// Assembles one table with a PGC codec of its own, so that a message the
+// codec leaves belongs to this table.
+template <class T>
+void AsmWithCodec(T* table, const fs::path& ini, const char* name, AsmOutcome& outcome) {
+    CKestro_PGCI pgc;
+    Require(table->Asm(ini.c_str(), &pgc), name, ErrorOf(*table));
+    std::string codec = ErrorOf(pgc);
+    if (!codec.empty()) outcome.warnings.push_back(std::string(name) + ": " + codec);
+    outcome.tables.push_back(name);
+}
+
+template <class T>
+void AsmPlain(T* table, const fs::path& ini, const char* name, AsmOutcome& outcome) {
+    Require(table->Asm(ini.c_str()), name, ErrorOf(*table));
+    outcome.tables.push_back(name);
+}
+
+void AsmVmg(const fs::path& ini, const std::vector<std::string>& sections, const fs::path& out,
+            const fs::path& vobDir, const std::string& ifoName, AsmOutcome& outcome) {
+    CKestro_VMG_MAT mat;
+    // The title search pointer table shares its section with the parental
+    // management table's per-country statements: its count statement says
+    // whether it is there.
+    if (HasStatement(ini, "vmg_ptt_srpt", "vts_ttu_ns"))
+        AsmPlain(mat.NewVMGM_PTT(), ini, "TT_SRPT", outcome);
+    if (HasSection(sections, "vmgm_pgci_ut"))
+        AsmWithCodec(mat.NewVMGM_PGCI(), ini, "VMGM_PGCI_UT", outcome);
+    if (HasSection(sections, "ptl_mait")) AsmPlain(mat.NewVMGM_MAIT(), ini, "PTL_MAIT", outcome);
+    if (HasSection(sections, "vts_atrt")) AsmPlain(mat.NewVMGM_ATRT(), ini, "VTS_ATRT", outcome);
+    if (HasSection(sections, "vmgm_c_adt"))
+        AsmPlain(mat.NewVMGM_C_ADT(), ini, "VMGM_C_ADT", outcome);
+    if (HasSection(sections, "vts_vobu_admap"))
+        AsmPlain(mat.NewVMGM_VOBU_ADMAP(), ini, "VMGM_VOBU_ADMAP", outcome);
+    if (HasSection(sections, "txtdt_mg"))
+        outcome.warnings.push_back("TXTDT_MG: text data is not part of an assembled file");
+
+    int h = int(mat.CreateKestroFile(out.c_str()));
+    if (h < 1) throw ToolError(out.string() + ": cannot be created");
+    bool ok;
+    {
+        // The menu VOB file is found next to the IFO file's name.
+        WorkingDirectory wd(vobDir);
+        ok = mat.Asm(ini.c_str(), h, ifoName.c_str());
+    }
+    mat.CloseKestroFile((unsigned long)h);
+    Require(ok, "VMGI_MAT", ErrorOf(mat));
+    outcome.tables.insert(outcome.tables.begin(), "VMGI_MAT");
+}
+
+void AsmVts(const fs::path& ini, const std::vector<std::string>& sections, const fs::path& out,
+            const fs::path& vobDir, const std::string& ifoName, bool absolute,
+            AsmOutcome& outcome) {
+    CKestro_VTS_MAT mat;
+    const std::string stem = SideStem(ini);
+    if (HasSection(sections, "vts_ptt_srpt"))
+        AsmPlain(mat.NewVTS_PTT_SRPT(), ini, "VTS_PTT_SRPT", outcome);
+    if (HasSection(sections, "vts_pgcit"))
+        AsmWithCodec(mat.NewVTS_PGCIT(), ini, "VTS_PGCIT", outcome);
+    if (HasSection(sections, "vtsm_pgci_ut"))
+        AsmWithCodec(mat.NewVTSM_PGCI_UT(), ini, "VTSM_PGCI_UT", outcome);
+    if (HasSection(sections, "vts_tmapt")) {
+        CKestro_VTS_TMAP* t = mat.NewVTS_TMAPT();
+        std::string bin = stem + kTmapBinSuffix;
+        bool ok = HasStatement(ini, "vts_tmapti", "vts_tmap01_file_offset") && fs::exists(bin)
+                      ? t->AsmToFile(ini.c_str(), bin.c_str())
+                      : t->Asm(ini.c_str());
+        // A missing map statement leaves its message and still succeeds.
+        std::string error = ErrorOf(*t);
+        Require(ok && error.empty(), "VTS_TMAPT", error);
+        outcome.tables.push_back("VTS_TMAPT");
+    }
+    if (HasSection(sections, "vtsm_c_adt"))
+        AsmPlain(mat.NewVTSM_C_ADT(), ini, "VTSM_C_ADT", outcome);
+    if (HasSection(sections, "vtsm_vobu_admap")) {
+        AsmPlain(mat.NewVTSM_VOBU_ADMAP(), ini, "VTSM_VOBU_ADMAP", outcome);
+    } else if (fs::exists(stem + kVtsmAdmapBinSuffix)) {
+        // The library writes this side file counted and little-endian, and
+        // its counted reader would keep the entries byte-reversed; the plain
+        // reader converts them, so it gets the entries without the count.
+        std::vector<unsigned char> counted = ReadAll(stem + kVtsmAdmapBinSuffix);
+        std::string plain = stem + " vtsm_vobu_admap.plain";
+        {
+            std::ofstream o(plain, std::ios::binary | std::ios::trunc);
+            if (counted.size() > 4)
+                o.write(reinterpret_cast<const char*>(counted.data() + 4),
+                        std::streamsize(counted.size() - 4));
+        }
+        CKestro_VTSM_ADMAP* t = mat.NewVTSM_VOBU_ADMAP();
+        Require(t->AsmBinary(ini.c_str(), plain.c_str()), "VTSM_VOBU_ADMAP", ErrorOf(*t));
+        outcome.tables.push_back("VTSM_VOBU_ADMAP");
+    }
+    if (HasSection(sections, "vts_c_adt")) AsmPlain(mat.NewVTS_C_ADT(), ini, "VTS_C_ADT", outcome);
+    if (HasSection(sections, "vts_vobu_admap")) {
+        AsmPlain(mat.NewVTS_VOBU_ADMAP(), ini, "VTS_VOBU_ADMAP", outcome);
+    } else if (fs::exists(stem + kVtsAdmapBinSuffix)) {
+        CKestro_VTS_ADMAP* t = mat.NewVTS_VOBU_ADMAP();
+        std::string bin = stem + kVtsAdmapBinSuffix;
+        Require(t->Asm_FromFile(ini.c_str(), 0, bin.c_str()), "VTS_VOBU_ADMAP", ErrorOf(*t));
+        outcome.tables.push_back("VTS_VOBU_ADMAP");
+    }
+
+    int h = int(mat.CreateKestroFile(out.c_str()));
+    if (h < 1) throw ToolError(out.string() + ": cannot be created");
+    bool ok;
+    {
+        // The title set's number comes from the IFO file's name and its VOB
+        // files are measured in the working folder: give the bare name.
+        WorkingDirectory wd(vobDir);
+        ok = absolute ? mat.AsmAbs(ini.c_str(), (unsigned short)h, ifoName.c_str())
+                      : mat.Asm(ini.c_str(), h, ifoName.c_str());
+    }
+    mat.CloseKestroFile((unsigned long)h);
+    Require(ok, "VTSI_MAT", ErrorOf(mat));
+    outcome.tables.insert(outcome.tables.begin(), "VTSI_MAT");
+}
+
+}  // namespace
+
+IfoKind KindOfIfo(const fs::path& ifo) {
+    std::ifstream in(ifo, std::ios::binary);
+    if (!in) throw ToolError(ifo.string() + ": cannot be read");
+    char id[12] = {};
+    in.read(id, sizeof id);
+    if (std::memcmp(id, "DVDVIDEO-VMG", 12) == 0) return IfoKind::Vmg;
+    if (std::memcmp(id, "DVDVIDEO-VTS", 12) == 0) return IfoKind::Vts;
+    throw ToolError(ifo.string() + ": not a DVD-Video information file");
+}
+
+const char* KindName(IfoKind kind) {
+    return kind == IfoKind::Vmg ? "video manager" : "title set";
+}
+
+std::string TmapIniSuffix(int map) { return " TmapTable" + std::to_string(map) + ".ini"; }
+
+std::string SideStem(const fs::path& source) {
+    std::string s = source.string();
+    return s.size() >= 4 ? s.substr(0, s.size() - 4) : std::string();
+}
+
+std::vector<TableReport> ReportIfo(const fs::path& ifo) {
+    return KindOfIfo(ifo) == IfoKind::Vmg ? ReportAll(ifo, VmgTables())
+                                          : ReportAll(ifo, VtsTables());
+}
+
+std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side) {
+    return KindOfIfo(ifo) == IfoKind::Vmg ? DisasmAll(ifo, ini, side, VmgTables())
+                                          : DisasmAll(ifo, ini, side, VtsTables());
+}
+
+std::vector<std::string> SectionsOf(const fs::path& ini) {
+    std::vector<char> buf(size_t(1) << 16);
+    std::vector<std::string> out;
+    for (;;) {
+        std::fill(buf.begin(), buf.end(), '\0');
+        INIGetSectionNames(ini.c_str(), buf.data(), int(buf.size()));
+        // The list ends with an empty name; when it filled the buffer, retry.
+        size_t pos = 0;
+        out.clear();
+        while (pos < buf.size() && buf[pos] != '\0') {
+            size_t len = strnlen(&buf[pos], buf.size() - pos);
+            out.emplace_back(&buf[pos], len);
+            pos += len + 1;
+        }
+        if (pos + 256 < buf.size()) return out;
+        buf.resize(buf.size() * 4);
+    }
+}
+
+std::string Statement(const fs::path& ini, const char* section, const char* key,
+                      const char* def) {
+    char value[256] = {};
+    INIGetPrivateProfileString(section, key, def, value, sizeof value, ini.c_str());
+    return value;
+}
+
+AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobDir,
+                  const std::string& ifoName, bool absolute) {
+    std::vector<std::string> sections = SectionsOf(ini);
+    AsmOutcome outcome;
+    bool vmg = HasSection(sections, "vmgi_mat");
+    bool vts = HasSection(sections, "vtsi_mat");
+    if (vmg == vts)
+        throw ToolError(ini.string() + (vmg ? ": holds both a vmgi_mat and a vtsi_mat section"
+                                            : ": has neither a vmgi_mat nor a vtsi_mat section"));
+    if (vmg) {
+        if (absolute) throw ToolError("--abs applies to title set sources only");
+        outcome.kind = IfoKind::Vmg;
+        AsmVmg(ini, sections, out, vobDir, ifoName, outcome);
+    } else {
+        outcome.kind = IfoKind::Vts;
+        AsmVts(ini, sections, out, vobDir, ifoName, absolute, outcome);
+    }
+    return outcome;
+}
+
+}  // namespace kestro_tool

@@ -1,0 +1,72 @@
+// How the kestro command drives the library: which tables an IFO file has,
+// in which order they are reported and written as source, and how an IFO
+// file is assembled from a source file.
+#ifndef KESTRO_TOOLS_HOST_H
+#define KESTRO_TOOLS_HOST_H
+
+#include <string>
+#include <vector>
+
+#include "files.h"
+
+namespace kestro_tool {
+
+enum class IfoKind { Vmg, Vts };
+
+// Reads the 12-character identifier; throws ToolError for other files.
+IfoKind KindOfIfo(const fs::path& ifo);
+const char* KindName(IfoKind kind);
+
+// One table's report as the library wrote it (line ends "\r\n").
+struct TableReport {
+    std::string table;  // "VTSI_MAT", "VTS_PGCIT", ...
+    std::string text;
+    bool ok = true;
+    std::string error;  // the table's error text when the report failed
+};
+
+// The report of every table of the file, management table first, the
+// others in load order. Tables the file does not have are left out. `ifo`
+// must be a private copy (the library opens it for writing).
+std::vector<TableReport> ReportIfo(const fs::path& ifo);
+
+// Where time map entries and VOBU maps go when a file is disassembled.
+enum class SideFiles {
+    None,    // one self-contained source
+    Ini,     // time map entries in the library's TmapTable INI side files
+    Binary,  // time maps and the title set's VOBU maps in binary side files
+};
+
+// Side files belong to a source file by name: the source path with its last
+// four characters (".ini") replaced by one of these suffixes.
+std::string TmapIniSuffix(int map);  // " TmapTable<k>.ini"
+extern const char* const kTmapBinSuffix;      // " tmap.bin"
+extern const char* const kVtsAdmapBinSuffix;  // " vts_vobu_admap.bin"
+extern const char* const kVtsmAdmapBinSuffix; // " vtsm_vobu_admap.bin"
+std::string SideStem(const fs::path& source);  // the path less its last four characters
+
+// Writes the source of `ifo` (a private copy) into `ini`, whose name must
+// end in ".ini"; returns the suffixes of the side files written next to it.
+std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side);
+
+struct AsmOutcome {
+    IfoKind kind = IfoKind::Vmg;
+    std::vector<std::string> tables;    // tables assembled, in layout order
+    std::vector<std::string> warnings;  // messages that did not stop assembly
+};
+
+// Assembles the IFO file described by `ini` (a private copy, with its side
+// files beside it under the same stem) into `out`. `ifoName` is the file
+// name the IFO file will have in `vobDir`, where its VOB files are measured.
+AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobDir,
+                  const std::string& ifoName, bool absolute);
+
+// Section names of a source file, in file order.
+std::vector<std::string> SectionsOf(const fs::path& ini);
+// One statement of a source file, or `def` when it is missing.
+std::string Statement(const fs::path& ini, const char* section, const char* key,
+                      const char* def = "$");
+
+}  // namespace kestro_tool
+
+#endif
