@@ -7,10 +7,12 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kestro/frame.h"
 #include "kestro/pgc.h"
+#include "kestro/tables.h"
 
 // ===========================================================================
 // VTS_PTT_SRPT: for every title unit (TTU) its parts of title (chapters),
@@ -156,6 +158,126 @@ private:
     LoadedTable m_loaded;
     std::vector<Map> m_maps;
     uint8_t m_header[8];  // file byte order
+};
+
+// ===========================================================================
+// VTSI_MAT, the management table in the first sector of VTS_nn_0.IFO, and the
+// driver that owns every other table of the file.
+//
+// Loading reads the management table and creates and loads each sub-table it
+// points at (VTS_PTT_SRPT, VTS_PGCIT, VTSM_PGCI_UT and its language units,
+// VTS_TMAPT, VTSM_C_ADT, VTSM_VOBU_ADMAP, VTS_C_ADT, VTS_VOBU_ADMAP). The
+// sub-tables read their bodies from the open file whenever they are reported,
+// so the host keeps the file open while it uses a loaded driver.
+//
+// After Load the fourteen addresses and start sectors (VTS_EA, VTSI_EA, the
+// category, VTSI_MAT_EA and the ten start sectors) are held least
+// significant byte first; after Asm/AsmAbs every field is in file order.
+// Details, the source and the start-sector accessors read the fields as held.
+//
+// Assembly (Asm, AsmAbs): the host creates each sub-table the file is to have
+// (New...), assembles it from the source, creates the output file and calls
+// Asm with the IFO path being built; its folder is where the title set's VOB
+// files are measured ("vts_nn_0.vob", then "vts_nn_1.vob" ... "vts_nn_9.vob"
+// up to the first gap, names matched case-insensitively), and its file name
+// gives the title-set number (characters 5 and 6, as in VTS_01_0.IFO).
+// ===========================================================================
+class KESTRO_API CKestro_VTS_MAT : public CBaseKestro {
+public:
+    static constexpr int kTableSize = 2048;
+
+    CKestro_VTS_MAT();
+    ~CKestro_VTS_MAT() override;
+    CKestro_VTS_MAT(const CKestro_VTS_MAT&) = delete;
+    CKestro_VTS_MAT& operator=(const CKestro_VTS_MAT&) = delete;
+
+    // 1 when the file starts with "DVDVIDEO-VTS", else 0 (sub-tables held
+    // from before are then kept). A successful load releases the sub-tables
+    // held from before and loads the new file's.
+    int Load(int hFile) override;
+    // Report of the management table's own fields (not of the sub-tables).
+    bool Details(char* buf, int len) override;
+    // Deletes iniPath, then writes the "vtsi_mat" section. Call it before the
+    // sub-tables' Disasm, which add their sections to the same file.
+    bool Disasm(const char* iniPath) override;
+    // Always false: assembly needs the output file and the IFO path.
+    bool Asm(const char* iniPath) override;
+    // Writes the 2048 bytes as held. Always true.
+    bool Write(int hFile) override;
+    // Does nothing.
+    void Get(unsigned long* a, unsigned long* b) override;
+
+    // Rebuilds the whole file into hFile (at its current position, normally
+    // byte 0) from the "vtsi_mat" section and the sub-tables held. AsmAbs also
+    // requires the absolute address statements, and keeps "vtsm_vobs_sa" when
+    // there is no menu VOB. Nothing is written when they return false.
+    bool Asm(const char* iniPath, int hFile, const char* ifoPath);
+    bool AsmAbs(const char* iniPath, unsigned short hFile, const char* ifoPath);
+
+    // Sub-tables. Get returns the held object or null. New stores a fresh
+    // object and returns it; an object held before is released (pointers to
+    // it become invalid), and a new VTSM_PGCI_UT also releases the language
+    // units, which describe the table it replaces. Delete releases and nulls.
+    CKestro_PTT_SRPT* GetVTS_PTT_SRPT() const { return m_ptt.get(); }
+    CKestro_VTS_PGCIT* GetVTS_PGCIT() const { return m_pgcit.get(); }
+    CKestro_VTSM_PGCI* GetVTSM_PGCI_UT() const { return m_pgciUt.get(); }
+    CKestro_VTSM_LU* GetVTSM_LU() const { return m_lu.get(); }
+    CKestro_VTS_TMAP* GetVTS_TMAPT() const { return m_tmap.get(); }
+    CKestro_VTSM_CADT* GetVTSM_C_ADT() const { return m_vtsmCadt.get(); }
+    CKestro_VTSM_ADMAP* GetVTSM_VOBU_ADMAP() const { return m_vtsmAdmap.get(); }
+    CKestro_VTS_CADT* GetVTS_C_ADT() const { return m_vtsCadt.get(); }
+    CKestro_VTS_ADMAP* GetVTS_VOBU_ADMAP() const { return m_vtsAdmap.get(); }
+
+    CKestro_PTT_SRPT* NewVTS_PTT_SRPT();
+    CKestro_VTS_PGCIT* NewVTS_PGCIT();
+    CKestro_VTSM_PGCI* NewVTSM_PGCI_UT();
+    CKestro_VTSM_LU* NewVTSM_LU();
+    CKestro_VTS_TMAP* NewVTS_TMAPT();
+    CKestro_VTSM_CADT* NewVTSM_C_ADT();
+    CKestro_VTSM_ADMAP* NewVTSM_VOBU_ADMAP();
+    CKestro_VTS_CADT* NewVTS_C_ADT();
+    CKestro_VTS_ADMAP* NewVTS_VOBU_ADMAP();
+
+    void DeleteVTS_PTT_SRPT();
+    void DeleteVTS_PGCIT();
+    void DeleteVTSM_PGCI_UT();
+    void DeleteVTSM_LU();
+    void DeleteVTS_TMAPT();
+    void DeleteVTSM_C_ADT();
+    void DeleteVTSM_VOBU_ADMAP();
+    void DeleteVTS_C_ADT();
+    void DeleteVTS_VOBU_ADMAP();
+
+    // Start sector of VTSM_PGCI_UT as held: the language units need it.
+    unsigned long GetVTSM_PGCIT_SA() const;
+
+private:
+    unsigned long GetVTS_PTT_SRPT_SA() const;
+    unsigned long GetVTS_PGCIT_SA() const;
+    unsigned long GetVTS_TMAP_SA() const;
+    unsigned long GetVTSM_C_ADT_SA() const;
+    unsigned long GetVTSM_VOUB_ADMAP_SA() const;
+    unsigned long GetVTS_C_ADT_SA() const;
+    unsigned long GetVTS_VOUB_ADMAP_SA() const;
+    bool LoadVTSM_VOBS() const;
+    bool LoadVTSTT_VOBS() const;
+    unsigned long Held32(size_t offset) const;
+
+    void WriteAsmVTSI_MAT(unsigned short hFile);
+    bool ReadSource(const char* iniPath, bool absolute);
+    bool Assemble(const char* iniPath, int hFile, const char* ifoPath, bool absolute);
+    void DeleteSubTables();
+
+    std::array<uint8_t, kTableSize> m_mat;
+    std::unique_ptr<CKestro_PTT_SRPT> m_ptt;
+    std::unique_ptr<CKestro_VTS_PGCIT> m_pgcit;
+    std::unique_ptr<CKestro_VTSM_PGCI> m_pgciUt;
+    std::unique_ptr<CKestro_VTSM_LU> m_lu;
+    std::unique_ptr<CKestro_VTS_TMAP> m_tmap;
+    std::unique_ptr<CKestro_VTSM_CADT> m_vtsmCadt;
+    std::unique_ptr<CKestro_VTSM_ADMAP> m_vtsmAdmap;
+    std::unique_ptr<CKestro_VTS_CADT> m_vtsCadt;
+    std::unique_ptr<CKestro_VTS_ADMAP> m_vtsAdmap;
 };
 
 #endif
