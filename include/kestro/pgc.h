@@ -51,10 +51,19 @@ public:
                     const char* prefix, const char* section, unsigned long dataSize);
 
     // ---- Assembly from source ----
+    // Each reads one part of the PGC from section of iniFile, keys prefixed
+    // with prefix; false with the message in the error text. At most 256
+    // cells and 256 program-map bytes are read. A command table declaring
+    // more than 384 commands in all is refused as a whole ("In [section] of
+    // file the command table declares N commands, more than the 384
+    // allowed") and leaves no command table behind.
     bool AsmPGC_C_POSIT(const char* iniFile, const char* section, const char* prefix);
     bool AsmPGC_C_PBIT(const char* iniFile, const char* section, const char* prefix);
     bool AsmPGC_PGMAP(const char* iniFile, const char* section, const char* prefix);
     bool AsmPGC_CMDT(const char* iniFile, const char* section, const char* prefix);
+    // The four above in that order, then the general information, checking
+    // the program count against the padded map length and the cell count
+    // against C_PBIT.
     bool AsmPGCI(const char* iniFile, const char* section, const char* prefix);
 
     // Size of the PGC GetPGCData will write; stores the start offsets in the

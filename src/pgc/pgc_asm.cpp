@@ -155,15 +155,16 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
     const int programs = gi[kGiPrograms] & 0x7F;
     const int mapLength = m.pgmapLength;
     if (programs != mapLength && programs != mapLength - 1) {
-        SetError("Number of Programs in cnt [%d] not equal to number of programs defined in "
-                 "PGMAP_PROG [%d]",
-                 programs, mapLength);
+        static const char kPrograms[] =
+            "Number of Programs in cnt [%d] not equal to number of programs defined in PGMAP_PROG [%d]";
+        SetError(kPrograms, programs, mapLength);
         return false;
     }
     if (gi[kGiCells] != m.pbit.size()) {
-        SetError("In [%s] at [%s] the number of Cells in cnt not equal to number of cells "
-                 "defined in C_PBIT. Cell count = %d and C_PBIT = %d ",
-                 s.Ini(), s.Section(), gi[kGiCells], int(m.pbit.size()));
+        // The message ends in a blank, kept as hosts have always shown it.
+        static const char kCells[] =
+            "In [%s] at [%s] the number of Cells in cnt not equal to number of cells defined in C_PBIT. Cell count = %d and C_PBIT = %d ";
+        SetError(kCells, s.Ini(), s.Section(), gi[kGiCells], int(m.pbit.size()));
         return false;
     }
 
