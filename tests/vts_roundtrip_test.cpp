@@ -5,84 +5,13 @@
 #include <cstring>
 
 #include "kestro/vts.h"
-#include "vts_util.h"
+#include "vts_host.h"
 
 namespace {
 
-// What a host does to report every table of a loaded driver. Returns the
-// whole report; each table's own result is collected in `ok`.
-std::string ReportAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, std::vector<bool>& ok) {
-    std::vector<char> buf(1 << 22);
-    const int len = int(buf.size()) - 3;
-    std::string all;
-    auto take = [&](bool r) {
-        ok.push_back(r);
-        all += buf.data();
-        buf[0] = 0;
-    };
-    take(mat.Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_PTT_SRPT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_PGCIT()) take(t->Details(&codec, buf.data(), len));
-    if (auto* t = mat.GetVTSM_PGCI_UT()) {
-        take(t->Details(buf.data(), len));
-        if (auto* lu = mat.GetVTSM_LU())
-            take(lu->Details(buf.data(), len, &codec, t, mat.GetVTSM_PGCIT_SA()));
-    }
-    if (auto* t = mat.GetVTS_TMAPT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTSM_C_ADT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTSM_VOBU_ADMAP()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_C_ADT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_VOBU_ADMAP()) take(t->Details(buf.data(), len));
-    return all;
-}
-
-// The driver's section first (it starts a fresh file), then every table's,
-// then the time-map entries joined into the source so that Asm finds them.
-void DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const std::string& ini) {
-    const char* p = ini.c_str();
-    ASSERT_TRUE(mat.Disasm(p));
-    if (auto* t = mat.GetVTS_PTT_SRPT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTS_PGCIT()) {
-        EXPECT_TRUE(t->Disasm(p, &codec));
-    }
-    if (auto* t = mat.GetVTSM_PGCI_UT()) {
-        EXPECT_TRUE(t->Disasm(p));
-        if (auto* lu = mat.GetVTSM_LU()) lu->Disasm(p, &codec, t, mat.GetVTSM_PGCIT_SA());
-    }
-    if (auto* t = mat.GetVTS_TMAPT()) {
-        EXPECT_TRUE(t->Disasm(p));
-        EXPECT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(p));
-    }
-    if (auto* t = mat.GetVTSM_C_ADT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTSM_VOBU_ADMAP()) t->Disasm(p);
-    if (auto* t = mat.GetVTS_C_ADT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTS_VOBU_ADMAP()) t->Disasm(p);
-}
-
-// Creates in `out` each table `loaded` holds, assembles it from the source,
-// and builds the whole file at ifoPath.
-bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec,
-            const std::string& ini, const std::string& ifoPath, bool absolute) {
-    const char* p = ini.c_str();
-    if (loaded.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
-    if (loaded.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);
-    if (loaded.GetVTSM_PGCI_UT()) out.NewVTSM_PGCI_UT()->Asm(p, &codec);
-    if (loaded.GetVTS_TMAPT()) out.NewVTS_TMAPT()->Asm(p);
-    if (loaded.GetVTSM_C_ADT()) out.NewVTSM_C_ADT()->Asm(p);
-    if (loaded.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
-    if (loaded.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
-    if (loaded.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
-    vt::Output file(ifoPath);
-    if (file.h == -1) return false;
-    return absolute ? out.AsmAbs(p, static_cast<unsigned short>(file.h), ifoPath.c_str())
-                    : out.Asm(p, file.h, ifoPath.c_str());
-}
+using vt::AsmAll;
+using vt::DisasmAll;
+using vt::ReportAll;
 
 struct Round {
     std::string report;
@@ -131,6 +60,52 @@ TEST_P(VtsRoundTrip, EveryRealTitleSetComesBackByteForByte) {
         Round second = OneRound(work / "first/VTS_01_0.IFO", work, "second", absolute);
         EXPECT_EQ(second.rebuilt, first.rebuilt);
         EXPECT_EQ(kt::ReadBytes(original), before) << "the corpus is never written";
+    }
+}
+
+// Beside VOB files of the sizes the original management table implies (sparse
+// files: only their sizes are read), the first rebuild of each real title set
+// is the original file itself: these discs keep their tables back to back
+// and carry no menu video attribute that the source form would shorten.
+TEST(VtsRealDiscs, BesideItsVobsARealTitleSetIsRebuiltExactly) {
+    std::vector<std::string> files = kt::CorpusFiles("VTS_");
+    KT_SKIP_IF_EMPTY(files);
+    for (const auto& original : files) {
+        SCOPED_TRACE(original);
+        const std::vector<uint8_t> bytes = kt::ReadBytes(original);
+        ASSERT_GE(bytes.size(), 2048u);
+        auto be32 = [&](size_t at) {
+            return uint32_t(bytes[at]) << 24 | uint32_t(bytes[at + 1]) << 16 |
+                   uint32_t(bytes[at + 2]) << 8 | bytes[at + 3];
+        };
+        const uint32_t vtsEa = be32(12), vtsiEa = be32(28), menuSa = be32(192),
+                       titleSa = be32(196);
+        kt::TempDir work;
+        kt::fs::create_directories(work.path() / "out");
+        auto vob = [&](const std::string& name, uint64_t sectors) {
+            std::string path = work / ("out/" + name);
+            kt::WriteBytes(path, {});
+            kt::fs::resize_file(path, sectors * 2048);
+        };
+        if (menuSa) vob("vts_01_0.vob", titleSa - menuSa);
+        uint64_t title = vtsEa - vtsiEa - titleSa;
+        for (int i = 1; title > 0 && i <= 9; ++i) {
+            uint64_t part = title < 524287 ? title : 524287;  // under 1 GiB each
+            vob("vts_01_" + std::to_string(i) + ".vob", part);
+            title -= part;
+        }
+        ASSERT_EQ(title, 0u);
+
+        vt::Handle f(original, 0x8000);
+        CKestro_VTS_MAT mat;
+        ASSERT_EQ(mat.Load(f.h), 1);
+        CKestro_PGCI codec;
+        std::string ini = work / "s.ini";
+        DisasmAll(mat, codec, ini);
+        CKestro_VTS_MAT built;
+        std::string rebuilt = work / "out/VTS_01_0.IFO";
+        ASSERT_TRUE(AsmAll(mat, built, codec, ini, rebuilt, false)) << vt::ErrorText(built);
+        EXPECT_EQ(kt::ReadBytes(rebuilt), bytes);
     }
 }
 
