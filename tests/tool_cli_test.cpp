@@ -171,6 +171,22 @@ TEST_F(ToolCli, ReportShowsEveryTableInLoadOrder) {
     EXPECT_NE(r.out.find("VTS Identifier: DVDVIDEO-VTS"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find('\r'), std::string::npos);
 
+    // A report far larger than the first buffer is complete; a table whose
+    // report fails for another reason shows its error text, and the other
+    // tables are still reported.
+    std::string big = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
+    for (int i = 1; i <= 6000; ++i) big += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" +
+                                           std::to_string(i * 7) + "\n";
+    kt::WriteText(dir / "big.ini", big);
+    ASSERT_EQ(tt::Kestro({"asm", dir / "big.ini", "-o", dir / "VTS_02_0.IFO"}).code, 0);
+    r = tt::Kestro({"report", dir / "VTS_02_0.IFO"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("VTS_02_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0"), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.out.find("Number of Title Unit Serch Pointers TTUs in the VTS: 0"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("  VOBU 6000 starts at sector 42000\n"), std::string::npos);
+
     // With the corpus: every table of a real video manager, in load order.
     auto discs = kt::CorpusFiles("VIDEO_TS");
     if (discs.empty()) return;

@@ -29,6 +29,11 @@ std::string TerminalText(const std::string& text) {
     return out;
 }
 
+bool LooksLikeTitleSetName(const std::string& name) {
+    return name.size() >= 6 && std::isdigit(static_cast<unsigned char>(name[4])) &&
+           std::isdigit(static_cast<unsigned char>(name[5]));
+}
+
 // Copies side files of `source` (named by its stem) next to `privateIni`.
 void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
     const std::string from = SideStem(source), to = SideStem(privateIni);
@@ -152,6 +157,10 @@ int RunAsm(const AsmArgs& args) {
     }
     for (const auto& w : outcome.warnings)
         Complain("warning: " + source.filename().string() + ": " + w);
+    if (outcome.kind == IfoKind::Vts && !LooksLikeTitleSetName(output.filename().string()))
+        Complain("warning: " + output.filename().string() +
+                 ": the title set number is read from characters 5 and 6 of the IFO file's "
+                 "name (VTS_nn_0.IFO), and its VOB files are named after it");
     if (bup) CopyFileTo(ifo.temp(), bup->temp());
     ifo.Commit();
     if (bup) bup->Commit();

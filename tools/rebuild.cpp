@@ -275,7 +275,8 @@ int RunRebuild(const RebuildArgs& args) {
         try {
             DisasmIfo(copy, ini, SideFiles::None);
             if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs);
-            AsmOutcome outcome = AsmIfo(ini, videoTs / name, videoTs, name, args.absolute);
+            AsmOutcome outcome = AsmIfo(ini, videoTs / name, videoTs, name,
+                                         args.absolute && kind == IfoKind::Vts);
             for (const auto& w : outcome.warnings) Complain("warning: " + name + ": " + w);
         } catch (const ToolError& e) {
             throw ToolError(name + ": " + e.what());
