@@ -64,6 +64,8 @@ struct Session {
 using VmgSession = Session<CKestro_VMG_MAT>;
 using VtsSession = Session<CKestro_VTS_MAT>;
 
+using Sides = std::vector<std::string>;
+
 template <class S>
 struct TableOps {
     const char* name;
@@ -75,33 +77,71 @@ struct TableOps {
         disasm;
 };
 
+// A table reached through `get` whose Details and Disasm take the plain
+// arguments; `disasm` replaces the plain Disasm where side files are made.
+template <class S, class Get>
+TableOps<S> Plain(const char* name, Get get) {
+    return {name,
+            [get](S& s, char* b, int n, std::string& e) {
+                return With(get(s), e, [&](auto& t) { return t.Details(b, n); });
+            },
+            [get](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
+                return With(get(s), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
+            }};
+}
+
+template <class S, class Get, class Disasm>
+TableOps<S> WithSideFiles(const char* name, Get get, Disasm disasm) {
+    TableOps<S> ops = Plain<S>(name, get);
+    ops.disasm = [get, disasm](S& s, const fs::path& ini, SideFiles side, Sides& sides,
+                               std::string& e) {
+        return With(get(s), e, [&](auto& t) { return disasm(t, ini, side, sides); });
+    };
+    return ops;
+}
+
+// Time maps: joined into the source, kept in TmapTable INI files, or in one
+// binary side file.
+bool DisasmTimeMaps(CKestro_VTS_TMAP& t, const fs::path& ini, SideFiles side, Sides& sides) {
+    if (side == SideFiles::Binary) {
+        std::string bin = SideStem(ini) + kTmapBinSuffix;
+        if (!t.DisasmToFile(ini.c_str(), bin.c_str())) return false;
+        sides.push_back(kTmapBinSuffix);
+        return true;
+    }
+    if (!t.Disasm(ini.c_str())) return false;
+    int maps = std::atoi(Statement(ini, "vts_tmapt", "vts_tmap_ns", "0").c_str());
+    if (side == SideFiles::None) {
+        if (!CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str())) return false;
+        for (int k = 1; k <= maps; ++k) {
+            std::string p = SideStem(ini) + TmapIniSuffix(k);
+            INIForgetFile(p.c_str());
+            std::remove(p.c_str());
+        }
+        return true;
+    }
+    for (int k = 1; k <= maps; ++k)
+        if (fs::exists(SideStem(ini) + TmapIniSuffix(k))) sides.push_back(TmapIniSuffix(k));
+    return true;
+}
+
+// A title set's VOBU map: in source, or in a counted binary side file.
+template <class T>
+bool DisasmVobuMap(T& t, bool (T::*toFile)(const char*, const char*), const char* suffix,
+                   const fs::path& ini, SideFiles side, Sides& sides) {
+    if (side != SideFiles::Binary) return t.Disasm(ini.c_str());
+    std::string bin = SideStem(ini) + suffix;
+    if (!(t.*toFile)(ini.c_str(), bin.c_str())) return false;
+    sides.push_back(suffix);
+    return true;
+}
+
 const std::vector<TableOps<VmgSession>>& VmgTables() {
     using S = VmgSession;
-    using Sides = std::vector<std::string>;
     static const std::vector<TableOps<S>> tables = {
-        {"VMGI_MAT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(&s.mat, e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(&s.mat, e, [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"TT_SRPT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMG_PTT_SRPT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMG_PTT_SRPT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VMGM_PGCI_UT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMGM_PGCI_UT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMGM_PGCI_UT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
+        Plain<S>("VMGI_MAT", [](S& s) { return &s.mat; }),
+        Plain<S>("TT_SRPT", [](S& s) { return s.mat.GetVMG_PTT_SRPT(); }),
+        Plain<S>("VMGM_PGCI_UT", [](S& s) { return s.mat.GetVMGM_PGCI_UT(); }),
         {"VMGM_LU",
          [](S& s, char* b, int n, std::string& e) {
              return With(s.mat.GetVMGM_LU(), e, [&](auto& t) {
@@ -115,68 +155,21 @@ const std::vector<TableOps<VmgSession>>& VmgTables() {
                                  s.mat.GetVMGM_PGCI_UT());
              });
          }},
-        {"PTL_MAIT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMG_MAIT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMG_MAIT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VTS_ATRT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMG_ATRT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMG_ATRT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"TXTDT_MG",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMG_TXTDT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMG_TXTDT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VMGM_C_ADT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMGM_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMGM_C_ADT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VMGM_VOBU_ADMAP",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVMGM_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         // The video manager's map has no side-file writer: it stays in source.
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVMGM_VOBU_ADMAP(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
+        Plain<S>("PTL_MAIT", [](S& s) { return s.mat.GetVMG_MAIT(); }),
+        Plain<S>("VTS_ATRT", [](S& s) { return s.mat.GetVMG_ATRT(); }),
+        Plain<S>("TXTDT_MG", [](S& s) { return s.mat.GetVMG_TXTDT(); }),
+        Plain<S>("VMGM_C_ADT", [](S& s) { return s.mat.GetVMGM_C_ADT(); }),
+        // The video manager's map has no side-file writer: it stays in source.
+        Plain<S>("VMGM_VOBU_ADMAP", [](S& s) { return s.mat.GetVMGM_VOBU_ADMAP(); }),
     };
     return tables;
 }
 
 const std::vector<TableOps<VtsSession>>& VtsTables() {
     using S = VtsSession;
-    using Sides = std::vector<std::string>;
     static const std::vector<TableOps<S>> tables = {
-        {"VTSI_MAT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(&s.mat, e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(&s.mat, e, [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VTS_PTT_SRPT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTS_PTT_SRPT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVTS_PTT_SRPT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
+        Plain<S>("VTSI_MAT", [](S& s) { return &s.mat; }),
+        Plain<S>("VTS_PTT_SRPT", [](S& s) { return s.mat.GetVTS_PTT_SRPT(); }),
         {"VTS_PGCIT",
          [](S& s, char* b, int n, std::string& e) {
              return With(s.mat.GetVTS_PGCIT(), e,
@@ -186,14 +179,7 @@ const std::vector<TableOps<VtsSession>>& VtsTables() {
              return With(s.mat.GetVTS_PGCIT(), e,
                          [&](auto& t) { return t.Disasm(ini.c_str(), &s.pgc); });
          }},
-        {"VTSM_PGCI_UT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTSM_PGCI_UT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVTSM_PGCI_UT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
+        Plain<S>("VTSM_PGCI_UT", [](S& s) { return s.mat.GetVTSM_PGCI_UT(); }),
         {"VTSM_LU",
          [](S& s, char* b, int n, std::string& e) {
              return With(s.mat.GetVTSM_LU(), e, [&](auto& t) {
@@ -207,77 +193,22 @@ const std::vector<TableOps<VtsSession>>& VtsTables() {
                                  s.mat.GetVTSM_PGCIT_SA());
              });
          }},
-        {"VTS_TMAPT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTS_TMAPT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
-             return With(s.mat.GetVTS_TMAPT(), e, [&](CKestro_VTS_TMAP& t) {
-                 if (side == SideFiles::Binary) {
-                     std::string bin = SideStem(ini) + kTmapBinSuffix;
-                     if (!t.DisasmToFile(ini.c_str(), bin.c_str())) return false;
-                     sides.push_back(kTmapBinSuffix);
-                     return true;
-                 }
-                 if (!t.Disasm(ini.c_str())) return false;
-                 int maps = std::atoi(Statement(ini, "vts_tmapt", "vts_tmap_ns", "0").c_str());
-                 if (side == SideFiles::None) {
-                     // One self-contained source: the entries join the main file.
-                     if (!CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str())) return false;
-                     for (int k = 1; k <= maps; ++k) {
-                         std::string p = SideStem(ini) + TmapIniSuffix(k);
-                         INIForgetFile(p.c_str());
-                         std::remove(p.c_str());
-                     }
-                     return true;
-                 }
-                 for (int k = 1; k <= maps; ++k)
-                     if (fs::exists(SideStem(ini) + TmapIniSuffix(k)))
-                         sides.push_back(TmapIniSuffix(k));
-                 return true;
-             });
-         }},
-        {"VTSM_C_ADT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTSM_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVTSM_C_ADT(), e,
-                         [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VTSM_VOBU_ADMAP",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTSM_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
-             return With(s.mat.GetVTSM_VOBU_ADMAP(), e, [&](CKestro_VTSM_ADMAP& t) {
-                 if (side != SideFiles::Binary) return t.Disasm(ini.c_str());
-                 std::string bin = SideStem(ini) + kVtsmAdmapBinSuffix;
-                 if (!t.DisasmToFile(ini.c_str(), bin.c_str())) return false;
-                 sides.push_back(kVtsmAdmapBinSuffix);
-                 return true;
-             });
-         }},
-        {"VTS_C_ADT",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTS_C_ADT(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles, Sides&, std::string& e) {
-             return With(s.mat.GetVTS_C_ADT(), e, [&](auto& t) { return t.Disasm(ini.c_str()); });
-         }},
-        {"VTS_VOBU_ADMAP",
-         [](S& s, char* b, int n, std::string& e) {
-             return With(s.mat.GetVTS_VOBU_ADMAP(), e, [&](auto& t) { return t.Details(b, n); });
-         },
-         [](S& s, const fs::path& ini, SideFiles side, Sides& sides, std::string& e) {
-             return With(s.mat.GetVTS_VOBU_ADMAP(), e, [&](CKestro_VTS_ADMAP& t) {
-                 if (side != SideFiles::Binary) return t.Disasm(ini.c_str());
-                 std::string bin = SideStem(ini) + kVtsAdmapBinSuffix;
-                 if (!t.Disasm_ToFile(ini.c_str(), bin.c_str())) return false;
-                 sides.push_back(kVtsAdmapBinSuffix);
-                 return true;
-             });
-         }},
+        WithSideFiles<S>("VTS_TMAPT", [](S& s) { return s.mat.GetVTS_TMAPT(); },
+                         DisasmTimeMaps),
+        Plain<S>("VTSM_C_ADT", [](S& s) { return s.mat.GetVTSM_C_ADT(); }),
+        WithSideFiles<S>("VTSM_VOBU_ADMAP", [](S& s) { return s.mat.GetVTSM_VOBU_ADMAP(); },
+                         [](CKestro_VTSM_ADMAP& t, const fs::path& ini, SideFiles side,
+                            Sides& sides) {
+                             return DisasmVobuMap(t, &CKestro_VTSM_ADMAP::DisasmToFile,
+                                                  kVtsmAdmapBinSuffix, ini, side, sides);
+                         }),
+        Plain<S>("VTS_C_ADT", [](S& s) { return s.mat.GetVTS_C_ADT(); }),
+        WithSideFiles<S>("VTS_VOBU_ADMAP", [](S& s) { return s.mat.GetVTS_VOBU_ADMAP(); },
+                         [](CKestro_VTS_ADMAP& t, const fs::path& ini, SideFiles side,
+                            Sides& sides) {
+                             return DisasmVobuMap(t, &CKestro_VTS_ADMAP::Disasm_ToFile,
+                                                  kVtsAdmapBinSuffix, ini, side, sides);
+                         }),
     };
     return tables;
 }
