@@ -133,6 +133,31 @@ TEST_F(ToolCli, AssemblesWritesBackupAndNeverReplacesWithoutForce) {
     EXPECT_FALSE(fs::exists(dir / "VTS_03_0.BUP"));
 }
 
+TEST_F(ToolCli, RebuildKeepsExistingFoldersAndItsInput) {
+    std::string src = dir / "vts.ini";
+    kt::WriteText(src, MinimalVtsSource());
+    fs::create_directories(dir / "disc/VIDEO_TS");
+    ASSERT_EQ(tt::Kestro({"asm", src, "-o", dir / "disc/VIDEO_TS/VTS_01_0.IFO"}).code, 0);
+    fs::create_directories(dir / "out");
+    kt::WriteText(dir / "out/keep", "x");
+
+    tt::Result r = tt::Kestro({"rebuild", dir / "disc", "-o", dir / "out"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(fs::exists(dir / "out/keep"));
+    for (const char* bad : {"disc", "disc/VIDEO_TS", "disc/new", "."}) {
+        r = tt::Kestro({"rebuild", dir / "disc", "-o", dir / bad, "--force"});
+        EXPECT_EQ(r.code, 1) << bad;
+        EXPECT_NE(r.err.find("outside the input"), std::string::npos) << r.err;
+    }
+    r = tt::Kestro({"rebuild", dir / "disc", "-o", dir / "out", "--force", "-q"});
+    ASSERT_EQ(r.code, 0) << r.err;
+    EXPECT_FALSE(fs::exists(dir / "out/keep"));
+    EXPECT_EQ(kt::ReadBytes(dir / "out/VIDEO_TS/VTS_01_0.IFO"),
+              kt::ReadBytes(dir / "disc/VIDEO_TS/VTS_01_0.IFO"));
+    EXPECT_TRUE(fs::exists(dir / "out/VIDEO_TS/VTS_01_0.BUP"));
+    EXPECT_TRUE(fs::exists(dir / "disc/VIDEO_TS/VTS_01_0.IFO"));
+}
+
 TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     std::string src = dir / "vts.ini";
     kt::WriteText(src, MinimalVtsSource());

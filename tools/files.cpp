@@ -79,7 +79,10 @@ fs::path Absolute(const fs::path& p) {
     std::error_code ec;
     fs::path a = fs::absolute(p, ec);
     if (ec) return p;
-    return a.lexically_normal();
+    a = a.lexically_normal();
+    // "dir/" and "dir/." name the folder itself.
+    if (!a.has_filename() && a.has_relative_path()) a = a.parent_path();
+    return a;
 }
 
 void CopyFileTo(const fs::path& from, const fs::path& to) {

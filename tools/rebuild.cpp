@@ -252,6 +252,16 @@ int RunRebuild(const RebuildArgs& args) {
     std::vector<fs::path> ifos = IfoFilesOf(in);
     if (ifos.empty()) throw ToolError(args.input + ": no IFO files in this folder");
     std::error_code ec;
+    // Replacing the input (or a folder around it) would destroy it.
+    auto within = [](const fs::path& inner, const fs::path& outer) {
+        auto o = outer.begin(), i = inner.begin();
+        for (; o != outer.end(); ++o, ++i)
+            if (i == inner.end() || *o != *i) return false;
+        return true;
+    };
+    fs::path inRoot = Absolute(args.input);
+    if (within(inRoot, out) || within(out, inRoot) || within(in, out))
+        throw ToolError(out.string() + ": the output folder must lie outside the input");
     if (fs::exists(fs::symlink_status(out, ec)) && !args.force)
         throw ToolError(out.string() + " exists (use --force to replace it)");
     if (!fs::is_directory(out.parent_path()))
