@@ -136,7 +136,7 @@ bool CKestro_PTT_SRPT::Asm(const char* iniPath) {
         // Fixed columns: TTU number in characters 1-3, PGCN in 5-7, PGN from
         // character 9 on. Bytes past a short value read as empty fields.
         char v[Source::kValueSize] = {};
-        std::strncpy(v, src.Value(), sizeof v - 1);
+        Format(v, sizeof v, "%s", src.Value());
         v[3] = 0;
         v[7] = 0;
         int ttu = std::atoi(v);

@@ -149,7 +149,7 @@ bool CKestro_VTS_MAT::ReadSource(const char* iniPath, bool absolute) {
                 // The second character is cut off: the major number is the
                 // first character alone, the minor number the rest.
                 char v[Source::kValueSize] = {};
-                std::strncpy(v, src.Value(), sizeof v - 1);
+                Format(v, sizeof v, "%s", src.Value());
                 v[1] = 0;
                 int major = std::atoi(v), minor = std::atoi(v + 2);
                 m_mat[s.offset + 1] = uint8_t(major * 16 + minor % 16);
