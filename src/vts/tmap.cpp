@@ -55,11 +55,6 @@ private:
     size_t budget_;
 };
 
-void WriteMapStatements(Source& src, uint32_t k, const LoadedMap& m) {
-    src.Write(src.Key("vts_tmap%02d_sa", int(k)), "%d.", int(m.start));
-    src.Write(src.Key("vts_tmap%02d_tmu", int(k)), "%d", m.timeUnit);
-    src.Write(src.Key("vts_tmap%02d_map_en_ns", int(k)), "%d", m.entries);
-}
 
 }  // namespace
 
@@ -112,17 +107,35 @@ bool CKestro_VTS_TMAP::Details(char* buf, int len) {
     return ok;
 }
 
-bool CKestro_VTS_TMAP::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    MapWalk walk(m_loaded);
+namespace {
+
+// The source form of a loaded table: the table's statements and each map's
+// in the main file; `entries(k, map, walk)` puts map k's entries wherever
+// the form keeps them.
+template <class Entries>
+void WriteSource(LoadedTable& loaded, const char* iniPath, Entries entries) {
+    loaded.ReadBody();
+    MapWalk walk(loaded);
     Source src(iniPath, kSectionTable);
-    src.Write("vts_tmap_ns", "%d", m_loaded.count);
-    src.Write("vts_tmapt_ea", "%d", int(m_loaded.endAddress));
+    src.Write("vts_tmap_ns", "%d", loaded.count);
+    src.Write("vts_tmapt_ea", "%d", int(loaded.endAddress));
     src.SetSection(kSectionMaps);
-    char sidePath[4096];
     for (uint32_t k = 1; k <= walk.Maps(); ++k) {
         LoadedMap m = walk.Map(k - 1);
-        WriteMapStatements(src, k, m);
+        src.Write(src.Key("vts_tmap%02d_sa", int(k)), "%d.", int(m.start));
+        src.Write(src.Key("vts_tmap%02d_tmu", int(k)), "%d", m.timeUnit);
+        src.Write(src.Key("vts_tmap%02d_map_en_ns", int(k)), "%d", m.entries);
+        entries(src, k, m, walk);
+    }
+    loaded.FreeBody();
+    INIFlushFiles();
+}
+
+}  // namespace
+
+bool CKestro_VTS_TMAP::Disasm(const char* iniPath) {
+    char sidePath[4096];
+    WriteSource(m_loaded, iniPath, [&](Source&, uint32_t k, const LoadedMap& m, MapWalk& walk) {
         SideFilePath(iniPath, int(k), sidePath, sizeof sidePath);
         Source side(sidePath, kSectionMaps);
         uint32_t e = walk.Take(m);
@@ -133,9 +146,7 @@ bool CKestro_VTS_TMAP::Disasm(const char* iniPath) {
             side.Write(side.Key("vts_tmap%02d_entry%02d_address", int(k), int(j)), "%d",
                        int(v & ~kDiscontinuity));
         }
-    }
-    m_loaded.FreeBody();
-    INIFlushFiles();
+    });
     return true;
 }
 
@@ -150,16 +161,8 @@ bool CKestro_VTS_TMAP::DisasmToFile(const char* iniPath, const char* binPath) {
                  binPath ? binPath : "");
         return false;
     }
-    m_loaded.ReadBody();
-    MapWalk walk(m_loaded);
-    Source src(iniPath, kSectionTable);
-    src.Write("vts_tmap_ns", "%d", m_loaded.count);
-    src.Write("vts_tmapt_ea", "%d", int(m_loaded.endAddress));
-    src.SetSection(kSectionMaps);
     std::vector<uint8_t> le;
-    for (uint32_t k = 1; k <= walk.Maps(); ++k) {
-        LoadedMap m = walk.Map(k - 1);
-        WriteMapStatements(src, k, m);
+    WriteSource(m_loaded, iniPath, [&](Source& src, uint32_t k, const LoadedMap& m, MapWalk& walk) {
         src.Write(src.Key("vts_tmap%02d_file_offset", int(k)), "%d", int(FileTell(hBin)));
         uint32_t e = walk.Take(m);
         le.assign(4 * size_t(e), 0);
@@ -168,10 +171,8 @@ bool CKestro_VTS_TMAP::DisasmToFile(const char* iniPath, const char* binPath) {
             for (int b = 0; b < 4; ++b) le[4 * size_t(j) + b] = uint8_t(v >> (8 * b));
         }
         if (!le.empty()) FileWrite(hBin, le.data(), le.size());
-    }
-    m_loaded.FreeBody();
+    });
     FileClose(hBin);
-    INIFlushFiles();
     return true;
 }
 
