@@ -1,0 +1,371 @@
+// Drives the library the way a host does, for the fuzz targets and the
+// hostile-input tests: load an IFO file and report and disassemble every
+// table it has; assemble every table from a source and lay a whole file out.
+// Nothing here checks results: the point is that no input, however damaged,
+// makes the library read or write outside its memory, hang or leak.
+#ifndef KESTRO_FUZZ_KESTRO_DRIVE_H
+#define KESTRO_FUZZ_KESTRO_DRIVE_H
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kestro/kestro.h"
+
+namespace kdrive {
+
+// A private folder (in memory when /dev/shm exists) holding the files one
+// run needs: the IFO file under its real name, the source, the output file
+// and one small VOB file per kind so that assembly finds something to
+// measure. Clear() removes what a run left behind, including the INI
+// store's cached copies.
+class Scratch {
+public:
+    explicit Scratch(const char* tag) {
+        const char* base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+        std::string tmpl = std::string(base) + "/kestro-" + tag + "-XXXXXX";
+        std::vector<char> buf(tmpl.begin(), tmpl.end());
+        buf.push_back('\0');
+        dir_ = mkdtemp(buf.data()) ? buf.data() : tmpl;
+        std::vector<uint8_t> sector(2048, 0);
+        Put("VIDEO_TS.VOB", sector.data(), sector.size());
+        Put("VTS_01_0.VOB", sector.data(), sector.size());
+        Put("VTS_01_1.VOB", sector.data(), sector.size());
+    }
+    ~Scratch() {
+        Clear();
+        for (const char* vob : {"VIDEO_TS.VOB", "VTS_01_0.VOB", "VTS_01_1.VOB"})
+            std::remove(Path(vob).c_str());
+        rmdir(dir_.c_str());
+    }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    std::string Path(const char* name) const { return dir_ + "/" + name; }
+    std::string Ini() const { return Path("source.ini"); }
+
+    void Put(const char* name, const uint8_t* data, size_t size) const {
+        std::FILE* f = std::fopen(Path(name).c_str(), "wb");
+        if (!f) return;
+        if (size) std::fwrite(data, 1, size, f);
+        std::fclose(f);
+    }
+
+    // Removes every file a run may have made (sources, side files, outputs).
+    void Clear() const {
+        static const char* const kNames[] = {
+            "source.ini", "out.ifo", "VIDEO_TS.IFO", "VTS_01_0.IFO", "VIDEO_TS.BUP",
+            "VTS_01_0.BUP", "tmap.bin", "vts_admap.bin", "vtsm_admap.bin", "plain.bin"};
+        for (const char* n : kNames) Forget(Path(n));
+        for (int k = 1; k <= 16; ++k) {
+            char side[64];
+            std::snprintf(side, sizeof side, "source TmapTable%d.ini", k);
+            Forget(Path(side));
+        }
+    }
+
+private:
+    static void Forget(const std::string& p) {
+        INIForgetFile(p.c_str());
+        std::remove(p.c_str());
+    }
+    std::string dir_;
+};
+
+// Report buffers are exactly room + 3 bytes (the report rule's headroom) on
+// the heap, so a report that writes one byte too many is caught.
+struct ReportBuffer {
+    explicit ReportBuffer(int room) : room(room), buf(size_t(room) + 3, '\0') {}
+    char* Fresh() {
+        std::memset(buf.data(), 0, buf.size());
+        return buf.data();
+    }
+    void CheckTerminated() const {
+        if (std::memchr(buf.data(), '\0', buf.size()) == nullptr) std::abort();
+    }
+    int room;
+    std::vector<char> buf;
+};
+
+// The handle the file layer gives next; a run must leave it unchanged (a
+// handle the library forgets to close would exhaust the 512 slots).
+inline int NextHandle(const std::string& probe) {
+    int h = kestro::FileCreate(probe.c_str(), 0x180);
+    if (h > 0) kestro::FileClose(h);
+    std::remove(probe.c_str());
+    return h;
+}
+
+inline long FileBytes(const std::string& path) {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) return 0;
+    std::fseek(f, 0, SEEK_END);
+    long n = std::ftell(f);
+    std::fclose(f);
+    return n;
+}
+
+// ---- Loaded file: report and disassemble every table -------------------------
+
+// Options for one run over a loaded file.
+struct LoadedRun {
+    int reportRoom = 1 << 18;  // room given to each report
+    bool disasm = true;        // write the source too
+    bool sideFiles = true;     // the binary and INI side-file writers (VTS)
+};
+
+template <class T, class F>
+void Each(T* table, F&& call) {
+    if (table) call(*table);
+}
+
+// VIDEO_TS.IFO: load, report every table, disassemble every table.
+inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedRun& run) {
+    CKestro_VMG_MAT mat;
+    CKestro_PGCI pgc;
+    int h = int(mat.OpenKestroFile(ifo.c_str()));
+    if (h < 1) return;
+    if (mat.Load(h) == 1) {
+        ReportBuffer rb(run.reportRoom);
+        mat.Details(rb.Fresh(), rb.room);
+        rb.CheckTerminated();
+        auto report = [&](auto& t) {
+            t.Details(rb.Fresh(), rb.room);
+            rb.CheckTerminated();
+        };
+        Each(mat.GetVMG_PTT_SRPT(), report);
+        Each(mat.GetVMGM_PGCI_UT(), report);
+        Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
+            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
+            rb.CheckTerminated();
+        });
+        Each(mat.GetVMG_MAIT(), report);
+        Each(mat.GetVMG_ATRT(), report);
+        Each(mat.GetVMG_TXTDT(), report);
+        Each(mat.GetVMGM_C_ADT(), report);
+        Each(mat.GetVMGM_VOBU_ADMAP(), report);
+
+        if (run.disasm) {
+            const std::string ini = s.Ini();
+            auto disasm = [&](auto& t) { t.Disasm(ini.c_str()); };
+            mat.Disasm(ini.c_str());
+            Each(mat.GetVMG_PTT_SRPT(), disasm);
+            Each(mat.GetVMGM_PGCI_UT(), disasm);
+            Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
+                t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
+            });
+            Each(mat.GetVMG_MAIT(), disasm);
+            Each(mat.GetVMG_ATRT(), disasm);
+            Each(mat.GetVMG_TXTDT(), disasm);
+            Each(mat.GetVMGM_C_ADT(), disasm);
+            Each(mat.GetVMGM_VOBU_ADMAP(), disasm);
+            INIFlushFiles();
+        }
+    }
+    mat.CloseKestroFile((unsigned long)h);
+}
+
+// VTS_nn_0.IFO: the same, plus the side-file writers of the maps.
+inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedRun& run) {
+    CKestro_VTS_MAT mat;
+    CKestro_PGCI pgc;
+    int h = int(mat.OpenKestroFile(ifo.c_str()));
+    if (h < 1) return;
+    if (mat.Load(h) == 1) {
+        ReportBuffer rb(run.reportRoom);
+        auto report = [&](auto& t) {
+            t.Details(rb.Fresh(), rb.room);
+            rb.CheckTerminated();
+        };
+        report(mat);
+        Each(mat.GetVTS_PTT_SRPT(), report);
+        Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
+            t.Details(&pgc, rb.Fresh(), rb.room);
+            rb.CheckTerminated();
+        });
+        Each(mat.GetVTSM_PGCI_UT(), report);
+        Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
+            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+            rb.CheckTerminated();
+        });
+        Each(mat.GetVTS_TMAPT(), report);
+        Each(mat.GetVTSM_C_ADT(), report);
+        // The menu map's report uses the map read at load: before any Disasm.
+        Each(mat.GetVTSM_VOBU_ADMAP(), report);
+        Each(mat.GetVTS_C_ADT(), report);
+        Each(mat.GetVTS_VOBU_ADMAP(), report);
+
+        if (run.disasm) {
+            const std::string ini = s.Ini();
+            auto disasm = [&](auto& t) { t.Disasm(ini.c_str()); };
+            mat.Disasm(ini.c_str());
+            Each(mat.GetVTS_PTT_SRPT(), disasm);
+            Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) { t.Disasm(ini.c_str(), &pgc); });
+            Each(mat.GetVTSM_PGCI_UT(), disasm);
+            Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
+                t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+            });
+            Each(mat.GetVTS_TMAPT(), disasm);
+            Each(mat.GetVTSM_C_ADT(), disasm);
+            Each(mat.GetVTSM_VOBU_ADMAP(), disasm);
+            Each(mat.GetVTS_C_ADT(), disasm);
+            Each(mat.GetVTS_VOBU_ADMAP(), disasm);
+            if (run.sideFiles) {
+                const std::string tmap = s.Path("tmap.bin");
+                Each(mat.GetVTS_TMAPT(),
+                     [&](CKestro_VTS_TMAP& t) { t.DisasmToFile(ini.c_str(), tmap.c_str()); });
+                Each(mat.GetVTSM_VOBU_ADMAP(), [&](CKestro_VTSM_ADMAP& t) {
+                    t.DisasmToFile(ini.c_str(), s.Path("vtsm_admap.bin").c_str());
+                });
+                Each(mat.GetVTS_VOBU_ADMAP(), [&](CKestro_VTS_ADMAP& t) {
+                    t.Disasm_ToFile(ini.c_str(), s.Path("vts_admap.bin").c_str());
+                });
+            }
+            INIFlushFiles();
+        }
+    }
+    mat.CloseKestroFile((unsigned long)h);
+}
+
+// ---- Source: assemble every table, then whole files -------------------------
+
+// Every table assembled on its own from the source, sized and written into
+// out.ifo; then the side-file readers; then a whole VIDEO_TS.IFO and a whole
+// VTS_01_0.IFO laid out from the same source (relative and absolute forms).
+inline void DriveSource(const Scratch& s) {
+    const std::string ini = s.Ini();
+    const char* src = ini.c_str();
+    const std::string outPath = s.Path("out.ifo");
+    unsigned long sectors = 0, bytes = 0;
+
+    {
+        CBaseKestro files;
+        int h = int(files.CreateKestroFile(outPath.c_str()));
+        if (h < 1) return;
+        auto plain = [&](CBaseKestro& t) {
+            t.Asm(src);
+            t.Get(&sectors, &bytes);
+            t.Write(h);
+            // A second Get/Write after the view was consumed.
+            t.Get(&sectors, &bytes);
+            t.Write(h);
+        };
+        CKestro_PGCI pgc;
+        CKestro_VMG_PTT tt;
+        plain(tt);
+        CKestro_VMG_MAIT mait;
+        plain(mait);
+        CKestro_VMG_ATRT atrt;
+        plain(atrt);
+        CKestro_VMG_TXTDT txt;
+        txt.Asm(src);
+        txt.Get(&sectors, &bytes);
+        txt.Write(h);
+        CKestro_VMG_CADT vmgCadt;
+        plain(vmgCadt);
+        CKestro_VTS_CADT vtsCadt;
+        plain(vtsCadt);
+        CKestro_VTSM_CADT vtsmCadt;
+        plain(vtsmCadt);
+        CKestro_VMGM_ADMAP vmgMap;
+        plain(vmgMap);
+        CKestro_VTS_ADMAP vtsMap;
+        plain(vtsMap);
+        CKestro_VTSM_ADMAP vtsmMap;
+        plain(vtsmMap);
+        CKestro_PTT_SRPT ptt;
+        plain(ptt);
+        CKestro_VTS_TMAP tmap;
+        plain(tmap);
+        CKestro_VMGM_LU vmgLu;
+        plain(vmgLu);
+        CKestro_VTSM_LU vtsLu;
+        plain(vtsLu);
+
+        CKestro_VTS_PGCIT pgcit;
+        pgcit.Asm(src, &pgc);
+        pgcit.Get(&sectors, &bytes);
+        pgcit.Write(h);
+        CKestro_VMGM_PGCI vmgUt;
+        vmgUt.Asm(src, &pgc);
+        vmgUt.Get(&sectors, &bytes);
+        vmgUt.Write(h);
+        CKestro_VTSM_PGCI vtsUt;
+        vtsUt.Asm(src, &pgc);
+        vtsUt.Get(&sectors, &bytes);
+        vtsUt.Write(h);
+
+        // The PGC codec on its own, on the sections a title and a menu PGC
+        // would use.
+        for (const char* section : {"vts_pgcit01", "fp_pgci", "vmgm_lu01_01"}) {
+            for (const char* prefix : {"vts_pgc_", "fp_pgc_", "vmgm_pgc_"}) {
+                if (!pgc.AsmPGCI(src, section, prefix)) continue;
+                unsigned long n = pgc.GetPGCISize();
+                if (n > (1u << 24)) std::abort();  // a PGC is at most a few sectors
+                std::vector<unsigned char> image(n, 0);
+                pgc.GetPGCData(image.empty() ? nullptr : image.data(), image.size());
+            }
+        }
+        files.CloseKestroFile((unsigned long)h);
+
+        // Side-file readers on whatever the source's own bytes are.
+        tmap.AsmToFile(src, src);
+        tmap.Get(&sectors, &bytes);
+        vmgMap.AsmBinaryNT(src, 0, src);
+        vmgMap.AsmBinary(src, 0, src);
+        vtsMap.Asm_FromFile(src, 0, src);
+        vtsMap.Asm_Binary(src, 0, src);
+        vtsmMap.AsmFromFile(src, src);
+        vtsmMap.AsmBinary(src, src);
+        CKestro_VTS_TMAP::JoinTmapSideFiles(src);
+    }
+
+    // Whole files, every sub-table the source describes.
+    {
+        CKestro_VMG_MAT mat;
+        CKestro_PGCI pgc;
+        mat.NewVMGM_PTT()->Asm(src);
+        mat.NewVMGM_PGCI()->Asm(src, &pgc);
+        mat.NewVMGM_MAIT()->Asm(src);
+        mat.NewVMGM_ATRT()->Asm(src);
+        mat.NewVMGM_C_ADT()->Asm(src);
+        mat.NewVMGM_VOBU_ADMAP()->Asm(src);
+        const std::string ifo = s.Path("VIDEO_TS.IFO");
+        int h = int(mat.CreateKestroFile(ifo.c_str()));
+        if (h >= 1) {
+            mat.Asm(src, h, ifo.c_str());
+            mat.CloseKestroFile((unsigned long)h);
+        }
+    }
+    for (bool absolute : {false, true}) {
+        CKestro_VTS_MAT mat;
+        CKestro_PGCI pgc;
+        mat.NewVTS_PTT_SRPT()->Asm(src);
+        mat.NewVTS_PGCIT()->Asm(src, &pgc);
+        mat.NewVTSM_PGCI_UT()->Asm(src, &pgc);
+        mat.NewVTS_TMAPT()->Asm(src);
+        mat.NewVTSM_C_ADT()->Asm(src);
+        mat.NewVTSM_VOBU_ADMAP()->Asm(src);
+        mat.NewVTS_C_ADT()->Asm(src);
+        mat.NewVTS_VOBU_ADMAP()->Asm(src);
+        const std::string ifo = s.Path("VTS_01_0.IFO");
+        int h = int(mat.CreateKestroFile(ifo.c_str()));
+        if (h >= 1) {
+            if (absolute)
+                mat.AsmAbs(src, (unsigned short)h, ifo.c_str());
+            else
+                mat.Asm(src, h, ifo.c_str());
+            mat.CloseKestroFile((unsigned long)h);
+        }
+    }
+    INIFlushFiles();
+}
+
+}  // namespace kdrive
+
+#endif

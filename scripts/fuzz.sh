@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (clang, ASan + UBSan) and runs each of them.
+#
+#   scripts/fuzz.sh SECONDS [TARGET...]
+#
+# TARGET is any of pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz (default:
+# all, one after another). KESTRO_FUZZ_JOBS=2 runs two targets at a time.
+# KESTRO_FUZZ_IFOS may name more IFO files (space-separated) to seed from.
+# Seeds: the IFO files of the real-disc corpus beside the checkout and the
+# sources of examples/sample. Each target keeps its growing corpus in
+# build-fuzz/corpus/<target>; a crash leaves its input in
+# build-fuzz/artifacts/<target>/ and makes the script exit with status 1.
+set -euo pipefail
+secs=${1:?usage: fuzz.sh SECONDS [TARGET...]}
+shift
+cd "$(dirname "$0")/.."
+root=$(pwd)
+build=$root/build-fuzz
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz)
+jobs=${KESTRO_FUZZ_JOBS:-1}
+
+if [ ! -f "$build/CMakeCache.txt" ]; then
+  CC=clang CXX=clang++ cmake -S . -B "$build" -DKESTRO_BUILD_FUZZ=ON \
+    -DKESTRO_BUILD_TESTS=OFF -DKESTRO_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_CXX_FLAGS="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer" \
+    >/dev/null
+else
+  cmake "$build" >/dev/null
+fi
+cmake --build "$build" -j"$(nproc)" --target "${targets[@]}" make_seeds >/dev/null
+
+# Seed corpora.
+seeds=$build/seeds
+rm -rf "$seeds"
+ifos=()
+for f in "$root"/../shared/corpus/*/*.IFO ${KESTRO_FUZZ_IFOS:-}; do
+  [ -f "$f" ] && ifos+=("$f")
+done
+mkdir -p "$seeds"
+if [ ${#ifos[@]} -gt 0 ]; then
+  ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/make_seeds" "$seeds" "${ifos[@]}"
+fi
+mkdir -p "$seeds/vmg" "$seeds/vts" "$seeds/source" "$seeds/pgc"
+for ini in "$root"/examples/sample/*.ini; do
+  [ -f "$ini" ] && cp "$ini" "$seeds/source/sample-$(basename "$ini")"
+done
+# Every section and key the seeds use (indexes up to 2 only), as a dictionary
+# for the source target.
+cat "$seeds"/source/* 2>/dev/null | LC_ALL=C tr -d "\r" |
+  LC_ALL=C sed -n -e 's/^\(\[[^]]*\]\).*/"\1"/p' -e 's/^\([A-Za-z0-9_]*\)=.*/"\1="/p' |
+  LC_ALL=C grep -v -E '([3-9]|[1-9][0-9]+)_?[a-z_]*="$' | sort -u > "$build/source.dict"
+
+seed_dir() {
+  case "$1" in
+    pgc_fuzz) echo "$seeds/pgc" ;;
+    vmg_ifo_fuzz) echo "$seeds/vmg" ;;
+    vts_ifo_fuzz) echo "$seeds/vts" ;;
+    source_fuzz) echo "$seeds/source" ;;
+  esac
+}
+
+run_one() {
+  local t=$1 corpus=$build/corpus/$1 art=$build/artifacts/$1/
+  local extra=()
+  mkdir -p "$corpus" "$art"
+  [ "$t" = source_fuzz ] && [ -s "$build/source.dict" ] && extra+=(-dict="$build/source.dict")
+  echo "== $t: ${secs}s"
+  local start=$SECONDS
+  if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
+     UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+     "$build/fuzz/$t" -max_total_time="$secs" -timeout=20 -rss_limit_mb=4096 \
+       -max_len=65536 -print_final_stats=1 -artifact_prefix="$art" "${extra[@]}" \
+       "$corpus" "$(seed_dir "$t")" > "$build/$t.log" 2>&1; then
+    echo "   $t: clean after $((SECONDS - start))s ($(grep -c . "$build/$t.log") log lines," \
+      "$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$build/$t.log" | grep -o '[0-9]*$') runs)"
+  else
+    echo "   $t: FAILED, see $build/$t.log and $art" >&2
+    return 1
+  fi
+}
+
+status=0
+pids=()
+for t in "${targets[@]}"; do
+  if [ "$jobs" -gt 1 ]; then
+    run_one "$t" & pids+=($!)
+    if [ ${#pids[@]} -ge "$jobs" ]; then wait "${pids[0]}" || status=1; pids=("${pids[@]:1}"); fi
+  else
+    run_one "$t" || status=1
+  fi
+done
+for p in "${pids[@]}"; do wait "$p" || status=1; done
+exit $status
