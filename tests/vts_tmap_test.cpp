@@ -72,21 +72,6 @@ TEST(VtsTmap, ReportsMapsAndDiscontinuities) {
     EXPECT_EQ(vt::Lines(buf.data()).size(), 2u);
 }
 
-TEST(VtsTmap, EmptyTableReportsAndDisassemblesTwoStatements) {
-    kt::TempDir dir;
-    vt::Handle f(vt::PlaceTable(dir, "a.ifo", TmapTable({})));
-    CKestro_VTS_TMAP t;
-    ASSERT_EQ(t.Load(f.h, 1), 1);
-    std::vector<char> buf(4096);
-    EXPECT_TRUE(t.Details(buf.data(), 4000));
-    EXPECT_EQ(vt::Lines(buf.data()).size(), 2u);
-    std::string ini = dir / "x.ini";
-    EXPECT_TRUE(t.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "vts_tmapt", "vts_tmap_ns"), "0");
-    EXPECT_EQ(vt::Ini(ini, "vts_tmapt", "vts_tmapt_ea"), "7");
-    EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable1.ini"));
-}
-
 TEST(VtsTmap, SideFilesRoundTripThroughTheJoinedSource) {
     kt::TempDir dir;
     std::vector<uint8_t> table = TmapTable(kThreeMaps);
@@ -196,31 +181,6 @@ TEST(VtsTmap, MissingStatementsKeepWhatWasAssembled) {
         EXPECT_EQ(vt::Slice(got, 0, c.written.size()), c.written) << c.name;
         EXPECT_EQ(got.size(), c.written.empty() ? 0u : 2048u) << c.name;
     }
-}
-
-TEST(VtsTmap, SizeOfOneMapOfTenEntries) {
-    kt::TempDir dir;
-    std::string ini = dir / "s.ini";
-    vt::SetIni(ini, "vts_tmapt", "vts_tmap_ns", "1");
-    vt::SetIni(ini, "vts_tmapti", "vts_tmap01_tmu", "1");
-    vt::SetIni(ini, "vts_tmapti", "vts_tmap01_map_en_ns", "10");
-    char key[64];
-    for (int j = 1; j <= 10; ++j)
-        for (const char* f : {"discon", "address"}) {
-            std::snprintf(key, sizeof key, "vts_tmap01_entry%02d_%s", j, f);
-            vt::SetIni(ini, "vts_tmapti", key, "0");
-        }
-    INIFlushFiles();
-    CKestro_VTS_TMAP t;
-    unsigned long sectors = 9, bytes = 9;
-    t.Get(&sectors, &bytes);
-    EXPECT_EQ(sectors + bytes, 0u) << "nothing assembled yet";
-    ASSERT_TRUE(t.Asm(ini.c_str()));
-    t.Get(&sectors, &bytes);
-    EXPECT_EQ(bytes, 56u);
-    EXPECT_EQ(sectors, 1u);
-    std::vector<uint8_t> got = WrittenBy(t, dir / "o.bin");
-    EXPECT_EQ(vt::Slice(got, 4, 4), Bytes().be32(55).v);
 }
 
 // A map of 60,000 entries (three-digit and longer entry numbers in its
