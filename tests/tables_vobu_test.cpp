@@ -217,11 +217,10 @@ TEST(VobuMaps, LargestMapStaysFast) {
     auto in = kt::ReadBytes(dir / "T.IFO");
     ASSERT_EQ(out.size(), in.size() - 2048);
     EXPECT_TRUE(std::equal(out.begin(), out.end(), in.begin() + 2048));
-#if !defined(__SANITIZE_ADDRESS__) && defined(NDEBUG)
-    EXPECT_LT(ms, 100) << "disassembling, assembling and writing 65,535 entries";
-#else
-    (void)ms;
-#endif
+    // Linear work takes tens of milliseconds here (bench/vobu_bench.cpp
+    // measures it); anything quadratic in the entries takes seconds. The
+    // bound leaves room for a loaded machine and sanitizers.
+    EXPECT_LT(ms, 1500) << "disassembling, assembling and writing 65,535 entries";
 }
 
 TEST(VobuMaps, RealDiscMapsRoundTrip) {
