@@ -379,46 +379,34 @@ TEST(MenuPgcTables, DamagedTablesReadZeros) {
 
 // Real discs: both tables with their units to source and back, byte for byte.
 TEST(MenuPgcTables, RealDiscTablesRoundTrip) {
-    struct Where {
+    const struct {
         const char* prefix;
         size_t pointer;
-        const Pair* pair;
-    };
-    const Where where[] = {{"VIDEO_TS", 0xC8, &Vmgm()}, {"VTS_", 0xD0, &Vtsm()}};
+        const Pair& p;
+    } where[] = {{"VIDEO_TS", 0xC8, Vmgm()}, {"VTS_", 0xD0, Vtsm()}};
     int seen = 0;
     for (const auto& w : where) {
-        for (const auto& path : kt::CorpusFiles(w.prefix)) {
-            auto ifo = kt::ReadBytes(path);
-            uint32_t sector = tt::StartSector(ifo, w.pointer);
-            if (!sector) continue;
-            SCOPED_TRACE(path);
-            ++seen;
-            const Pair& p = *w.pair;
-            kt::TempDir dir;
-            std::string copy = dir / "copy.ifo", ini = dir / "s.ini";
-            kt::WriteBytes(copy, ifo);
-            tt::File f(copy);
+        seen += tt::ForEachRealTable(w.prefix, w.pointer, [&](const tt::RealTable& rt, int f) {
+            const Pair& p = w.p;
+            const char* ini = rt.ini.c_str();
             CKestro_PGCI codec;
             auto t = p.makeTable();
-            ASSERT_EQ(p.loadTable(*t, f, sector), 1);
-            ASSERT_TRUE(t->Disasm(ini.c_str()));
+            ASSERT_EQ(p.loadTable(*t, f, rt.sector), 1);
+            ASSERT_TRUE(t->Disasm(ini));
             auto lu = p.makeUnits();
-            ASSERT_EQ(p.loadUnits(*lu, sector, *t), 1);
-            ASSERT_TRUE(p.disasm(*lu, ini.c_str(), &codec, *t, sector));
+            ASSERT_EQ(p.loadUnits(*lu, rt.sector, *t), 1);
+            ASSERT_TRUE(p.disasm(*lu, ini, &codec, *t, rt.sector));
             std::string report = tt::Report(
-                [&](char* b, int l) { return p.details(*lu, b, l, &codec, *t, sector); });
+                [&](char* b, int l) { return p.details(*lu, b, l, &codec, *t, rt.sector); });
             EXPECT_NE(report.find("PGC: Number of Cells"), std::string::npos);
 
             auto fresh = p.makeTable();
-            ASSERT_TRUE(fresh->Asm(ini.c_str(), &codec)) << tt::Error(*fresh);
+            ASSERT_TRUE(fresh->Asm(ini, &codec)) << tt::Error(*fresh);
             unsigned long s = 0, b = 0;
             fresh->Get(&s, &b);
-            size_t at = size_t(sector) * 2048;
-            ASSERT_EQ(b, tt::BE32At(ifo, at + 4) + 1);
-            auto out = tt::Written(*fresh, dir / "o.bin");
-            EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + long(b)),
-                      std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(at + b)));
-        }
+            ASSERT_EQ(b, tt::BE32At(rt.ifo, size_t(rt.sector) * 2048 + 4) + 1);
+            EXPECT_EQ(tt::Head(tt::Written(*fresh, rt.ini + ".bin"), b), rt.Bytes(b));
+        });
     }
     if (!seen) GTEST_SKIP() << "no real discs beside this checkout";
 }

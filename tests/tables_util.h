@@ -3,6 +3,7 @@
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -87,11 +88,44 @@ inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) {
            b[at + 3];
 }
 
-// A table of a real disc: the start sector stored at `pointer` of the file's
-// management table (32-bit big-endian) and the table's bytes, `size` of them
-// counted from its first byte by the caller's rule. 0 when absent.
-inline uint32_t StartSector(const std::vector<uint8_t>& ifo, size_t pointer) {
-    return ifo.size() >= pointer + 4 ? BE32At(ifo, pointer) : 0;
+// A table of a real disc, with a private copy of its file to load from.
+struct RealTable {
+    std::vector<uint8_t> ifo;  // the file as it is
+    uint32_t sector;           // the table's start sector
+    std::string ini;           // a fresh source path
+
+    // The table's first n bytes.
+    std::vector<uint8_t> Bytes(size_t n) const {
+        size_t at = size_t(sector) * 2048;
+        return std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(at + n));
+    }
+};
+
+// Calls fn(table, handle) for each real-disc file named prefix* whose
+// management table holds a start sector (32-bit big-endian) at `pointer`;
+// returns how many there were.
+template <class F>
+int ForEachRealTable(const char* prefix, size_t pointer, F&& fn) {
+    int seen = 0;
+    for (const auto& path : kt::CorpusFiles(prefix)) {
+        RealTable t{kt::ReadBytes(path), 0, ""};
+        if (t.ifo.size() >= pointer + 4) t.sector = BE32At(t.ifo, pointer);
+        if (!t.sector || size_t(t.sector) * 2048 >= t.ifo.size()) continue;
+        SCOPED_TRACE(path);
+        ++seen;
+        kt::TempDir dir;
+        std::string copy = dir / "copy.ifo";
+        kt::WriteBytes(copy, t.ifo);
+        t.ini = dir / "s.ini";
+        File f(copy);
+        fn(static_cast<const RealTable&>(t), int(f));
+    }
+    return seen;
+}
+
+// The first n bytes of v (all of it when shorter).
+inline std::vector<uint8_t> Head(const std::vector<uint8_t>& v, size_t n) {
+    return std::vector<uint8_t>(v.begin(), v.begin() + long(std::min(n, v.size())));
 }
 
 }  // namespace tt

@@ -224,37 +224,26 @@ TEST(VobuMaps, LargestMapStaysFast) {
 }
 
 TEST(VobuMaps, RealDiscMapsRoundTrip) {
-    struct Where {
+    const struct {
         const char* prefix;
         size_t pointer;
-        int member;
-    };
-    const Where where[] = {{"VIDEO_TS", 0xDC, 0}, {"VTS_", 0xE4, 1}, {"VTS_", 0xDC, 2}};
+        const Member& m;
+    } where[] = {{"VIDEO_TS", 0xDC, kMembers[0]}, {"VTS_", 0xE4, kMembers[1]},
+                 {"VTS_", 0xDC, kMembers[2]}};
     int seen = 0;
     for (const auto& w : where) {
-        for (const auto& path : kt::CorpusFiles(w.prefix)) {
-            auto ifo = kt::ReadBytes(path);
-            uint32_t sector = tt::StartSector(ifo, w.pointer);
-            if (!sector) continue;
-            SCOPED_TRACE(path + " " + kMembers[w.member].name);
-            ++seen;
-            kt::TempDir dir;
-            std::string copy = dir / "copy.ifo", ini = dir / "s.ini";
-            kt::WriteBytes(copy, ifo);
-            tt::File f(copy);
-            auto loaded = kMembers[w.member].make();
-            ASSERT_EQ(kMembers[w.member].load(*loaded, f, sector), 1);
-            ASSERT_TRUE(loaded->Disasm(ini.c_str()));
-            auto t = kMembers[w.member].make();
-            ASSERT_TRUE(t->Asm(ini.c_str()));
+        seen += tt::ForEachRealTable(w.prefix, w.pointer, [&](const tt::RealTable& rt, int f) {
+            SCOPED_TRACE(w.m.name);
+            auto loaded = w.m.make();
+            ASSERT_EQ(w.m.load(*loaded, f, rt.sector), 1);
+            ASSERT_TRUE(loaded->Disasm(rt.ini.c_str()));
+            auto t = w.m.make();
+            ASSERT_TRUE(t->Asm(rt.ini.c_str()));
             unsigned long s = 0, b = 0;
             t->Get(&s, &b);
-            auto out = tt::Written(*t, dir / "o.bin");
-            size_t at = size_t(sector) * 2048;
-            ASSERT_EQ(b, tt::BE32At(ifo, at) + 1);
-            EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + long(b)),
-                      std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(at + b)));
-        }
+            ASSERT_EQ(b, tt::BE32At(rt.ifo, size_t(rt.sector) * 2048) + 1);
+            EXPECT_EQ(tt::Head(tt::Written(*t, rt.ini + ".bin"), b), rt.Bytes(b));
+        });
     }
     if (!seen) GTEST_SKIP() << "no real discs beside this checkout";
 }
