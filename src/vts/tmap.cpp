@@ -2,6 +2,7 @@
 // thousands of entries, so the entries live in side files beside the source:
 // one INI file per map, or one binary file for all maps.
 #include <cstring>
+#include <string>
 
 #include "frame/detail.h"
 #include "kestro/ini.h"

@@ -153,7 +153,8 @@ bool CKestro_VTS_MAT::Details(char* buf, int len) {
     // byte, which is the established text of this line. It never runs past
     // the management table.
     const char* id = reinterpret_cast<const char*>(m_mat.data());
-    std::string idText(id, strnlen(id, m_mat.size()));
+    const void* end = std::memchr(id, 0, m_mat.size());
+    std::string idText(id, end ? size_t(static_cast<const char*>(end) - id) : m_mat.size());
     if (!out.Line("VTS Identifier: %s", idText.c_str())) return false;
     if (!out.Line("End address of VTS: %d", int(Held32(kVtsEa)))) return false;
     if (!out.Line("End address of VTSI: %d", int(Held32(kVtsiEa)))) return false;
