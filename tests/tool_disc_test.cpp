@@ -120,6 +120,11 @@ void RoundTripDisc(const fs::path& disc, bool placeholders) {
                 ADD_FAILURE() << k << ": " << vx << " -> " << vy;
         }
     }
+    // Both discs report completely, every table of every file.
+    for (const fs::path& d : {disc, first}) {
+        r = tt::Kestro({"report", d.string()});
+        EXPECT_EQ(r.code, 0) << d << ": " << r.err;
+    }
     if (tt::HaveTool("lsdvd")) ExpectSameLsdvd(disc, first);
 }
 
