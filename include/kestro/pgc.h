@@ -78,6 +78,8 @@ private:
     // The assembly model. A moved-from codec has none; the next operation
     // that needs one starts a fresh, empty model.
     Model& M();
+    // Sets the missing-statement message for key and returns false.
+    bool Missing(const char* key, const char* section, const char* iniFile);
     std::unique_ptr<Model> m_;
 };
 

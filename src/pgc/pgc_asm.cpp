@@ -40,24 +40,22 @@ private:
 
 }  // namespace
 
-// Reports the statement that was just found missing.
-#define KESTRO_PGC_MISSING(s)                                                                \
-    do {                                                                                     \
-        SetError("[%s] statement missing from section %s of %s", (s).Key(), (s).Section(), \
-                 (s).Ini());                                                                 \
-        return false;                                                                        \
-    } while (0)
+bool CKestro_PGCI::Missing(const char* key, const char* section, const char* iniFile) {
+    SetError("[%s] statement missing from section %s of %s", key, section, iniFile);
+    return false;
+}
 
 bool CKestro_PGCI::AsmPGC_C_POSIT(const char* iniFile, const char* section, const char* prefix) {
     Model& m = M();
     m.posit.clear();
     PgcSource s(iniFile, section, prefix);
+    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
     while (m.posit.size() < kMaxCells) {
         const int index = int(m.posit.size()) + 1;
         if (!s.Read("%sc_posit_cell%03d_vobid", index)) return true;
         std::array<uint8_t, kPositEntry> e{};
         PutBE16(&e[0], uint32_t(s.Int()));
-        if (!s.Read("%sc_posit_cell%03d_cellid", index)) KESTRO_PGC_MISSING(s);
+        if (!s.Read("%sc_posit_cell%03d_cellid", index)) return missing();
         e[3] = uint8_t(s.Int());
         m.posit.push_back(e);
     }
@@ -68,6 +66,7 @@ bool CKestro_PGCI::AsmPGC_C_PBIT(const char* iniFile, const char* section, const
     Model& m = M();
     m.pbit.clear();
     PgcSource s(iniFile, section, prefix);
+    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
     static const char* const kSectors[] = {
         "%sc_pbit_cell%03d_fvobu_sa", "%sc_pbit_cell%03d_filvu_ea",
         "%sc_pbit_cell%03d_lvobu_sa", "%sc_pbit_cell%03d_lvobu_ea"};
@@ -76,10 +75,10 @@ bool CKestro_PGCI::AsmPGC_C_PBIT(const char* iniFile, const char* section, const
         if (!s.Read("%sc_pbit_cell%03d_cat", index)) return true;
         std::array<uint8_t, kPbitEntry> e{};
         HexBytes(s.Value(), &e[0], 4);
-        if (!s.Read("%sc_pbit_cell%03d_pbtm", index)) KESTRO_PGC_MISSING(s);
+        if (!s.Read("%sc_pbit_cell%03d_pbtm", index)) return missing();
         HexBytes(s.Value(), &e[4], 4);
         for (size_t k = 0; k < 4; ++k) {
-            if (!s.Read(kSectors[k], index)) KESTRO_PGC_MISSING(s);
+            if (!s.Read(kSectors[k], index)) return missing();
             PutBE32(&e[8 + 4 * k], uint32_t(s.Int()));
         }
         m.pbit.push_back(e);
@@ -105,6 +104,7 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
     Model& m = M();
     m.commandCount = 0;
     PgcSource s(iniFile, section, prefix);
+    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
     const struct {
         const char* countKey;
         const char* commandKey;
@@ -126,7 +126,7 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
     }
     for (size_t g = 0; g < 3; ++g) {
         for (int i = 1; i <= counts[g]; ++i) {
-            if (!s.Read(groups[g].commandKey, i)) KESTRO_PGC_MISSING(s);
+            if (!s.Read(groups[g].commandKey, i)) return missing();
             HexBytes(s.Value(), &m.commands[kCommandSize * m.commandCount], kCommandSize);
             ++m.commandCount;
         }
@@ -146,8 +146,9 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
     uint8_t* gi = m.gi.data();
     m.gi.fill(0);
     PgcSource s(iniFile, section, prefix);
+    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
 
-    if (!s.Read("%scnt")) KESTRO_PGC_MISSING(s);
+    if (!s.Read("%scnt")) return missing();
     HexBytes(s.Value(), gi + kGiCount, 4);
 
     // The map length includes the padding byte, so an odd program count is
@@ -168,23 +169,32 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
         return false;
     }
 
-    if (!s.Read("%spb_tm")) KESTRO_PGC_MISSING(s);
-    HexBytes(s.Value(), gi + kGiPlayTime, 4);
-    if (!s.Read("%suop_ctl")) KESTRO_PGC_MISSING(s);
-    PutBE32(gi + kGiUops, s.Hex());
-    for (int i = 1; i <= kAudioStreams; ++i) {
-        if (!s.Read("%sast_ctlt%02d", i)) KESTRO_PGC_MISSING(s);
-        PutBE16(gi + kGiAudio + 2 * (i - 1), s.Hex() & 0xFFFF);
-    }
-    for (int i = 1; i <= kSubpicStreams; ++i) {
-        if (!s.Read("%sspst_ctlt%02d", i)) KESTRO_PGC_MISSING(s);
-        PutBE32(gi + kGiSubpic + 4 * (i - 1), s.Hex());
-    }
-    if (!s.Read("%snv_ctl")) KESTRO_PGC_MISSING(s);
-    HexWords(s.Value(), gi + kGiNav, 4);
-    for (int i = 1; i <= kPaletteColours; ++i) {
-        if (!s.Read("%ssp_plt%02d", i)) KESTRO_PGC_MISSING(s);
-        PutBE32(gi + kGiPalette + 4 * (i - 1), s.Hex());
+    // The rest of the general information, field by field in file order.
+    enum class Form { Bytes, Words, Hex16, Hex32 };
+    static const struct {
+        const char* key;
+        size_t at;
+        int entries;  // 0: a single key without index
+        Form form;
+    } kFields[] = {
+        {"%spb_tm", kGiPlayTime, 0, Form::Bytes},
+        {"%suop_ctl", kGiUops, 0, Form::Hex32},
+        {"%sast_ctlt%02d", kGiAudio, kAudioStreams, Form::Hex16},
+        {"%sspst_ctlt%02d", kGiSubpic, kSubpicStreams, Form::Hex32},
+        {"%snv_ctl", kGiNav, 0, Form::Words},
+        {"%ssp_plt%02d", kGiPalette, kPaletteColours, Form::Hex32},
+    };
+    for (const auto& f : kFields) {
+        uint8_t* field = gi + f.at;
+        for (int i = 1; i <= (f.entries ? f.entries : 1); ++i) {
+            if (!(f.entries ? s.Read(f.key, i) : s.Read(f.key))) return missing();
+            switch (f.form) {
+            case Form::Bytes: HexBytes(s.Value(), field, 4); break;
+            case Form::Words: HexWords(s.Value(), field, 4); break;
+            case Form::Hex16: PutBE16(field, s.Hex() & 0xFFFF); field += 2; break;
+            case Form::Hex32: PutBE32(field, s.Hex()); field += 4; break;
+            }
+        }
     }
     return true;
 }
