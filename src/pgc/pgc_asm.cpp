@@ -148,7 +148,7 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
     PgcSource s(iniFile, section, prefix);
     auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
 
-    if (!s.Read("%scnt")) return missing();
+    if (!s.Read(kGeneralKeys[0].key)) return missing();
     HexBytes(s.Value(), gi + kGiCount, 4);
 
     // The map length includes the padding byte, so an odd program count is
@@ -169,30 +169,17 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
         return false;
     }
 
-    // The rest of the general information, field by field in file order.
-    enum class Form { Bytes, Words, Hex16, Hex32 };
-    static const struct {
-        const char* key;
-        size_t at;
-        int entries;  // 0: a single key without index
-        Form form;
-    } kFields[] = {
-        {"%spb_tm", kGiPlayTime, 0, Form::Bytes},
-        {"%suop_ctl", kGiUops, 0, Form::Hex32},
-        {"%sast_ctlt%02d", kGiAudio, kAudioStreams, Form::Hex16},
-        {"%sspst_ctlt%02d", kGiSubpic, kSubpicStreams, Form::Hex32},
-        {"%snv_ctl", kGiNav, 0, Form::Words},
-        {"%ssp_plt%02d", kGiPalette, kPaletteColours, Form::Hex32},
-    };
-    for (const auto& f : kFields) {
+    // The rest of the general information, key by key in file order.
+    for (size_t k = 1; k < sizeof kGeneralKeys / sizeof kGeneralKeys[0]; ++k) {
+        const GeneralKey& f = kGeneralKeys[k];
         uint8_t* field = gi + f.at;
         for (int i = 1; i <= (f.entries ? f.entries : 1); ++i) {
             if (!(f.entries ? s.Read(f.key, i) : s.Read(f.key))) return missing();
             switch (f.form) {
-            case Form::Bytes: HexBytes(s.Value(), field, 4); break;
-            case Form::Words: HexWords(s.Value(), field, 4); break;
-            case Form::Hex16: PutBE16(field, s.Hex() & 0xFFFF); field += 2; break;
-            case Form::Hex32: PutBE32(field, s.Hex()); field += 4; break;
+            case GeneralForm::Bytes: HexBytes(s.Value(), field, 4); break;
+            case GeneralForm::Words: HexWords(s.Value(), field, 4); break;
+            case GeneralForm::Hex16: PutBE16(field, s.Hex() & 0xFFFF); field += 2; break;
+            case GeneralForm::Hex32: PutBE32(field, s.Hex()); field += 4; break;
             }
         }
     }

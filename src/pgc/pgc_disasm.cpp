@@ -16,17 +16,21 @@ void WriteHex4(Source& src, const char* key, const PgcBytes& p, size_t at) {
 }
 
 void WriteGeneral(Source& src, const char* px, const PgcBytes& p) {
-    WriteHex4(src, src.Key("%scnt", px), p, kGiCount);
-    WriteHex4(src, src.Key("%spb_tm", px), p, kGiPlayTime);
-    src.Write(src.Key("%suop_ctl", px), "%08x", p.BE32(kGiUops));
-    for (int i = 1; i <= kAudioStreams; ++i)
-        src.Write(src.Key("%sast_ctlt%02d", px, i), "%04x", p.BE16(kGiAudio + 2 * (i - 1)));
-    for (int i = 1; i <= kSubpicStreams; ++i)
-        src.Write(src.Key("%sspst_ctlt%02d", px, i), "%08x", p.BE32(kGiSubpic + 4 * (i - 1)));
-    src.Write(src.Key("%snv_ctl", px), "%04x%04x%04x%04x", p.BE16(kGiNav), p.BE16(kGiNav + 2),
-              p.BE16(kGiNav + 4), p.BE16(kGiNav + 6));
-    for (int i = 1; i <= kPaletteColours; ++i)
-        src.Write(src.Key("%ssp_plt%02d", px, i), "%08x", p.BE32(kGiPalette + 4 * (i - 1)));
+    for (const GeneralKey& f : kGeneralKeys) {
+        size_t at = f.at;
+        for (int i = 1; i <= (f.entries ? f.entries : 1); ++i) {
+            const char* key = f.entries ? src.Key(f.key, px, i) : src.Key(f.key, px);
+            switch (f.form) {
+            case GeneralForm::Bytes: WriteHex4(src, key, p, at); break;
+            case GeneralForm::Words:
+                src.Write(key, "%04x%04x%04x%04x", p.BE16(at), p.BE16(at + 2), p.BE16(at + 4),
+                          p.BE16(at + 6));
+                break;
+            case GeneralForm::Hex16: src.Write(key, "%04x", p.BE16(at)); at += 2; break;
+            case GeneralForm::Hex32: src.Write(key, "%08x", p.BE32(at)); at += 4; break;
+            }
+        }
+    }
 }
 
 void WriteCommands(Source& src, const char* px, PgcBytes& p) {

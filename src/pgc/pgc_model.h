@@ -43,6 +43,26 @@ constexpr size_t kMapBytes = 256;
 constexpr unsigned kMaxCells = CKestro_PGCI::kMaxCells;
 constexpr unsigned kMaxCommands = CKestro_PGCI::kMaxCommands;
 
+// The source keys of the general information, in the order they are written
+// and read. Bytes and Words are hexadecimal digit runs (4 bytes, or four
+// 16-bit words); Hex16 and Hex32 are one hexadecimal number per key.
+enum class GeneralForm { Bytes, Words, Hex16, Hex32 };
+struct GeneralKey {
+    const char* key;
+    size_t at;
+    int entries;  // 0: a single key without index
+    GeneralForm form;
+};
+constexpr GeneralKey kGeneralKeys[] = {
+    {"%scnt", kGiCount, 0, GeneralForm::Bytes},
+    {"%spb_tm", kGiPlayTime, 0, GeneralForm::Bytes},
+    {"%suop_ctl", kGiUops, 0, GeneralForm::Hex32},
+    {"%sast_ctlt%02d", kGiAudio, kAudioStreams, GeneralForm::Hex16},
+    {"%sspst_ctlt%02d", kGiSubpic, kSubpicStreams, GeneralForm::Hex32},
+    {"%snv_ctl", kGiNav, 0, GeneralForm::Words},
+    {"%ssp_plt%02d", kGiPalette, kPaletteColours, GeneralForm::Hex32},
+};
+
 // The binary PGC that starts at data + offset, read through a bounded view
 // of the dataSize bytes the caller holds: whatever an offset or count points
 // at beyond them reads as zero. The unsized entry points trust the caller
