@@ -91,6 +91,29 @@ TEST_F(ToolCli, FailuresNameFileAndTable) {
         EXPECT_EQ(r.code, 1) << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
     }
+    // A PGC whose source is incomplete fails the assembly, naming the table
+    // and the user's source file; --lenient writes the file with a warning.
+    std::string sample = kt::ReadText(std::string(KESTRO_SOURCE_DIR) +
+                                      "/examples/sample/VTS_02_0.ini");
+    size_t at = sample.find("vts_pgc_pb_tm=");
+    if (at != std::string::npos) {
+        std::string pgc = dir / "pgc.ini";
+        kt::WriteText(pgc, sample.substr(0, at) + sample.substr(sample.find('\n', at) + 1));
+        tt::Result r = tt::Kestro({"asm", pgc, "-o", dir / "VTS_02_0.IFO"});
+        EXPECT_EQ(r.code, 1);
+        EXPECT_NE(r.err.find("pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm] statement missing from "
+                             "section vts_pgcit01 of " + pgc),
+                  std::string::npos)
+            << r.err;
+        r = tt::Kestro({"asm", pgc, "-o", dir / "lenient/VTS_02_0.IFO", "--lenient"});
+        EXPECT_EQ(r.code, 1) << "no such folder";
+        fs::create_directory(dir / "lenient");
+        r = tt::Kestro({"asm", pgc, "-o", dir / "lenient/VTS_02_0.IFO", "--lenient"});
+        EXPECT_EQ(r.code, 0) << r.err;
+        EXPECT_NE(r.err.find("warning: pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm]"), std::string::npos)
+            << r.err;
+    }
+
     // A failed assembly leaves nothing behind, not even a staged file.
     for (auto& e : fs::directory_iterator(dir.path()))
         EXPECT_EQ(e.path().filename().string().find("VTS_02_0"), std::string::npos)

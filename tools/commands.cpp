@@ -29,6 +29,15 @@ std::string TerminalText(const std::string& text) {
     return out;
 }
 
+// Library messages name the private copy the library was given; the user
+// knows the file by its own path.
+std::string UserPaths(std::string text, const fs::path& privateCopy, const fs::path& user) {
+    const std::string from = privateCopy.string(), to = user.string();
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+    return text;
+}
+
 bool LooksLikeTitleSetName(const std::string& name) {
     return name.size() >= 6 && std::isdigit(static_cast<unsigned char>(name[4])) &&
            std::isdigit(static_cast<unsigned char>(name[5]));
@@ -151,12 +160,12 @@ int RunAsm(const AsmArgs& args) {
     AsmOutcome outcome;
     try {
         outcome = AsmIfo(ini, ifo.temp(), output.parent_path(), output.filename().string(),
-                         args.absolute);
+                         args.absolute, args.lenient);
     } catch (const ToolError& e) {
-        throw ToolError(source.filename().string() + ": " + e.what());
+        throw ToolError(source.filename().string() + ": " + UserPaths(e.what(), ini, source));
     }
     for (const auto& w : outcome.warnings)
-        Complain("warning: " + source.filename().string() + ": " + w);
+        Complain("warning: " + source.filename().string() + ": " + UserPaths(w, ini, source));
     if (outcome.kind == IfoKind::Vts && !LooksLikeTitleSetName(output.filename().string()))
         Complain("warning: " + output.filename().string() +
                  ": the title set number is read from characters 5 and 6 of the IFO file's "

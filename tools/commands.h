@@ -28,6 +28,7 @@ struct AsmArgs {
     std::string source;
     std::string output;
     bool absolute = false;
+    bool lenient = false;
     bool backup = true;
     bool force = false;
 };
@@ -39,6 +40,7 @@ struct RebuildArgs {
     bool copyVobs = false;
     bool placeholderVobs = false;
     bool absolute = false;
+    bool lenient = false;
     bool force = false;
     bool quiet = false;
 };

@@ -294,11 +294,17 @@ void Require(bool ok, const char* table, const std::string& error) {
 
 // Assembles one table with a PGC codec of its own, so that a message the
 // codec leaves belongs to this table.
+// The table itself still succeeds when a PGC's source is incomplete (the
+// PGC is then built from what the codec read); that fails the assembly
+// unless the caller asked to be lenient.
 template <class T>
-void AsmWithCodec(T* table, const fs::path& ini, const char* name, AsmOutcome& outcome) {
+void AsmWithCodec(T* table, const fs::path& ini, const char* name, bool lenient,
+                  AsmOutcome& outcome) {
     CKestro_PGCI pgc;
     Require(table->Asm(ini.c_str(), &pgc), name, ErrorOf(*table));
     std::string codec = ErrorOf(pgc);
+    if (!codec.empty() && !lenient)
+        throw ToolError(std::string(name) + ": " + codec + " (--lenient writes the file anyway)");
     if (!codec.empty()) outcome.warnings.push_back(std::string(name) + ": " + codec);
     outcome.tables.push_back(name);
 }
@@ -310,7 +316,8 @@ void AsmPlain(T* table, const fs::path& ini, const char* name, AsmOutcome& outco
 }
 
 void AsmVmg(const fs::path& ini, const std::vector<std::string>& sections, const fs::path& out,
-            const fs::path& vobDir, const std::string& ifoName, AsmOutcome& outcome) {
+            const fs::path& vobDir, const std::string& ifoName, bool lenient,
+            AsmOutcome& outcome) {
     CKestro_VMG_MAT mat;
     // The title search pointer table shares its section with the parental
     // management table's per-country statements: its count statement says
@@ -318,7 +325,7 @@ void AsmVmg(const fs::path& ini, const std::vector<std::string>& sections, const
     if (HasStatement(ini, "vmg_ptt_srpt", "vts_ttu_ns"))
         AsmPlain(mat.NewVMGM_PTT(), ini, "TT_SRPT", outcome);
     if (HasSection(sections, "vmgm_pgci_ut"))
-        AsmWithCodec(mat.NewVMGM_PGCI(), ini, "VMGM_PGCI_UT", outcome);
+        AsmWithCodec(mat.NewVMGM_PGCI(), ini, "VMGM_PGCI_UT", lenient, outcome);
     if (HasSection(sections, "ptl_mait")) AsmPlain(mat.NewVMGM_MAIT(), ini, "PTL_MAIT", outcome);
     if (HasSection(sections, "vts_atrt")) AsmPlain(mat.NewVMGM_ATRT(), ini, "VTS_ATRT", outcome);
     if (HasSection(sections, "vmgm_c_adt"))
@@ -342,16 +349,16 @@ void AsmVmg(const fs::path& ini, const std::vector<std::string>& sections, const
 }
 
 void AsmVts(const fs::path& ini, const std::vector<std::string>& sections, const fs::path& out,
-            const fs::path& vobDir, const std::string& ifoName, bool absolute,
+            const fs::path& vobDir, const std::string& ifoName, bool absolute, bool lenient,
             AsmOutcome& outcome) {
     CKestro_VTS_MAT mat;
     const std::string stem = SideStem(ini);
     if (HasSection(sections, "vts_ptt_srpt"))
         AsmPlain(mat.NewVTS_PTT_SRPT(), ini, "VTS_PTT_SRPT", outcome);
     if (HasSection(sections, "vts_pgcit"))
-        AsmWithCodec(mat.NewVTS_PGCIT(), ini, "VTS_PGCIT", outcome);
+        AsmWithCodec(mat.NewVTS_PGCIT(), ini, "VTS_PGCIT", lenient, outcome);
     if (HasSection(sections, "vtsm_pgci_ut"))
-        AsmWithCodec(mat.NewVTSM_PGCI_UT(), ini, "VTSM_PGCI_UT", outcome);
+        AsmWithCodec(mat.NewVTSM_PGCI_UT(), ini, "VTSM_PGCI_UT", lenient, outcome);
     if (HasSection(sections, "vts_tmapt")) {
         CKestro_VTS_TMAP* t = mat.NewVTS_TMAPT();
         std::string bin = stem + kTmapBinSuffix;
@@ -468,7 +475,7 @@ std::string Statement(const fs::path& ini, const char* section, const char* key,
 }
 
 AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobDir,
-                  const std::string& ifoName, bool absolute) {
+                  const std::string& ifoName, bool absolute, bool lenient) {
     std::vector<std::string> sections = SectionsOf(ini);
     AsmOutcome outcome;
     bool vmg = HasSection(sections, "vmgi_mat");
@@ -479,10 +486,10 @@ AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobD
     if (vmg) {
         if (absolute) throw ToolError("--abs applies to title set sources only");
         outcome.kind = IfoKind::Vmg;
-        AsmVmg(ini, sections, out, vobDir, ifoName, outcome);
+        AsmVmg(ini, sections, out, vobDir, ifoName, lenient, outcome);
     } else {
         outcome.kind = IfoKind::Vts;
-        AsmVts(ini, sections, out, vobDir, ifoName, absolute, outcome);
+        AsmVts(ini, sections, out, vobDir, ifoName, absolute, lenient, outcome);
     }
     return outcome;
 }

@@ -58,8 +58,9 @@ struct AsmOutcome {
 // Assembles the IFO file described by `ini` (a private copy, with its side
 // files beside it under the same stem) into `out`. `ifoName` is the file
 // name the IFO file will have in `vobDir`, where its VOB files are measured.
+// A PGC whose source is incomplete fails the assembly unless `lenient`.
 AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobDir,
-                  const std::string& ifoName, bool absolute);
+                  const std::string& ifoName, bool absolute, bool lenient);
 
 // Section names of a source file, in file order.
 std::vector<std::string> SectionsOf(const fs::path& ini);

@@ -49,6 +49,9 @@ int main(int argc, char** argv) {
         ->required();
     cAsm->add_flag("--abs", assemble.absolute,
                    "Title sets: require the absolute address statements (AsmAbs)");
+    cAsm->add_flag("--lenient", assemble.lenient,
+                   "Write the file even when a PGC's source is incomplete (the PGC is then "
+                   "built from what could be read)");
     cAsm->add_flag("--no-backup", noBackup, "Do not write the .BUP copy");
     cAsm->add_flag("-f,--force", assemble.force, "Replace existing output files");
 
@@ -62,6 +65,8 @@ int main(int argc, char** argv) {
     cRebuild->add_flag("--placeholder-vobs", rebuild.placeholderVobs,
                        "Create empty VOB files of the recorded sizes where the input has none");
     cRebuild->add_flag("--abs", rebuild.absolute, "Assemble title sets with AsmAbs");
+    cRebuild->add_flag("--lenient", rebuild.lenient,
+                       "Write files even when a PGC's source is incomplete");
     cRebuild->add_flag("-q,--quiet", rebuild.quiet, "Print no summary of changes");
     cRebuild->add_flag("-f,--force", rebuild.force, "Replace an existing output folder");
 

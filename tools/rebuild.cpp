@@ -285,8 +285,9 @@ int RunRebuild(const RebuildArgs& args) {
         try {
             DisasmIfo(copy, ini, SideFiles::None);
             if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs);
-            AsmOutcome outcome = AsmIfo(ini, videoTs / name, videoTs, name,
-                                         args.absolute && kind == IfoKind::Vts);
+            bool absolute = args.absolute && kind == IfoKind::Vts;
+            AsmOutcome outcome =
+                AsmIfo(ini, videoTs / name, videoTs, name, absolute, args.lenient);
             for (const auto& w : outcome.warnings) Complain("warning: " + name + ": " + w);
         } catch (const ToolError& e) {
             throw ToolError(name + ": " + e.what());
