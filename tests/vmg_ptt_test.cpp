@@ -173,30 +173,6 @@ TEST(VmgPtt, RoundTripThroughARealFile) {
               std::string::npos);
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
 
-    // The report stops at the first line that does not fit.
-    std::vector<char> small(60, 0);
-    EXPECT_FALSE(loaded.Details(small.data(), 57));
-    EXPECT_STREQ(small.data(), "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n");
-    // The caller's file position is kept.
-    kestro::FileSeek(h, 100, 0);
-    vt::Report(loaded);
-    EXPECT_EQ(kestro::FileTell(h), 100u);
-}
-
-TEST(VmgPtt, EmptyTableReportsHeaderAndWritesNothing) {
-    kt::TempDir dir;
-    std::string file = dir / "empty.ifo";
-    kt::WriteBytes(file, vt::Image(2, 1, {0, 0, 0, 0, 0, 0, 0, 7}));
-    vt::Handle h(vt::OpenRead(file));
-    CKestro_VMG_PTT ptt;
-    ASSERT_EQ(ptt.Load(h, 1), 1);
-    EXPECT_EQ(vt::Report(ptt),
-              "Number of Title Unit Serch Pointers TTUs in the VTS: 0\r\n"
-              "End byte address of PTT_SRPT table: 7\r\n\r\n");
-    // Get and Write never use the loaded view.
-    unsigned long s = 1, b = 1;
-    ptt.Get(&s, &b);
-    EXPECT_EQ(s + b, 0u);
 }
 
 // Damaged files: counts and addresses that point beyond what was read come
