@@ -8,45 +8,65 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(ToolSample, AssemblesReportsAndIsAFixedPoint) {
-    TT_REQUIRE_KESTRO();
-    fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
-    if (!fs::exists(sample / "vobs.txt")) GTEST_SKIP() << "no sample in " << sample;
-    kt::TempDir work;
-    fs::path disc = work.path() / "VIDEO_TS";
-    fs::create_directories(disc);
-    fs::create_directories(work.path() / "again");
-    std::ifstream vobs(sample / "vobs.txt");
-    std::string name;
-    unsigned long long bytes = 0;
-    while (vobs >> name >> bytes) {
-        std::ofstream(disc / name).close();
-        fs::resize_file(disc / name, bytes);
+class ToolSample : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TT_REQUIRE_KESTRO();
+        if (!fs::exists(sample_ / "vobs.txt")) GTEST_SKIP() << "no sample in " << sample_;
+        for (auto& e : fs::directory_iterator(sample_))
+            if (e.path().extension() == ".ini") sources_.push_back(e.path());
+        std::sort(sources_.begin(), sources_.end());
     }
 
-    std::vector<fs::path> sources;
-    for (auto& e : fs::directory_iterator(sample))
-        if (e.path().extension() == ".ini") sources.push_back(e.path());
-    std::sort(sources.begin(), sources.end());
-    ASSERT_GE(sources.size(), 3u);
-    for (const auto& src : sources) {
-        std::string ifo = (disc / (src.stem().string() + ".IFO")).string();
-        tt::Result r = tt::Kestro({"asm", src.string(), "-o", ifo});
-        ASSERT_EQ(r.code, 0) << src << ": " << r.err;
-        EXPECT_TRUE(r.err.empty()) << r.err;
+    // Assembles every source into work/VIDEO_TS, next to empty VOB files of
+    // the sizes the sample records.
+    void Assemble() {
+        fs::create_directories(disc_);
+        std::ifstream vobs(sample_ / "vobs.txt");
+        std::string name;
+        unsigned long long bytes = 0;
+        while (vobs >> name >> bytes) {
+            std::ofstream(disc_ / name).close();
+            fs::resize_file(disc_ / name, bytes);
+        }
+        ASSERT_GE(sources_.size(), 3u);
+        for (const auto& src : sources_) {
+            tt::Result r = tt::Kestro({"asm", src.string(), "-o", IfoOf(src)});
+            ASSERT_EQ(r.code, 0) << src << ": " << r.err;
+            EXPECT_TRUE(r.err.empty()) << r.err;
+        }
     }
-    tt::Result r = tt::Kestro({"report", work.path().string()});
+    std::string IfoOf(const fs::path& src) const {
+        return (disc_ / (src.stem().string() + ".IFO")).string();
+    }
+
+    fs::path sample_ = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
+    std::vector<fs::path> sources_;
+    kt::TempDir work_;
+    fs::path disc_ = work_.path() / "VIDEO_TS";
+};
+
+TEST_F(ToolSample, AssemblesReportsAndIsAFixedPoint) {
+    ASSERT_NO_FATAL_FAILURE(Assemble());
+    tt::Result r = tt::Kestro({"report", work_.path().string()});
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_NE(r.out.find("VMG First Play PGC:"), std::string::npos);
-    for (const auto& src : sources) {
-        std::string again = (work.path() / "again" / src.filename()).string();
-        std::string ifo = (disc / (src.stem().string() + ".IFO")).string();
-        ASSERT_EQ(tt::Kestro({"disasm", ifo, "-o", again}).code, 0);
+    for (const auto& src : sources_) {
+        std::string again = work_ / src.filename().string();
+        ASSERT_EQ(tt::Kestro({"disasm", IfoOf(src), "-o", again}).code, 0);
         EXPECT_EQ(kt::ReadText(again), kt::ReadText(src.string())) << src;
     }
-    if (!tt::HaveTool("lsdvd")) return;
-    auto titles = tt::Lsdvd(work.path());
-    EXPECT_EQ(titles.size(), 3u);
+}
+
+TEST_F(ToolSample, LsdvdReadsTheAssembledSample) {
+    TT_REQUIRE_TOOLS("lsdvd");
+    ASSERT_NO_FATAL_FAILURE(Assemble());
+    auto titles = tt::Lsdvd(work_.path());
+    ASSERT_EQ(titles.size(), 3u);
+    EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
+              std::string::npos)
+        << titles[0].lines[0];
+    EXPECT_EQ(titles[2].vts, 2);
 }
 
 }  // namespace
