@@ -124,6 +124,15 @@ private:
 // VMGI_MAT with the First Play PGC, and the owner of every other table of
 // VIDEO_TS.IFO.
 //
+// Reading: open the file (OpenKestroFile), Load, then Details/Disasm of this
+// object first (its Disasm starts a fresh source file) and of each sub-table
+// reached through the Get accessors, while the file stays open. The language
+// units take a codec, GetVMGM_PGCI_UT() and GetVMGM_PGCIT_SA().
+// Rebuilding: on a fresh object, New<TABLE> and Asm each sub-table the
+// source holds (VMGM_PGCI_UT with a codec), CreateKestroFile the output and
+// call Asm(iniPath, hFile, outputPath); the menu VOB file is looked for next
+// to outputPath.
+//
 // Sub-table objects are owned here. The pointers returned by the Get
 // accessors stay valid until the table is replaced (New, Load), deleted
 // (Delete) or this object is destroyed. New releases an object already held
