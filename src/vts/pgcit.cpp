@@ -15,10 +15,13 @@ constexpr const char* kSection = "vts_pgcit";
 constexpr const char* kPgcPrefix = "vts_pgc_";
 constexpr unsigned short kPgcIndent = 5;
 
-// Search pointers a loaded table can really hold: 8 bytes each inside the
-// body. Equal to the count for well-formed tables.
+// PGCs a loaded table can really hold: each takes its 8-byte search pointer
+// and at least its 236-byte general information inside the body, so this is
+// the count for well-formed tables. A damaged count is cut here; without the
+// cut a small file could announce thousands of PGCs, and writing each one's
+// source flushes the whole source file.
 uint32_t VisiblePgcs(const LoadedTable& t) {
-    size_t room = t.body.size() / 8;
+    size_t room = t.body.size() / (8 + CKestro_PGCI::kGeneralInfoSize);
     return t.count < room ? t.count : uint32_t(room);
 }
 
