@@ -111,6 +111,10 @@ int RunDisasm(const DisasmArgs& args) {
                           ? Absolute(fs::path(ifo.filename()).replace_extension(".ini"))
                           : Absolute(args.output);
     KindOfIfo(ifo);
+    if (args.side != SideFiles::None && output.filename().string().size() < 5)
+        throw ToolError(output.string() +
+                        ": side files are named after the source less its last four characters, "
+                        "so its name needs at least five");
 
     PrivateDir work;
     fs::path copy = work / ifo.filename().string();
