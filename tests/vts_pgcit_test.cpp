@@ -149,9 +149,10 @@ TEST(VtsPgcit, DamagedTablesStayInsideTheBody) {
     Bytes pgc;
     pgc.be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000);
     const std::vector<uint8_t> tables[] = {
-        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).v,
+        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).zeros(800).v,
         Bytes().be16(1).be16(0).be32(300).be32(0).be32(16).raw(pgc.v).zeros(300).v,
         Bytes().be16(60000).be16(0).be32(20).v,
+        Bytes().be16(60000).be16(0).be32(20000).zeros(20000).v,
     };
     for (const auto& table : tables) {
         vt::Handle f(vt::PlaceTable(dir, "d.ifo", table, 1, false));
