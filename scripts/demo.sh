@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The main job on the bundled sample, from a fresh machine:
-#   1. installs what the build needs and builds the kestro command;
+#   1. installs what the build needs and builds everything (library, command,
+#      tests; --tool-only builds the library and the command alone);
 #   2. assembles the sample's IFO files from examples/sample/*.ini, next to
 #      empty VOB files of the sizes the sample records (the assembly
 #      measures the VOB files next to its output);
@@ -8,18 +9,27 @@
 #   4. disassembles them again and shows that the sources come back
 #      unchanged (the sample is a fixed point of disasm and asm).
 #
-#   scripts/demo.sh [--no-setup] [WORKDIR]
+#   scripts/demo.sh [--no-setup] [--tool-only] [WORKDIR]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 setup=1
-if [ "${1:-}" = "--no-setup" ]; then setup=0; shift; fi
+target=all
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --no-setup) setup=0 ;;
+    --tool-only) target=kestro_cli ;;
+    *) break ;;
+  esac
+  shift
+done
 work=${1:-$(mktemp -d)}
 
 if [ $setup = 1 ]; then scripts/setup.sh; fi
-cmake -S . -B build-demo -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_BUILD_TESTS=OFF >/dev/null
-cmake --build build-demo -j"$(nproc)" --target kestro_cli >/dev/null
-kestro=$root/build-demo/tools/kestro
+echo "== build ($target)"
+cmake --preset default >/dev/null
+cmake --build --preset default -j"$(nproc)" --target "$target" >/dev/null
+kestro=$root/build/tools/kestro
 sample=$root/examples/sample
 "$kestro" --version
 
