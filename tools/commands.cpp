@@ -170,10 +170,21 @@ int RunAsm(const AsmArgs& args) {
     }
     for (const auto& w : outcome.warnings)
         Complain("warning: " + source.filename().string() + ": " + UserPaths(w, ini, source));
-    if (outcome.kind == IfoKind::Vts && !LooksLikeTitleSetName(output.filename().string()))
-        Complain("warning: " + output.filename().string() +
+    const std::string name = output.filename().string();
+    if (outcome.kind == IfoKind::Vts && !LooksLikeTitleSetName(name))
+        Complain("warning: " + name +
                  ": the title set number is read from characters 5 and 6 of the IFO file's "
                  "name (VTS_nn_0.IFO), and its VOB files are named after it");
+    // The layout counts the VOB files found next to the output.
+    std::string vob = outcome.kind == IfoKind::Vmg
+                          ? SideStem(name) + ".VOB"
+                          : "VTS_" + (name.size() >= 6 ? name.substr(4, 2) : "") + "_1.VOB";
+    bool menus = outcome.kind == IfoKind::Vts ||
+                 std::atol(Statement(ini, "vmgi_mat", "vmgm_vobs_sa", "0").c_str()) != 0;
+    if (menus && !ExistsNoCase(output.parent_path(), vob))
+        Complain("warning: " + name + ": no " + vob + " next to it; the " +
+                 (outcome.kind == IfoKind::Vmg ? "menu" : "title") +
+                 " VOB addresses count none");
     if (bup) CopyFileTo(ifo.temp(), bup->temp());
     ifo.Commit();
     if (bup) bup->Commit();

@@ -120,6 +120,13 @@ void LinkOrCopy(const fs::path& from, const fs::path& to, bool copy) {
     if (ec) throw ToolError("cannot copy " + from.string() + ": " + ec.message());
 }
 
+bool ExistsNoCase(const fs::path& dir, const std::string& name) {
+    std::error_code ec;
+    for (auto& e : fs::directory_iterator(dir, ec))
+        if (Upper(e.path().filename().string()) == Upper(name)) return true;
+    return false;
+}
+
 fs::path VideoTsFolderOf(const fs::path& folder) {
     std::error_code ec;
     for (auto& e : fs::directory_iterator(folder, ec)) {

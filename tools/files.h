@@ -74,6 +74,9 @@ void CreateSizedFile(const fs::path& p, unsigned long long bytes);
 // Links `from` at `to` (hard link, else symbolic link, else copy).
 void LinkOrCopy(const fs::path& from, const fs::path& to, bool copy);
 
+// Whether `dir` holds a file named `name` in any letter case.
+bool ExistsNoCase(const fs::path& dir, const std::string& name);
+
 // The IFO files of a DVD folder (the folder itself or its VIDEO_TS
 // subfolder): VIDEO_TS.IFO first, then VTS_nn_0.IFO in title-set order.
 std::vector<fs::path> IfoFilesOf(const fs::path& folder);

@@ -189,22 +189,6 @@ long SourceNumber(const fs::path& ini, const char* section, const char* key) {
     return std::atol(Statement(ini, section, key, "0").c_str());
 }
 
-bool ExistsNoCase(const fs::path& dir, const std::string& name, fs::path* found = nullptr) {
-    std::error_code ec;
-    for (auto& e : fs::directory_iterator(dir, ec)) {
-        std::string a = e.path().filename().string();
-        if (a.size() != name.size()) continue;
-        bool same = true;
-        for (size_t i = 0; i < a.size() && same; ++i)
-            same = std::toupper((unsigned char)a[i]) == std::toupper((unsigned char)name[i]);
-        if (same) {
-            if (found) *found = e.path();
-            return true;
-        }
-    }
-    return false;
-}
-
 // Empty VOB files of the sizes the original file records, for inputs that
 // come without their VOB files, so that the assembly measures the same
 // sizes. Title VOBs are split as on a disc, at most 524,287 sectors a file.
