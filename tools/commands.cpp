@@ -1,6 +1,7 @@
 #include "commands.h"
 
 #include <cctype>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 
@@ -138,7 +139,7 @@ int RunDisasm(const DisasmArgs& args) {
         CopyFileTo(SideStem(ini) + s, staged.back()->temp());
     }
     for (auto& f : staged) f->Commit();
-    for (const auto& dropped : {ini.string()}) INIForgetFile(dropped.c_str());
+    INIForgetFile(ini.c_str());
     return 0;
 }
 
@@ -179,9 +180,9 @@ int RunAsm(const AsmArgs& args) {
     std::string vob = outcome.kind == IfoKind::Vmg
                           ? SideStem(name) + ".VOB"
                           : "VTS_" + (name.size() >= 6 ? name.substr(4, 2) : "") + "_1.VOB";
-    bool menus = outcome.kind == IfoKind::Vts ||
-                 std::atol(Statement(ini, "vmgi_mat", "vmgm_vobs_sa", "0").c_str()) != 0;
-    if (menus && !ExistsNoCase(output.parent_path(), vob))
+    bool expectVob = outcome.kind == IfoKind::Vts ||
+                     std::atol(Statement(ini, "vmgi_mat", "vmgm_vobs_sa", "0").c_str()) != 0;
+    if (expectVob && !ExistsNoCase(output.parent_path(), vob))
         Complain("warning: " + name + ": no " + vob + " next to it; the " +
                  (outcome.kind == IfoKind::Vmg ? "menu" : "title") +
                  " VOB addresses count none");
