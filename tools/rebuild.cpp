@@ -286,14 +286,15 @@ int RunRebuild(const RebuildArgs& args) {
     }
 
     if (fs::exists(fs::symlink_status(out, ec))) {
-        // --force: move the old folder aside first, so that a failed rename
-        // leaves it in place.
-        fs::path old = out;
-        old += ".kestro-old";
-        fs::remove_all(old, ec);
-        fs::rename(out, old);
-        fs::rename(staging.path(), out);
-        fs::remove_all(old, ec);
+        // --force: the old folder moves into a private folder first and comes
+        // back when the new one cannot take its place.
+        PrivateDir trash(out);
+        fs::rename(out, trash / "old");
+        fs::rename(staging.path(), out, ec);
+        if (ec) {
+            fs::rename(trash / "old", out);
+            throw ToolError("cannot rename into " + out.string() + ": " + ec.message());
+        }
     } else {
         fs::rename(staging.path(), out);
     }
