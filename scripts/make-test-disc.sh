@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Authors a small DVD-Video disc from generated streams, for tests and the
-# sample: a video manager with a First Play PGC and a menu, two title sets,
-# title set 1 with a menu and two titles with chapters, title set 2 with one
-# title; every title has two audio streams and one sub-picture stream.
+# sample: a video manager with a First Play PGC and two menus; two title
+# sets, title set 1 with menus in two languages and two titles with
+# chapters, title set 2 with one title; every title has two audio streams
+# and one sub-picture stream.
 #
 #   scripts/make-test-disc.sh OUTDIR [SECONDS]
 #
@@ -54,20 +55,31 @@ cat > disc.xml <<EOF
 <dvdauthor dest="$out">
   <vmgm>
     <fpc>jump vmgm menu 1;</fpc>
-    <menus>
+    <menus lang="en">
       <video format="ntsc" aspect="4:3"/>
       <pgc entry="title">
         <vob file="menu.mpg"/>
         <post>jump title 1;</post>
       </pgc>
+      <pgc>
+        <vob file="menu.mpg"/>
+        <post>jump title 3;</post>
+      </pgc>
     </menus>
   </vmgm>
   <titleset>
-    <menus>
+    <menus lang="en">
       <video format="ntsc" aspect="4:3"/>
       <pgc entry="root">
         <vob file="menu.mpg"/>
         <post>jump title 1;</post>
+      </pgc>
+    </menus>
+    <menus lang="fr">
+      <video format="ntsc" aspect="4:3"/>
+      <pgc entry="root">
+        <vob file="menu.mpg"/>
+        <post>jump title 2;</post>
       </pgc>
     </menus>
     <titles>
