@@ -122,3 +122,22 @@ TEST(IniStore, SixtyFiveThousandKeysRoundTripInLinearTime) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(IniStore, FlushesInsideABatchWaitForItsEnd) {
+    kt::TempDir dir;
+    std::string f = dir / "b.ini";
+    {
+        kestro::FlushBatch outer;
+        {
+            kestro::FlushBatch inner;
+            INIWritePrivateProfileString("s", "k", "v", f.c_str());
+            INIFlushFiles();
+        }
+        EXPECT_FALSE(kt::fs::exists(f));
+    }
+    EXPECT_EQ(kt::ReadText(f), "[s]\nk=v\n");
+}
+
+}  // namespace

@@ -157,6 +157,21 @@ private:
     char value_[kValueSize];
 };
 
+// ---- Flush batching -------------------------------------------------------------
+void IniBeginBatch();
+void IniEndBatch();
+// While one is alive, INIFlushFiles only notes the request; the last batch
+// to end performs it. Tables that pass many PGCs to the codec (whose source
+// writer flushes after every PGC) hold one around the loop, so the source
+// file is written once instead of once per PGC.
+class FlushBatch {
+public:
+    FlushBatch() { IniBeginBatch(); }
+    ~FlushBatch() { IniEndBatch(); }
+    FlushBatch(const FlushBatch&) = delete;
+    FlushBatch& operator=(const FlushBatch&) = delete;
+};
+
 // Hexadecimal byte string: skips one leading "x", then converts two
 // characters at a time into out[0..n); digits missing at the end count as 0
 // and never read past the value's terminator.

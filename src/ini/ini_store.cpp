@@ -292,7 +292,34 @@ void INIWritePrivateProfileString(const char* section, const char* key, const ch
     f->dirty = true;
 }
 
-void INIFlushFiles() { TheStore().Flush(); }
+namespace {
+int g_batchDepth = 0;
+bool g_flushPending = false;
+}  // namespace
+
+void INIFlushFiles() {
+    // Inside a batch the write is deferred to the batch's end: a table that
+    // hands hundreds of PGCs to the codec, which flushes after each, would
+    // otherwise rewrite the whole growing file every time.
+    if (g_batchDepth > 0) {
+        g_flushPending = true;
+        return;
+    }
+    TheStore().Flush();
+}
+
+namespace kestro {
+
+void IniBeginBatch() { ++g_batchDepth; }
+
+void IniEndBatch() {
+    if (g_batchDepth > 0 && --g_batchDepth == 0 && g_flushPending) {
+        g_flushPending = false;
+        TheStore().Flush();
+    }
+}
+
+}  // namespace kestro
 
 void INIForgetFile(const char* file) { TheStore().Forget(NormalisePath(file)); }
 
