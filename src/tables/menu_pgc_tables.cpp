@@ -48,11 +48,13 @@ const MenuPgcKind kVtsmMenus = {
     false, true, false, "\r\n",
 };
 
-// Search pointers a table body can hold (its size is kept in 16 bits), and
-// PGC search pointers a unit buffer can hold. Loaded counts beyond these
-// index nothing that could be read.
-constexpr uint32_t kMaxLoadedUnits = 0xFFFF / 8;
-constexpr uint32_t kMaxUnitPgcs = (CKestroLanguageUnits::kUnitBuffer - 8) / 8;
+// Units and PGCs the language-unit reports and sources walk: the capacity of
+// the format (16 units, 99 PGCs each). Counts beyond it come only from
+// damaged files; walking them would re-disassemble zeros thousands of times
+// (each PGC's source flushes the whole file), so they are cut here. Every
+// well-formed table lies within these limits.
+constexpr uint32_t kMaxLoadedUnits = CKestroMenuPgcTable::kMaxUnits;
+constexpr uint32_t kMaxUnitPgcs = CKestroMenuPgcTable::kMaxPgcs;
 
 // Room a report may use beyond the len its caller gives: the closing line
 // break and the terminator.
@@ -324,7 +326,7 @@ int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTab
     if (!table) return 0;
     m_unitCount = table->UnitCount();
     // Loaded when at least one unit is defined.
-    for (uint32_t i = 0; i < m_unitCount && i < kMaxLoadedUnits; ++i)
+    for (uint32_t i = 0; i < m_unitCount; ++i)
         if (table->UnitPosition(uint16_t(i), startSector) != 0) return 1;
     return 0;
 }
@@ -415,6 +417,7 @@ bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startS
     const MenuPgcKind& k = *m_kind;
     if (!table) return false;
     Source units(iniPath, k.unitSection);
+    FlushBatch batch;  // the codec flushes per PGC: write the file once
     uint32_t count = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
     for (uint32_t i = 1; i <= count; ++i) {
         // An undefined unit (start byte 0) is read from the file's start.
