@@ -219,31 +219,35 @@ TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     }
 }
 
-TEST(ToolCorpus, EveryRealDiscRoundTrips) {
-    TT_REQUIRE_KESTRO();
-    auto vmgs = kt::CorpusFiles("VIDEO_TS");
-    KT_SKIP_IF_EMPTY(vmgs);
-    for (const auto& vmg : vmgs) {
-        // The corpus folders hold the files themselves: give them a
-        // VIDEO_TS folder of their own, with placeholder title VOBs.
-        kt::TempDir disc;
-        tt::CopyFolder(fs::path(vmg).parent_path(), disc / "VIDEO_TS");
-        SCOPED_TRACE(vmg);
-        RoundTripDisc(disc.path(), true);
+// Runs `check` on every real disc. The corpus folders hold the files
+// themselves: each gets a VIDEO_TS folder of its own, and its rebuild gets
+// placeholder title VOBs of the recorded sizes.
+class ToolCorpus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TT_REQUIRE_KESTRO();
+        vmgs_ = kt::CorpusFiles("VIDEO_TS");
+        KT_SKIP_IF_EMPTY(vmgs_);
     }
+    template <class Check>
+    void ForEachDisc(Check check) {
+        for (const auto& vmg : vmgs_) {
+            kt::TempDir disc;
+            tt::CopyFolder(fs::path(vmg).parent_path(), disc / "VIDEO_TS");
+            SCOPED_TRACE(vmg);
+            check(disc.path());
+        }
+    }
+    std::vector<std::string> vmgs_;
+};
+
+TEST_F(ToolCorpus, EveryRealDiscRoundTrips) {
+    ForEachDisc([](const fs::path& disc) { RoundTripDisc(disc, true); });
 }
 
-TEST(ToolCorpus, LsdvdReadsEveryRebuiltDiscAsTheOriginal) {
-    TT_REQUIRE_KESTRO();
+TEST_F(ToolCorpus, LsdvdReadsEveryRebuiltDiscAsTheOriginal) {
     TT_REQUIRE_TOOLS("lsdvd");
-    auto vmgs = kt::CorpusFiles("VIDEO_TS");
-    KT_SKIP_IF_EMPTY(vmgs);
-    for (const auto& vmg : vmgs) {
-        kt::TempDir disc;
-        tt::CopyFolder(fs::path(vmg).parent_path(), disc / "VIDEO_TS");
-        SCOPED_TRACE(vmg);
-        LsdvdAgrees(disc.path(), true);
-    }
+    ForEachDisc([](const fs::path& disc) { LsdvdAgrees(disc, true); });
 }
 
 }  // namespace
