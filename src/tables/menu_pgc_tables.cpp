@@ -163,6 +163,18 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
                  k.tableSection, kMaxUnits);
         return false;
     }
+    // PGC counts beyond the capacity are refused before anything is stored;
+    // missing ones are reported in order below.
+    Source units(iniPath, k.unitSection);
+    for (int i = 1; i <= n; ++i) {
+        if (!units.Read(units.Key(k.pgcCountKey, i))) continue;
+        int m = units.Int();
+        if (m < 0 || m > kMaxPgcs) {
+            SetError("[%s] %d PGCs in language unit %d: a unit holds 0 to %d", units.LastKey(), m,
+                     i, kMaxPgcs);
+            return false;
+        }
+    }
     m_assembledCount = n;
     PutBE16(m_header, uint32_t(n));
     // Every unit has its records from here on, so a failure part-way leaves
@@ -202,16 +214,10 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
         return false;
     };
 
-    Source units(iniPath, k.unitSection);
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
         if (!units.Read(units.Key(k.pgcCountKey, i))) return missing(units.LastKey());
         int m = units.Int();
-        if (m < 0 || m > kMaxPgcs) {
-            SetError("[%s] %d PGCs in language unit %d: a unit holds 0 to %d", units.LastKey(), m,
-                     i, kMaxPgcs);
-            return false;
-        }
         PutBE16(u.header, uint32_t(m));
         u.pgcs.resize(size_t(m));
         for (auto& p : u.pgcs) std::memset(p.srp, 0, sizeof p.srp);
