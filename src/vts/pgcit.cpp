@@ -91,6 +91,7 @@ bool CKestro_VTS_PGCIT::Disasm(const char* iniFile, CKestro_PGCI* pgci) {
     src.Write("vts_pgcit_ea", "%d", int(m_loaded.endAddress));
     uint32_t n = VisiblePgcs(m_loaded);
     char section[32];
+    FlushBatch batch;  // the codec flushes per PGC: write the file once
     for (uint32_t i = 0; i < n; ++i) {
         uint32_t start = body.BE32(8 * size_t(i) + 4);
         src.Write(src.Key("vts_pgc_cat%02d", int(i + 1)), "%08x", body.BE32(8 * size_t(i)));
