@@ -123,6 +123,23 @@ int ForEachRealTable(const char* prefix, size_t pointer, F&& fn) {
     return seen;
 }
 
+// A real table loaded by member m (make, load), written as source, and
+// assembled by a fresh object: what that object writes, cut to the size its
+// Get reports.
+template <class Member>
+std::vector<uint8_t> ThroughSource(const Member& m, const RealTable& rt, int hFile) {
+    auto loaded = m.make();
+    EXPECT_EQ(m.load(*loaded, hFile, rt.sector), 1);
+    EXPECT_TRUE(loaded->Disasm(rt.ini.c_str()));
+    auto t = m.make();
+    EXPECT_TRUE(t->Asm(rt.ini.c_str()));
+    unsigned long sectors = 0, bytes = 0;
+    t->Get(&sectors, &bytes);
+    std::vector<uint8_t> out = Written(*t, rt.ini + ".bin");
+    out.resize(std::min<size_t>(bytes, out.size()));
+    return out;
+}
+
 // The first n bytes of v (all of it when shorter).
 inline std::vector<uint8_t> Head(const std::vector<uint8_t>& v, size_t n) {
     return std::vector<uint8_t>(v.begin(), v.begin() + long(std::min(n, v.size())));
