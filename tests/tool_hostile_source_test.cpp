@@ -1,0 +1,315 @@
+// Hostile sources: the bundled sample's sources with statements missing,
+// empty, overlong and malformed, and sources whose counts sit at and beyond
+// every capacity (999 titles, 256 cells, 16 language units, 99 PGCs per
+// unit, 384 commands, 65,535 VOBU entries). Every table is assembled,
+// sized and written, whole files are laid out and loaded back; nothing may
+// crash, overrun, leak or hang.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../fuzz/kestro_drive.h"
+#include "test_util.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> SampleSources() {
+    std::vector<std::string> out;
+    fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
+    std::error_code ec;
+    if (!fs::is_directory(sample, ec)) return out;
+    for (auto& e : fs::directory_iterator(sample, ec))
+        if (e.path().extension() == ".ini") out.push_back(kt::ReadText(e.path().string()));
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+}
+
+class HostileSource : public ::testing::Test {
+protected:
+    void SetUp() override { handle_ = kdrive::NextHandle(scratch_.Path("probe")); }
+    void TearDown() override {
+        EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_)
+            << "a file handle was left open";
+    }
+    // Assembles everything from the text, then loads what was built.
+    void Run(const std::string& text) {
+        scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+        kdrive::DriveSource(scratch_);
+        kdrive::LoadedRun run;
+        run.sideFiles = false;
+        kdrive::DriveVmgFile(scratch_, scratch_.Path("VIDEO_TS.IFO"), run);
+        kdrive::DriveVtsFile(scratch_, scratch_.Path("VTS_01_0.IFO"), run);
+        scratch_.Clear();
+    }
+    kdrive::Scratch scratch_{"hostile-src"};
+    int handle_ = 0;
+};
+
+// Each variant damages every seventh statement (a different seventh each
+// time) in one way, so every statement of the sample is damaged in every way
+// by some variant.
+TEST_F(HostileSource, DamagedStatements) {
+    const auto sources = SampleSources();
+    if (sources.empty()) GTEST_SKIP() << "no sample sources";
+    const std::string longValue(300, '7'), hugeValue(5000, 'f');
+    using Damage = std::string (*)(const std::string& key, const std::string& value);
+    static const std::string* L = nullptr;
+    static const std::string* H = nullptr;
+    L = &longValue;
+    H = &hugeValue;
+    const std::vector<std::pair<const char*, Damage>> damages = {
+        {"missing", [](const std::string&, const std::string&) { return std::string(); }},
+        {"empty", [](const std::string& k, const std::string&) { return k + "="; }},
+        {"overlong", [](const std::string& k, const std::string& v) { return k + "=" + v + *L; }},
+        {"huge", [](const std::string& k, const std::string&) { return k + "=x" + *H; }},
+        {"negative", [](const std::string& k, const std::string&) { return k + "=-1"; }},
+        {"too large", [](const std::string& k, const std::string&) { return k + "=99999999999"; }},
+        {"not a number", [](const std::string& k, const std::string&) { return k + "=zz%s%n"; }},
+        {"all ones", [](const std::string& k, const std::string&) { return k + "=xffffffffffffffff"; }},
+        {"dollar", [](const std::string& k, const std::string&) { return k + "=$1"; }},
+    };
+    for (size_t s = 0; s < sources.size(); ++s) {
+        const auto lines = Lines(sources[s]);
+        for (const auto& damage : damages) {
+            for (size_t phase = 0; phase < 7; ++phase) {
+                SCOPED_TRACE("source " + std::to_string(s) + ", " + damage.first + ", phase " +
+                             std::to_string(phase));
+                std::string text;
+                size_t statement = 0;
+                for (const auto& line : lines) {
+                    size_t eq = line.find('=');
+                    if (eq == std::string::npos || line[0] == '[' || statement++ % 7 != phase) {
+                        text += line + "\n";
+                        continue;
+                    }
+                    std::string out = damage.second(line.substr(0, eq), line.substr(eq + 1));
+                    if (!out.empty()) text += out + "\n";
+                }
+                Run(text);
+            }
+        }
+    }
+}
+
+// Broken grammar: sections without statements, statements without
+// sections, lines without "=", duplicate sections and keys, NUL bytes, CR
+// without LF, a very long line.
+TEST_F(HostileSource, BrokenGrammar) {
+    const auto sources = SampleSources();
+    std::string first = sources.empty() ? std::string() : sources.front();
+    const std::vector<std::string> texts = {
+        "",
+        "\n\n\n",
+        "vts_ttu_ns=5\nvobu_sa0001=3\n",
+        "[vmgi_mat]\n[vtsi_mat]\n[vts_pgcit]\n[vts_vobu_admap]\n",
+        "[vts_vobu_admap\nvobu_sa0001=1\n",
+        "[vts_vobu_admap]\nvobu_sa0001\n=5\nvobu_sa0002==7\n",
+        std::string("[vts_vobu_admap]\nvobu_sa0001=1\0\nvobu_sa0002=2\n", 40),
+        "[vts_vobu_admap]\rvobu_sa0001=1\rvobu_sa0002=2\r",
+        "[vts_c_adt]\nvts_vob_ns=1\n[vts_c_adt]\nvts_vob_ns=300\n",
+        "[vts_ptt_srpt]\nvts_ttu_ns=1\nttu_sa01=16\n000ptt_srp=\n001ptt_srp=999 999\n",
+        "[vts_tmapt]\nvts_tmap_ns=1\n[vts_tmapti]\nvts_tmap01_map_en_ns=70000\n",
+        "[vts_pgcit]\n" + std::string(100000, 'k') + "=1\n",
+        first + "\n" + first,
+    };
+    for (size_t i = 0; i < texts.size(); ++i) {
+        SCOPED_TRACE("text " + std::to_string(i));
+        Run(texts[i]);
+    }
+}
+
+// ---- Capacities --------------------------------------------------------------
+
+std::string Fmt(const char* fmt, int a, int b = 0) {
+    char buf[128];
+    std::snprintf(buf, sizeof buf, fmt, a, b);
+    return buf;
+}
+
+// A minimal PGC with `cells` cells and `commands` pre commands under prefix.
+std::string Pgc(const std::string& prefix, int cells, int commands) {
+    std::string t;
+    t += prefix + Fmt("cnt=0000%02x", cells > 255 ? 0 : cells) + Fmt("%02x\n", cells & 0xff);
+    t += prefix + "pb_tm=00000000\n" + prefix + "uop_ctl=00000000\n";
+    t += prefix + "cmdt_sa=236\n" + prefix + Fmt("cmdt_pre_ns=%d\n", commands);
+    t += prefix + "cmdt_post_ns=0\n" + prefix + "cmdt_cmds_ns=0\n";
+    for (int c = 1; c <= commands; ++c) t += prefix + Fmt("pre%d=3002000000010000\n", c);
+    if (cells > 0) {
+        t += prefix + "pgmap_sa=1\n" + prefix + "pgmap_prog_entry_cell01=1\n";
+        t += prefix + "c_pbit_sa=1\n" + prefix + "c_posit_sa=1\n";
+        for (int c = 1; c <= cells; ++c) {
+            for (const char* f : {"cat=02000000", "pbtm=00000100", "fvobu_sa=0", "filvu_ea=0",
+                                  "lvobu_sa=0", "lvobu_ea=1"})
+                t += prefix + Fmt("c_pbit_cell%03d_", c) + f + "\n";
+            t += prefix + Fmt("c_posit_cell%03d_vobid=1\n", c);
+            t += prefix + Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
+        }
+    } else {
+        t += prefix + "pgmap_sa=0\n" + prefix + "c_pbit_sa=0\n" + prefix + "c_posit_sa=0\n";
+    }
+    return t;
+}
+
+std::string VmgTitles(int titles) {
+    std::string t = "[vmg_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", titles);
+    for (int i = 1; i <= titles; ++i) {
+        t += Fmt("tt_pb_ty%02d=x3c\n", i) + Fmt("tt_agl_ns%02d=1\n", i) +
+             Fmt("tt_ptt_ns%02d=1\n", i) + Fmt("tt_ptl_id_fld%02d=0\n", i) +
+             Fmt("vtsn%02d=1\n", i) + Fmt("vts_ttn%02d=1\n", i) + Fmt("vts_sa%02d=1\n", i);
+    }
+    return t;
+}
+
+std::string VtsTitleUnits(int units) {
+    std::string t = "[vts_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", units);
+    for (int i = 1; i <= units && i <= 256; ++i)
+        t += Fmt("%03dptt_srp=", i - 1) + Fmt("%03d 001 001\n", i);
+    return t;
+}
+
+// A VOB holds at most 99 cells in the source: the cells fill VOB after VOB.
+std::string CellTable(const char* section, const char* ns, int cells) {
+    const int vobs = (cells + 98) / 99;
+    std::string t = std::string("[") + section + "]\n" + ns + Fmt("=%d\n", vobs);
+    for (int i = 0; i < cells; ++i) {
+        const int v = 1 + i / 99, c = 1 + i % 99;
+        for (const char* f : {"vts_vob_idn=%d", "vts_c_idn=%d", "vts_cp_sa=0", "vts_cp_ea=1"})
+            t += Fmt("c_%03d_vob%03d_", c, v) + Fmt(f, f[4] == 'v' ? v : c) + "\n";
+    }
+    return t;
+}
+
+std::string MenuUnits(const char* kind, int units, int pgcs, int cells = 0) {
+    std::string t = "[" + std::string(kind) + "_pgci_ut]\n" + kind + Fmt("_lu_ns=%d\n", units);
+    for (int u = 1; u <= units; ++u)
+        t += kind + Fmt("_lu_srp%02d_lcd=en\n", u) + kind + Fmt("_lu_srp%02d_exst=80\n", u);
+    t += "[" + std::string(kind) + "_lu]\n";
+    for (int u = 1; u <= units; ++u) t += kind + Fmt("_lui%02d_pgci_srp_ns=%d\n", u, pgcs);
+    for (int u = 1; u <= units; ++u)
+        for (int p = 1; p <= pgcs; ++p) {
+            t += "[" + std::string(kind) + Fmt("_lu%02d_%02d]\n", u, p);
+            t += kind + std::string("_lui_pgc_cat=82000000\n");
+            t += Pgc(std::string(kind) + "_pgc_", cells, 1);
+        }
+    return t;
+}
+
+std::string TitlePgcs(int pgcs, int cells, int commands) {
+    std::string t = "[vts_pgcit]\n" + Fmt("vts_pgci_srp_ns=%d\n", pgcs);
+    for (int p = 1; p <= pgcs; ++p) t += Fmt("vts_pgc_cat%02d=81000000\n", p);
+    for (int p = 1; p <= pgcs; ++p)
+        t += Fmt("[vts_pgcit%02d]\n", p) + Pgc("vts_pgc_", p == 1 ? cells : 1, p == 1 ? commands : 0);
+    return t;
+}
+
+std::string VobuMap(const char* section, int entries) {
+    std::string t = std::string("[") + section + "]\n";
+    t.reserve(size_t(entries) * 20);
+    for (int i = 1; i <= entries; ++i) t += Fmt("vobu_sa%04d=%d\n", i, i * 3);
+    return t;
+}
+
+std::string TimeMaps(int maps, int entries) {
+    std::string t = "[vts_tmapt]\n" + Fmt("vts_tmap_ns=%d\n", maps) + "[vts_tmapti]\n";
+    for (int m = 1; m <= maps; ++m) {
+        t += Fmt("vts_tmap%02d_tmu=1\n", m) + Fmt("vts_tmap%02d_map_en_ns=%d\n", m, entries);
+        for (int e = 1; e <= entries; ++e)
+            t += Fmt("vts_tmap%02d_entry%02d_discon=0\n", m, e) +
+                 Fmt("vts_tmap%02d_entry%02d_address=", m, e) + Fmt("%d\n", e);
+    }
+    return t;
+}
+
+// A management-table section so that whole files are laid out too.
+const char* kVmgMat = "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\n"
+                      "vlms_id=x0001000101000000\nvmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\n"
+                      "vmgm_v_atr=x4300\nvmgm_ast_ns=0\nvmgm_ast_atr=x0000000000000000\n"
+                      "vmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
+const char* kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
+
+TEST_F(HostileSource, CountsAtAndBeyondCapacity) {
+    struct Case {
+        const char* what;
+        std::string text;
+    };
+    const std::vector<Case> cases = {
+        {"999 titles", kVmgMat + VmgTitles(999)},
+        {"1000 titles", kVmgMat + VmgTitles(1000)},
+        {"999 title units", kVtsMat + VtsTitleUnits(999)},
+        {"1000 title units", kVtsMat + VtsTitleUnits(1000)},
+        {"256 cells in VTS_C_ADT", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 256)},
+        {"257 cells in VTS_C_ADT", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 257)},
+        {"256 cells in VMGM_C_ADT", kVmgMat + CellTable("vmgm_c_adt", "vmgm_vob_ns", 256)},
+        {"256 cells in a PGC, 384 commands", kVtsMat + TitlePgcs(1, 256, 384)},
+        {"257 cells in a PGC, 385 commands", kVtsMat + TitlePgcs(1, 257, 385)},
+        {"256 title PGCs", kVtsMat + TitlePgcs(256, 1, 0)},
+        {"257 title PGCs", kVtsMat + TitlePgcs(257, 1, 0)},
+        {"16 VMGM units of 2 PGCs", kVmgMat + MenuUnits("vmgm", 16, 2)},
+        {"17 VMGM units", kVmgMat + MenuUnits("vmgm", 17, 1)},
+        {"99 VTSM PGCs in a unit", kVtsMat + MenuUnits("vtsm", 1, 99, 2)},
+        {"100 VTSM PGCs in a unit", kVtsMat + MenuUnits("vtsm", 1, 100)},
+        {"17 VTSM units", kVtsMat + MenuUnits("vtsm", 17, 1)},
+        {"999 time maps", kVtsMat + TimeMaps(999, 1)},
+        {"1000 time maps", kVtsMat + TimeMaps(1000, 1)},
+        {"a time map of 4,096 entries", kVtsMat + TimeMaps(1, 4096)},
+        {"65,535 VOBU entries", kVtsMat + VobuMap("vts_vobu_admap", 65535)},
+        {"65,536 VOBU entries", kVtsMat + VobuMap("vtsm_vobu_admap", 65536)},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Run(c.text);
+    }
+}
+
+// What a table does at its capacity is visible in its size; beyond it the
+// assembler refuses (where it says so) rather than writing a table that
+// cannot be described.
+TEST_F(HostileSource, CapacityEdgesGiveTheRightSizes) {
+    unsigned long sectors = 0, bytes = 0;
+    auto put = [&](const std::string& text) {
+        scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+        INIForgetFile(scratch_.Ini().c_str());
+    };
+    const std::string src = scratch_.Ini();
+
+    put(VobuMap("vts_vobu_admap", 65535));
+    CKestro_VTS_ADMAP map;
+    ASSERT_TRUE(map.Asm(src.c_str()));
+    map.Get(&sectors, &bytes);
+    EXPECT_EQ(bytes, 4ul * 65535 + 4);
+    EXPECT_EQ(sectors, (4ul * 65535 + 4 + 2047) / 2048);
+
+    put(CellTable("vts_c_adt", "vts_vob_ns", 256));
+    CKestro_VTS_CADT cells;
+    ASSERT_TRUE(cells.Asm(src.c_str()));
+    cells.Get(&sectors, &bytes);
+    EXPECT_EQ(bytes, 8ul + 12 * 256);
+    put(CellTable("vts_c_adt", "vts_vob_ns", 257));
+    EXPECT_FALSE(CKestro_VTS_CADT().Asm(src.c_str()));
+
+    put(VtsTitleUnits(1000));
+    EXPECT_FALSE(CKestro_PTT_SRPT().Asm(src.c_str()));
+
+    put(TitlePgcs(257, 1, 0));
+    CKestro_PGCI pgc;
+    EXPECT_FALSE(CKestro_VTS_PGCIT().Asm(src.c_str(), &pgc));
+
+    put(TimeMaps(1000, 1));
+    EXPECT_FALSE(CKestro_VTS_TMAP().Asm(src.c_str()));
+    scratch_.Clear();
+}
+
+}  // namespace
