@@ -1,414 +1,250 @@
 // Menu PGC information unit tables and their language units, both pairs:
 // loading, reports, source in both directions, placement and writing.
-#include <cstring>
-#include <functional>
-#include <memory>
-
 #include "tables_util.h"
 
 namespace {
 
-// A binary PGC of 236 + 8 + 8n bytes: n pre commands and nothing else.
-tt::Bytes Pgc(int commands, uint8_t seed) {
-    tt::Bytes b;
-    b.zeros(236);
-    b[163] = 255;  // still time
-    b[165] = 0xEB, b[166] = 0x80, b[167] = 0x80;
-    b[8] = seed;
-    if (commands) {
-        b[228] = 0, b[229] = 236;
-        b.be16(commands).be16(0).be16(0).be16(8 * commands + 7);
-        for (int i = 0; i < commands; ++i) b.u8(0x30).u8(0x02).be16(0).u8(0).u8(uint8_t(i + seed)).be16(0);
+// What the two pairs do differently; texts are written in the video manager
+// form and turned into the title set form by T().
+struct VmgmPair {
+    using Table = CKestro_VMGM_PGCI;
+    using Units = CKestro_VMGM_LU;
+    static constexpr bool vmgm = true;
+    static unsigned long Sa(Table& t, unsigned short i, unsigned long s) { return t.GetVMGM_LU_SA(i, s); }
+    static bool Disasm(Units& u, const char* ini, CKestro_PGCI* c, Table& t, unsigned long s) {
+        return u.Disasm(ini, s, c, &t);
     }
+    static std::string T(std::string s) { return s; }
+    static std::string MissingInUnit(const std::string& key) { return "VMGM_LU: is missing the " + key + " statement"; }
+};
+
+struct VtsmPair {
+    using Table = CKestro_VTSM_PGCI;
+    using Units = CKestro_VTSM_LU;
+    static constexpr bool vmgm = false;
+    static unsigned long Sa(Table& t, unsigned short i, unsigned long s) { return t.GetVTSM_LU_SA(i, s); }
+    static bool Disasm(Units& u, const char* ini, CKestro_PGCI* c, Table& t, unsigned long s) {
+        return u.Disasm(ini, c, &t, s);
+    }
+    static std::string T(std::string s) {
+        const std::pair<std::string, std::string> subst[] = {
+            {"VMGM", "VTSM"}, {"vmgm", "vtsm"}, {"Video Manager Menu", "Video Title Set Menu"}};
+        for (const auto& [from, to] : subst)
+            for (size_t at; (at = s.find(from)) != std::string::npos;) s.replace(at, from.size(), to);
+        return s;
+    }
+    static std::string MissingInUnit(const std::string& key) {
+        return "[VTSM_LU: is missing the " + key + " statement] Illegal source format!";
+    }
+};
+
+template <class P>
+class MenuPgc : public ::testing::Test {};
+using Pairs = ::testing::Types<VmgmPair, VtsmPair>;
+TYPED_TEST_SUITE(MenuPgc, Pairs);
+
+// A binary PGC of 236 + 8 + 8n bytes: n pre commands and nothing else.
+tt::Bytes Pgc(int commands) {
+    tt::Bytes b;
+    b.resize(236, 0);
+    b[163] = 255, b[165] = 0xEB, b[228] = 0, b[229] = 236;
+    b.be16(commands).be16(0).be16(0).be16(8 * commands + 7);
+    for (int i = 0; i < commands; ++i) b.be32(0x30020000).be32(uint32_t(i) << 16);
     return b;
 }
 
+// A table laid out as this library lays it out: back to back, no alignment.
+// Each unit: language code, defined or not, PGCs (category, image).
 struct Unit {
-    char lang[2];
-    uint8_t exst;
+    const char* lang;
     bool defined;
-    std::vector<std::pair<uint32_t, tt::Bytes>> pgcs;  // category, image
+    std::vector<std::pair<uint32_t, tt::Bytes>> pgcs;
 };
-
-// Lays a table out as this library does: back to back, no alignment.
 tt::Bytes Table(const std::vector<Unit>& units) {
-    std::vector<tt::Bytes> bodies;
+    tt::Bytes srps, bodies;
+    uint32_t at = uint32_t(8 + 8 * units.size());
     for (const auto& u : units) {
         tt::Bytes body;
-        size_t size = 8 + 8 * u.pgcs.size();
-        for (auto& p : u.pgcs) size += p.second.size();
-        body.be16(uint32_t(u.pgcs.size())).be16(0).be32(uint32_t(size - 1));
-        uint32_t at = uint32_t(8 + 8 * u.pgcs.size());
-        for (auto& p : u.pgcs) {
-            body.be32(p.first).be32(at);
-            at += uint32_t(p.second.size());
-        }
+        uint32_t pgcAt = uint32_t(8 + 8 * u.pgcs.size()), size = pgcAt;
+        for (auto& p : u.pgcs) size += uint32_t(p.second.size());
+        body.be16(uint32_t(u.pgcs.size())).be16(0).be32(size - 1);
+        for (auto& p : u.pgcs) body.be32(p.first).be32(pgcAt), pgcAt += uint32_t(p.second.size());
         for (auto& p : u.pgcs) body.add(p.second);
-        bodies.push_back(body);
+        srps.u8(u.lang[0]).u8(u.lang[1]).u8(0).u8(0x80).be32(u.defined ? at : 0);
+        at += uint32_t(body.size());
+        bodies.add(body);
     }
-    size_t total = 8 + 8 * units.size();
-    for (auto& b : bodies) total += b.size();
     tt::Bytes t;
-    t.be16(uint32_t(units.size())).be16(0).be32(uint32_t(total - 1));
-    uint32_t at = uint32_t(8 + 8 * units.size());
-    for (size_t i = 0; i < units.size(); ++i) {
-        t.u8(uint8_t(units[i].lang[0])).u8(uint8_t(units[i].lang[1])).u8(0).u8(units[i].exst);
-        t.be32(units[i].defined ? at : 0);
-        at += uint32_t(bodies[i].size());
-    }
-    for (auto& b : bodies) t.add(b);
+    t.be16(uint32_t(units.size())).be16(0).be32(at - 1).add(srps).add(bodies);
     return t;
 }
 
-// One member pair seen through one shape: the differences are data.
-struct Texts {
-    const char* name;
-    const char* tableSection;
-    const char* unitSection;
-    const char* pgcSection11;
-    const char* countKey;
-    const char* lcdKey1;
-    const char* exstKey1;
-    const char* pgcCountKey1;
-    const char* categoryKey;
-    const char* tableReport;  // for the two-unit table below
-    const char* unitStart;    // the unit report up to its first PGC report
-    const char* afterPgc;     // separator then the next unit's line
-    const char* missingLcd;
-    const char* missingExst;
-    const char* missingCount;
-    const char* missingCategory;
-};
-struct Pair : Texts {
-    std::function<std::unique_ptr<CKestroMenuPgcTable>()> makeTable;
-    std::function<int(CKestroMenuPgcTable&, int, unsigned long)> loadTable;
-    std::function<unsigned long(CKestroMenuPgcTable&, unsigned short, unsigned long)> unitSa;
-    std::function<std::unique_ptr<CBaseKestro>()> makeUnits;
-    std::function<int(CBaseKestro&, unsigned long, CKestroMenuPgcTable&)> loadUnits;
-    std::function<bool(CBaseKestro&, char*, int, CKestro_PGCI*, CKestroMenuPgcTable&,
-                       unsigned long)> details;
-    std::function<bool(CBaseKestro&, const char*, CKestro_PGCI*, CKestroMenuPgcTable&,
-                       unsigned long)> disasm;
-};
+// One unit with PGCs of 300 and 500 bytes.
+const Unit kUnit = {"en", true, {{0x81000000, Pgc(7)}, {0x82000000, Pgc(32)}}};
 
-template <class T, class LU>
-Pair Of(const Texts& texts, unsigned long (T::*sa)(unsigned short, unsigned long),
-        std::function<bool(LU&, const char*, CKestro_PGCI*, T*, unsigned long)> disasm) {
-    Pair p;
-    static_cast<Texts&>(p) = texts;
-    p.makeTable = [] { return std::make_unique<T>(); };
-    p.loadTable = [](CKestroMenuPgcTable& t, int h, unsigned long s) {
-        return static_cast<T&>(t).Load(h, s);
-    };
-    p.unitSa = [sa](CKestroMenuPgcTable& t, unsigned short i, unsigned long s) {
-        return (static_cast<T&>(t).*sa)(i, s);
-    };
-    p.makeUnits = [] { return std::make_unique<LU>(); };
-    p.loadUnits = [](CBaseKestro& u, unsigned long s, CKestroMenuPgcTable& t) {
-        return static_cast<LU&>(u).Load(0, s, &static_cast<T&>(t));
-    };
-    p.details = [](CBaseKestro& u, char* b, int l, CKestro_PGCI* c, CKestroMenuPgcTable& t,
-                   unsigned long s) {
-        return static_cast<LU&>(u).Details(b, l, c, &static_cast<T&>(t), s);
-    };
-    p.disasm = [disasm](CBaseKestro& u, const char* ini, CKestro_PGCI* c, CKestroMenuPgcTable& t,
-                        unsigned long s) {
-        return disasm(static_cast<LU&>(u), ini, c, &static_cast<T&>(t), s);
-    };
-    return p;
-}
+TYPED_TEST(MenuPgc, ReportsOfTableAndUnits) {
+    using P = TypeParam;
+    kt::TempDir dir;
+    tt::File f(tt::PutTable(dir, Table({kUnit, {"fr", false, {}}}), 2));
+    typename P::Table t;
+    EXPECT_EQ(t.Load(f, 0), 0);
+    ASSERT_EQ(t.Load(f, 2), 1);
+    EXPECT_EQ(tt::Report([&](char* b, int l) { return t.Details(b, l); }),
+              P::T("Number of VMGM_PGCI_LUs: 2\r\nEnd byte address of VMGM_PGCI_LUs table: 855\r\n"
+                   "  Video Manager Menu Language Code 1: en\r\n  Video Manager Menu Existence 1: 80\r\n"
+                   "  Video Manager Menu Language Start Address 1: 24\r\n"
+                   "  Video Manager Menu Language Code 2: fr\r\n  Video Manager Menu Existence 2: 80\r\n"
+                   "  Video Manager Menu Language Start Address 2: 0\r\n"));
+    EXPECT_EQ(P::Sa(t, 0, 2), 2u * 2048 + 24);
+    EXPECT_EQ(P::Sa(t, 1, 2) + P::Sa(t, 500, 2), 0u);  // undefined; beyond the search pointers
 
-const Pair& Vmgm() {
-    static const Pair p = Of<CKestro_VMGM_PGCI, CKestro_VMGM_LU>(
-        {"VMGM", "vmgm_pgci_ut", "vmgm_lu", "vmgm_lu01_01", "vmgm_lu_ns", "vmgm_lu_srp01_lcd",
-         "vmgm_lu_srp01_exst", "vmgui01", "vmgm_lui_pgc_cat",
-         "Number of VMGM_PGCI_LUs: 2\r\n"
-         "End byte address of VMGM_PGCI_LUs table: 855\r\n"
-         "  Video Manager Menu Language Code 1: en\r\n"
-         "  Video Manager Menu Existence 1: 80\r\n"
-         "  Video Manager Menu Language Start Address 1: 24\r\n"
-         "  Video Manager Menu Language Code 2: fr\r\n"
-         "  Video Manager Menu Existence 2: 0\r\n"
-         "  Video Manager Menu Language Start Address 2: 0\r\n",
-         "There are 2 LU PGCs\r\n \r\n"
-         "LU 1 Number of VMGM_PGCI_SRP: 2\r\n"
-         "LU 1 End byte address of VMGM_LU_EA table: 823\r\n"
-         "  VMGM_PGC Category 1: 81000000\r\n"
-         "  VMGM_PGCI byte address 32: 24\r\n"
-         "    PGC: Number of Programs: 0\r\n",
-         "Table\r\n \r\nLanguage Unit 2 is not defined.\r\n",
-         "VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement",
-         "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement",
-         "VMGM_LU: is missing the vmgm_lui01_pgci_srp_ns statement",
-         "VMGM_LU: is missing the vmgm_lui_pgc_cat statement"},
-        &CKestro_VMGM_PGCI::GetVMGM_LU_SA,
-        std::function<bool(CKestro_VMGM_LU&, const char*, CKestro_PGCI*, CKestro_VMGM_PGCI*,
-                           unsigned long)>(
-            [](CKestro_VMGM_LU& u, const char* ini, CKestro_PGCI* c, CKestro_VMGM_PGCI* t,
-               unsigned long s) { return u.Disasm(ini, s, c, t); }));
-    return p;
-}
-
-const Pair& Vtsm() {
-    static const Pair p = Of<CKestro_VTSM_PGCI, CKestro_VTSM_LU>(
-        {"VTSM", "vtsm_pgci_ut", "vtsm_lu", "vtsm_lu01_01", "vtsm_lu_ns", "vtsm_lu_srp01_lcd",
-         "vtsm_lu_srp01_exst", "vtsmi01", "vtsm_lui_pgc_cat",
-         "Number of VTSM_PGCI_LUs: 2\r\n"
-         "End byte address of VTSM_PGCI_LUs table: 855\r\n"
-         "  Video Title Set Menu Language Code 1: en\r\n"
-         "  Video Title Set Menu Existence 1: 80\r\n"
-         "  Video Title Set Menu Language Start Address 1: 24\r\n"
-         "  Video Title Set Menu Language Code 2: fr\r\n"
-         "  Video Title Set Menu Existence 2: 0\r\n"
-         "  Video Title Set Menu Language Start Address 2: 0\r\n",
-         "LU 1 Number of VTSM_PGCI_SRP: 2\r\n"
-         "LU 1 End byte address of VTSM_LU_EA table: 823\r\n\r\n"
-         "  VTSM_PGC Category 1: 81000000\r\n"
-         "  VTSM_PGCI byte address 1: 24\r\n"
-         "    PGC: Number of Programs: 0\r\n",
-         "Table\r\n\r\nLanguage Unit 2 is not defined.\r\n",
-         "VTSM_PGCI_UT is missing AN vtsm_lu_srpnn_lcd statuement",
-         "VTSM_PGCI_UT is missing an vtsm_lu_srpnn_exst statuement",
-         "[VTSM_LU: is missing the vtsm_lui01_pgci_srp_ns statement] Illegal source format!",
-         "[VTSM_LU: is missing the vtsm_lui_pgc_cat statement] Illegal source format!"},
-        &CKestro_VTSM_PGCI::GetVTSM_LU_SA,
-        std::function<bool(CKestro_VTSM_LU&, const char*, CKestro_PGCI*, CKestro_VTSM_PGCI*,
-                           unsigned long)>(
-            [](CKestro_VTSM_LU& u, const char* ini, CKestro_PGCI* c, CKestro_VTSM_PGCI* t,
-               unsigned long s) { return u.Disasm(ini, c, t, s); }));
-    return p;
-}
-
-const Pair* const kPairs[] = {&Vmgm(), &Vtsm()};
-
-// One unit with PGCs of 300 and 500 bytes, and an undefined second unit.
-std::vector<Unit> TwoUnits() {
-    return {{{'e', 'n'}, 0x80, true, {{0x81000000, Pgc(7, 1)}, {0x82000000, Pgc(32, 9)}}},
-            {{'f', 'r'}, 0x00, false, {}}};
-}
-
-TEST(MenuPgcTables, ReportsOfTableAndUnits) {
-    for (const Pair* p : kPairs) {
-        SCOPED_TRACE(p->name);
-        kt::TempDir dir;
-        tt::Bytes table = Table(TwoUnits());
-        table.zeros(16);  // the undefined unit's 16 bytes of search pointers (none)
-        tt::File f(tt::PutTable(dir, table, 2));
-        auto t = p->makeTable();
-        EXPECT_EQ(p->loadTable(*t, f, 0), 0);
-        ASSERT_EQ(p->loadTable(*t, f, 2), 1);
-        EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), p->tableReport);
-        EXPECT_EQ(p->unitSa(*t, 0, 2), 2u * 2048 + 24);
-        EXPECT_EQ(p->unitSa(*t, 1, 2), 0u);
-        EXPECT_EQ(p->unitSa(*t, 500, 2), 0u);  // beyond the search pointers
-
-        auto lu = p->makeUnits();
-        ASSERT_EQ(p->loadUnits(*lu, 2, *t), 1);
-        CKestro_PGCI codec;
-        std::string r = tt::Report([&](char* b, int l) { return p->details(*lu, b, l, &codec, *t, 2); });
-        EXPECT_EQ(r.substr(0, std::strlen(p->unitStart)), p->unitStart);
-        EXPECT_NE(r.find(p->afterPgc), std::string::npos);
-        EXPECT_EQ(r.find("Number of Programs"), r.rfind("Number of Programs", r.find("PGC Category 2")));
-        EXPECT_NE(r.find(std::string(p->name) + "_PGCI byte address " +
-                         (p == &Vmgm() ? "32" : "2") + ": 324"),
-                  std::string::npos);
-        EXPECT_NE(r.find("There are 32 Pre Commands"), std::string::npos);
-
-        // Never past len + 3, whatever len is.
-        for (int len = 0; len < int(r.size()) + 8; len += 37) {
-            bool ok = true;
-            std::string cut = tt::Report(
-                [&](char* b, int l) { return p->details(*lu, b, l, &codec, *t, 2); }, len, &ok);
-            EXPECT_LE(cut.size(), size_t(len) + 2);
-            EXPECT_EQ(cut, r.substr(0, cut.size()));
-        }
+    typename P::Units lu;
+    ASSERT_EQ(lu.Load(0, 2, &t), 1);
+    CKestro_PGCI codec;
+    auto details = [&](char* b, int l) { return lu.Details(b, l, &codec, &t, 2); };
+    std::string r = tt::Report(details);
+    // The VMGM report opens with the unit count and numbers its byte-address
+    // lines by the category line's length plus one; the VTSM one breaks the
+    // line after each unit's end address and numbers them by PGC.
+    std::string start = (P::vmgm ? "There are 2 LU PGCs\r\n \r\n" : "") +
+                        P::T("LU 1 Number of VMGM_PGCI_SRP: 2\r\nLU 1 End byte address of VMGM_LU_EA table: 823\r\n") +
+                        (P::vmgm ? "" : "\r\n") + P::T("  VMGM_PGC Category 1: 81000000\r\n  VMGM_PGCI byte address ") +
+                        (P::vmgm ? "32" : "1") + ": 24\r\n    PGC: Number of Programs: 0\r\n";
+    EXPECT_EQ(r.substr(0, start.size()), start);
+    EXPECT_NE(r.find(P::T("  VMGM_PGCI byte address ") + (P::vmgm ? "32" : "2") + ": 324\r\n"), std::string::npos);
+    EXPECT_NE(r.find("There are 32 Pre Commands"), std::string::npos);
+    EXPECT_NE(r.find(std::string("Table\r\n") + (P::vmgm ? " \r\n" : "\r\n") + "Language Unit 2 is not defined.\r\n"),
+              std::string::npos);
+    // A cut report is a prefix of the whole one and never passes len + 3.
+    for (int len = 0; len < int(r.size()) + 8; len += 37) {
+        std::string cut = tt::Report(details, len);
+        EXPECT_LE(cut.size(), size_t(len) + 2);
+        EXPECT_EQ(cut, r.substr(0, cut.size()));
     }
-}
-
-TEST(MenuPgcTables, UnitsLoadOnlyWhenOneIsDefined) {
-    for (const Pair* p : kPairs) {
-        SCOPED_TRACE(p->name);
-        kt::TempDir dir;
-        std::vector<Unit> none = {{{'e', 'n'}, 0, false, {}}};
-        tt::File f(tt::PutTable(dir, Table(none)));
-        auto t = p->makeTable();
-        ASSERT_EQ(p->loadTable(*t, f, 1), 1);
-        auto lu = p->makeUnits();
-        EXPECT_EQ(p->loadUnits(*lu, 1, *t), 0);
-    }
-    CKestro_VMGM_LU vmgm;
-    CKestro_VTSM_LU vtsm;
+    // No unit defined: the units do not load.
+    tt::File g(tt::PutTable(dir, Table({{"en", false, {}}})));
+    ASSERT_EQ(t.Load(g, 1), 1);
+    EXPECT_EQ(lu.Load(0, 1, &t), 0);
+    // Slots of the unit classes: VMGM Asm says true, VTSM Get zeroes.
     unsigned long a = 7, b = 7;
-    vtsm.Get(&a, &b);
-    EXPECT_EQ(a + b, 0u);
-    EXPECT_TRUE(vmgm.Asm("x"));
-    EXPECT_FALSE(vtsm.Asm("x"));
+    lu.Get(&a, &b);
+    EXPECT_EQ(a + b, P::vmgm ? 14u : 0u);
+    EXPECT_EQ(lu.Asm("x"), P::vmgm);
 }
 
 // Source to binary and back: the written table equals the one laid out
 // above (unit at 16, PGCs at 24 and 324, unit end 823, table end 839).
-TEST(MenuPgcTables, RoundTripThroughSourceIsByteExact) {
-    for (const Pair* p : kPairs) {
-        SCOPED_TRACE(p->name);
-        kt::TempDir dir;
-        std::vector<Unit> one = {TwoUnits()[0]};
-        tt::Bytes table = Table(one);
-        ASSERT_EQ(table.size(), 840u);
-        EXPECT_EQ(tt::BE32At(table, 8 + 4), 16u);
-        EXPECT_EQ(tt::BE32At(table, 16 + 4), 823u);
-        EXPECT_EQ(tt::BE32At(table, 16 + 8 + 4), 24u);
-        EXPECT_EQ(tt::BE32At(table, 16 + 16 + 4), 324u);
-        tt::File f(tt::PutTable(dir, table, 3));
-        std::string ini = dir / "s.ini";
-        CKestro_PGCI codec;
-        auto t = p->makeTable();
-        ASSERT_EQ(p->loadTable(*t, f, 3), 1);
-        ASSERT_TRUE(t->Disasm(ini.c_str()));
-        auto lu = p->makeUnits();
-        ASSERT_EQ(p->loadUnits(*lu, 3, *t), 1);
-        ASSERT_TRUE(p->disasm(*lu, ini.c_str(), &codec, *t, 3));
-        EXPECT_EQ(tt::Value(ini, p->tableSection, p->lcdKey1), "en");
-        EXPECT_EQ(tt::Value(ini, p->tableSection, p->exstKey1), "80");
-        EXPECT_EQ(tt::Value(ini, p->pgcSection11, p->categoryKey), "81000000");
+TYPED_TEST(MenuPgc, RoundTripThroughSourceIsByteExact) {
+    using P = TypeParam;
+    kt::TempDir dir;
+    tt::Bytes table = Table({kUnit});
+    ASSERT_EQ(table.size(), 840u);
+    EXPECT_EQ(tt::BE32At(table, 12) + tt::BE32At(table, 20) + tt::BE32At(table, 28) + tt::BE32At(table, 36),
+              16u + 823 + 24 + 324);
+    tt::File f(tt::PutTable(dir, table, 3));
+    std::string ini = dir / "s.ini";
+    CKestro_PGCI codec;
+    typename P::Table t, fresh;
+    typename P::Units lu;
+    ASSERT_EQ(t.Load(f, 3) + lu.Load(0, 3, &t), 2);
+    ASSERT_TRUE(t.Disasm(ini.c_str()));
+    ASSERT_TRUE(P::Disasm(lu, ini.c_str(), &codec, t, 3));
+    EXPECT_EQ(tt::Value(ini, P::T("vmgm_lu01_02").c_str(), P::T("vmgm_lui_pgc_cat")), "82000000");
 
-        auto fresh = p->makeTable();
-        ASSERT_TRUE(fresh->Asm(ini.c_str(), &codec));
-        unsigned long sectors = 0, bytes = 0;
-        fresh->Get(&sectors, &bytes);
-        EXPECT_EQ(bytes, 840u);
-        EXPECT_EQ(sectors, 1u);
-        bool ok = false;
-        auto out = tt::Written(*fresh, dir / "o.bin", &ok);
-        ASSERT_TRUE(ok);
-        ASSERT_EQ(out.size(), 2048u);
-        EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + 840), table);
-        EXPECT_EQ(std::count(out.begin() + 840, out.end(), 0), 1208);
-        // Write discards the assembled view.
-        fresh->Get(&sectors, &bytes);
-        EXPECT_EQ(bytes, 0u);
-        EXPECT_TRUE(tt::Written(*fresh, dir / "o2.bin", &ok).empty());
-        EXPECT_FALSE(ok);
-    }
+    ASSERT_TRUE(fresh.Asm(ini.c_str(), &codec));
+    unsigned long bytes = 0;
+    bool ok = false;
+    auto out = tt::Written(fresh, dir / "o.bin", &bytes, &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(bytes, 840u);
+    table.resize(2048, 0);
+    EXPECT_EQ(out, table);
+    EXPECT_TRUE(tt::Written(fresh, dir / "o.bin", &bytes, &ok).empty());  // Write discards the view
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(bytes, 0u);
 }
 
-TEST(MenuPgcTables, AssemblyMessagesAndLimits) {
-    for (const Pair* p : kPairs) {
-        SCOPED_TRACE(p->name);
-        kt::TempDir dir;
-        std::string ini = dir / "a.ini";
-        const std::string pre = std::string(p->name).substr(0, 4) == "VMGM" ? "vmgm" : "vtsm";
-        auto head = [&](const std::string& units) {
-            return "[" + pre + "_pgci_ut]\n" + pre + "_lu_ns=" + units + "\n";
-        };
-        const std::string srp1 = pre + "_lu_srp01_lcd=e\n" + pre + "_lu_srp01_exst=8\n";
-        const std::string lu1 = "[" + pre + "_lu]\n" + pre + "_lui01_pgci_srp_ns=";
-        const std::string pgc1 = "[" + pre + "_lu01_01]\n" + pre + "_lui_pgc_cat=x81000000\n";
-        struct Case {
-            std::string source;
-            bool ok;
-            std::string error;
-        };
-        const Case cases[] = {
-            {"", false, ""},
-            {head("0"), true, ""},
-            {head("1"), false, p->missingLcd},
-            {head("1") + pre + "_lu_srp01_lcd=en\n", false, p->missingExst},
-            {head("1") + srp1, false, p->missingCount},
-            {head("1") + srp1 + lu1 + "1\n", false, p->missingCategory},
-            {head("1") + srp1 + lu1 + "1\n" + pgc1, true, ""},
-            {head("17"), false, "[" + pre + "_lu_ns] 17 language units in " + pre +
-                                    "_pgci_ut: a table holds 0 to 16"},
-            // Refused before anything else is read or stored.
-            {head("2") + "[" + pre + "_lu]\n" + pre + "_lui02_pgci_srp_ns=100\n", false,
-             "[" + pre + "_lui02_pgci_srp_ns] 100 PGCs in language unit 2: a unit holds 0 to 99"},
-        };
-        for (const auto& c : cases) {
-            SCOPED_TRACE(c.source);
-            kt::WriteText(ini, c.source);
-            CKestro_PGCI codec;
-            auto t = p->makeTable();
-            EXPECT_EQ(t->Asm(ini.c_str(), &codec), c.ok);
-            EXPECT_EQ(tt::Error(*t), c.error);
-            if (!c.ok && c.error.find("holds 0 to") != std::string::npos) {
-                unsigned long s = 1, b = 1;
-                t->Get(&s, &b);
-                EXPECT_EQ(s + b, 0u);  // refused before anything is stored
-            }
-        }
-        // "e" keeps its terminator as the code's second byte; "8" reads as 0x80.
-        CKestro_PGCI codec;
-        auto t = p->makeTable();
-        kt::WriteText(ini, head("1") + srp1 + lu1 + "1\n" + pgc1);
-        ASSERT_TRUE(t->Asm(ini.c_str(), &codec));
-        unsigned long s = 0, b = 0;
-        t->Get(&s, &b);
-        auto out = tt::Written(*t, dir / "o.bin");
-        const uint8_t srp[] = {'e', 0, 0, 0x80, 0, 0, 0, 16};
-        EXPECT_EQ(std::vector<uint8_t>(out.begin() + 8, out.begin() + 16),
-                  std::vector<uint8_t>(srp, srp + 8));
-        EXPECT_EQ(tt::BE32At(out, 24), 0x81000000u);  // category, with or without x
-        EXPECT_EQ(b, 8 + 16 + 8 + 236u);
+TYPED_TEST(MenuPgc, AssemblyMessagesAndLimits) {
+    using P = TypeParam;
+    kt::TempDir dir;
+    std::string ini = dir / "a.ini";
+    const std::string head = P::T("[vmgm_pgci_ut]\nvmgm_lu_ns="), srp = P::T("vmgm_lu_srp01_lcd=e\nvmgm_lu_srp01_exst=8\n");
+    const std::string lu = P::T("[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=1\n"), pgc = P::T("[vmgm_lu01_01]\nvmgm_lui_pgc_cat=x81000000\n");
+    const std::pair<std::string, std::string> failures[] = {
+        {"", ""},
+        {head + "1\n", P::T("VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement")},
+        {head + "1\n" + P::T("vmgm_lu_srp01_lcd=en\n"), P::T("VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement")},
+        {head + "1\n" + srp, P::MissingInUnit(P::T("vmgm_lui01_pgci_srp_ns"))},
+        {head + "1\n" + srp + lu, P::MissingInUnit(P::T("vmgm_lui_pgc_cat"))},
+        // Refused before anything else is read or stored.
+        {head + "17\n", P::T("[vmgm_lu_ns] 17 language units in vmgm_pgci_ut: a table holds 0 to 16")},
+        {head + "2\n" + P::T("[vmgm_lu]\nvmgm_lui02_pgci_srp_ns=100\n"),
+         P::T("[vmgm_lui02_pgci_srp_ns] 100 PGCs in language unit 2: a unit holds 0 to 99")},
+    };
+    CKestro_PGCI codec;
+    for (const auto& [source, error] : failures) {
+        kt::WriteText(ini, source);
+        typename P::Table t;
+        EXPECT_FALSE(t.Asm(ini.c_str(), &codec)) << source;
+        EXPECT_EQ(tt::Error(t), error);
     }
+    typename P::Table t;
+    kt::WriteText(ini, head + "0\n");
+    EXPECT_TRUE(t.Asm(ini.c_str(), &codec));
+    EXPECT_TRUE(tt::Written(t, dir / "o.bin").empty());
+    // "e" keeps its terminator as the code's second byte, "8" reads as 0x80,
+    // a category with a leading x as without.
+    kt::WriteText(ini, head + "1\n" + srp + lu + pgc);
+    ASSERT_TRUE(t.Asm(ini.c_str(), &codec));
+    unsigned long bytes = 0;
+    auto out = tt::Written(t, dir / "o.bin", &bytes);
+    EXPECT_EQ(bytes, 8 + 16 + 8 + 236u);
+    EXPECT_EQ(std::vector<uint8_t>(out.begin() + 8, out.begin() + 16), (std::vector<uint8_t>{'e', 0, 0, 0x80, 0, 0, 0, 16}));
+    EXPECT_EQ(tt::BE32At(out, 24), 0x81000000u);
 }
 
-TEST(MenuPgcTables, DamagedTablesReadZeros) {
-    for (const Pair* p : kPairs) {
-        SCOPED_TRACE(p->name);
-        kt::TempDir dir;
-        // Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run
-        // off the end of the unit buffer.
-        tt::Bytes t;
-        t.be16(2).be16(0).be32(0xFFFFFF).u8('e').u8('n').be16(0).be32(0x7FFFFFF0);
-        t.u8('d').u8('e').be16(0).be32(24);
-        t.be16(110).be16(0).be32(40000);
-        for (int i = 0; i < 110; ++i) t.be32(0x80000000u).be32(32700 + i);
-        tt::File f(tt::PutTable(dir, t));
-        auto table = p->makeTable();
-        ASSERT_EQ(p->loadTable(*table, f, 1), 1);
-        auto lu = p->makeUnits();
-        ASSERT_EQ(p->loadUnits(*lu, 1, *table), 1);
-        CKestro_PGCI codec;
-        std::string r = tt::Report(
-            [&](char* b, int l) { return p->details(*lu, b, l, &codec, *table, 1); }, 200000);
-        EXPECT_NE(r.find("LU 1 Number of " + std::string(p->name) + "_PGCI_SRP: 0"), std::string::npos);
-        EXPECT_NE(r.find("LU 2 Number of " + std::string(p->name) + "_PGCI_SRP: 110"), std::string::npos);
-        std::string ini = dir / "s.ini";
-        EXPECT_TRUE(table->Disasm(ini.c_str()));
-        EXPECT_TRUE(p->disasm(*lu, ini.c_str(), &codec, *table, 1));
-    }
+TYPED_TEST(MenuPgc, DamagedTablesReadZeros) {
+    using P = TypeParam;
+    kt::TempDir dir;
+    // Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run off
+    // the end of the 32,768-byte unit buffer.
+    tt::Bytes t;
+    t.be16(2).be16(0).be32(0xFFFFFF).be32(0x656E0000).be32(0x7FFFFFF0).be32(0x64650000).be32(24);
+    t.be16(110).be16(0).be32(40000);
+    for (int i = 0; i < 110; ++i) t.be32(0x80000000u).be32(32700 + i);
+    tt::File f(tt::PutTable(dir, t));
+    typename P::Table table;
+    typename P::Units lu;
+    ASSERT_EQ(table.Load(f, 1) + lu.Load(0, 1, &table), 2);
+    CKestro_PGCI codec;
+    std::string r = tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &table, 1); }, 200000);
+    EXPECT_NE(r.find(P::T("LU 1 Number of VMGM_PGCI_SRP: 0")), std::string::npos);
+    EXPECT_NE(r.find(P::T("LU 2 Number of VMGM_PGCI_SRP: 110")), std::string::npos);
+    std::string ini = dir / "s.ini";
+    EXPECT_TRUE(table.Disasm(ini.c_str()));
+    EXPECT_TRUE(P::Disasm(lu, ini.c_str(), &codec, table, 1));
 }
 
 // Real discs: both tables with their units to source and back, byte for byte.
-TEST(MenuPgcTables, RealDiscTablesRoundTrip) {
-    const struct {
-        const char* prefix;
-        size_t pointer;
-        const Pair& p;
-    } where[] = {{"VIDEO_TS", 0xC8, Vmgm()}, {"VTS_", 0xD0, Vtsm()}};
-    int seen = 0;
-    for (const auto& w : where) {
-        seen += tt::ForEachRealTable(w.prefix, w.pointer, [&](const tt::RealTable& rt, int f) {
-            const Pair& p = w.p;
-            const char* ini = rt.ini.c_str();
-            CKestro_PGCI codec;
-            auto t = p.makeTable();
-            ASSERT_EQ(p.loadTable(*t, f, rt.sector), 1);
-            ASSERT_TRUE(t->Disasm(ini));
-            auto lu = p.makeUnits();
-            ASSERT_EQ(p.loadUnits(*lu, rt.sector, *t), 1);
-            ASSERT_TRUE(p.disasm(*lu, ini, &codec, *t, rt.sector));
-            std::string report = tt::Report(
-                [&](char* b, int l) { return p.details(*lu, b, l, &codec, *t, rt.sector); });
-            EXPECT_NE(report.find("PGC: Number of Cells"), std::string::npos);
-
-            auto fresh = p.makeTable();
-            ASSERT_TRUE(fresh->Asm(ini, &codec)) << tt::Error(*fresh);
-            unsigned long s = 0, b = 0;
-            fresh->Get(&s, &b);
-            ASSERT_EQ(b, tt::BE32At(rt.ifo, size_t(rt.sector) * 2048 + 4) + 1);
-            EXPECT_EQ(tt::Head(tt::Written(*fresh, rt.ini + ".bin"), b), rt.Bytes(b));
-        });
-    }
+TYPED_TEST(MenuPgc, RealDiscTablesRoundTrip) {
+    using P = TypeParam;
+    int seen = tt::ForEachRealTable(P::vmgm ? "VIDEO_TS" : "VTS_", P::vmgm ? 0xC8 : 0xD0,
+                                    [&](auto& ifo, uint32_t sector, int f, const std::string& ini) {
+        CKestro_PGCI codec;
+        typename P::Table t, fresh;
+        typename P::Units lu;
+        ASSERT_EQ(t.Load(f, sector) + lu.Load(0, sector, &t), 2);
+        ASSERT_TRUE(t.Disasm(ini.c_str()));
+        ASSERT_TRUE(P::Disasm(lu, ini.c_str(), &codec, t, sector));
+        EXPECT_NE(tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &t, sector); }).find("PGC: Number of Cells"),
+                  std::string::npos);
+        ASSERT_TRUE(fresh.Asm(ini.c_str(), &codec)) << tt::Error(fresh);
+        unsigned long bytes = 0;
+        auto out = tt::Written(fresh, ini + ".bin", &bytes);
+        ASSERT_EQ(bytes, tt::BE32At(ifo, size_t(sector) * 2048 + 4) + 1);
+        out.resize(bytes);
+        EXPECT_EQ(out, tt::At(ifo, sector, bytes));
+    });
     if (!seen) GTEST_SKIP() << "no real discs beside this checkout";
 }
 
