@@ -33,13 +33,15 @@ stream() { # name seconds pattern [tracks]
     -f lavfi -i "sine=frequency=440:duration=$2:sample_rate=48000" "${second[@]}" \
     "${maps[@]}" -target ntsc-dvd -aspect 4:3 -b:v 800k -ac 2 -b:a 96k "$1.raw.mpg"
 }
+# hh:mm:ss.00 of a number of seconds.
+clock() { printf '%02d:%02d:%02d.00' $(( $1 / 3600 )) $(( $1 / 60 % 60 )) $(( $1 % 60 )); }
 # A sub-picture stream on top: a white bar for most of the stream.
 subtitle() { # name seconds
   ffmpeg -hide_banner -loglevel error -y -f lavfi -i "color=c=black:s=720x480" \
     -vf "drawbox=x=200:y=380:w=320:h=40:color=white:t=fill" -frames:v 1 -pix_fmt rgb24 bar.png
   cat > "$1.sub.xml" <<EOF
 <subpictures><stream>
-  <spu start="00:00:00.50" end="00:00:0$(( $2 - 1 )).00" image="bar.png" transparent="000000"/>
+  <spu start="00:00:00.50" end="$(clock $(( $2 - 1 )))" image="bar.png" transparent="000000"/>
 </stream></subpictures>
 EOF
   spumux -s 0 "$1.sub.xml" < "$1.raw.mpg" > "$1.mpg" 2>/dev/null
@@ -50,7 +52,7 @@ stream t1 "$secs" testsrc; subtitle t1 "$secs"
 stream t2 "$secs" testsrc2; subtitle t2 "$secs"
 stream t3 "$secs" rgbtestsrc; subtitle t3 "$secs"
 
-half=$(( secs / 2 ))
+half=$(clock $(( secs / 2 )))
 cat > disc.xml <<EOF
 <dvdauthor dest="$out">
   <vmgm>
@@ -88,11 +90,11 @@ cat > disc.xml <<EOF
       <audio lang="fr"/>
       <subpicture lang="en"/>
       <pgc>
-        <vob file="t1.mpg" chapters="0,0:01,0:0$half"/>
+        <vob file="t1.mpg" chapters="0,00:00:01.00,$half"/>
         <post>jump title 2;</post>
       </pgc>
       <pgc>
-        <vob file="t2.mpg" chapters="0,0:0$half"/>
+        <vob file="t2.mpg" chapters="0,$half"/>
         <post>call vmgm menu 1;</post>
       </pgc>
     </titles>
@@ -104,7 +106,7 @@ cat > disc.xml <<EOF
       <audio lang="de"/>
       <subpicture lang="en"/>
       <pgc>
-        <vob file="t3.mpg" chapters="0,0:0$half"/>
+        <vob file="t3.mpg" chapters="0,$half"/>
         <post>call vmgm menu 1;</post>
       </pgc>
     </titles>
