@@ -47,7 +47,10 @@ void WriteCommands(Source& src, const char* px, PgcBytes& p) {
     } groups[] = {{"%spre%d", n.pre}, {"%spost%d", n.post}, {"%scell%d", n.cell}};
     size_t at = cmdt + kCmdtHeader;
     for (const auto& g : groups) {
-        for (unsigned i = 1; i <= g.count; ++i, at += kCommandSize) {
+        // Counts come from the file: commands that would lie beyond the
+        // bytes the caller holds are not invented (a damaged header can
+        // announce 196,605 of them).
+        for (unsigned i = 1; i <= g.count && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
             uint8_t c[kCommandSize];
             p.View().Copy(at, c, kCommandSize);
             src.Write(src.Key(g.key, px, int(i)), "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1],
