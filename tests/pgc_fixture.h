@@ -1,10 +1,9 @@
-// Binary PGCs for the codec tests: a builder that lays the parts out back to
-// back as the assembler does, and the PGCs of the real discs.
+// Binary PGCs for the codec tests: a builder laying the parts out back to
+// back as the assembler does, and every PGC of the real discs.
 #ifndef KESTRO_TESTS_PGC_FIXTURE_H
 #define KESTRO_TESTS_PGC_FIXTURE_H
 
 #include <array>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,19 +16,18 @@ inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {
     for (int i = 0; i < n; ++i) v = (v << 8) | (at + i < b.size() ? b[at + i] : 0);
     return v;
 }
-inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v, int n = 2) {
-    for (int i = n - 1; i >= 0; --i, v >>= 8) b[at + i] = uint8_t(v);
+inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) {
+    b[at] = uint8_t(v >> 8), b[at + 1] = uint8_t(v);
 }
 
 using Command = std::array<uint8_t, 8>;
-
 struct PgcShape {
     std::vector<Command> pre, post, cell;
     bool commandTable = false;  // written even without commands
     int programs = 0, cells = 0;
 };
 
-// Distinct bytes everywhere a field may hold any value (sectors above 2^31
+// Distinct bytes wherever a field may hold any value (sectors above 2^31
 // included), zeros where the format reserves them.
 inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
     std::vector<uint8_t> b(236, 0);
@@ -53,8 +51,7 @@ inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
         PutBe(b, 232, uint32_t(b.size()));
         for (int i = 0; i < 24 * s.cells; ++i) b.push_back(uint8_t(0x80 + i * 5));
         PutBe(b, 234, uint32_t(b.size()));
-        for (int c = 0; c < s.cells; ++c)
-            b.insert(b.end(), {0, uint8_t(1 + c / 8), 0, uint8_t(c + 1)});
+        for (int c = 0; c < s.cells; ++c) b.insert(b.end(), {0, uint8_t(1 + c / 8), 0, uint8_t(c + 1)});
     }
     return b;
 }
@@ -65,19 +62,16 @@ struct CorpusPgc {
     size_t offset;
 };
 
-// Every PGC of the real discs: First Play, the menu PGCs of both kinds of
-// file and the title PGCs. Tables of PGCs and of language units both have an
-// 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
+// First Play, the menu PGCs of both kinds of file and the title PGCs. PGC
+// tables and language-unit tables both have an 8-byte header and 8-byte
+// search pointers whose bytes 4-7 give the start.
 inline std::vector<CorpusPgc> CorpusPgcs() {
     std::vector<CorpusPgc> out;
     auto table = [](const std::vector<uint8_t>& f, size_t t, auto&& each) {
-        for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i)
-            each(t + Be(f, t + 12 + 8 * i, 4));
+        for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i) each(t + Be(f, t + 12 + 8 * i, 4));
     };
     auto pgcs = [&](const std::string& name, const std::vector<uint8_t>& f, size_t t) {
-        table(f, t, [&](size_t at) {
-            if (at + 236 <= f.size()) out.push_back({name, f, at});
-        });
+        table(f, t, [&](size_t at) { if (at + 236 <= f.size()) out.push_back({name, f, at}); });
     };
     auto menus = [&](const std::string& name, const std::vector<uint8_t>& f, size_t saAt) {
         table(f, 2048 * size_t(Be(f, saAt, 4)), [&](size_t lu) { pgcs(name, f, lu); });
