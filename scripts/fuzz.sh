@@ -69,7 +69,7 @@ run_one() {
   local start=$SECONDS
   if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
      UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-     "$build/fuzz/$t" -max_total_time="$secs" -timeout=20 -rss_limit_mb=4096 \
+     "$build/fuzz/$t" -max_total_time="$secs" -timeout=60 -rss_limit_mb=4096 \
        -max_len=65536 -print_final_stats=1 -artifact_prefix="$art" "${extra[@]}" \
        "$corpus" "$(seed_dir "$t")" > "$build/$t.log" 2>&1; then
     echo "   $t: clean after $((SECONDS - start))s ($(grep -c . "$build/$t.log") log lines," \
