@@ -38,29 +38,24 @@ TEST(CellTables, LoadedTableReportAndSource) {
         auto t = m.make();
         EXPECT_EQ(m.load(*t, f, 0), 0);
         ASSERT_EQ(m.load(*t, f, 3), 1);
-        std::string table = m.section.substr(0, m.section.size() - 6), upper;
-        for (char c : table) upper += char(std::toupper(c));
-        const std::string head = m.text + "\r\nEnd byte address of " + upper + "_C_ADT table: 67\r\n"
+        std::string upper = m.section;
+        for (char& c : upper) c = char(std::toupper(c));
+        const std::string head = m.text + "\r\nEnd byte address of " + upper + " table: 67\r\n"
                                  "  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
                                  "    Start sector address is 0 and end sector addres is 99.\r\n",
                           tail = "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
                                  "    Start sector address is 400 and end sector addres is 70000.\r\n";
-        std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
+        std::string r = tt::CheckedReport([&](char* b, int l) { return t->Details(b, l); });
         EXPECT_EQ(r.substr(0, head.size()), head);
         EXPECT_EQ(r.substr(r.size() - tail.size()), tail);
-        bool ok = true;
-        EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }, int(m.text.size()), &ok), "");
-        EXPECT_FALSE(ok);
-        // Source: only as many entries as there are VOBs.
-        std::string ini = dir / "s.ini";
+        std::string ini = dir / "s.ini";  // source: only as many entries as there are VOBs
         EXPECT_TRUE(t->Disasm(ini.c_str()));
-        EXPECT_EQ(tt::Value(ini, m.section, m.name + "_vob_ns") + tt::Value(ini, m.section, m.section + "_ea") +
-                      tt::Value(ini, m.section, "c_002_vob001_vts_cp_ea") + tt::Value(ini, m.section, "c_001_vob002_vts_vob_idn"),
-                  "267199$");
-
+        EXPECT_EQ(tt::Values(ini, m.section, {m.name + "_vob_ns", m.section + "_ea", "c_002_vob001_vts_cp_ea",
+                                              "c_001_vob002_vts_vob_idn"}),
+                  "2|67|199|$|");
         tt::File g(tt::PutTable(dir, wide));
         ASSERT_EQ(m.load(*t, g, 1), 1);
-        r = tt::Report([&](char* b, int l) { return t->Details(b, l); }, 300);
+        r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
         EXPECT_NE(r.find(m.flag ? "addres is 256." : "addres is 261."), std::string::npos);
     }
 }
@@ -88,8 +83,7 @@ TEST(CellTables, AssemblyPlacementAndRefusals) {
         EXPECT_EQ(out, want);
         EXPECT_TRUE(tt::Written(*t, dir / "o.bin", &bytes, &ok).empty());  // emptied by Write
         EXPECT_FALSE(ok);
-
-        std::string s = CellSource(m, {{1, 1}, {1, 2}});
+        std::string s = CellSource(m, {{1, 1}, {1, 2}});  // every member names the same table
         kt::WriteText(ini, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
         EXPECT_FALSE(t->Asm(ini.c_str()));
         EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
@@ -97,24 +91,27 @@ TEST(CellTables, AssemblyPlacementAndRefusals) {
     // Sizes, and the capacity of 256 cells (the cells read so far stay).
     kt::TempDir dir;
     std::string ini = dir / "a.ini";
-    for (auto [cells, ok, bytes] : {std::tuple{171, true, 2060ul}, {256, true, 3080ul}, {257, false, 3080ul}}) {
+    const std::tuple<int, bool, unsigned long, const char*> rows[] = {
+        {171, true, 2060, ""},
+        {256, true, 3080, ""},
+        {257, false, 3080, "[c_059_vob003_vts_vob_idn] Too many cells in vmgm_c_adt: a cell address table holds at most 256"},
+    };
+    for (auto [cells, ok, bytes, error] : rows) {
         std::vector<std::pair<int, int>> list;
         for (int i = 0; i < cells; ++i) list.push_back({1 + i / 99, 1 + i % 99});
         kt::WriteText(ini, CellSource(kMembers[0], list));
         auto t = kMembers[0].make();
         EXPECT_EQ(t->Asm(ini.c_str()), ok) << cells;
-        unsigned long s = 0, b = 0;
-        t->Get(&s, &b);
-        EXPECT_EQ(s * 10000 + b, 20000 + bytes);
-        EXPECT_EQ(tt::Error(*t), ok ? "" : "[c_059_vob003_vts_vob_idn] Too many cells in vmgm_c_adt: "
-                                           "a cell address table holds at most 256");
+        unsigned long sectors = 0, b = 0;
+        t->Get(&sectors, &b);
+        EXPECT_EQ(sectors * 10000 + b, (bytes + 2047) / 2048 * 10000 + bytes) << cells;
+        EXPECT_EQ(tt::Error(*t), error);
     }
 }
 
 TEST(CellTables, RealDiscTablesRoundTrip) {
-    int seen = tt::RoundTripsThroughSource(kMembers[0], "VIDEO_TS", 0xD8, 4) +
-               tt::RoundTripsThroughSource(kMembers[1], "VTS_", 0xE0, 4) +
-               tt::RoundTripsThroughSource(kMembers[2], "VTS_", 0xD8, 4);
+    int seen = tt::MemberRoundTrips(kMembers[0], "VIDEO_TS", 0xD8, 4) + tt::MemberRoundTrips(kMembers[1], "VTS_", 0xE0, 4) +
+               tt::MemberRoundTrips(kMembers[2], "VTS_", 0xD8, 4);
     if (!seen) GTEST_SKIP() << "no real discs beside this checkout";
 }
 
