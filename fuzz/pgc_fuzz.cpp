@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The codec swaps words of the caller's buffer: give it a private copy
     // of exactly the input's size.
     std::vector<unsigned char> pgc(data, data + size);
-    std::vector<char> out(size_t(room) + 3, '\0');
+    std::vector<char> out(size_t(room) + indent + 3, '\0');
     codec.DetailsOfPGCI(indent, pgc.empty() ? nullptr : pgc.data(), offset, out.data(), room,
                         pgc.size());
     if (std::memchr(out.data(), '\0', out.size()) == nullptr) __builtin_trap();
