@@ -25,6 +25,7 @@ struct Bytes : std::vector<uint8_t> {  // big-endian builder
     Bytes& be16(uint32_t v) { return u8(v >> 8).u8(v); }
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
     Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
+    Bytes& be32s(const std::vector<uint32_t>& v) { for (uint32_t x : v) be32(x); return *this; }
 };
 
 inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) {
@@ -90,31 +91,24 @@ inline std::string CheckedReport(const Details& details) {
     return whole;
 }
 
-// Get's byte count, Write's result and what it puts into a fresh file.
-struct Out {
-    unsigned long bytes = 0;
-    bool ok = false;
-    std::vector<uint8_t> data;
-};
-inline Out Written(CBaseKestro& t, const std::string& path) {
-    Out o;
-    unsigned long sectors = 0;
-    t.Get(&sectors, &o.bytes);
+// What Write puts into a fresh file, and its result.
+inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* ok = nullptr) {
     File out(path, true);
-    o.ok = t.Write(out);
-    return o.data = kt::ReadBytes(path), o;
+    bool r = t.Write(out);
+    if (ok) *ok = r;
+    return kt::ReadBytes(path);
 }
 
-// Write puts `want` padded with zeros to whole sectors, Get counts its
-// bytes; a second Write writes nothing and says false.
+// Get counts `want` (sectors and bytes; it also fills in end addresses),
+// Write puts it padded with zeros to whole sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
-    Out o = Written(t, path);
-    EXPECT_TRUE(o.ok);
-    EXPECT_EQ(o.bytes, want.size());
-    want.resize((want.size() + 2047) / 2048 * 2048, 0);
-    EXPECT_EQ(o.data, want);
-    o = Written(t, path);
-    EXPECT_FALSE(o.ok || o.data.size());
+    unsigned long sectors = 0, bytes = 0, padded = (want.size() + 2047) / 2048 * 2048;
+    t.Get(&sectors, &bytes);
+    EXPECT_EQ(std::make_pair(sectors * 2048, bytes), std::make_pair(padded, (unsigned long)want.size()));
+    bool ok = false, again = true;
+    want.resize(padded);
+    EXPECT_EQ(Written(t, path, &ok), want);
+    EXPECT_TRUE(ok && Written(t, path, &again).empty() && !again);
 }
 
 // For each real-disc file prefix* with a table whose start sector (32-bit)
@@ -137,11 +131,12 @@ int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn
         std::unique_ptr<CBaseKestro> fresh;
         fn(int(f), at / 2048, dir / "s.ini", fresh);
         if (!fresh) continue;
-        size_t end = BE32At(ifo, at + endAt) + 1;
+        unsigned long sectors = 0, bytes = 0, end = BE32At(ifo, at + endAt) + 1;
+        fresh->Get(&sectors, &bytes);
         auto out = Written(*fresh, dir / "o.bin");
-        EXPECT_EQ(out.bytes, end);
-        out.data.resize(end);
-        EXPECT_EQ(out.data, std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(std::min(ifo.size(), at + end))));
+        EXPECT_EQ(bytes, end);
+        out.resize(end);
+        EXPECT_EQ(out, std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(std::min(ifo.size(), at + end))));
     }
     return seen;
 }
