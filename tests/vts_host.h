@@ -1,77 +1,156 @@
-// The host side of a whole title set, as a program built on the library
-// drives it: report every table, disassemble every table into one source,
-// and rebuild the file from that source.
+// Helpers of the title-set tests: a byte builder, tables placed in a file at
+// a sector, a small synthetic title set, and the host side of a whole file
+// (disassemble every table into one source, rebuild the file from it).
 #ifndef KESTRO_TESTS_VTS_HOST_H
 #define KESTRO_TESTS_VTS_HOST_H
 
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include "kestro/ini.h"
 #include "kestro/vts.h"
-#include "vts_util.h"
+#include "test_util.h"
 
 namespace vt {
 
-// What a host does to report every table of a loaded driver. Returns the
-// whole report; each table's own result is collected in `ok`.
-inline std::string ReportAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, std::vector<bool>& ok) {
-    std::vector<char> buf(1 << 22);
-    const int len = int(buf.size()) - 3;
-    std::string all;
-    auto take = [&](bool r) {
-        ok.push_back(r);
-        all += buf.data();
-        buf[0] = 0;
-    };
-    take(mat.Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_PTT_SRPT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_PGCIT()) take(t->Details(&codec, buf.data(), len));
-    if (auto* t = mat.GetVTSM_PGCI_UT()) {
-        take(t->Details(buf.data(), len));
-        if (auto* lu = mat.GetVTSM_LU())
-            take(lu->Details(buf.data(), len, &codec, t, mat.GetVTSM_PGCIT_SA()));
-    }
-    if (auto* t = mat.GetVTS_TMAPT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTSM_C_ADT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTSM_VOBU_ADMAP()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_C_ADT()) take(t->Details(buf.data(), len));
-    if (auto* t = mat.GetVTS_VOBU_ADMAP()) take(t->Details(buf.data(), len));
-    return all;
+// Big-endian byte builder.
+struct Bytes {
+    std::vector<uint8_t> v;
+    Bytes& u8(uint32_t x) { v.push_back(uint8_t(x)); return *this; }
+    Bytes& be16(uint32_t x) { return u8(x >> 8).u8(x); }
+    Bytes& be32(uint32_t x) { return be16(x >> 16).be16(x); }
+    Bytes& raw(const std::vector<uint8_t>& b) { v.insert(v.end(), b.begin(), b.end()); return *this; }
+    Bytes& zeros(size_t n) { v.resize(v.size() + n); return *this; }
+};
+
+inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& v, size_t from, size_t n) {
+    return from >= v.size() ? std::vector<uint8_t>{} : std::vector<uint8_t>(v.begin() + long(from), v.begin() + long(std::min(v.size(), from + n)));
+}
+inline uint32_t Be32(const std::vector<uint8_t>& v, size_t at) {  // 0xFFFFFFFF beyond the data
+    const auto b = Slice(v, at, 4);
+    return b.size() < 4 ? 0xFFFFFFFFu : uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
 }
 
-// The driver's section first (it starts a fresh file), then every table's,
-// then the time-map entries joined into the source so that Asm finds them.
-inline void DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const std::string& ini) {
+// `table` at `sector` of a new file (zero sectors before it), padded to a
+// whole sector unless told otherwise; returns the path.
+inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, unsigned sector = 1,
+                              bool pad = true) {
+    std::vector<uint8_t> file(size_t(sector) * 2048, 0);
+    file.insert(file.end(), table.begin(), table.end());
+    if (pad) file.resize((file.size() + 2047) / 2048 * 2048, 0);
+    kt::WriteBytes(dir / "t.ifo", file);
+    return dir / "t.ifo";
+}
+
+// A file handle closed at the end of the scope; opened for reading, or
+// created when `create`.
+struct Handle {
+    explicit Handle(const std::string& p, bool create = false)
+        : path(p), h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8002)) {}
+    ~Handle() { Close(); }
+    void Close() { if (h != -1) kestro::FileClose(h); h = -1; }
+    std::string path;
+    int h;
+};
+
+inline std::string Ini(const std::string& path, const char* section, const char* key) {
+    char v[256];
+    INIGetPrivateProfileString(section, key, "$", v, sizeof v, path.c_str());
+    return v;
+}
+inline void SetIni(const std::string& path, const char* section, const char* key, const std::string& value) {
+    INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
+}
+inline std::string ErrorText(CBaseKestro& t) {
+    char buf[300];
+    return t.GetErrorMessage(buf, sizeof buf), buf;
+}
+
+// A report's lines without their line breaks.
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> out;
+    for (size_t at = 0, end; at < text.size(); at = end + 2)
+        out.push_back(text.substr(at, (end = std::min(text.find("\r\n", at), text.size())) - at));
+    return out;
+}
+
+// A PGC of the 236-byte general information only.
+inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) { return Bytes().zeros(4).be32(playTime).zeros(228).v; }
+
+// A management table with the given start sectors (VTSM_VOBS, VTSTT_VOBS,
+// then the tables), two title audio streams and one sub-picture stream.
+inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
+    std::vector<uint8_t> m(2048, 0);
+    std::memcpy(m.data(), "DVDVIDEO-VTS", 12);
+    std::vector<std::pair<size_t, uint32_t>> words = {{12, 127906}, {28, 9}, {34, 1}, {128, 2047}};
+    for (size_t i = 0; i < sa.size(); ++i) words.push_back({192 + 4 * i, sa[i]});
+    for (auto [at, v] : words) for (int i = 0; i < 4; ++i) m[at + i] = uint8_t(v >> (24 - 8 * i));
+    m[33] = 0x11, m[256] = 0x4d, m[257] = 0x01, m[259] = 1, m[341] = 1, m[512] = 0x53, m[515] = 2, m[597] = 1;
+    for (int i = 0; i < 16; ++i) m[260 + i % 8] = uint8_t(0x10 + i % 8), m[516 + i] = uint8_t(0x30 + 16 * (i / 8) + i % 8);
+    for (int i = 0; i < 6; ++i) m[342 + i] = uint8_t(0x20 + i), m[598 + i] = uint8_t(0x50 + i);
+    for (int i = 0; i < 24 * 8; ++i) m[792 + i] = uint8_t(i);
+    return m;
+}
+
+// A small title set information file: the management table, then every table
+// of a title set, 1, 2, 1, 1, 1, 1, 1, 1 sectors long.
+inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
+    Bytes pgcit, ut;
+    pgcit.be16(9).be16(0).be32(8 + 72 + 9 * 236 - 1);
+    for (int i = 0; i < 9; ++i) pgcit.be32(0x81000000u + uint32_t(i)).be32(80 + 236 * i);
+    for (int i = 0; i < 9; ++i) pgcit.raw(BarePgc(0x00000100u * uint32_t(i)));
+    ut.be16(1).be16(0).be32(16 + 8 + 8 + 236 - 1).u8('e').u8('n').u8(0).u8(0x80).be32(16);
+    ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).raw(BarePgc());
+    const std::vector<uint8_t> tables[] = {
+        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1).v, pgcit.v, ut.v,
+        Bytes().be16(1).be16(0).be32(23).be32(12).u8(1).u8(0).be16(2).be32(0).be32(5).v,
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9).v, Bytes().be32(7).be32(0).v,
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999).v, Bytes().be32(11).be32(0).be32(500).v};
+    std::vector<uint8_t> file = SyntheticMat({0, 10, 1, 2, menuTable ? 4u : 0u, 5, 6, 7, 8, 9});
+    for (auto& t : tables) {
+        file.insert(file.end(), t.begin(), t.end());
+        file.resize((file.size() + 2047) / 2048 * 2048, 0);
+    }
+    return file;
+}
+
+// Reports every table as a host shows them (each report must succeed) and
+// disassembles it into one source: the driver's section first (it starts a
+// fresh file), the time-map entries joined in so that Asm finds them.
+inline std::string DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const std::string& ini) {
+    std::vector<char> buf(1 << 22);
+    const int n = int(buf.size()) - 3;
+    std::string all;
+    auto take = [&](bool ok) { EXPECT_TRUE(ok) << all.size(); all += buf.data(), buf[0] = 0; };
     const char* p = ini.c_str();
-    ASSERT_TRUE(mat.Disasm(p));
-    if (auto* t = mat.GetVTS_PTT_SRPT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTS_PGCIT()) {
-        EXPECT_TRUE(t->Disasm(p, &codec));
-    }
+    take(mat.Details(buf.data(), n));
+    EXPECT_TRUE(mat.Disasm(p));
+    if (auto* t = mat.GetVTS_PTT_SRPT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
+    if (auto* t = mat.GetVTS_PGCIT()) { take(t->Details(&codec, buf.data(), n)); EXPECT_TRUE(t->Disasm(p, &codec)); }
     if (auto* t = mat.GetVTSM_PGCI_UT()) {
+        take(t->Details(buf.data(), n));
         EXPECT_TRUE(t->Disasm(p));
-        if (auto* lu = mat.GetVTSM_LU()) lu->Disasm(p, &codec, t, mat.GetVTSM_PGCIT_SA());
+        if (auto* lu = mat.GetVTSM_LU()) {
+            take(lu->Details(buf.data(), n, &codec, t, mat.GetVTSM_PGCIT_SA()));
+            lu->Disasm(p, &codec, t, mat.GetVTSM_PGCIT_SA());
+        }
     }
     if (auto* t = mat.GetVTS_TMAPT()) {
-        EXPECT_TRUE(t->Disasm(p));
-        EXPECT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(p));
+        take(t->Details(buf.data(), n));
+        EXPECT_TRUE(t->Disasm(p) && CKestro_VTS_TMAP::JoinTmapSideFiles(p));
     }
-    if (auto* t = mat.GetVTSM_C_ADT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTSM_VOBU_ADMAP()) t->Disasm(p);
-    if (auto* t = mat.GetVTS_C_ADT()) {
-        EXPECT_TRUE(t->Disasm(p));
-    }
-    if (auto* t = mat.GetVTS_VOBU_ADMAP()) t->Disasm(p);
+    if (auto* t = mat.GetVTSM_C_ADT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
+    if (auto* t = mat.GetVTSM_VOBU_ADMAP()) take(t->Details(buf.data(), n)), t->Disasm(p);
+    if (auto* t = mat.GetVTS_C_ADT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
+    if (auto* t = mat.GetVTS_VOBU_ADMAP()) take(t->Details(buf.data(), n)), t->Disasm(p);
+    return all;
 }
 
 // Creates in `out` each table `loaded` holds, assembles it from the source,
 // and builds the whole file at ifoPath.
-inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec,
-            const std::string& ini, const std::string& ifoPath, bool absolute) {
+inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec, const std::string& ini,
+                   const std::string& ifoPath, bool absolute) {
     const char* p = ini.c_str();
     if (loaded.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
     if (loaded.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);
@@ -81,7 +160,7 @@ inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_
     if (loaded.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
     if (loaded.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
     if (loaded.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
-    vt::Output file(ifoPath);
+    Handle file(ifoPath, true);
     if (file.h == -1) return false;
     return absolute ? out.AsmAbs(p, static_cast<unsigned short>(file.h), ifoPath.c_str())
                     : out.Asm(p, file.h, ifoPath.c_str());

@@ -1,192 +1,278 @@
-// The management table VTSI_MAT and its ownership of the file's tables:
-// loading, report, source and writing.
-#include "kestro/vts.h"
-#include "vts_util.h"
+// The management table VTSI_MAT: loading and ownership of the file's tables,
+// report, source and writing, and the assembly of a whole file: its layout,
+// the VOB files measured beside it, the statements Asm and AsmAbs read.
+#include "vts_host.h"
 
 namespace {
 
 std::string Details(CKestro_VTS_MAT& mat, int len = 1 << 16, bool* ok = nullptr) {
     std::vector<char> buf(size_t(len) + 3, 0);
-    bool r = mat.Details(buf.data(), len);
+    const bool r = mat.Details(buf.data(), len);
     if (ok) *ok = r;
     return buf.data();
 }
 
-TEST(VtsMat, ReportOfTheManagementTable) {
+// A MAT loaded from dir/VTS_01_0.IFO, kept open: its tables re-read the file.
+struct Loaded {
+    explicit Loaded(const std::vector<uint8_t>& file) : path(dir / "VTS_01_0.IFO") {
+        kt::WriteBytes(path, file);
+        f = std::make_unique<vt::Handle>(path);
+        result = mat.Load(f->h);
+    }
     kt::TempDir dir;
-    std::string path = dir / "VTS_01_0.IFO";
-    kt::WriteBytes(path, vt::SyntheticVtsi().File());
-    vt::Handle f(path);
+    std::string path, ini = dir / "s.ini";
+    std::unique_ptr<vt::Handle> f;
     CKestro_VTS_MAT mat;
-    ASSERT_EQ(mat.Load(f.h), 1);
+    int result;
+};
+
+TEST(VtsMat, ReportSourceAndWrite) {
+    Loaded l(vt::SyntheticVtsi());
+    ASSERT_EQ(l.result, 1);
     bool ok = false;
+    const auto lines = vt::Lines(Details(l.mat, 1 << 16, &ok));
+    EXPECT_TRUE(ok);
+    ASSERT_EQ(lines.size(), 27u);
     // The identifier runs on into VTS_EA as held (127906 = 0x1F3A2, least
     // significant byte first) up to its zero byte.
-    EXPECT_EQ(Details(mat, 1 << 16, &ok),
-              "VTS Identifier: DVDVIDEO-VTS\xa2\xf3\x01\r\n"
-              "End address of VTS: 127906\r\n"
-              "End address of VTSI: 9\r\n"
-              "Specification version number: 1.1\r\n"
-              "VTS Category: 00000001\r\n"
-              "End byte address of VTSI_MAT: 2047\r\n"
-              "Start sector address of VTSM_VOBS: 0\r\n"
-              "Start sector address of VTSTT_VOBS: 10\r\n"
-              "Start sector address of VTS_PTT_SRPT: 1\r\n"
-              "Start sector address of VTS_PGCIT: 2\r\n"
-              "Start sector address of VTSM_PGCI_UT: 4\r\n"
-              "Start sector address of VTS_TMAPT: 5\r\n"
-              "Start sector address of VTSM_C_ADT: 6\r\n"
-              "Start sector address of VTSM_VOBU_ADMAP: 7\r\n"
-              "Start sector address of VTS_C_ADT: 8\r\n"
-              "Start sector address of VTS_VOBU_ADMAP: 9\r\n"
-              "Video attributes of VTSM_VOBS: 4d01\r\n"
-              "Number of audio streams in VTSM_VOBS: 1\r\n"
-              "VTSM Audio attributes: 1011121314151617\r\n"
-              "Number of VTSM subpicture streams: 1\r\n"
-              "VTSM subpicture attributes: 202122232425\r\n"
-              "Video attributes of VTSTT_VOBS: 5300\r\n"
-              "Number of audio streams in VTSTT_VOBS: 2\r\n"
-              "  Audio 1 attributes: 3031323334353637\r\n"
-              "  Audio 2 attributes: 4041424344454647\r\n"
-              "Number of subpicture streams in VTSTT_VOBS: 1\r\n"
-              "  Subpicture stream 1 attributes: 505152535455\r\n");
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(mat.GetVTSM_PGCIT_SA(), 4u);
-    EXPECT_EQ(vt::Lines(Details(mat, 100, &ok)).size(), 3u);
+    const std::pair<size_t, const char*> want[] = {
+        {0, "VTS Identifier: DVDVIDEO-VTS\xa2\xf3\x01"}, {3, "Specification version number: 1.1"},
+        {10, "Start sector address of VTSM_PGCI_UT: 4"}, {16, "Video attributes of VTSM_VOBS: 4d01"},
+        {19, "Number of VTSM subpicture streams: 1"}, {20, "VTSM subpicture attributes: 202122232425"},
+        {24, "  Audio 2 attributes: 4041424344454647"}, {26, "  Subpicture stream 1 attributes: 505152535455"}};
+    for (const auto& w : want) EXPECT_EQ(lines[w.first], w.second);
+    EXPECT_EQ(vt::Lines(Details(l.mat, 100, &ok)).size(), 3u);
     EXPECT_FALSE(ok);
-
-    // Write puts out the table as held: the fourteen address fields least
-    // significant byte first, everything else as in the file.
-    vt::Output out(dir / "o.bin");
-    EXPECT_TRUE(mat.Write(out.h));
+    kt::WriteText(l.ini, "[left_over]\nkey=1\n");
+    ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
+    EXPECT_EQ(vt::Ini(l.ini, "left_over", "key"), "$") << "the section starts a fresh file";
+    const char* keys[][2] = {{"vts_id", "DVDVIDEO-VTS"}, {"vts_ea", "127906"}, {"vern", "1.1"},
+                             {"vts_cat", "00000001"}, {"vtsm_ast_atr", "1011121314151617"},
+                             {"vts_ast_atrt02", "4041424344454647"}, {"vts_mu_ast_atrt09", "$"},
+                             {"vts_mu_ast_atrt08", "a8a9aaabacadaeafb0b1b2b3b4b5b6b7b8b9babbbcbdbebf"}};
+    for (auto& kv : keys) EXPECT_EQ(vt::Ini(l.ini, "vtsi_mat", kv[0]), kv[1]) << kv[0];
+    // Write puts out the table as held: address fields least significant byte first.
+    vt::Handle out(l.dir / "o.bin", true);
+    EXPECT_TRUE(l.mat.Write(out.h));
     out.Close();
-    std::vector<uint8_t> got = kt::ReadBytes(out.path), file = kt::ReadBytes(path);
+    const auto got = kt::ReadBytes(out.path), file = kt::ReadBytes(l.path);
     ASSERT_EQ(got.size(), 2048u);
     EXPECT_EQ(vt::Slice(got, 12, 4), (std::vector<uint8_t>{0xa2, 0xf3, 0x01, 0x00}));
     EXPECT_EQ(vt::Slice(got, 256, 2048), vt::Slice(file, 256, 2048 - 256));
 }
 
-TEST(VtsMat, LoadCreatesTheTablesTheFileHas) {
-    kt::TempDir dir;
-    struct Case {
-        const char* name;
-        std::vector<uint8_t> file;
-        int loaded;
-        int tables;  // sub-tables held afterwards
-    };
-    vt::SyntheticVtsi noMenus;
-    noMenus.menuTable = false;
-    std::vector<uint8_t> bare = vt::SyntheticVtsi().Mat({});
-    std::vector<uint8_t> shortFile(bare.begin(), bare.begin() + 100);
-    std::vector<uint8_t> other = bare;
+// Load creates the tables the file has; a second Load releases them; a file
+// that is no title set leaves them alone; New replaces (and releases) a
+// table and Delete releases it. The sanitizer build reports leaks and
+// dangling uses.
+TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
+    std::vector<uint8_t> bare = vt::SyntheticMat({}), other = bare;
     other[11] = 'G';
-    const Case cases[] = {
-        {"all tables", vt::SyntheticVtsi().File(), 1, 9},
-        {"no menu PGC table: no language units either", noMenus.File(), 1, 7},
-        {"every start sector 0", bare, 1, 0},
-        {"cut short after the identifier", shortFile, 1, 0},
-        {"not a title set", other, 0, 0},
-    };
-    for (const auto& c : cases) {
-        std::string path = dir / "VTS_01_0.IFO";
-        kt::WriteBytes(path, c.file);
-        vt::Handle f(path);
-        CKestro_VTS_MAT mat;
-        EXPECT_EQ(mat.Load(f.h), c.loaded) << c.name;
-        const void* held[] = {mat.GetVTS_PTT_SRPT(),  mat.GetVTS_PGCIT(),   mat.GetVTSM_PGCI_UT(),
-                              mat.GetVTSM_LU(),       mat.GetVTS_TMAPT(),   mat.GetVTSM_C_ADT(),
-                              mat.GetVTSM_VOBU_ADMAP(), mat.GetVTS_C_ADT(), mat.GetVTS_VOBU_ADMAP()};
-        int n = 0;
-        for (const void* p : held) n += p != nullptr;
-        EXPECT_EQ(n, c.tables) << c.name;
-        EXPECT_FALSE(Details(mat).empty()) << c.name;
+    const std::tuple<std::vector<uint8_t>, int, long> cases[] = {  // file, Load, tables held
+        {vt::SyntheticVtsi(), 1, 9}, {vt::SyntheticVtsi(false), 1, 7}, {bare, 1, 0}, {vt::Slice(bare, 0, 100), 1, 0}, {other, 0, 0}};
+    for (const auto& [file, loaded, tables] : cases) {
+        Loaded l(file);
+        auto& m = l.mat;
+        EXPECT_EQ(l.result, loaded);
+        const void* held[] = {m.GetVTS_PTT_SRPT(), m.GetVTS_PGCIT(), m.GetVTSM_PGCI_UT(), m.GetVTSM_LU(), m.GetVTS_TMAPT(),
+                              m.GetVTSM_C_ADT(), m.GetVTSM_VOBU_ADMAP(), m.GetVTS_C_ADT(), m.GetVTS_VOBU_ADMAP()};
+        EXPECT_EQ(9 - std::count(std::begin(held), std::end(held), nullptr), tables);
     }
-}
-
-// A second Load releases what the first created; a file that is no title
-// set leaves them alone. New replaces (and releases) a held table; Delete
-// releases it. The sanitizer build reports any leak.
-TEST(VtsMat, OwnershipNeverLeaksOrDangles) {
-    kt::TempDir dir;
-    std::string path = dir / "VTS_01_0.IFO";
-    kt::WriteBytes(path, vt::SyntheticVtsi().File());
-    std::string junk = dir / "junk.bin";
-    kt::WriteBytes(junk, std::vector<uint8_t>(4096, 7));
-    vt::Handle f(path), j(junk);
-    CKestro_VTS_MAT mat;
-    ASSERT_EQ(mat.Load(f.h), 1);
-    ASSERT_EQ(mat.Load(f.h), 1);
-    CKestro_PTT_SRPT* before = mat.GetVTS_PTT_SRPT();
-    EXPECT_EQ(mat.Load(j.h), 0);
-    EXPECT_EQ(mat.GetVTS_PTT_SRPT(), before);
-    ASSERT_NE(mat.GetVTSM_LU(), nullptr);
-    CKestro_VTSM_PGCI* fresh = mat.NewVTSM_PGCI_UT();
-    EXPECT_EQ(mat.GetVTSM_PGCI_UT(), fresh);
-    EXPECT_EQ(mat.GetVTSM_LU(), nullptr) << "units of the replaced table go with it";
-    mat.NewVTS_TMAPT();
-    mat.NewVTS_TMAPT();
-    mat.DeleteVTS_C_ADT();
-    EXPECT_EQ(mat.GetVTS_C_ADT(), nullptr);
-    mat.DeleteVTS_C_ADT();
-}
-
-TEST(VtsMat, SourceSectionStartsAFreshFile) {
-    kt::TempDir dir;
-    std::string path = dir / "VTS_01_0.IFO";
-    vt::SyntheticVtsi big;
-    big.audio = 10;
-    big.subpictures = 33;
-    kt::WriteBytes(path, big.File());
-    vt::Handle f(path);
-    CKestro_VTS_MAT mat;
-    ASSERT_EQ(mat.Load(f.h), 1);
-    std::string ini = dir / "s.ini";
-    kt::WriteText(ini, "[left_over]\nkey=1\n");
-    ASSERT_TRUE(mat.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "left_over", "key"), "$");
-    const char* want[][2] = {
-        {"vts_id", "DVDVIDEO-VTS"},  {"vts_ea", "127906"},      {"vtsi_ea", "9"},
-        {"vern", "1.1"},             {"vts_cat", "00000001"},   {"vtsi_mat_ea", "2047"},
-        {"vtstt_vobs_sa", "10"},     {"vts_vobu_admap_sa", "9"}, {"vtsm_v_atr", "4d01"},
-        {"vtsm_ast_ns", "1"},        {"vtsm_ast_atr", "1011121314151617"},
-        {"vtsm_spst_atr", "202122232425"}, {"vts_v_atr", "5300"}, {"vts_ast_ns", "10"},
-        {"vts_ast_atrt02", "4041424344454647"}, {"vts_ast_atrt10", "c0c1c2c3c4c5c6c7"},
-        {"vts_spst_ns", "33"},
-        {"vts_mu_ast_atrt01", "000102030405060708090a0b0c0d0e0f1011121314151617"},
-        {"vts_mu_ast_atrt08", "a8a9aaabacadaeafb0b1b2b3b4b5b6b7b8b9babbbcbdbebf"},
-        {"vts_mu_ast_atrt09", "$"},
-    };
-    for (auto& kv : want) EXPECT_EQ(vt::Ini(ini, "vtsi_mat", kv[0]), kv[1]) << kv[0];
-    // Stream counts beyond their areas list attributes from the bytes that
-    // follow: vts_ast_atrt10 lies inside the sub-picture area.
-    EXPECT_NE(vt::Ini(ini, "vtsi_mat", "vts_spst_atrt33"), "$");
+    Loaded l(vt::SyntheticVtsi());
+    kt::WriteBytes(l.dir / "junk", std::vector<uint8_t>(4096, 7));
+    vt::Handle junk(l.dir / "junk");
+    ASSERT_EQ(l.mat.Load(l.f->h), 1);
+    CKestro_PTT_SRPT* before = l.mat.GetVTS_PTT_SRPT();
+    EXPECT_EQ(l.mat.Load(junk.h), 0);
+    EXPECT_EQ(l.mat.GetVTS_PTT_SRPT(), before);
+    CKestro_VTSM_PGCI* fresh = l.mat.NewVTSM_PGCI_UT();
+    EXPECT_EQ(l.mat.GetVTSM_PGCI_UT(), fresh);
+    EXPECT_EQ(l.mat.GetVTSM_LU(), nullptr) << "units of the replaced table go with it";
+    l.mat.DeleteVTS_C_ADT();
+    l.mat.DeleteVTS_C_ADT();
+    EXPECT_EQ(l.mat.GetVTS_C_ADT(), nullptr);
 }
 
 // Stream counts of 255 and an identifier without any zero byte after it:
 // the report and the source stay inside the 2048-byte table.
 TEST(VtsMat, ExtremeFieldsStayInsideTheTable) {
-    kt::TempDir dir;
-    vt::SyntheticVtsi s;
-    s.audio = 255;
-    s.subpictures = 255;
-    std::vector<uint8_t> file = s.Mat({});
-    for (size_t i = 12; i < 2048; ++i)
-        if (file[i] == 0) file[i] = 'A';
-    file[515] = 255;
-    file[597] = 255;
-    std::string path = dir / "VTS_01_0.IFO";
-    kt::WriteBytes(path, file);
-    vt::Handle f(path);
-    CKestro_VTS_MAT mat;
-    ASSERT_EQ(mat.Load(f.h), 1);
+    std::vector<uint8_t> file = vt::SyntheticMat({});
+    for (size_t i = 12; i < 2048; ++i) file[i] = file[i] ? file[i] : 'A';
+    file[515] = file[597] = 255;
+    Loaded l(file);
     bool ok = false;
-    std::vector<std::string> lines = vt::Lines(Details(mat, 1 << 16, &ok));
+    const auto lines = vt::Lines(Details(l.mat, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     EXPECT_EQ(lines.back(), "  Subpicture stream 255 attributes: 000000000000");
     EXPECT_EQ(lines[0].rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
-    std::string ini = dir / "s.ini";
-    ASSERT_TRUE(mat.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "vtsi_mat", "vts_ast_atrt255"), "0000000000000000");
+    ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
+    EXPECT_EQ(vt::Ini(l.ini, "vtsi_mat", "vts_ast_atrt255"), "0000000000000000");
+}
+
+void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
+    kt::WriteBytes(dir / name, {});
+    kt::fs::resize_file(dir / name, bytes);  // sparse: only the size matters
+}
+
+// The synthetic title set disassembled into one source; Build assembles its
+// tables and the file in the folder `out`.
+class VtsAssembly : public ::testing::Test {
+protected:
+    void SetUp() override { vt::DisasmAll(l.mat, codec, l.ini); }
+    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
+        CKestro_VTS_MAT mat;
+        const bool ok = vt::AsmAll(l.mat, mat, codec, l.ini, out / ifo, absolute);
+        if (error) *error = vt::ErrorText(mat);
+        auto got = kt::ReadBytes(out / ifo);
+        EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
+        return got;
+    }
+    // Replaces statements of "vtsi_mat"; returns what they were.
+    std::vector<std::pair<const char*, std::string>> Set(const std::vector<std::pair<const char*, std::string>>& kv) {
+        std::vector<std::pair<const char*, std::string>> old;
+        for (auto& e : kv) old.emplace_back(e.first, vt::Ini(l.ini, "vtsi_mat", e.first)), vt::SetIni(l.ini, "vtsi_mat", e.first, e.second);
+        INIFlushFiles();
+        return old;
+    }
+    Loaded l{vt::SyntheticVtsi()};
+    kt::TempDir out;
+    CKestro_PGCI codec;
+};
+
+TEST_F(VtsAssembly, LaysTheFileOutSectorBySector) {
+    const std::vector<uint8_t> original = vt::SyntheticVtsi();
+    for (const bool all : {true, false}) {  // every table, or the two every title set has
+        std::vector<uint8_t> got;
+        if (all) {
+            MakeVob(out, "vts_01_0.vob", 10 * 2048);
+            MakeVob(out, "vts_01_1.vob", 600 * 2048);
+            MakeVob(out, "vts_01_2.vob", 400 * 2048);
+            got = Build(false);
+            EXPECT_EQ(vt::Slice(got, 2048, got.size()), vt::Slice(original, 2048, original.size()));
+            EXPECT_EQ(vt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
+        } else {
+            for (auto& e : kt::fs::directory_iterator(out.path())) kt::fs::remove(e.path());
+            CKestro_VTS_MAT mat;
+            mat.NewVTS_PTT_SRPT()->Asm(l.ini.c_str());
+            mat.NewVTS_PGCIT()->Asm(l.ini.c_str(), &codec);
+            vt::Handle file(out / "VTS_01_0.IFO", true);
+            ASSERT_TRUE(mat.Asm(l.ini.c_str(), file.h, file.path.c_str()));
+            file.Close();
+            got = kt::ReadBytes(file.path);
+        }
+        // Sectors: VTS_EA, VTSI_EA, then VTSI_MAT_EA in bytes, then the start sectors.
+        const std::vector<uint32_t> want = all ? std::vector<uint32_t>{1029, 9, 2047, 10, 20, 1, 2, 4, 5, 6, 7, 8, 9}
+                                               : std::vector<uint32_t>{7, 3, 2047, 0, 4, 1, 2, 0, 0, 0, 0, 0, 0};
+        EXPECT_EQ(got.size(), (want[1] + 1) * 2048u);
+        for (size_t i = 0; i < want.size(); ++i)
+            EXPECT_EQ(vt::Be32(got, i < 3 ? size_t(i == 0 ? 12 : i == 1 ? 28 : 128) : 192 + 4 * (i - 3)), want[i]) << i;
+    }
+}
+
+TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
+    const struct {
+        std::vector<std::pair<std::string, uint64_t>> vobs;  // name, sectors (0: 2049 bytes)
+        uint32_t menuSa, titleSa, vtsEa;
+        const char* failing;  // the VOB refused, or nullptr
+        const char* ifo;
+    } cases[] = {
+        {{}, 0, 10, 19, nullptr, "VTS_01_0.IFO"},
+        {{{"vts_01_0.vob", 10}}, 10, 20, 29, nullptr, "VTS_01_0.IFO"},
+        {{{"VTS_01_0.VOB", 10}, {"VTS_01_1.VOB", 1000}}, 10, 20, 1029, nullptr, "VTS_01_0.IFO"},
+        {{{"vts_01_1.vob", 100}, {"vts_01_3.vob", 500}}, 0, 10, 119, nullptr, "VTS_01_0.IFO"},  // a gap ends them
+        {{}, 0, 10, 28, nullptr, "VTS_01_0.IFO"},  // ten title VOBs of a sector: nine are counted
+        // The 32-bit byte total of five 1 GiB VOBs wraps; VTS_EA follows it, no size limit fires.
+        {{}, 0, 10, 19 + (1 << 19), nullptr, "VTS_01_0.IFO"},
+        // The title set number comes from the file name, in either case.
+        {{{"vts_07_1.vob", 50}, {"vts_01_1.vob", 5}}, 0, 10, 69, nullptr, "VTS_07_0.IFO"},
+        {{{"vts_07_1.vob", 50}, {"vts_01_1.vob", 5}}, 0, 10, 24, nullptr, "vts_01_0.ifo"},
+        {{{"vts_01_0.vob", 0}}, 0, 0, 0, "vts_01_0.vob", "VTS_01_0.IFO"},
+        {{{"vts_01_1.vob", 3}, {"vts_01_2.vob", 0}}, 0, 0, 0, "vts_01_2.vob", "VTS_01_0.IFO"},
+    };
+    Set({{"vtsm_vobs_sa", "77"}});  // AsmAbs keeps it when there is no menu VOB
+    for (bool absolute : {false, true}) {
+        for (auto c : cases) {
+            SCOPED_TRACE(std::to_string(c.vtsEa) + (absolute ? " (AsmAbs)" : " (Asm)"));
+            for (int i = 1, many = c.vobs.empty() && c.vtsEa > 19; many && i <= 10; ++i)
+                c.vobs.push_back({"vts_01_" + std::to_string(i) + ".vob", c.vtsEa == 28 ? 1 : (i <= 5 ? 1 << 19 : 0)});
+            for (auto& e : kt::fs::directory_iterator(out.path())) kt::fs::remove(e.path());
+            for (auto& v : c.vobs)
+                if (v.second || c.failing) MakeVob(out, v.first, v.second ? v.second * 2048 : 2049);
+            std::string error;
+            const std::vector<uint8_t> got = Build(absolute, &error, c.ifo);
+            if (c.failing) {
+                EXPECT_EQ(error, (absolute ? "Warning! VOB file " : "VOB file ") + (out / c.failing) +
+                                     " is not divisble by 2048, a requirement of DVD-Video standards.");
+                continue;
+            }
+            EXPECT_EQ(vt::Be32(got, 192), absolute && !c.menuSa ? 77u : c.menuSa);
+            EXPECT_EQ(vt::Be32(got, 196), c.titleSa);
+            EXPECT_EQ(vt::Be32(got, 12), c.vtsEa);
+        }
+    }
+}
+
+// Every statement in reading order and whether Asm reads it (AsmAbs reads
+// them all): a missing one stops assembly before anything is written. Then
+// values read with their own codecs, and a wrong identifier.
+TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
+    const std::pair<const char*, bool> keys[] = {
+        {"vts_id", true}, {"vts_ea", false}, {"vtsi_ea", false}, {"vern", true}, {"vts_cat", true},
+        {"vtsi_mat_ea", false}, {"vtsm_vobs_sa", false}, {"vtstt_vobs_sa", false}, {"vts_ptt_srpt_sa", false},
+        {"vts_pgcit_sa", false}, {"vtsm_pgci_ut_sa", false}, {"vts_tmapt_sa", false}, {"vtsm_c_adt_sa", false},
+        {"vtsm_vobu_admap_sa", false}, {"vts_c_adt_sa", false}, {"vts_vobu_admap_sa", false}, {"vtsm_v_atr", true},
+        {"vtsm_ast_ns", true}, {"vtsm_ast_atr", true}, {"vtsm_spst_ns", true}, {"vtsm_spst_atr", true},
+        {"vts_v_atr", true}, {"vts_ast_ns", true}, {"vts_ast_atrt02", true}, {"vts_spst_ns", true},
+        {"vts_spst_atrt01", true}, {"vts_mu_ast_atrt08", true}};
+    for (const auto& k : keys) {
+        for (bool absolute : {false, true}) {
+            std::string want = "[" + std::string(k.first) + "] Statement missing in vtsi_mat", error;
+            if (k.first == std::string("vts_id")) want = "VTS ID is missing";
+            if (k.first == std::string("vts_spst_ns") && absolute) want = "vts_spst_ns";
+            if (!absolute && !k.second) want = "";
+            auto old = Set({{k.first, "$" + vt::Ini(l.ini, "vtsi_mat", k.first)}});  // "$..." reads as missing
+            Build(absolute, &error);
+            EXPECT_EQ(error, want) << k.first << (absolute ? " (AsmAbs)" : " (Asm)");
+            Set(old);
+        }
+    }
+    const struct {
+        std::vector<std::pair<const char*, std::string>> statements;
+        size_t at;
+        std::vector<uint8_t> bytes;
+        const char* error;
+    } values[] = {
+        {{{"vern", "2.13"}}, 32, {0x00, 0x2d}, ""},
+        {{{"vtsm_v_atr", "x4d01"}, {"vtsm_ast_ns", "257"}}, 256, {0, 1, 0, 1}, ""},  // low bytes kept
+        {{{"vts_ast_ns", "0"}, {"vts_ast_atrt01", "$"}, {"vts_ast_atrt02", "$"}}, 514, {0, 0, 0, 0}, ""},
+        {{{"vts_id", "DVDVIDEO-VTS and more"}}, 0, {'D', 'V', 'D', 'V', 'I', 'D', 'E', 'O', '-', 'V', 'T', 'S', 0}, ""},
+        {{{"vts_id", "DVDVIDEO-VMG"}}, 0, {}, "[DVDVIDEO-VTS] missing Illegal VTS_ID field"},
+    };
+    for (const auto& c : values) {
+        auto old = Set(c.statements);
+        std::string error;
+        EXPECT_EQ(vt::Slice(Build(false, &error), c.at, c.bytes.size()), c.bytes) << c.at;
+        EXPECT_EQ(error, c.error) << c.at;
+        Set(old);
+    }
+}
+
+// 255 title audio and sub-picture streams with every attribute statement:
+// the attributes run on through the table; what lies past its 2048 bytes is
+// dropped.
+TEST_F(VtsAssembly, StreamCountsBeyondTheTableStayInside) {
+    std::vector<std::pair<const char*, std::string>> kv = {{"vts_ast_ns", "255"}, {"vts_spst_ns", "255"}};
+    std::vector<std::string> keys;
+    for (int k = 1; k <= 255; ++k)
+        for (std::string f : {"vts_ast_atrt", "vts_spst_atrt"}) keys.push_back(f + (k < 10 ? "0" : "") + std::to_string(k));
+    for (size_t i = 0; i < keys.size(); ++i) kv.push_back({keys[i].c_str(), i % 2 ? "eeeeeeeeeeee" : "ffffffffffffffff"});
+    Set(kv);
+    const std::vector<uint8_t> got = Build(false);
+    ASSERT_EQ(got.size(), 10u * 2048);
+    EXPECT_EQ(got[515], 255);
+    EXPECT_EQ(got[597], 255) << "read after the audio attributes ran over it";
+    EXPECT_EQ(got[2047], 0xee);
+    EXPECT_EQ(vt::Slice(got, 2048, 16), vt::Slice(vt::SyntheticVtsi(), 2048, 16));
 }
 
 }  // namespace

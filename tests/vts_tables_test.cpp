@@ -1,0 +1,279 @@
+// The title set's own tables: part-of-title search pointers (PTT_SRPT), title
+// PGCs (PGCIT) and time maps (TMAPT): reports and their room, source round
+// trips, assembly rules and messages, damaged tables.
+#include <chrono>
+
+#include "pgc_fixture.h"
+#include "vts_host.h"
+
+using vt::Bytes;
+
+namespace {
+
+CKestro_PGCI codec;
+
+// Loads `table` from sector 1 (or `sector`) of a file; the tables re-read it.
+template <class T>
+struct Placed {
+    Placed(const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true)
+        : f(vt::PlaceTable(dir, table, sector, pad)), loaded(t.Load(f.h, sector)) {}
+    std::string Report(int len = 1 << 20, bool* ok = nullptr) {
+        std::vector<char> buf(size_t(len) + 3, 0);
+        bool r;
+        if constexpr (std::is_same_v<T, CKestro_VTS_PGCIT>) r = t.Details(&codec, buf.data(), len);
+        else r = t.Details(buf.data(), len);
+        if (ok) *ok = r;
+        return buf.data();
+    }
+    kt::TempDir dir;
+    T t;
+    vt::Handle f;
+    int loaded;
+};
+
+// What Write puts out after Get, as the file builder calls them.
+std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrote = nullptr) {
+    unsigned long sectors = 0, bytes = 0;
+    t.Get(&sectors, &bytes);
+    vt::Handle out(path, true);
+    const bool w = t.Write(out.h);
+    if (wrote) *wrote = w;
+    out.Close();
+    return kt::ReadBytes(path);
+}
+
+// Two title units of three and two chapters, playing PGC 1 and PGC 2.
+const std::vector<uint8_t> kTitles = Bytes().be16(2).be16(0).be32(35).be32(16).be32(28).be32(0x10001).be32(0x10002)
+                                         .be32(0x10003).be32(0x20001).be32(0x20002).v;
+// A bare PGC and one with a pre command, two programs and two cells.
+std::vector<uint8_t> TwoPgcs() {
+    const auto a = vt::BarePgc(), b = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
+    return Bytes().be16(2).be16(0).be32(uint32_t(24 + a.size() + b.size() - 1)).be32(0x81000000).be32(24)
+        .be32(0x02000000).be32(uint32_t(24 + a.size())).raw(a).raw(b).v;
+}
+// Time maps of the given time units and entries (bit 31: discontinuity).
+std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint32_t>>>& maps) {
+    Bytes b, body;
+    const uint32_t at = 8 + 4 * uint32_t(maps.size());
+    for (auto& m : maps) {
+        b.be32(at + uint32_t(body.v.size()));
+        body.u8(m.first).u8(0).be16(uint32_t(m.second.size()));
+        for (uint32_t e : m.second) body.be32(e);
+    }
+    return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.v.size()) - 1).raw(b.v).raw(body.v).v;
+}
+
+TEST(VtsTables, Reports) {
+    Placed<CKestro_PTT_SRPT> ptt(kTitles, 3);
+    ASSERT_EQ(ptt.loaded, 1);
+    EXPECT_EQ(ptt.t.Load(ptt.f.h, 0), 0) << "start sector 0: no table";
+    kestro::FileSeek(ptt.f.h, 100, 0);
+    bool ok = false;
+    const std::string first = "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n";
+    EXPECT_EQ(ptt.Report(1 << 16, &ok), first +
+              "End byte address of PTT_SRPT table: 35\r\n"
+              "  Starting memory address of TTU 1: 16\r\n"
+              "  Starting memory address of TTU 2: 28\r\n"
+              "PTT Number 1:\r\n"
+              "    Program chain number (PGCN): 1 Program number (PG): 1\r\n"
+              "    Program chain number (PGCN): 1 Program number (PG): 2\r\n"
+              "    Program chain number (PGCN): 1 Program number (PG): 3\r\n"
+              "PTT Number 2:\r\n"
+              "    Program chain number (PGCN): 2 Program number (PG): 1\r\n"
+              "    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(kestro::FileTell(ptt.f.h), 100u) << "the caller's position is kept";
+    EXPECT_EQ(ptt.Report(54, &ok), "");  // the first line's 54 characters need a room of 55
+    EXPECT_EQ(ptt.Report(55, &ok), first);
+    EXPECT_FALSE(ok);
+    Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7).v);
+    EXPECT_EQ(vt::Lines(empty.Report(4096, &ok)).size(), 2u);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(vt::ErrorText(empty.t), "  ERROR: vts_ttu_ns = 0");
+
+    Placed<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
+    EXPECT_EQ(tmap.Report(4000, &ok),
+              "Number of VTS_TMAPS: 2\r\n"
+              "End byte address of VTS_TMAPT_EA table: 31\r\n"
+              "  Time map 1 byte start address 16.\r\n"
+              "  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
+              "    Discontinuity Entry 1 at sector address 4660\r\n"
+              "    Entry 2 at sector address 4700\r\n"
+              "  Time map 2 byte start address 28.\r\n"
+              "  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
+    EXPECT_EQ(vt::Lines(tmap.Report(100, &ok)).size(), 2u);
+    EXPECT_FALSE(ok);
+}
+
+// The PGC table's lines, each PGC's report indented by five and followed by
+// a blank line. At every room, in a heap buffer of exactly room + 3 bytes,
+// nothing is written past it (the sanitizer build checks); a PGC report that
+// does not fit is dropped while the table's lines go on; from the room that
+// holds the whole text on, the text is complete.
+TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
+    Placed<CKestro_VTS_PGCIT> p(TwoPgcs());
+    const std::string full = p.Report();
+    const std::vector<std::string> lines = vt::Lines(full);
+    ASSERT_GT(lines.size(), 82u);
+    const char* head[] = {"Number of VTS_PGCI_SRP: 2", "End byte address of VTS_PGCI table: 569",
+                          "  VTS_PGC Category 1: 81000000", "  VTS_PGCI memory offset address 1: 24",
+                          "    Program Chain Information Table (PGCI) 1", "     PGC: Number of Programs: 0"};
+    for (size_t i = 0; i < 6; ++i) EXPECT_EQ(lines[i], head[i]);
+    EXPECT_EQ(lines[5 + 74], " ") << "the bare PGC's report has 74 lines";
+    EXPECT_EQ(lines[5 + 75], "  VTS_PGC Category 2: 02000000");
+    EXPECT_EQ(lines.back(), " ");
+    EXPECT_NE(full.find("\r\n           1: 3002000000010000 "), std::string::npos);
+    const int total = int(full.size());
+    int firstFull = -1;
+    for (int len = 0; len <= total + 4; len += (len < 400 || len > total - 400) ? 1 : 13) {
+        std::unique_ptr<char[]> buf(new char[size_t(len) + 3]());
+        const bool ok = p.t.Details(&codec, buf.get(), len);
+        ASSERT_LE(std::strlen(buf.get()), size_t(len) + 2) << len;
+        if (ok && full == buf.get() && firstFull < 0) firstFull = len;
+        EXPECT_TRUE(firstFull < 0 || full == buf.get()) << len;
+    }
+    EXPECT_EQ(firstFull, total - 2);
+}
+
+// Each table through its source and back. Time-map entries go to side files
+// (or a binary file) that Asm reads once joined into the source; a map of
+// 60,000 entries (entry numbers of three digits and more) passes in linear time.
+TEST(VtsTables, SourceRoundTripsAreByteExact) {
+    kt::TempDir dir;
+    const std::string ini = dir / "x.ini";
+    auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
+    Placed<CKestro_PTT_SRPT> ptt(kTitles);
+    CKestro_PTT_SRPT pttBack;
+    ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
+    EXPECT_EQ(vt::Ini(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
+    ASSERT_TRUE(pttBack.Asm(ini.c_str()));
+    bool wrote = true;
+    EXPECT_EQ(Written(pttBack, dir / "o.bin", &wrote), padded(kTitles));
+    EXPECT_FALSE(wrote) << "Write reports false after a complete write";
+
+    Placed<CKestro_VTS_PGCIT> pgcit(TwoPgcs());
+    CKestro_VTS_PGCIT pgcitBack;
+    ASSERT_TRUE(pgcit.t.Disasm(ini.c_str(), &codec));
+    EXPECT_EQ(vt::Ini(ini, "vts_pgcit", "vts_pgci_sa02"), "260");
+    EXPECT_EQ(vt::Ini(ini, "vts_pgcit02", "vts_pgc_pre1"), "3002000000010000");
+    ASSERT_TRUE(pgcitBack.Asm(ini.c_str(), &codec));
+    EXPECT_EQ(Written(pgcitBack, dir / "o.bin"), padded(TwoPgcs()));
+
+    std::vector<uint32_t> big;
+    for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
+    const auto maps = Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}, {10, big}});
+    Placed<CKestro_VTS_TMAP> tmap(maps);
+    CKestro_VTS_TMAP before, back, fromBin;
+    const auto t0 = std::chrono::steady_clock::now();
+    ASSERT_TRUE(tmap.t.Disasm(ini.c_str()));
+    EXPECT_EQ(vt::Ini(ini, "vts_tmapti", "vts_tmap01_sa"), "20.");
+    EXPECT_EQ(vt::Ini(dir / "x TmapTable1.ini", "vts_tmapti", "vts_tmap01_entry01_discon"), "1");
+    EXPECT_EQ(vt::Ini(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"), "297");
+    EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable2.ini")) << "a map without entries has none";
+    ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
+    EXPECT_EQ(vt::ErrorText(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
+    ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()));
+    ASSERT_TRUE(back.Asm(ini.c_str()));
+    EXPECT_EQ(Written(back, dir / "o.bin"), padded(maps));
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 30.0);
+    const std::string bin = dir / "x.bin", bad = dir / "no-such-folder/x.bin";
+    ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
+    EXPECT_EQ(vt::Ini(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
+    EXPECT_EQ(vt::Slice(kt::ReadBytes(bin), 0, 8), (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
+    ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
+    EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded(maps));
+    EXPECT_FALSE(tmap.t.DisasmToFile(ini.c_str(), bad.c_str()));
+    EXPECT_EQ(vt::ErrorText(tmap.t), "Can not create input TMAP file [" + bad + "]. This file is required.");
+}
+
+// Sources assembled by each table: refusals and their messages, and what is
+// kept and written from an incomplete source. Statements go to the table's
+// section ("vts_tmap_ns" to "vts_tmapt", other time-map keys to "vts_tmapti").
+TEST(VtsTables, AssemblyRulesAndMessages) {
+    const struct {
+        char kind;  // 'p' PTT_SRPT, 'g' PGCIT, 't' TMAPT
+        std::vector<std::pair<std::string, std::string>> statements;
+        bool ok;
+        const char* error;
+        std::vector<uint8_t> written;  // the start of what Write puts out; empty: nothing written
+    } cases[] = {
+        {'p', {{"000ptt_srp", "001 001 001"}}, false, "IFO assembler error! In vts_ttu_ns", {}},
+        {'p', {{"vts_ttu_ns", "2"}}, true, "", Bytes().be16(2).be16(0).be32(15).be32(16).be32(16).v},
+        // A gap ends the entries; fields are read from fixed columns.
+        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "001 1000 003"}, {"001ptt_srp", "1"}, {"003ptt_srp", "001 009 009"}},
+         true, "", Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0).v},
+        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "002 001 001"}}, false,
+         "IFO assembler error! [000ptt_srp] names TTU 2 outside 1 to vts_ttu_ns (1)", {}},
+        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "000 001 001"}}, false,
+         "IFO assembler error! [000ptt_srp] names TTU 0 outside 1 to vts_ttu_ns (1)", {}},
+        {'p', {{"vts_ttu_ns", "1000"}}, false, "IFO assembler error! vts_ttu_ns = 1000, at most 999 title units are supported", {}},
+        {'g', {}, false, "[vts_pgci_srp_ns] Statement missing in vts_pgciti", {}},
+        {'g', {{"vts_pgci_srp_ns", "3"}, {"vts_pgc_cat01", "81000000"}, {"vts_pgc_cat03", "0"}}, false,
+         "[vts_pgc_cat02] Statement missing in vts_pgciti", {}},
+        {'g', {{"vts_pgci_srp_ns", "257"}}, false, "[vts_pgci_srp_ns] 257 PGCs in vts_pgciti, at most 256 are supported", {}},
+        {'t', {{"vts_tmap01_tmu", "1"}}, false, "", {}},
+        {'t', {{"vts_tmap_ns", "0"}}, true, "", {}},
+        {'t', {{"vts_tmap_ns", "1000"}}, false, "[vts_tmap_ns] 1000 time maps in vts_tmapt, at most 999 are supported", {}},
+        {'t', {{"vts_tmap_ns", "1"}, {"vts_tmap01_tmu", "4"}}, true, "[vts_tmap01_map_en_ns] Statement missing in vts_tmapti", {}},
+        // A missing entry: the map keeps its count and zeros, the next map goes on and lacks its time unit.
+        {'t', {{"vts_tmap_ns", "3"}, {"vts_tmap01_tmu", "4"}, {"vts_tmap01_map_en_ns", "3"}, {"vts_tmap01_entry01_discon", "1"},
+               {"vts_tmap01_entry01_address", "5"}, {"vts_tmap01_entry02_discon", "0"}, {"vts_tmap01_entry03_discon", "0"},
+               {"vts_tmap01_entry03_address", "7"}, {"vts_tmap02_tmu", "1"}, {"vts_tmap02_map_en_ns", "0"}},
+         true, "[vts_tmap03_tmu] Statement missing in vts_tmapti",
+         Bytes().be16(3).be16(0).be32(35).be32(16).be32(32).u8(4).u8(0).be16(3).be32(0x80000005u).be32(0).be32(0).u8(1).u8(0).be16(0).v},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.kind + (c.statements.empty() ? "" : c.statements.back().first));
+        kt::TempDir dir;
+        const std::string ini = dir / "s.ini";
+        vt::SetIni(ini, "other", "k", "v");
+        for (auto& kv : c.statements)
+            vt::SetIni(ini, c.kind == 'p' ? "vts_ptt_srpt" : c.kind == 'g' ? "vts_pgcit" : kv.first == "vts_tmap_ns" ? "vts_tmapt" : "vts_tmapti",
+                       kv.first.c_str(), kv.second);
+        INIFlushFiles();
+        CKestro_PTT_SRPT ptt;
+        CKestro_VTS_PGCIT pgcit;
+        CKestro_VTS_TMAP tmap;
+        CBaseKestro& t = c.kind == 'p' ? (CBaseKestro&)ptt : c.kind == 'g' ? (CBaseKestro&)pgcit : tmap;
+        EXPECT_EQ(c.kind == 'g' ? pgcit.Asm(ini.c_str(), &codec) : t.Asm(ini.c_str()), c.ok);
+        EXPECT_EQ(vt::ErrorText(t), c.error);
+        if (!c.ok && c.kind != 't') continue;
+        const auto got = Written(t, dir / "o.bin");
+        EXPECT_EQ(vt::Slice(got, 0, c.written.size()), c.written);
+        EXPECT_EQ(got.size(), c.written.empty() ? 0u : 2048u);
+    }
+}
+
+// Search pointers, start addresses and counts pointing outside the table, an
+// end address far beyond the file, a file cut short: each damaged table is
+// reported and disassembled by all three readers from zeros, never from
+// foreign memory, and never endlessly.
+TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
+    const std::vector<uint8_t> pgc = Bytes().be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000).v;
+    const std::vector<uint8_t> tables[] = {
+        Bytes().be16(3).be16(0).be32(0xFFFFFFF0u).be32(20).be32(8).be32(0x7FFFFFFF).be32(1).v,
+        Bytes().be16(65535).be16(0).be32(40).be32(16).v,
+        Bytes().be16(2).be16(0).be32(4000).be32(16).be32(0).v,
+        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).zeros(800).v,
+        Bytes().be16(1).be16(0).be32(300).be32(0).be32(16).raw(pgc).zeros(300).v,
+        Bytes().be16(60000).be16(0).be32(20000).zeros(20000).v,
+        // every map points at one region announcing 65535 entries
+        Bytes().be16(4).be16(0).be32(0x7FFFFFFF).be32(24).be32(24).be32(24).be32(24).u8(1).u8(0).be16(65535).be32(1).v,
+        Bytes().be16(3).be16(0).be32(100).be32(0).be32(4).be32(0xFFFFFFFF).v,
+        Bytes().be16(65535).be16(0).be32(11).be32(12).v,
+    };
+    for (const auto& table : tables) {
+        Placed<CKestro_PTT_SRPT> ptt(table, 1, false);
+        Placed<CKestro_VTS_PGCIT> pgcit(table, 1, false);
+        Placed<CKestro_VTS_TMAP> tmap(table, 1, false);
+        const std::string ini = ptt.dir / "d.ini", bin = ptt.dir / "d.bin";
+        ASSERT_EQ(ptt.loaded + pgcit.loaded + tmap.loaded, 3);
+        EXPECT_LT(ptt.Report().size() + pgcit.Report().size() + tmap.Report().size(), 3u << 20);
+        EXPECT_TRUE(ptt.t.Disasm(ini.c_str()));
+        EXPECT_TRUE(pgcit.t.Disasm(ini.c_str(), &codec));
+        EXPECT_TRUE(tmap.t.Disasm(ini.c_str()) && tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
+        EXPECT_LE(kt::ReadBytes(bin).size(), table.size());
+    }
+}
+
+}  // namespace
