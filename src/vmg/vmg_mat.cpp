@@ -188,8 +188,13 @@ bool CKestro_VMG_MAT::Details(char* buf, int len) {
     std::array<uint8_t, kFirstPlayMax> pgc;
     std::memcpy(pgc.data(), rec + kTableSize, pgc.size());
     CKestro_PGCI codec;
-    // A PGC report that does not fit is cut short; the result stays true.
-    codec.DetailsOfPGCI(2, pgc.data(), 0, r.Cursor(), r.Len() - int(r.Used()), pgc.size());
+    // The PGC report's room test leaves its indentation out, so it can write
+    // that many characters beyond the room it is given; the room passed is
+    // reduced by the indentation to keep it inside the caller's headroom. A
+    // PGC report that does not fit is cut short; the result stays true.
+    constexpr unsigned short kIndent = 2;
+    codec.DetailsOfPGCI(kIndent, pgc.data(), 0, r.Cursor(), r.Len() - int(r.Used()) - kIndent,
+                        pgc.size());
     return true;
 }
 
