@@ -30,23 +30,19 @@ class MenuPgc : public ::testing::Test {};
 using Pairs = ::testing::Types<Pair<CKestro_VMGM_PGCI, CKestro_VMGM_LU, true>, Pair<CKestro_VTSM_PGCI, CKestro_VTSM_LU, false>>;
 TYPED_TEST_SUITE(MenuPgc, Pairs);
 
-// A binary PGC of 236 + 8 + 8n bytes: n pre commands and nothing else.
-tt::Bytes Pgc(int commands) {
-    tt::Bytes b;
-    b.resize(236, 0);
-    b[163] = 255, b[165] = 0xEB, b[229] = 236;
-    b.be16(commands).be16(0).be16(0).be16(8 * commands + 7);
-    for (int i = 0; i < commands; ++i) b.be32(0x30020000).be32(uint32_t(i) << 16);
-    return b;
-}
-
 // A table as this library lays it out, back to back: units "en" and "fr",
-// each with PGCs of 300 and 500 bytes.
+// each with PGCs of 300 and 500 bytes (236 + 8 + 8n: n pre commands only).
 tt::Bytes Table() {
     tt::Bytes t, unit;
-    unit.be16(2).be16(0).be32(823).be32(0x81000000).be32(24).be32(0x82000000).be32(324).add(Pgc(7)).add(Pgc(32));
-    t.be16(2).be16(0).be32(1671).be32(0x656E0080).be32(24).be32(0x66720080).be32(848).add(unit).add(unit);
-    return t;
+    unit.be16(2).be16(0).be32(823).be32(0x81000000).be32(24).be32(0x82000000).be32(324);
+    for (int n : {7, 32}) {
+        size_t at = unit.size();
+        unit.resize(at + 236, 0);
+        unit[at + 163] = 255, unit[at + 165] = 0xEB, unit[at + 229] = 236;
+        unit.be16(n).be16(0).be16(0).be16(8 * n + 7);
+        for (int i = 0; i < n; ++i) unit.be32(0x30020000).be32(uint32_t(i) << 16);
+    }
+    return t.be16(2).be16(0).be32(1671).be32(0x656E0080).be32(24).be32(0x66720080).be32(848).add(unit).add(unit);
 }
 
 TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
@@ -57,7 +53,7 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     typename P::Table t, fresh;
     EXPECT_EQ(t.Load(f, 0), 0);
     ASSERT_EQ(t.Load(f, 2), 1);
-    EXPECT_EQ(tt::CheckedReport([&](char* b, int l) { return t.Details(b, l); }),
+    EXPECT_EQ(tt::Report([&](char* b, int l) { return t.Details(b, l); }),
               P::T("Number of VMGM_PGCI_LUs: 2\r\nEnd byte address of VMGM_PGCI_LUs table: 1671\r\n"
                    "  Video Manager Menu Language Code 1: en\r\n  Video Manager Menu Existence 1: 80\r\n"
                    "  Video Manager Menu Language Start Address 1: 24\r\n"
@@ -71,7 +67,7 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     // The VMGM report opens with the unit count and numbers its byte-address
     // lines by the category line's length plus one; the VTSM one breaks the
     // line after each unit's end address and numbers them by PGC.
-    std::string r = tt::CheckedReport([&](char* b, int l) { return lu.Details(b, l, &codec, &t, 2); });
+    std::string r = tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &t, 2); });
     std::string start = (P::vmgm ? "There are 2 LU PGCs\r\n \r\n" : "") +
                         P::T("LU 1 Number of VMGM_PGCI_SRP: 2\r\nLU 1 End byte address of VMGM_LU_EA table: 823\r\n") +
                         (P::vmgm ? "" : "\r\n") + P::T("  VMGM_PGC Category 1: 81000000\r\n  VMGM_PGCI byte address ") +
@@ -114,8 +110,7 @@ TYPED_TEST(MenuPgc, AssemblyMessagesAndLimits) {
     }
     typename P::Table t;
     kt::WriteText(ini, P::T(head + "0\n"));
-    EXPECT_TRUE(t.Asm(ini.c_str(), &codec));
-    EXPECT_TRUE(tt::Written(t, dir / "o.bin").empty());
+    EXPECT_TRUE(t.Asm(ini.c_str(), &codec) && tt::Written(t, dir / "o.bin").empty());
     // "e" keeps its terminator as the code's second byte, "8" reads as 0x80,
     // a category with a leading x as without.
     kt::WriteText(ini, P::T(head + "1\n" + srp + lu + "[vmgm_lu01_01]\nvmgm_lui_pgc_cat=x81000000\n"));
@@ -131,8 +126,8 @@ TYPED_TEST(MenuPgc, DamagedTablesReadZeros) {
     using P = TypeParam;
     kt::TempDir dir;
     tt::Bytes t;
-    t.be16(3).be16(0).be32(0xFFFFFF).be32(0x656E0000).be32(0x7FFFFFF0).be32(0x64650000).be32(32).be32(0x66720000).be32(0);
-    t.be16(110).be16(0).be32(40000);
+    t.be16(3).be16(0).be32(0xFFFFFF).be32(0x656E0000).be32(0x7FFFFFF0).be32(0x64650000).be32(32).be32(0x66720000).be32(0)
+        .be16(110).be16(0).be32(40000);
     for (int i = 0; i < 110; ++i) t.be32(0x80000000u).be32(32700 + i);
     tt::File f(tt::PutTable(dir, t));
     typename P::Table table;

@@ -1,5 +1,4 @@
-// Helpers of the shared-table tests: table images, family members, reports,
-// source values and the real-disc tables.
+// Helpers of the shared-table tests.
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
@@ -24,25 +23,24 @@ struct Bytes : std::vector<uint8_t> {  // big-endian builder
     Bytes& u8(uint32_t v) { push_back(uint8_t(v)); return *this; }
     Bytes& be16(uint32_t v) { return u8(v >> 8).u8(v); }
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
-    Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
     Bytes& be32s(const std::vector<uint32_t>& v) { for (uint32_t x : v) be32(x); return *this; }
+    Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
 };
 
 inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) {
     return uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 | uint32_t(b[at + 2]) << 8 | b[at + 3];
 }
 
-// A member of a table family: a few texts, a flag, and its own loader.
+// A member of a table family: a few texts and its own loader.
 template <class Base>
 struct Member {
     std::string name, section, text;
-    bool flag;
     std::function<std::unique_ptr<Base>()> make;
     std::function<int(Base&, int, unsigned long)> load;
 };
 template <class T, class Base>
-Member<Base> Of(std::string name, std::string section, std::string text, bool flag = false) {
-    return {name, section, text, flag, [] { return std::make_unique<T>(); },
+Member<Base> Of(std::string name, std::string section, std::string text) {
+    return {name, section, text, [] { return std::make_unique<T>(); },
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
@@ -70,22 +68,18 @@ inline std::string Error(CBaseKestro& t) {
     return buf;
 }
 
-// A report into a buffer of exactly len + 3 bytes, the headroom the report
-// rule asks for, so that the sanitizers see any write beyond it.
-using Details = std::function<bool(char*, int)>;
-inline std::string Report(const Details& details, int len = 1 << 20, bool* ok = nullptr) {
-    std::vector<char> buf(size_t(len) + 3, 0);
-    bool r = details(buf.data(), len);
-    if (ok) *ok = r;
-    return buf.data();
-}
-
 // The whole report, after checking that reports cut at lengths all through
-// it are prefixes of it and stay within len + 2 characters.
-inline std::string CheckedReport(const Details& details) {
-    std::string whole = Report(details);
+// it are prefixes of it and stay within len + 2 characters. Every buffer
+// holds exactly len + 3 bytes, so the sanitizers see any write beyond it.
+inline std::string Report(const std::function<bool(char*, int)>& details) {
+    auto run = [&](int len) {
+        std::vector<char> buf(size_t(len) + 3, 0);
+        details(buf.data(), len);
+        return std::string(buf.data());
+    };
+    std::string whole = run(1 << 20);
     for (int len = 0; len < int(whole.size()); len += 1 + len / 4) {
-        std::string cut = Report(details, len);
+        std::string cut = run(len);
         EXPECT_TRUE(cut.size() <= size_t(len) + 2 && whole.compare(0, cut.size(), cut) == 0) << len << ": " << cut;
     }
     return whole;
@@ -99,8 +93,8 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
     return kt::ReadBytes(path);
 }
 
-// Get counts `want` (sectors and bytes; it also fills in end addresses),
-// Write puts it padded with zeros to whole sectors, a second Write nothing.
+// Get counts `want` (it also fills in end addresses), Write puts it padded
+// with zeros to whole sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
     unsigned long sectors = 0, bytes = 0, padded = (want.size() + 2047) / 2048 * 2048;
     t.Get(&sectors, &bytes);
@@ -113,9 +107,9 @@ inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vecto
 
 // For each real-disc file prefix* with a table whose start sector (32-bit)
 // lies at `pointer`: fn(handle of a private copy, start sector, source path,
-// fresh) loads the table, writes it as source and assembles it into `fresh`,
-// which must then write the file's table byte for byte (its size is the end
-// address at `endAt` + 1). Returns how many tables there were.
+// fresh) loads the table, writes it as source and assembles that into
+// `fresh`, which must write the table back byte for byte (its size is the
+// end address at `endAt` + 1). Returns how many tables there were.
 template <class F>
 int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn) {
     int seen = 0;
@@ -141,7 +135,7 @@ int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn
     return seen;
 }
 
-// The same for a member that loads, writes source and assembles by itself.
+// The same for members that load, write source and assemble by themselves.
 template <class Base>
 int MemberRoundTrips(const Member<Base>& m, const char* prefix, size_t pointer, size_t endAt) {
     return RealTablesRoundTrip(prefix, pointer, endAt, [&](int f, unsigned long sector, const std::string& ini, auto& fresh) {
