@@ -11,14 +11,12 @@
 
 namespace kt {
 
-inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {
+inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {  // zeros beyond the data
     uint32_t v = 0;
     for (int i = 0; i < n; ++i) v = (v << 8) | (at + i < b.size() ? b[at + i] : 0);
     return v;
 }
-inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) {
-    b[at] = uint8_t(v >> 8), b[at + 1] = uint8_t(v);
-}
+inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) { b[at] = uint8_t(v >> 8), b[at + 1] = uint8_t(v); }
 
 using Command = std::array<uint8_t, 8>;
 struct PgcShape {
@@ -56,15 +54,10 @@ inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
     return b;
 }
 
-struct CorpusPgc {
-    std::string name;
-    std::vector<uint8_t> file;
-    size_t offset;
-};
+struct CorpusPgc { std::string name; std::vector<uint8_t> file; size_t offset; };
 
-// First Play, the menu PGCs of both kinds of file and the title PGCs. PGC
-// tables and language-unit tables both have an 8-byte header and 8-byte
-// search pointers whose bytes 4-7 give the start.
+// First Play, menu and title PGCs. PGC and language-unit tables both have an
+// 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
 inline std::vector<CorpusPgc> CorpusPgcs() {
     std::vector<CorpusPgc> out;
     auto table = [](const std::vector<uint8_t>& f, size_t t, auto&& each) {
