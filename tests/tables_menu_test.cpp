@@ -24,6 +24,18 @@ struct Pair {
             for (size_t at; !kVmgm && (at = s.find(from)) != std::string::npos;) s.replace(at, std::strlen(from), to);
         return s;
     }
+    // Loads the table at `sector` with its units, writes both as source and
+    // assembles that into `fresh`.
+    static void ThroughSource(int f, unsigned long sector, const std::string& ini, std::unique_ptr<CBaseKestro>& fresh) {
+        Table t;
+        Units lu;
+        CKestro_PGCI codec;
+        auto table = std::make_unique<Table>();
+        ASSERT_EQ(t.Load(f, sector) + lu.Load(0, sector, &t), 2);
+        ASSERT_TRUE(t.Disasm(ini.c_str()) && Disasm(lu, ini.c_str(), &codec, t, sector));
+        ASSERT_TRUE(table->Asm(ini.c_str(), &codec)) << tt::Error(*table);
+        fresh = std::move(table);
+    }
 };
 template <class P>
 class MenuPgc : public ::testing::Test {};
@@ -50,7 +62,7 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     kt::TempDir dir;
     tt::Bytes table = Table();
     tt::File f(tt::PutTable(dir, table, 2));
-    typename P::Table t, fresh;
+    typename P::Table t;
     EXPECT_EQ(t.Load(f, 0), 0);
     ASSERT_EQ(t.Load(f, 2), 1);
     EXPECT_EQ(tt::Report([&](char* b, int l) { return t.Details(b, l); }),
@@ -77,11 +89,11 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
                              std::string("There are 32 Pre Commands"), P::T("LU 2 Number of VMGM_PGCI_SRP: 2")})
         EXPECT_NE(r.find(part), std::string::npos) << part;
 
-    std::string ini = dir / "s.ini";
-    ASSERT_TRUE(t.Disasm(ini.c_str()) && P::Disasm(lu, ini.c_str(), &codec, t, 2));
-    EXPECT_EQ(tt::Values(ini, P::T("vmgm_lu02_02"), {P::T("vmgm_lui_pgc_cat")}), "82000000|");
-    ASSERT_TRUE(fresh.Asm(ini.c_str(), &codec));
-    tt::ExpectWritesOnce(fresh, dir / "o.bin", table);
+    std::unique_ptr<CBaseKestro> fresh;
+    P::ThroughSource(f, 2, dir / "s.ini", fresh);
+    ASSERT_TRUE(fresh);
+    EXPECT_EQ(tt::Values(dir / "s.ini", P::T("vmgm_lu02_02"), {P::T("vmgm_lui_pgc_cat")}), "82000000|");
+    tt::ExpectWritesOnce(*fresh, dir / "o.bin", table);
 }
 
 TYPED_TEST(MenuPgc, AssemblyMessagesAndLimits) {
@@ -147,21 +159,9 @@ TYPED_TEST(MenuPgc, DamagedTablesReadZeros) {
     EXPECT_EQ(lu.Load(0, 1, &table), 0);
 }
 
-// Real discs: both tables with their units to source and back, byte for byte.
 TYPED_TEST(MenuPgc, RealDiscTablesRoundTrip) {
-    using P = TypeParam;
-    CKestro_PGCI codec;
-    int seen = tt::RealTablesRoundTrip(P::vmgm ? "VIDEO_TS" : "VTS_", P::vmgm ? 0xC8 : 0xD0, 4,
-                                       [&](int f, unsigned long sector, const std::string& ini, auto& fresh) {
-        typename P::Table t;
-        typename P::Units lu;
-        auto table = std::make_unique<typename P::Table>();
-        ASSERT_EQ(t.Load(f, sector) + lu.Load(0, sector, &t), 2);
-        ASSERT_TRUE(t.Disasm(ini.c_str()) && P::Disasm(lu, ini.c_str(), &codec, t, sector));
-        ASSERT_TRUE(table->Asm(ini.c_str(), &codec)) << tt::Error(*table);
-        fresh = std::move(table);
-    });
-    if (!seen) GTEST_SKIP() << "no real discs beside this checkout";
+    if (!tt::RealTablesRoundTrip(TypeParam::vmgm ? "VIDEO_TS" : "VTS_", TypeParam::vmgm ? 0xC8 : 0xD0, 4, TypeParam::ThroughSource))
+        GTEST_SKIP() << "no real discs beside this checkout";
 }
 
 }  // namespace
