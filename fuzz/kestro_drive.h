@@ -232,6 +232,20 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     mat.CloseKestroFile((unsigned long)h);
 }
 
+// The IFO name a file of each kind is given in the scratch folder.
+inline const char* IfoName(bool vmg) { return vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO"; }
+
+// Puts bytes into the scratch folder as an IFO file of the given kind and
+// drives it; the source (when written) stays for the caller.
+inline void DriveBytes(const Scratch& s, bool vmg, const uint8_t* data, size_t size,
+                       const LoadedRun& run) {
+    s.Put(IfoName(vmg), data, size);
+    if (vmg)
+        DriveVmgFile(s, s.Path(IfoName(vmg)), run);
+    else
+        DriveVtsFile(s, s.Path(IfoName(vmg)), run);
+}
+
 // ---- Source: assemble every table, then whole files -------------------------
 
 // Every table assembled on its own from the source, sized and written into
@@ -364,6 +378,33 @@ inline void DriveSource(const Scratch& s) {
         }
     }
     INIFlushFiles();
+}
+
+// DriveSource, then the two files it built loaded, reported and
+// disassembled (side-file writers left out).
+inline void DriveSourceAndReload(const Scratch& s) {
+    DriveSource(s);
+    LoadedRun run;
+    run.sideFiles = false;
+    DriveVmgFile(s, s.Path("VIDEO_TS.IFO"), run);
+    DriveVtsFile(s, s.Path("VTS_01_0.IFO"), run);
+}
+
+// One fuzz input as an IFO file of the given kind: loaded, every table
+// reported with ample room and disassembled; the source just written
+// assembled again while it is small (large ones are the source target's
+// business); then reported again with a small room taken from the input's
+// last byte. Traps when a file handle was left open.
+inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
+    static const int handle = NextHandle(s.Path("probe"));
+    LoadedRun run;
+    DriveBytes(s, vmg, data, size, run);
+    if (FileBytes(s.Ini()) < (64 << 10)) DriveSource(s);
+    run.reportRoom = size > 20 ? 1 + data[size - 1] * 4 : 16;
+    run.disasm = false;
+    DriveBytes(s, vmg, data, size, run);
+    s.Clear();
+    if (NextHandle(s.Path("probe")) != handle) __builtin_trap();
 }
 
 }  // namespace kdrive

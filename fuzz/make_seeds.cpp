@@ -53,16 +53,11 @@ int main(int argc, char** argv) {
         if (ifo.size() < 12) continue;
         const std::string tag = std::to_string(i);
         const bool vmg = std::memcmp(ifo.data(), "DVDVIDEO-VMG", 12) == 0;
-        const std::string copy = scratch.Path(vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO");
-        scratch.Put(vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO", ifo.data(), ifo.size());
         Save(out + (vmg ? "/vmg/" : "/vts/") + tag, ifo.data(), ifo.size());
 
         kdrive::LoadedRun run;
         run.sideFiles = false;
-        if (vmg)
-            kdrive::DriveVmgFile(scratch, copy, run);
-        else
-            kdrive::DriveVtsFile(scratch, copy, run);
+        kdrive::DriveBytes(scratch, vmg, ifo.data(), ifo.size(), run);
         std::vector<uint8_t> ini = ReadAll(scratch.Ini());
         Save(out + "/source/" + tag, ini.data(), ini.size());
         scratch.Clear();

@@ -9,11 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const int handle = kdrive::NextHandle(scratch.Path("probe"));
     scratch.Put("source.ini", data, size);
 
-    kdrive::DriveSource(scratch);
-    kdrive::LoadedRun run;
-    run.sideFiles = false;
-    kdrive::DriveVmgFile(scratch, scratch.Path("VIDEO_TS.IFO"), run);
-    kdrive::DriveVtsFile(scratch, scratch.Path("VTS_01_0.IFO"), run);
+    kdrive::DriveSourceAndReload(scratch);
 
     scratch.Clear();
     if (kdrive::NextHandle(scratch.Path("probe")) != handle) __builtin_trap();

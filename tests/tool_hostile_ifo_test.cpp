@@ -50,7 +50,7 @@ const std::vector<Base>& Bases() {
                 s.Put("source.ini", text.data(), text.size());
                 kdrive::DriveSource(s);
                 bool vmg = e.path().filename().string().rfind("VIDEO_TS", 0) == 0;
-                auto b = kt::ReadBytes(s.Path(vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO"));
+                auto b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
                 if (b.size() >= 2048) out.push_back({e.path().string(), b, vmg});
                 s.Clear();
             }
@@ -63,20 +63,11 @@ const std::vector<Base>& Bases() {
 // Runs one damaged image through the host sequence, twice: ample room with
 // the source written, then a tiny room (reports must stop cleanly).
 void Drive(kdrive::Scratch& s, const Base& base, const std::vector<uint8_t>& bytes, int room) {
-    const char* name = base.vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO";
     kdrive::LoadedRun run;
-    s.Put(name, bytes.data(), bytes.size());
-    if (base.vmg)
-        kdrive::DriveVmgFile(s, s.Path(name), run);
-    else
-        kdrive::DriveVtsFile(s, s.Path(name), run);
+    kdrive::DriveBytes(s, base.vmg, bytes.data(), bytes.size(), run);
     run.reportRoom = room;
     run.disasm = false;
-    s.Put(name, bytes.data(), bytes.size());
-    if (base.vmg)
-        kdrive::DriveVmgFile(s, s.Path(name), run);
-    else
-        kdrive::DriveVtsFile(s, s.Path(name), run);
+    kdrive::DriveBytes(s, base.vmg, bytes.data(), bytes.size(), run);
     s.Clear();
 }
 
@@ -181,12 +172,8 @@ TEST_F(HostileIfo, ExtremeHeaderFields) {
             kdrive::LoadedRun run;
             run.disasm = variants[i].second;
             run.reportRoom = i % 2 ? 1 << 18 : 64;
-            const char* name = base.vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO";
-            scratch_.Put(name, variants[i].first.data(), variants[i].first.size());
-            if (base.vmg)
-                kdrive::DriveVmgFile(scratch_, scratch_.Path(name), run);
-            else
-                kdrive::DriveVtsFile(scratch_, scratch_.Path(name), run);
+            kdrive::DriveBytes(scratch_, base.vmg, variants[i].first.data(),
+                               variants[i].first.size(), run);
             scratch_.Clear();
         }
     }
@@ -209,14 +196,9 @@ TEST_F(HostileIfo, MenuUnitCountsAreBounded) {
         std::vector<uint8_t> b = base.bytes;
         PutBE(b, table, 0xffff, 2);
         PutBE(b, table + BE32(b, table + 8 + 4), 0xffff, 2);
-        const char* name = base.vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO";
-        scratch_.Put(name, b.data(), b.size());
         kdrive::LoadedRun run;
         run.sideFiles = false;
-        if (base.vmg)
-            kdrive::DriveVmgFile(scratch_, scratch_.Path(name), run);
-        else
-            kdrive::DriveVtsFile(scratch_, scratch_.Path(name), run);
+        kdrive::DriveBytes(scratch_, base.vmg, b.data(), b.size(), run);
         const std::string source = kt::ReadText(scratch_.Ini());
         const std::string lu = base.vmg ? "[vmgm_lu" : "[vtsm_lu";
         EXPECT_EQ(source.find(lu + "17_"), std::string::npos) << "more than 16 units";
@@ -239,14 +221,9 @@ TEST_F(HostileIfo, DISABLED_MenuUnitTableSourceIsBounded) {
         ++tried;
         std::vector<uint8_t> b = base.bytes;
         PutBE(b, table, 0xffff, 2);
-        const char* name = base.vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO";
-        scratch_.Put(name, b.data(), b.size());
         kdrive::LoadedRun run;
         run.sideFiles = false;
-        if (base.vmg)
-            kdrive::DriveVmgFile(scratch_, scratch_.Path(name), run);
-        else
-            kdrive::DriveVtsFile(scratch_, scratch_.Path(name), run);
+        kdrive::DriveBytes(scratch_, base.vmg, b.data(), b.size(), run);
         EXPECT_EQ(kt::ReadText(scratch_.Ini()).find("_lu_srp17_"), std::string::npos);
         scratch_.Clear();
     }
@@ -331,7 +308,7 @@ void SweepReports(const std::string& ifo) {
 TEST_F(HostileIfo, DISABLED_ReportsKeepToTheirHeadroom) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
-        const char* name = base.vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO";
+        const char* name = kdrive::IfoName(base.vmg);
         scratch_.Put(name, base.bytes.data(), base.bytes.size());
         if (base.vmg)
             SweepReports<CKestro_VMG_MAT>(scratch_.Path(name));

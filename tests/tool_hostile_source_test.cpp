@@ -47,11 +47,7 @@ protected:
     // Assembles everything from the text, then loads what was built.
     void Run(const std::string& text) {
         scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
-        kdrive::DriveSource(scratch_);
-        kdrive::LoadedRun run;
-        run.sideFiles = false;
-        kdrive::DriveVmgFile(scratch_, scratch_.Path("VIDEO_TS.IFO"), run);
-        kdrive::DriveVtsFile(scratch_, scratch_.Path("VTS_01_0.IFO"), run);
+        kdrive::DriveSourceAndReload(scratch_);
         scratch_.Clear();
     }
     kdrive::Scratch scratch_{"hostile-src"};
