@@ -233,26 +233,6 @@ TEST(VmgMat, NotAVideoManagerFile) {
     EXPECT_EQ(mat.GetVMG_TXTDT(), nullptr);
 }
 
-TEST(VmgMat, OwnershipOfSubTables) {
-    CKestro_VMG_MAT mat;
-    auto* p1 = mat.NewVMGM_PTT();
-    ASSERT_NE(p1, nullptr);
-    EXPECT_EQ(mat.GetVMG_PTT_SRPT(), p1);
-    auto* p2 = mat.NewVMGM_PTT();  // the first object is released, not leaked
-    EXPECT_EQ(mat.GetVMG_PTT_SRPT(), p2);
-    mat.DeleteVMGM_PTT();
-    EXPECT_EQ(mat.GetVMG_PTT_SRPT(), nullptr);
-    mat.DeleteVMGM_PTT();  // nothing held: nothing happens
-    EXPECT_NE(mat.NewVMGM_PGCI(), nullptr);
-    EXPECT_NE(mat.NewVMGM_MAIT(), nullptr);
-    EXPECT_NE(mat.NewVMGM_ATRT(), nullptr);
-    EXPECT_NE(mat.NewVMGM_C_ADT(), nullptr);
-    EXPECT_NE(mat.NewVMGM_VOBU_ADMAP(), nullptr);
-    mat.DeleteVMGM_PGCI();
-    EXPECT_EQ(mat.GetVMGM_PGCI_UT(), nullptr);
-    // The rest is released by the destructor.
-}
-
 // ---- Assembly ---------------------------------------------------------------------
 
 TEST(VmgMatAsm, MissingAndIllegalStatementsWriteNothing) {
