@@ -205,3 +205,23 @@ TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
+    char buf[16];
+    std::memset(buf, '#', sizeof buf);
+    buf[0] = 0;
+    Report r(buf, 10);
+    EXPECT_TRUE(r.Line("123456789"));  // 9 < 10: uses the headroom up to buf[11]
+    r.End();                           // would write buf[11..13]: left out
+    EXPECT_STREQ(buf, "123456789\r\n");
+    EXPECT_EQ(buf[12], '#');
+    char small[16] = {};
+    Report s(small, 10);
+    EXPECT_TRUE(s.Line("1234"));
+    s.End();
+    EXPECT_STREQ(small, "1234\r\n\r\n");
+}
+
+}  // namespace

@@ -53,7 +53,10 @@ bool Report::Line(const char* fmt, ...) {
 }
 
 void Report::End() {
-    if (!buf_) return;
+    // The closing line end takes no room test, but it must stay inside the
+    // three bytes of headroom callers give beyond len: after a last line
+    // that used the headroom it is left out.
+    if (!buf_ || len_ < 0 || used_ > size_t(len_)) return;
     std::memcpy(buf_ + used_, "\r\n", 3);
     used_ += 2;
 }

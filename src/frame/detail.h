@@ -98,7 +98,8 @@ public:
         ;
     // Appends a text that is already formatted, under the same rule.
     bool Text(const char* line);
-    // Appends "\r\n" without a room check (the closing line end).
+    // Appends "\r\n" without the room test (the closing line end), as long
+    // as it stays within the caller's three bytes of headroom.
     void End();
     // Re-measures buf after someone else appended to it.
     void Sync();
