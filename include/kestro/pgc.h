@@ -33,8 +33,10 @@ public:
     int DisAssembleCommand(const unsigned char* command, char* out);
 
     // Report of the PGC at data + offset, appended at out. Returns the number
-    // of characters written, or 0 when a line does not fit in room. The
-    // command-table header in the caller's buffer is byte-swapped in place.
+    // of characters written, or 0 when a line does not fit in room. The room
+    // test counts a line without its indentation and line break, so out
+    // must hold room + indent + 3 bytes. The command-table header in the
+    // caller's buffer is byte-swapped in place.
     // This form trusts the PGC to lie wholly inside the caller's buffer.
     int DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset,
                       char* out, int room);
