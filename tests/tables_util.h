@@ -68,9 +68,8 @@ inline std::string Error(CBaseKestro& t) {
     return buf;
 }
 
-// The whole report, after checking that reports cut at lengths all through
-// it are prefixes of it and stay within len + 2 characters. Every buffer
-// holds exactly len + 3 bytes, so the sanitizers see any write beyond it.
+// The whole report; reports cut all through it must be prefixes of it within
+// len + 2 characters, in buffers of len + 3 bytes that the sanitizers guard.
 inline std::string Report(const std::function<bool(char*, int)>& details) {
     auto run = [&](int len) {
         std::vector<char> buf(size_t(len) + 3, 0);
@@ -85,7 +84,6 @@ inline std::string Report(const std::function<bool(char*, int)>& details) {
     return whole;
 }
 
-// What Write puts into a fresh file, and its result.
 inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* ok = nullptr) {
     File out(path, true);
     bool r = t.Write(out);
@@ -96,20 +94,18 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
 // Get counts `want` (it also fills in end addresses), Write puts it padded
 // with zeros to whole sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
-    unsigned long sectors = 0, bytes = 0, padded = (want.size() + 2047) / 2048 * 2048;
+    unsigned long sectors = 0, bytes = 0, size = want.size();
     t.Get(&sectors, &bytes);
-    EXPECT_EQ(std::make_pair(sectors * 2048, bytes), std::make_pair(padded, (unsigned long)want.size()));
     bool ok = false, again = true;
-    want.resize(padded);
+    want.resize((size + 2047) / 2048 * 2048);
+    EXPECT_EQ(std::make_pair(sectors * 2048, bytes), std::make_pair(want.size(), size));
     EXPECT_EQ(Written(t, path, &ok), want);
     EXPECT_TRUE(ok && Written(t, path, &again).empty() && !again);
 }
 
-// For each real-disc file prefix* with a table whose start sector (32-bit)
-// lies at `pointer`: fn(handle of a private copy, start sector, source path,
-// fresh) loads the table, writes it as source and assembles that into
-// `fresh`, which must write the table back byte for byte (its size is the
-// end address at `endAt` + 1). Returns how many tables there were.
+// Real-disc tables (start sector at `pointer`, end address at `endAt`) that
+// fn(handle, sector, source path, fresh) took through source into `fresh`
+// must come back byte for byte. Returns how many there were.
 template <class F>
 int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn) {
     int seen = 0;
