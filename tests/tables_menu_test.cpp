@@ -91,17 +91,18 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     tt::ExpectWritesOnce(*fresh, dir / "o.bin", table);
 }
 
-TYPED_TEST(MenuPgc, AssemblyMessagesAndLimits) {
+// Refused sources (one table of messages) and damaged binary tables.
+TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
     kt::TempDir dir;
     std::string ini = dir / "a.ini";
     const std::string head = "[vmgm_pgci_ut]\nvmgm_lu_ns=", srp = "vmgm_lu_srp01_lcd=e\nvmgm_lu_srp01_exst=8\n",
-                      lu = "[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=1\n", unit = TypeParam::vmgm ? "%s" : "[%s] Illegal source format!";
+                      unit1 = "[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=1\n", unit = TypeParam::vmgm ? "%s" : "[%s] Illegal source format!";
     const std::pair<std::string, std::string> failures[] = {  // sources and messages in the VMGM form
         {"", ""},
         {head + "1\n", "VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement"},
         {head + "1\nvmgm_lu_srp01_lcd=en\n", "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement"},
         {head + "1\n" + srp, "VMGM_LU: is missing the vmgm_lui01_pgci_srp_ns statement"},
-        {head + "1\n" + srp + lu, "VMGM_LU: is missing the vmgm_lui_pgc_cat statement"},
+        {head + "1\n" + srp + unit1, "VMGM_LU: is missing the vmgm_lui_pgc_cat statement"},
         // Refused before anything else is read or stored.
         {head + "17\n", "[vmgm_lu_ns] 17 language units in vmgm_pgci_ut: a table holds 0 to 16"},
         {head + "2\n[vmgm_lu]\nvmgm_lui02_pgci_srp_ns=100\n", "[vmgm_lui02_pgci_srp_ns] 100 PGCs in language unit 2: a unit holds 0 to 99"},
@@ -117,27 +118,23 @@ TYPED_TEST(MenuPgc, AssemblyMessagesAndLimits) {
     typename TypeParam::Table t;
     kt::WriteText(ini, TypeParam::T(head + "0\n"));
     EXPECT_TRUE(t.Asm(ini.c_str(), &codec) && tt::Written(t, dir / "o.bin").empty());
-}
 
-// Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run off the
-// end of the 32,768-byte unit buffer; unit 3 is not defined.
-TYPED_TEST(MenuPgc, DamagedTablesReadZeros) {
-    kt::TempDir dir;
-    tt::Bytes t;
-    t.be16(3).be16(0).be32(0xFFFFFF).be32(0x656E0000).be32(0x7FFFFFF0).be32(0x64650000).be32(32).be32(0x66720000).be32(0)
+    // Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run off
+    // the end of the 32,768-byte unit buffer; unit 3 is not defined.
+    tt::Bytes damaged;
+    damaged.be16(3).be16(0).be32(0xFFFFFF).be32(0x656E0000).be32(0x7FFFFFF0).be32(0x64650000).be32(32).be32(0x66720000).be32(0)
         .be16(110).be16(0).be32(40000);
-    for (int i = 0; i < 110; ++i) t.be32(0x80000000u).be32(32700 + i);
-    tt::File f(tt::PutTable(dir, t));
+    for (int i = 0; i < 110; ++i) damaged.be32(0x80000000u).be32(32700 + i);
+    tt::File f(tt::PutTable(dir, damaged));
     typename TypeParam::Table table;
     typename TypeParam::Units lu;
     ASSERT_EQ(table.Load(f, 1) + lu.Load(0, 1, &table), 2);
     EXPECT_EQ(TypeParam::Sa(table, 2, 1), 0u);
-    CKestro_PGCI codec;
     std::string r = tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &table, 1); });
     for (std::string part : {TypeParam::T("LU 1 Number of VMGM_PGCI_SRP: 0"), TypeParam::T("LU 2 Number of VMGM_PGCI_SRP: 110"),
                              std::string("Table\r\n") + (TypeParam::vmgm ? " \r\n" : "\r\n") + "Language Unit 3 is not defined.\r\n"})
         EXPECT_NE(r.find(part), std::string::npos) << part;
-    std::string ini = dir / "s.ini";
+    ini = dir / "s.ini";
     EXPECT_TRUE(table.Disasm(ini.c_str()) && TypeParam::Disasm(lu, ini.c_str(), &codec, table, 1));
     // No unit defined: the units do not load.
     tt::File g(tt::PutTable(dir, tt::Bytes().be32(0x10000).be32(15).be32(0x656E0080).be32(0)));

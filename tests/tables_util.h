@@ -62,6 +62,11 @@ inline std::string Values(const std::string& ini, const std::string& section, st
     return all;
 }
 
+inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's sectors and bytes
+    unsigned long sectors = 0, bytes = 0;
+    return t.Get(&sectors, &bytes), std::make_pair(sectors, bytes);
+}
+
 inline std::string Error(CBaseKestro& t) {
     char buf[KESTRO_ERROR_TEXT + 1];
     t.GetErrorMessage(buf, sizeof buf);
@@ -94,11 +99,10 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
 // Get counts `want` (it also fills in end addresses), Write puts it padded
 // with zeros to whole sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
-    unsigned long sectors = 0, bytes = 0, size = want.size();
-    t.Get(&sectors, &bytes);
-    bool ok = false, again = true;
+    unsigned long size = want.size();
     want.resize((size + 2047) / 2048 * 2048);
-    EXPECT_EQ(std::make_pair(sectors * 2048, bytes), std::make_pair(want.size(), size));
+    EXPECT_EQ(Size(t), std::make_pair(want.size() / 2048, size));
+    bool ok = false, again = true;
     EXPECT_EQ(Written(t, path, &ok), want);
     EXPECT_TRUE(ok && Written(t, path, &again).empty() && !again);
 }
@@ -121,10 +125,9 @@ int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn
         std::unique_ptr<CBaseKestro> fresh;
         fn(int(f), at / 2048, dir / "s.ini", fresh);
         if (!fresh) continue;
-        unsigned long sectors = 0, bytes = 0, end = BE32At(ifo, at + endAt) + 1;
-        fresh->Get(&sectors, &bytes);
+        unsigned long end = BE32At(ifo, at + endAt) + 1;
+        EXPECT_EQ(Size(*fresh).second, end);
         auto out = Written(*fresh, dir / "o.bin");
-        EXPECT_EQ(bytes, end);
         out.resize(end);
         EXPECT_EQ(out, std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(std::min(ifo.size(), at + end))));
     }
