@@ -34,13 +34,11 @@ inline uint32_t Be32(const std::vector<uint8_t>& v, size_t at) {  // 0xFFFFFFFF 
 
 // `table` at `sector` of a new file (zero sectors before it), padded to a
 // whole sector unless told otherwise; returns the path.
-inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, unsigned sector = 1,
-                              bool pad = true) {
+inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true) {
     std::vector<uint8_t> file(size_t(sector) * 2048, 0);
     file.insert(file.end(), table.begin(), table.end());
     if (pad) file.resize((file.size() + 2047) / 2048 * 2048, 0);
-    kt::WriteBytes(dir / "t.ifo", file);
-    return dir / "t.ifo";
+    return kt::WriteBytes(dir / "t.ifo", file), dir / "t.ifo";
 }
 
 // A file handle closed at the end of the scope; opened for reading, or
@@ -56,16 +54,12 @@ struct Handle {
 
 inline std::string Ini(const std::string& path, const char* section, const char* key) {
     char v[256];
-    INIGetPrivateProfileString(section, key, "$", v, sizeof v, path.c_str());
-    return v;
+    return INIGetPrivateProfileString(section, key, "$", v, sizeof v, path.c_str()), v;
 }
 inline void SetIni(const std::string& path, const char* section, const char* key, const std::string& value) {
     INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
 }
-inline std::string ErrorText(CBaseKestro& t) {
-    char buf[300];
-    return t.GetErrorMessage(buf, sizeof buf), buf;
-}
+inline std::string ErrorText(CBaseKestro& t) { char m[300]; return t.GetErrorMessage(m, sizeof m), m; }
 
 // A report's lines without their line breaks.
 inline std::vector<std::string> Lines(const std::string& text) {
@@ -128,18 +122,12 @@ inline std::string DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const st
     EXPECT_TRUE(mat.Disasm(p));
     if (auto* t = mat.GetVTS_PTT_SRPT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
     if (auto* t = mat.GetVTS_PGCIT()) { take(t->Details(&codec, buf.data(), n)); EXPECT_TRUE(t->Disasm(p, &codec)); }
-    if (auto* t = mat.GetVTSM_PGCI_UT()) {
-        take(t->Details(buf.data(), n));
-        EXPECT_TRUE(t->Disasm(p));
-        if (auto* lu = mat.GetVTSM_LU()) {
-            take(lu->Details(buf.data(), n, &codec, t, mat.GetVTSM_PGCIT_SA()));
-            lu->Disasm(p, &codec, t, mat.GetVTSM_PGCIT_SA());
-        }
+    if (auto* t = mat.GetVTSM_PGCI_UT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
+    if (auto* lu = mat.GetVTSM_LU()) {
+        take(lu->Details(buf.data(), n, &codec, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA()));
+        lu->Disasm(p, &codec, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
     }
-    if (auto* t = mat.GetVTS_TMAPT()) {
-        take(t->Details(buf.data(), n));
-        EXPECT_TRUE(t->Disasm(p) && CKestro_VTS_TMAP::JoinTmapSideFiles(p));
-    }
+    if (auto* t = mat.GetVTS_TMAPT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p) && CKestro_VTS_TMAP::JoinTmapSideFiles(p)); }
     if (auto* t = mat.GetVTSM_C_ADT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }
     if (auto* t = mat.GetVTSM_VOBU_ADMAP()) take(t->Details(buf.data(), n)), t->Disasm(p);
     if (auto* t = mat.GetVTS_C_ADT()) { take(t->Details(buf.data(), n)); EXPECT_TRUE(t->Disasm(p)); }

