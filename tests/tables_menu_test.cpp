@@ -103,7 +103,6 @@ TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
         {head + "1\nvmgm_lu_srp01_lcd=en\n", "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement"},
         {head + "1\n" + srp, "VMGM_LU: is missing the vmgm_lui01_pgci_srp_ns statement"},
         {head + "1\n" + srp + unit1, "VMGM_LU: is missing the vmgm_lui_pgc_cat statement"},
-        // Refused before anything else is read or stored.
         {head + "17\n", "[vmgm_lu_ns] 17 language units in vmgm_pgci_ut: a table holds 0 to 16"},
         {head + "2\n[vmgm_lu]\nvmgm_lui02_pgci_srp_ns=100\n", "[vmgm_lui02_pgci_srp_ns] 100 PGCs in language unit 2: a unit holds 0 to 99"},
     };

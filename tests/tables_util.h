@@ -134,17 +134,6 @@ int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn
     return seen;
 }
 
-// The same for members that load, write source and assemble by themselves.
-template <class Base>
-int MemberRoundTrips(const Member<Base>& m, const char* prefix, size_t pointer, size_t endAt) {
-    return RealTablesRoundTrip(prefix, pointer, endAt, [&](int f, unsigned long sector, const std::string& ini, auto& fresh) {
-        auto loaded = m.make(), t = m.make();
-        ASSERT_EQ(m.load(*loaded, f, sector), 1);
-        ASSERT_TRUE(loaded->Disasm(ini.c_str()) && t->Asm(ini.c_str()));
-        fresh = std::move(t);
-    });
-}
-
 }  // namespace tt
 
 #endif
