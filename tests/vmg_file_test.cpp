@@ -27,7 +27,11 @@ std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     EXPECT_GT(h, 0) << path;
     EXPECT_EQ(mat.Load(h), 1) << path;
     std::string report = vt::ReportAll(mat);
-    vt::DisasmAll(mat, ini);
+    // The report swapped the First Play PGC's command header in place: the
+    // source is taken from a fresh load, as hosts do.
+    CKestro_VMG_MAT fresh;
+    EXPECT_EQ(fresh.Load(h), 1);
+    vt::DisasmAll(fresh, ini);
     mat.CloseKestroFile(h);
     return report;
 }

@@ -182,19 +182,19 @@ bool CKestro_VMG_MAT::Details(char* buf, int len) {
 
     if (!HasFirstPlayPGC()) return r.Line("VMG has no First Play PGC");
     if (!r.Line("VMG First Play PGC:")) return false;
-    // The codec byte-swaps the command-table header of the PGC it reports;
-    // it is given a copy so that the record stays as loaded and later
-    // reports and sources see the same PGC.
-    std::array<uint8_t, kFirstPlayMax> pgc;
-    std::memcpy(pgc.data(), rec + kTableSize, pgc.size());
+    // The codec byte-swaps the command-table header of the PGC it reports,
+    // in the record itself, and leaves it so: a second report or source run
+    // of the same loaded object reads those counts byte-swapped (hosts load
+    // afresh). The codec reads no further than the record's PGC area.
+    uint8_t* pgc = m_record.data() + kTableSize;
     CKestro_PGCI codec;
     // The PGC report's room test leaves its indentation out, so it can write
     // that many characters beyond the room it is given; the room passed is
     // reduced by the indentation to keep it inside the caller's headroom. A
     // PGC report that does not fit is cut short; the result stays true.
     constexpr unsigned short kIndent = 2;
-    codec.DetailsOfPGCI(kIndent, pgc.data(), 0, r.Cursor(), r.Len() - int(r.Used()) - kIndent,
-                        pgc.size());
+    codec.DetailsOfPGCI(kIndent, pgc, 0, r.Cursor(), r.Len() - int(r.Used()) - kIndent,
+                        kFirstPlayMax);
     return true;
 }
 
@@ -246,11 +246,10 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
     s.Write("vmgm_spst_atr", "x%02x%02x%02x%02x%02x%02x", sp[0], sp[1], sp[2], sp[3], sp[4], sp[5]);
 
     if (HasFirstPlayPGC()) {
-        // A copy, for the reason given in Details.
-        std::array<uint8_t, kFirstPlayMax> pgc;
-        std::memcpy(pgc.data(), rec + kTableSize, pgc.size());
+        // In the record itself, as in Details (the header swap stays).
         CKestro_PGCI codec;
-        codec.DisasmPGCI(iniPath, pgc.data(), 0, "pgc_", "fp_pgci", pgc.size());
+        codec.DisasmPGCI(iniPath, m_record.data() + kTableSize, 0, "pgc_", "fp_pgci",
+                         kFirstPlayMax);
     }
     INIFlushFiles();
     return true;

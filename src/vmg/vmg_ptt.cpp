@@ -46,10 +46,7 @@ bool CKestro_VMG_PTT::Details(char* buf, int len) {
             return fail();
     }
     m_loaded.FreeBody();
-    // The closing line end is not subject to the room test, but it must stay
-    // inside the three bytes of headroom the caller provides beyond len: after
-    // a last line that used that headroom it is left out.
-    if (r.Used() <= size_t(len)) r.End();
+    r.End();
     return true;
 }
 
