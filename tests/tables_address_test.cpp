@@ -1,13 +1,11 @@
-// Cell address tables and VOBU address maps, three members each, and the
-// maps' side files.
+// Cell address tables and VOBU address maps, three members each; the maps' side files.
 #include <chrono>
 
 #include "tables_util.h"
 
 namespace {
 
-using Cells = CKestroCellAddressTable;
-// name: key stem; text: the report's first lines for 2 VOBs.
+using Cells = CKestroCellAddressTable;  // name: key stem; text: the report's first lines for 2 VOBs
 const tt::Member<Cells> kCells[] = {
     tt::Of<CKestro_VMG_CADT, Cells>("vmgm", "vmgm_c_adt", "Number of VOBs in VMGM_VOBS 2\r\nEnd byte address of VMGM_C_ADT"),
     tt::Of<CKestro_VTS_CADT, Cells>("vts", "vts_c_adt", "Number of VOBs in VTS_VOBS: 2\r\nEnd byte address of VTS_C_ADT"),
@@ -69,8 +67,7 @@ TEST(CellTables, MembersLoadReportWriteSourceAndAssemble) {
     }
 }
 
-using Maps = CKestroVobuAddressMap;
-// text: the report's first line for 2 entries.
+using Maps = CKestroVobuAddressMap;  // text: the report's first line for 2 entries
 const tt::Member<Maps> kMaps[] = {
     tt::Of<CKestro_VMGM_ADMAP, Maps>("VMGM", "vts_vobu_admap", "VMGM VOBU Address Map Information: 2 entries\r\n"),
     tt::Of<CKestro_VTS_ADMAP, Maps>("VTS", "vts_vobu_admap", ""),
@@ -118,8 +115,7 @@ TEST(VobuMaps, MembersLoadReportWriteSourceAndAssemble) {
     }
 }
 
-// Side files under each member's own names. Counted files keep the IFO byte order from VTS,
-// little-endian entries from VTSM (and its reader keeps them so); plain files are little-endian.
+// Side files: counted (from VTS in IFO order, from VTSM little-endian and so kept) and plain (little-endian).
 TEST(VobuMaps, SideFiles) {
     const tt::Bytes be = Map({0x01020304, 0x0A0B0C0D}, 11), le = Map({0x04030201, 0x0D0C0B0A}, 11);
     kt::TempDir dir;
@@ -171,7 +167,6 @@ TEST(VobuMaps, LargestMapsStayLinear) {
     EXPECT_EQ(tt::Values(shown, "vts_vobu_admap", {"vobu_sa16383", "vobu_sa16384"}), std::to_string(16383 * 7) + "|$|");
 }
 
-// Real discs: every member's table to source and back, byte for byte.
 TEST(AddressTables, RealDiscTablesRoundTrip) {
     int seen = 0;
     auto roundTrips = [&](const auto& m, const char* prefix, size_t pointer, size_t endAt) {

@@ -27,9 +27,7 @@ struct Bytes : std::vector<uint8_t> {  // big-endian builder
     Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
 };
 
-inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) {
-    return uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 | uint32_t(b[at + 2]) << 8 | b[at + 3];
-}
+inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) { return uint32_t(b[at]) << 24 | b[at + 1] << 16 | b[at + 2] << 8 | b[at + 3]; }
 
 // A member of a table family: a few texts and its own loader.
 template <class Base>
@@ -69,8 +67,7 @@ inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's 
 
 inline std::string Error(CBaseKestro& t) {
     char buf[KESTRO_ERROR_TEXT + 1];
-    t.GetErrorMessage(buf, sizeof buf);
-    return buf;
+    return t.GetErrorMessage(buf, sizeof buf), buf;
 }
 
 // The whole report; reports cut all through it must be prefixes of it within
@@ -91,8 +88,7 @@ inline std::string Report(const std::function<bool(char*, int)>& details) {
 
 inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* ok = nullptr) {
     File out(path, true);
-    bool r = t.Write(out);
-    if (ok) *ok = r;
+    if (bool r = t.Write(out); ok) *ok = r;
     return kt::ReadBytes(path);
 }
 
@@ -120,8 +116,7 @@ int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn
         SCOPED_TRACE(path);
         ++seen;
         kt::TempDir dir;
-        kt::WriteBytes(dir / "copy.ifo", ifo);
-        File f(dir / "copy.ifo");
+        File f(PutTable(dir, ifo, 0));  // a private copy
         std::unique_ptr<CBaseKestro> fresh;
         fn(int(f), at / 2048, dir / "s.ini", fresh);
         if (!fresh) continue;
