@@ -70,17 +70,11 @@ TEST(VtsTables, Reports) {
     kestro::FileSeek(ptt.f.h, 100, 0);
     bool ok = false;
     const std::string first = "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n";
-    EXPECT_EQ(ptt.Report(1 << 16, &ok), first +
-              "End byte address of PTT_SRPT table: 35\r\n"
-              "  Starting memory address of TTU 1: 16\r\n"
-              "  Starting memory address of TTU 2: 28\r\n"
-              "PTT Number 1:\r\n"
-              "    Program chain number (PGCN): 1 Program number (PG): 1\r\n"
-              "    Program chain number (PGCN): 1 Program number (PG): 2\r\n"
-              "    Program chain number (PGCN): 1 Program number (PG): 3\r\n"
-              "PTT Number 2:\r\n"
-              "    Program chain number (PGCN): 2 Program number (PG): 1\r\n"
-              "    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
+    EXPECT_EQ(ptt.Report(1 << 16, &ok), first + "End byte address of PTT_SRPT table: 35\r\n"
+              "  Starting memory address of TTU 1: 16\r\n  Starting memory address of TTU 2: 28\r\nPTT Number 1:\r\n"
+              "    Program chain number (PGCN): 1 Program number (PG): 1\r\n    Program chain number (PGCN): 1 Program number (PG): 2\r\n"
+              "    Program chain number (PGCN): 1 Program number (PG): 3\r\nPTT Number 2:\r\n"
+              "    Program chain number (PGCN): 2 Program number (PG): 1\r\n    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
     EXPECT_TRUE(ok);
     EXPECT_EQ(kestro::FileTell(ptt.f.h), 100u) << "the caller's position is kept";
     EXPECT_EQ(ptt.Report(54, &ok) + "|" + ptt.Report(55, &ok), "|" + first) << "54 characters need a room of 55";
