@@ -121,21 +121,17 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     EXPECT_EQ(firstFull, total - 2);
 }
 
-// Each table through its source and back. Time-map entries go to side files
-// (or a binary file) that Asm reads once joined into the source; a map of
-// 60,000 entries (entry numbers of three digits and more) passes in linear time.
+// Each table through its source and back (the whole-file tests rebuild every
+// table too; here the keys, and a PGC with commands, programs and cells).
+// Time-map entries go to side files (or a binary file) that Asm reads once
+// joined into the source; a map of 60,000 entries passes in linear time.
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
     auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
     Placed<CKestro_PTT_SRPT> ptt(kTitles);
-    CKestro_PTT_SRPT pttBack;
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(vt::Ini(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
-    ASSERT_TRUE(pttBack.Asm(ini.c_str()));
-    bool wrote = true;
-    EXPECT_EQ(Written(pttBack, dir / "o.bin", &wrote), padded(kTitles));
-    EXPECT_FALSE(wrote) << "Write reports false after a complete write";
 
     Placed<CKestro_VTS_PGCIT> pgcit(TwoPgcs());
     CKestro_VTS_PGCIT pgcitBack;
@@ -221,7 +217,9 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         EXPECT_EQ(c.kind == 'g' ? pgcit.Asm(ini.c_str(), &codec) : t.Asm(ini.c_str()), c.ok);
         EXPECT_EQ(vt::ErrorText(t), c.error);
         if (!c.ok && c.kind != 't') continue;
-        const auto got = Written(t, dir / "o.bin");
+        bool wrote = false;  // PTT_SRPT's Write reports false even after a complete write
+        const auto got = Written(t, dir / "o.bin", &wrote);
+        EXPECT_EQ(wrote, c.kind == 't' && !c.written.empty());
         EXPECT_EQ(vt::Slice(got, 0, c.written.size()), c.written);
         EXPECT_EQ(got.size(), c.written.empty() ? 0u : 2048u);
     }
