@@ -63,10 +63,10 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     ASSERT_EQ(t.Load(f, 2), 1);
     EXPECT_EQ(tt::Report([&](char* b, int l) { return t.Details(b, l); }),
               TypeParam::T("Number of VMGM_PGCI_LUs: 2\r\nEnd byte address of VMGM_PGCI_LUs table: 1671\r\n"
-                   "  Video Manager Menu Language Code 1: en\r\n  Video Manager Menu Existence 1: 80\r\n"
-                   "  Video Manager Menu Language Start Address 1: 24\r\n"
-                   "  Video Manager Menu Language Code 2: fr\r\n  Video Manager Menu Existence 2: 80\r\n"
-                   "  Video Manager Menu Language Start Address 2: 848\r\n"));
+                           "  Video Manager Menu Language Code 1: en\r\n  Video Manager Menu Existence 1: 80\r\n"
+                           "  Video Manager Menu Language Start Address 1: 24\r\n"
+                           "  Video Manager Menu Language Code 2: fr\r\n  Video Manager Menu Existence 2: 80\r\n"
+                           "  Video Manager Menu Language Start Address 2: 848\r\n"));
     EXPECT_EQ(std::make_pair(TypeParam::Sa(t, 1, 2), TypeParam::Sa(t, 500, 2)), std::make_pair(2ul * 2048 + 848, 0ul));
     typename TypeParam::Units lu;
     ASSERT_EQ(lu.Load(0, 2, &t), 1);
