@@ -1,4 +1,5 @@
-// Helpers shared by the video manager tests.
+// Helpers of the video manager tests: sources, file handles, and how a host
+// drives a whole VIDEO_TS.IFO (report, disassemble, rebuild).
 #ifndef KESTRO_TESTS_VMG_TEST_UTIL_H
 #define KESTRO_TESTS_VMG_TEST_UTIL_H
 
@@ -6,28 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "kestro/frame.h"
 #include "kestro/ini.h"
+#include "kestro/vmg.h"
 #include "test_util.h"
 
 namespace vt {
 
 // A file handle of the library's file layer, closed at scope end.
-class Handle {
-public:
-    explicit Handle(int h) : h_(h) {}
-    ~Handle() {
-        if (h_ > 0) kestro::FileClose(h_);
-    }
+struct Handle {
+    int h;
+    explicit Handle(int handle) : h(handle) {}
     Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    int get() const { return h_; }
-    operator int() const { return h_; }
-
-private:
-    int h_;
+    ~Handle() { if (h > 0) kestro::FileClose(h); }
+    operator int() const { return h; }
 };
-
 inline int OpenRead(const std::string& path) { return kestro::FileOpen(path.c_str(), 0x8000); }
 inline int Create(const std::string& path) { return kestro::FileCreate(path.c_str(), 0x180); }
 
@@ -36,27 +29,95 @@ inline std::string Value(const std::string& ini, const char* section, const char
     INIGetPrivateProfileString(section, key, "$", buf, sizeof buf, ini.c_str());
     return buf;
 }
+inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
+    return uint32_t(b.at(at)) << 24 | uint32_t(b.at(at + 1)) << 16 | uint32_t(b.at(at + 2)) << 8 | b.at(at + 3);
+}
+inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
+    const size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
 
-// The report of any object with Details(char*, int), into a roomy buffer.
-template <class T>
-std::string Report(T& table, int room = 1 << 20, bool* ok = nullptr) {
+// The report of any object with Details(char*, int, ...), into `room` bytes.
+template <class T, class... Extra>
+std::string Report(T& table, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
     std::vector<char> buf(size_t(room) + 3, 0);
-    bool r = table.Details(buf.data(), room);
+    const bool r = table.Details(buf.data(), room, extra...);
     if (ok) *ok = r;
     return buf.data();
 }
 
-// An IFO-like file: `sectors` zero sectors, with `table` placed at sector `at`.
-inline std::vector<uint8_t> Image(size_t sectors, size_t at, const std::vector<uint8_t>& table) {
-    std::vector<uint8_t> img(sectors * 2048, 0);
-    if (img.size() < at * 2048 + table.size()) img.resize(at * 2048 + table.size(), 0);
-    std::copy(table.begin(), table.end(), img.begin() + long(at * 2048));
-    return img;
+// Well-formed sources: the management table, two titles, `sets` (at most 9)
+// title set attribute records.
+const char* const kMatSource =
+    "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
+    "vmg_ns=1\npvr_id=KESTRO\npos_cd=x0100000000000000\nvmgm_v_atr=x4100\nvmgm_ast_ns=1\n"
+    "vmgm_ast_atr=x4000656e00000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
+const char* const kTwoTitles =
+    "[vmg_ptt_srpt]\nvts_ttu_ns=2\n"
+    "tt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\ntt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01=5\nvts_sa01=4096\n"
+    "tt_pb_ty02=3c\ntt_agl_ns02=300\ntt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_sa02=70000\n";
+inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const char* video = "x4100") {
+    std::string t = "[vts_atrt]\nvts_ns=" + std::to_string(sets);
+    for (int i = 1; i <= sets; ++i) {
+        const std::string k = "\nvts_atrt_srp00" + std::to_string(i) + "_";
+        t += k + "vts_cat=" + std::to_string(i) + k + "vtsm_v_atr=" + video + k + "vtsm_ast_ns=1" + k +
+             "vtsm_ast_atr01=" + menuAudio + k + "vtsm_spst_ns=1" + k + "vtsm_spst_atr01=x01" + k +
+             "vts_v_atr=x5200" + k + "vts_ast_ns=1" + k + "vts_ast_atr01=x0102030405060708" + k +
+             "vts_spst_ns=2" + k + "vts_spst_atr01=xa1a2a3a4a5a6" + k + "vts_spst_atr02=xb1b2b3b4b5b6";
+    }
+    return t + "\n";
 }
 
-inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
-    return (uint32_t(b[at]) << 24) | (uint32_t(b[at + 1]) << 16) | (uint32_t(b[at + 2]) << 8) |
-           b[at + 3];
+// Walks a loaded file as a host does: the report of the management table and
+// of every sub-table in file order (when room > 0, which is returned), and
+// the source (into ini when given; the management table starts a fresh file).
+inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "") {
+    CKestro_PGCI codec;
+    std::string all;
+    auto each = [&](auto* t) {
+        if (t && room > 0) all += Report(*t, room);
+        if (t && !ini.empty()) t->Disasm(ini.c_str());
+    };
+    each(&m), each(m.GetVMG_PTT_SRPT()), each(m.GetVMGM_PGCI_UT());
+    if (auto* lu = m.GetVMGM_LU()) {  // the language units need the codec and their table
+        if (room > 0) all += Report(*lu, room, nullptr, &codec, m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
+        if (!ini.empty()) lu->Disasm(ini.c_str(), m.GetVMGM_PGCIT_SA(), &codec, m.GetVMGM_PGCI_UT());
+    }
+    each(m.GetVMG_MAIT()), each(m.GetVMG_ATRT()), each(m.GetVMG_TXTDT());
+    each(m.GetVMGM_C_ADT()), each(m.GetVMGM_VOBU_ADMAP());
+    return all;
+}
+
+// Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count
+// statement the source holds is created and assembled, then the management
+// table lays out and writes the file (the menu VOB file is looked for beside
+// it). On failure `error` gets the failing object's error text.
+inline bool AssembleVmg(const std::string& ini, const std::string& out, std::string* error = nullptr) {
+    CKestro_VMG_MAT mat;
+    CKestro_PGCI codec;
+    bool ok = true;
+    auto check = [&](CBaseKestro& t, bool result) {
+        char msg[KESTRO_ERROR_TEXT] = {};
+        if (!result && error) t.GetErrorMessage(msg, sizeof msg), *error = msg;
+        ok = ok && result;
+    };
+    auto sub = [&](const char* section, const char* key, auto make, auto... extra) {
+        if (!ok || Value(ini, section, key) == "$") return;
+        auto* t = (mat.*make)();
+        check(*t, t->Asm(ini.c_str(), extra...));
+    };
+    sub("vmg_ptt_srpt", "vts_ttu_ns", &CKestro_VMG_MAT::NewVMGM_PTT);
+    sub("vmgm_pgci_ut", "vmgm_lu_ns", &CKestro_VMG_MAT::NewVMGM_PGCI, &codec);
+    sub("ptl_mait", "cty_ns", &CKestro_VMG_MAT::NewVMGM_MAIT);
+    sub("vts_atrt", "vts_ns", &CKestro_VMG_MAT::NewVMGM_ATRT);
+    sub("vmgm_c_adt", "vmgm_vob_ns", &CKestro_VMG_MAT::NewVMGM_C_ADT);
+    sub("vts_vobu_admap", "vobu_sa0001", &CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP);
+    const int h = ok ? int(mat.CreateKestroFile(out.c_str())) : -1;
+    if (h < 0) return false;
+    check(mat, mat.Asm(ini.c_str(), h, out.c_str()));
+    mat.CloseKestroFile(h);
+    return ok;
 }
 
 }  // namespace vt
