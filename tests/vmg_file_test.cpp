@@ -25,14 +25,12 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     KT_SKIP_IF_EMPTY(files);
     for (const auto& orig : files) {
         SCOPED_TRACE(orig);
-        kt::TempDir in, r1, r2;
+        kt::TempDir r1, r2;
         const fs::path vob = fs::path(orig).replace_extension(".VOB");  // the menu VOB file, if any
-        for (auto* d : {&in, &r1, &r2})
+        for (auto* d : {&r1, &r2})
             if (fs::exists(vob)) fs::copy_file(vob, d->path() / "VIDEO_TS.VOB");
-        const std::string a = in / "a.ini", b = r1 / "b.ini", c = r2 / "c.ini", ifo1 = r1 / "VIDEO_TS.IFO";
-        const std::string report = LoadReportDisasm(orig, a);
-        EXPECT_EQ(report.find("VMG Identifier: DVDVIDEO-VMG\r\n"), 0u);
-        EXPECT_NE(report.find("Number of Title Unit Serch Pointers TTUs in the VTS: 1"), std::string::npos);
+        const std::string a = r1 / "a.ini", b = r1 / "b.ini", c = r2 / "c.ini", ifo1 = r1 / "VIDEO_TS.IFO";
+        EXPECT_NE(LoadReportDisasm(orig, a).find("Number of Title Unit Serch Pointers TTUs in the VTS: 1"), std::string::npos);
 
         // First round: the real disc's source gives the real file back, every
         // table byte for byte, but for the reserved bytes 46-61 and, without

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "frame/detail.h"
 #include "vmg_test_util.h"
@@ -12,11 +13,9 @@ using kestro::PutBE32;
 
 namespace {
 
-namespace fs = std::filesystem;
-
 // A binary PGC holding only k goto-style pre commands: 244 + 8k bytes, or
-// 236 without commands; disassembled into `section` of ini.
-std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix, const char* section) {
+// 236 without commands; disassembled into `section` of ini when given.
+std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = "", const char* section = "") {
     std::vector<uint8_t> p(236 + (k ? 8 + 8 * size_t(k) : 0), 0);
     if (k) PutBE16(&p[228], 236), PutBE16(&p[236], uint32_t(k)), PutBE16(&p[242], uint32_t(8 * k + 7));
     for (int i = 0; i < k; ++i) p[244 + 8 * size_t(i)] = 0x30;
@@ -24,95 +23,83 @@ std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix, c
     return p;
 }
 
-// A management table with distinctive fields and no sub-tables.
-std::vector<uint8_t> Record() {
-    std::vector<uint8_t> r(4096, 0);
-    std::memcpy(r.data(), "DVDVIDEO-VMG", 12);
-    std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
-    std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
-    PutBE32(&r[12], 4896), PutBE32(&r[28], 6), PutBE32(&r[34], 0x00ab0000), PutBE32(&r[128], 1023);
-    PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100), PutBE16(&r[62], 1);
-    r[33] = 0x11, r[96] = 0x01, r[341] = 1, r[342] = 0x33;
-    return r;
-}
-
-TEST(VmgMat, ReportSourceAndRebuildOfTheManagementTable) {
+// A management table with distinctive fields and no sub-tables, loaded.
+struct Loaded {
     kt::TempDir dir;
-    const std::string file = dir / "VIDEO_TS.IFO", ini = dir / "v.ini", out = dir / "back.ifo";
-    const std::string id = "0123456789abcdef0123456789ABCDEF";
-    kt::WriteBytes(file, Record());
-    vt::Handle h(vt::OpenRead(file));
+    std::string file = dir / "VIDEO_TS.IFO", ini = dir / "v.ini", out = dir / "back.ifo";
+    std::vector<uint8_t> r = std::vector<uint8_t>(4096, 0);
+    std::unique_ptr<vt::Handle> h;
     CKestro_VMG_MAT mat;
-    ASSERT_EQ(mat.Load(h), 1);
-    EXPECT_EQ(vt::Report(mat),
+    Loaded(const char* id = "DVDVIDEO-VMG", const std::vector<uint8_t>& fpPgc = {}) {
+        std::memcpy(r.data(), id, 12);
+        std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
+        std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
+        PutBE32(&r[12], 4896), PutBE32(&r[28], 6), PutBE32(&r[34], 0x00ab0000), PutBE32(&r[128], 1023);
+        PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100), PutBE16(&r[62], 1);
+        r[33] = 0x11, r[96] = 0x01, r[341] = 1, r[342] = 0x33, r[199] = 1;  // TT_SRPT on sector 1
+        if (!fpPgc.empty()) PutBE32(&r[132], 1100), std::copy(fpPgc.begin(), fpPgc.end(), r.begin() + 1024);
+        kt::WriteBytes(file, r);
+        h = std::make_unique<vt::Handle>(vt::OpenRead(file));
+    }
+};
+
+TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
+    Loaded l;
+    ASSERT_EQ(l.mat.Load(*l.h), 1);
+    EXPECT_EQ(vt::Report(l.mat),
               "VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
               "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 This Vol: 1 "
               "Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: ABCDEFGHIJKLMNOPQRSTUVWXYZ012345"
               "\r\nVMG POS Code: 10000000\r\nEnd byte address of VMGI_MAT: 1023\r\nStart byte address of First "
               "Play PGC FP_PGC: 0\r\nStart sector address of VMGM_VOBS: 7\r\nStart sector address of "
-              "VMG_PTT_SRPT: 0\r\nStart sector address of VMGM_PGCI_UT: 0\r\nStart sector address of "
+              "VMG_PTT_SRPT: 1\r\nStart sector address of VMGM_PGCI_UT: 0\r\nStart sector address of "
               "VMG_PTL_MAIT: 0\r\nStart sector address of VMG_VTS_ATRT: 0\r\nStart sector address of "
               "VMG_TXTDT_MG: 0\r\nStart sector address of VMGM_C_ADT: 0\r\nStart sector address of "
               "VMGM_VOBU_ADMAP: 0\r\nVideo attributes of VMGM_VOBS: 4100\r\nNumber of audio streams in "
               "VMGM_VOBS: 2\r\n  Audio 1 attributes: 40\r\n  Audio 2 attributes: 0\r\nVMGM Number of "
               "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n");
     bool ok = true;  // the report stops at the first line that does not fit
-    EXPECT_EQ(vt::Report(mat, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
+    EXPECT_EQ(vt::Report(l.mat, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
-
-    kt::WriteText(ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file
-    EXPECT_TRUE(mat.Disasm(ini.c_str()));
+    kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
+    EXPECT_TRUE(l.mat.Disasm(l.ini.c_str()));
     char names[256] = {};
-    INIGetSectionNames(ini.c_str(), names, sizeof names);
-    EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));  // no First Play PGC either
-    EXPECT_EQ(vt::Value(ini, "vmgi_mat", "vmg_cat") + vt::Value(ini, "vmgi_mat", "vmgm_spst_atr"), "x00ab0000x330000000000");
-    // Assembled back, every field of the record comes out as it went in. The
-    // version keeps one digit per number; the provider ID 32 characters.
-    std::string error;
-    ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
-    auto rec = Record(), back = kt::ReadBytes(out);
-    EXPECT_TRUE(std::equal(rec.begin() + 32, rec.begin() + 128, back.begin() + 32));
-    EXPECT_TRUE(std::equal(rec.begin() + 256, rec.begin() + 1024, back.begin() + 256));
-    kt::WriteText(ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"), "=KESTRO", "=" + id + "xyz"));
-    ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
-    back = kt::ReadBytes(out);
-    EXPECT_EQ(back[33], 0x10);
-    EXPECT_EQ(std::string(back.begin() + 64, back.begin() + 96), id);
+    INIGetSectionNames(l.ini.c_str(), names, sizeof names);
+    EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
+    // Assembled back, every field of the record comes out as it went in; the
+    // version keeps one digit per number, the provider ID 32 characters.
+    std::string error, id = "0123456789abcdef0123456789ABCDEF";
+    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
+    auto back = kt::ReadBytes(l.out);
+    EXPECT_TRUE(std::equal(l.r.begin() + 32, l.r.begin() + 128, back.begin() + 32));
+    EXPECT_TRUE(std::equal(l.r.begin() + 256, l.r.begin() + 1024, back.begin() + 256));
+    kt::WriteText(l.ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"), "=KESTRO", "=" + id + "xyz"));
+    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
+    back = kt::ReadBytes(l.out);
+    EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96), "16" + id);
 
-    // A title set's file is not loaded, and none of its tables are taken.
-    std::memcpy(rec.data(), "DVDVIDEO-VTS", 12);
-    PutBE32(&rec[196], 1);
-    kt::WriteBytes(file, rec);
-    vt::Handle h2(vt::OpenRead(file));
-    EXPECT_EQ(mat.Load(h2), 0);
-    EXPECT_EQ(mat.GetVMG_PTT_SRPT(), nullptr);
+    Loaded vts("DVDVIDEO-VTS");  // a title set's file is refused, its tables not taken
+    EXPECT_EQ(vts.mat.Load(*vts.h), 0);
+    EXPECT_EQ(vts.mat.GetVMG_PTT_SRPT(), nullptr);
 }
 
 TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
-    kt::TempDir dir;
-    const std::string file = dir / "VIDEO_TS.IFO", ini = dir / "v.ini", out = dir / "back.ifo";
-    auto rec = Record();
-    PutBE32(&rec[132], 1100);  // the PGC is still taken from byte 1024
-    const auto pgc = AddPgc("", 2, "", "");
-    std::copy(pgc.begin(), pgc.end(), rec.begin() + 1024);
-    kt::WriteBytes(file, rec);
-    vt::Handle h(vt::OpenRead(file));
-    CKestro_VMG_MAT mat, fresh;
-    ASSERT_EQ(mat.Load(h), 1);
-    const std::string first = vt::Report(mat);
-    EXPECT_NE(first.find("First Play PGC FP_PGC: 1100\r\nStart sector"), std::string::npos);
-    EXPECT_NE(first.find("VMG First Play PGC:\r\n"), std::string::npos);
-    EXPECT_NE(first.find("There are 2 Pre Commands"), std::string::npos);
+    const auto pgc = AddPgc("", 2);
+    Loaded l("DVDVIDEO-VMG", pgc);  // its start address says 1100
+    CKestro_VMG_MAT fresh;
+    ASSERT_EQ(l.mat.Load(*l.h), 1);
+    const std::string first = vt::Report(l.mat);
+    for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector", "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
+        EXPECT_NE(first.find(line), std::string::npos) << line;
     // The codec swapped the command-table header in the record: a second
     // report of the same object reads the counts byte-swapped (2 -> 512).
-    EXPECT_NE(vt::Report(mat).find("There are 512 Pre Commands"), std::string::npos);
-    ASSERT_EQ(fresh.Load(h), 1);
-    EXPECT_TRUE(fresh.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Value(ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
-    std::string error;  // assembled back, the PGC comes out as it went in
-    ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
-    const auto back = kt::ReadBytes(out);
-    EXPECT_EQ(vt::BE32(back, 128), 1023u + 260);
+    EXPECT_NE(vt::Report(l.mat).find("There are 512 Pre Commands"), std::string::npos);
+    ASSERT_EQ(fresh.Load(*l.h), 1);
+    EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
+    EXPECT_EQ(vt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
+    std::string error;  // assembled back, the PGC comes out as it went in, at 1024
+    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
+    const auto back = kt::ReadBytes(l.out);
     EXPECT_EQ(vt::BE32(back, 132), 1024u);
     EXPECT_TRUE(std::equal(pgc.begin(), pgc.end(), back.begin() + 1024));
 }
@@ -131,10 +118,10 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         SCOPED_TRACE(c.commands);
         kt::TempDir dir;
         const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
+        std::string error;
         kt::WriteText(ini, vt::kMatSource);
         if (c.commands >= 0) AddPgc(ini, c.commands, "pgc_", "fp_pgci");
         if (c.vobBytes) kt::WriteBytes(dir / "video_ts.VOB", std::vector<uint8_t>(c.vobBytes, 0));
-        std::string error;
         EXPECT_EQ(vt::AssembleVmg(ini, out, &error), c.fileSize > 0);
         const auto f = kt::ReadBytes(out);
         ASSERT_EQ(f.size(), c.fileSize);
@@ -164,14 +151,13 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
                            "vmgm_lu_ns=1\nvmgm_lu_srp01_lcd=en\nvmgm_lu_srp01_exst=80\n"
                            "[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=9\n");
     AddPgc(ini, 7, "pgc_", "fp_pgci");
-    // Nine command-less menu PGCs: 8 + 16 + 9 * 244 = 2220 bytes, 2 sectors.
-    for (int j = 1; j <= 9; ++j) {
+    for (int j = 1; j <= 9; ++j) {  // nine command-less menu PGCs: 8 + 16 + 9 * 244 = 2220 bytes
         const std::string section = "vmgm_lu01_0" + std::to_string(j);
         INIWritePrivateProfileString(section.c_str(), "vmgm_lui_pgc_cat", "81000000", ini.c_str());
         AddPgc(ini, 0, "vmgm_pgc_", section.c_str());
     }
     kt::WriteBytes(dir / "VIDEO_TS.VOB", {});
-    fs::resize_file(dir / "VIDEO_TS.VOB", 10000000);
+    std::filesystem::resize_file(dir / "VIDEO_TS.VOB", 10000000);
     std::string error;
     ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
     const auto f = kt::ReadBytes(out);
@@ -189,7 +175,7 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     CKestro_VMG_MAT mat;
     ASSERT_EQ(mat.Load(h), 1);
     vt::Walk(mat, 0, again);
-    fs::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
+    std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
 }

@@ -1,6 +1,9 @@
-// Parental management, title set attribute and text data tables, and the
-// messages of every refused video manager source.
+// The sub-tables of VIDEO_TS.IFO (title search pointers, parental
+// management, title set attributes, text data), and the messages of every
+// refused video manager source. Real discs' tables are compared byte for
+// byte within the whole-file round trip.
 #include <algorithm>
+#include <array>
 #include <memory>
 
 #include "vmg_test_util.h"
@@ -23,8 +26,47 @@ struct Loaded {
     }
 };
 
-// Assembled only to be reported: the per-country statements go to the title
-// search pointer section, and nothing is assembled whatever the source.
+// tt_pb_ty loses its first character whatever it is ("3c" is "c", 0xC0);
+// the angle count is a byte; the parental ID is written low byte first but
+// read big-endian; the title number within the set is always 1.
+TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
+    kt::TempDir dir;
+    unsigned long size;
+    auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
+    EXPECT_EQ(size, 10032u);
+    const std::vector<uint8_t> want = {0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x1F,  // header, ea 31
+                                       0x3C, 0x01, 0x00, 0x0C, 0x02, 0x01, 0x01, 0x01, 0x00, 0x00, 0x10, 0x00,
+                                       0xC0, 0x2C, 0x00, 0x01, 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
+    EXPECT_EQ(first, [&] { auto w = want; w.resize(2048, 0); return w; }());
+    Loaded<CKestro_VMG_PTT> t(first);
+    EXPECT_EQ(t.table.Load(*t.h, 0), 0);
+    ASSERT_EQ(t.table.Load(*t.h, 1), 1);
+    EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
+    for (auto kv : {std::make_pair("vts_ptt_srpt_ea", "31"), {"tt_pb_ty01", "x3c"}, {"tt_ptl_id_fld01", "513"},
+                    {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}, {"vts_sa02", "70000"}})
+        EXPECT_EQ(vt::Value(t.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
+    std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(t.ini)), first);
+    bool ok = false;
+    const std::string rep = vt::Report(t.table, 1 << 16, &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(rep.find("Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
+                       "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
+                       "    Title set 1: Number of angles: 1\r\n    Title set 1: Number of PTTs: 12\r\n"
+                       "    Title set 1: Parental ID field: 513\r\n    Title set 1: Title set number: 1\r\n"
+                       "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: 4096\r\n"),
+              0u);
+    EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
+    CKestro_VMG_PTT refused;  // a refused count stores nothing; a missing source fails
+    kt::WriteText(t.ini, "[vmg_ptt_srpt]\nvts_ttu_ns=1000\n");
+    EXPECT_FALSE(refused.Asm(t.ini.c_str()) || refused.Asm((dir / "absent.ini").c_str()));
+    unsigned long sectors = 1;
+    refused.Get(&sectors, &size);
+    EXPECT_EQ(sectors + size, 0u);
+}
+
+// Only reported and disassembled: the per-country statements go to the
+// title search pointer section, and nothing is assembled whatever the source.
 TEST(VmgMait, ReportSourceAndTheAssemblyStubs) {
     Loaded<CKestro_VMG_MAIT> t({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
     EXPECT_EQ(vt::Report(t.table), "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of "
@@ -40,67 +82,40 @@ TEST(VmgMait, ReportSourceAndTheAssemblyStubs) {
     EXPECT_EQ(s + b, 0u);
 }
 
-// Assembles an attribute table source; returns what Write put after a first
-// sector, and the size in sectors * 10000 + bytes.
-std::vector<uint8_t> AtrtWrite(const kt::TempDir& dir, const std::string& text, unsigned long* size = nullptr) {
-    const std::string ini = dir / "a.ini", out = dir / "a.ifo";
-    kt::WriteText(ini, text);
-    CKestro_VMG_ATRT a;
-    EXPECT_TRUE(a.Asm(ini.c_str()));
-    unsigned long s, b;
-    a.Get(&s, &b);
-    if (size) *size = s * 10000 + b;
-    {
-        vt::Handle h(vt::Create(out));
-        kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
-        EXPECT_TRUE(a.Write(h));
-    }
-    auto f = kt::ReadBytes(out);
-    return std::vector<uint8_t>(f.begin() + 2048, f.end());
-}
-
 // Records of 776 bytes after an 8-byte header and a start address per set.
-// Attributes are hexadecimal, their x optional, but menu audio attributes are
-// decimal: "x0c" is 0.
-TEST(VmgAtrt, SizesStartAddressesAndTheDecimalMenuAudio) {
+// Attributes are hexadecimal, their x optional, but menu audio attributes
+// are decimal: "x12" is 12 (so such values do not survive a round trip).
+TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
     kt::TempDir dir;
     unsigned long size;
-    auto t = AtrtWrite(dir, vt::AtrtSource(1, "x0c", "4100"), &size);
-    EXPECT_EQ(size, 10788u);
-    ASSERT_EQ(t.size(), 2048u);
-    const std::vector<uint8_t> head = {0, 1, 0, 0, 0, 0, 3, 0x13, 0, 0, 0, 12, 0, 0, 3, 7, 0, 0, 0, 1, 0x41, 0, 0, 1, 0};
-    EXPECT_TRUE(std::equal(head.begin(), head.end(), t.begin()));
-    EXPECT_EQ(AtrtWrite(dir, vt::AtrtSource(1, "12"))[24], 12);
-    t = AtrtWrite(dir, vt::AtrtSource(3), &size);
+    auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
     EXPECT_EQ(size, 22348u);
-    ASSERT_EQ(t.size(), 4096u);
-    for (auto [at, value] : {std::make_pair(4, 2347u), {8, 20u}, {12, 796u}, {16, 1572u}, {1576, 3u}})
-        EXPECT_EQ(vt::BE32(t, size_t(at)), value) << at;
-    // An empty table still writes its header and the padding.
-    EXPECT_EQ(AtrtWrite(dir, "[vts_atrt]\nvts_ns=0\n", &size), std::vector<uint8_t>(2048, 0));
+    EXPECT_EQ((std::vector<uint32_t>{vt::BE32(t, 4), vt::BE32(t, 8), vt::BE32(t, 16)}), (std::vector<uint32_t>{2347, 20, 1572}));
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, "[vts_atrt]\nvts_ns=0\n", &size), std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
 }
 
 // The report reads each record at a fixed place of the table's body rather
 // than where it starts: with two sets, record 1 (table offset 16) is reported
 // from offset 23 into it, so its audio count is menu audio stream 23 (record
-// offset 34) and its end address is made of streams 12 to 15, and the stream
+// offset 34), its end address is made of streams 12 to 15, and the stream
 // lines are numbered by report position. The source reads the real places.
 TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
-    std::string text = vt::Replace(vt::AtrtSource(2), "srp001_vtsm_ast_ns=1\n", "srp001_vtsm_ast_ns=29\n");
+    std::string text = vt::Replace(vt::AtrtSource(2, "x05", "4100"), "srp001_vtsm_ast_ns=1\n", "srp001_vtsm_ast_ns=29\n");
     for (int j = 2; j <= 29; ++j)
         text += "vts_atrt_srp001_vtsm_ast_atr" + std::to_string(j / 10) + std::to_string(j % 10) + (j == 23 ? "=2\n" : "=9\n");
-    const auto first = AtrtWrite(dir, text, &size);
+    const auto first = vt::AsmWrite<CKestro_VMG_ATRT>(dir, text, &size);
     ASSERT_EQ(first[16 + 34], 2);
-
     Loaded<CKestro_VMG_ATRT> t(std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
     ASSERT_TRUE(t.table.Disasm(t.ini.c_str()));
     for (auto kv : {std::make_pair("vts_atrt_ea", "1567"), {"vts_atrt_srp002_vts_atr_sa", "792"},
-                    {"vts_atrt_srp002_vts_atr_ea", "775"}, {"vts_atrt_srp001_vtsm_ast_atr23", "x02"}})
+                    {"vts_atrt_srp002_vts_atr_ea", "775"}, {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
+                    {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
         EXPECT_EQ(vt::Value(t.ini, "vts_atrt", kv.first), kv.second) << kv.first;
-    EXPECT_EQ(AtrtWrite(dir, kt::ReadText(t.ini)), first);
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(t.ini)), first);
 
     const std::string rep = vt::Report(t.table), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
     EXPECT_EQ(rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
@@ -115,83 +130,66 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     EXPECT_FALSE(ok);
 }
 
-// Text data is only read: the identifier (up to 12 characters), the unit
-// count and the end address; Asm and Write fail, Get changes nothing.
+// Text data is only read: a 12-character identifier without terminator, the
+// unit count and the end address. Asm and Write fail, Get changes nothing.
 TEST(VmgTxtdt, HeaderReportSourceAndStubs) {
-    for (std::string id : {std::string("DVDVIDEO\0\0\0\0", 12), std::string("ABCDEFGHIJKL")}) {
-        std::vector<uint8_t> bytes(id.begin(), id.end());
-        bytes.insert(bytes.end(), {0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10, 'Z', 'Z'});
-        Loaded<CKestro_VMG_TXTDT> t(bytes);
-        EXPECT_EQ(vt::Report(t.table),
-                  "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
-        EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
-        EXPECT_EQ(vt::Value(t.ini, "txtdt_mg", "txtdt_id"), id.c_str());
-        EXPECT_EQ(vt::Value(t.ini, "txtdt_mg", "txtdt_lu_ns") + vt::Value(t.ini, "txtdt_mg", "txtdt_mg_ea"), "265552");
-        EXPECT_FALSE(t.table.Asm(t.ini.c_str()));
-        EXPECT_FALSE(t.table.Write(*t.h));
-        unsigned long a = 3, b = 4;
-        t.table.Get(&a, &b);
-        EXPECT_EQ(a * 10 + b, 34u);
-        EXPECT_EQ(t.table.Load(*t.h, 0), 0);
-    }
+    Loaded<CKestro_VMG_TXTDT> t({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
+    EXPECT_EQ(vt::Report(t.table), "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
+    EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
+    EXPECT_EQ(vt::Value(t.ini, "txtdt_mg", "txtdt_id") + vt::Value(t.ini, "txtdt_mg", "txtdt_lu_ns") +
+                  vt::Value(t.ini, "txtdt_mg", "txtdt_mg_ea"),
+              "ABCDEFGHIJKL265552");
+    EXPECT_FALSE(t.table.Asm(t.ini.c_str()) || t.table.Write(*t.h));
+    unsigned long a = 3, b = 4;
+    t.table.Get(&a, &b);
+    EXPECT_EQ(a * 10 + b, 34u);
 }
 
 // Every refused source of the management table, the title search pointers
 // and the attribute table: the exact message, and no file written.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
-    struct Case {
-        char table;  // m: VMGI_MAT, p: TT_SRPT, a: VTS_ATRT
-        std::string from, to, message;
-    };
-    std::vector<Case> cases = {
-        {'m', "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
-        {'m', "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
-        {'p', "vts_ttu_ns=2\n", "", "Statement missing in vmg_ptt_srpt!"},
-        {'p', "vts_sa02=70000\n", "", "[vts_sa02] Statement missing in vmg_ptt_srpt!"},
-        {'p', "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01] Statement missing in vmg_ptt_srpt!"},
-        {'p', "vts_ttn01=5\n", "", "[vts_ttn01] Statement missing in vmg_ptt_srpt!"},
-        {'p', "ttu_ns=2\n", "ttu_ns=1000\n", "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
-        {'a', "vts_ns=2\n", "", "vts_ns"},
-        {'a', "srp002_vts_v_atr=x5200\n", "", "[vts_atrt_srp002_vts_v_atr] Statement missing in vts_atrt!"},
-        {'a', "srp001_vtsm_ast_atr01=x05\n", "", "[vts_atrt_srp001_vtsm_ast_atr01] Statement missing in vts_atrt!"},
-        {'a', "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
+    std::vector<std::array<std::string, 4>> cases = {  // table, from, to, message
+        {"m", "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
+        {"m", "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
+        {"p", "vts_ttu_ns=2\n", "", "Statement missing in vmg_ptt_srpt!"},
+        {"p", "vts_sa02=70000\n", "", "[vts_sa02] Statement missing in vmg_ptt_srpt!"},
+        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01] Statement missing in vmg_ptt_srpt!"},
+        {"p", "vts_ttn01=5\n", "", "[vts_ttn01] Statement missing in vmg_ptt_srpt!"},
+        {"p", "ttu_ns=2\n", "ttu_ns=1000\n", "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
+        {"a", "vts_ns=2\n", "", "vts_ns"},
+        {"a", "srp002_vts_v_atr=x5200\n", "", "[vts_atrt_srp002_vts_v_atr] Statement missing in vts_atrt!"},
+        {"a", "srp001_vtsm_ast_atr01=x05\n", "", "[vts_atrt_srp001_vtsm_ast_atr01] Statement missing in vts_atrt!"},
+        {"a", "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
          "[vts_atrt_srp001_vts_spst_ns] 72 subpicture streams do not fit a title set attribute record"},
-        {'a', "vts_ns=2\n", "vts_ns=100\n", "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
-        {'a', "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
+        {"a", "vts_ns=2\n", "vts_ns=100\n", "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
+        {"a", "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
     };
     // Every statement of the management table left out in turn: it reads
     // them in this order and names the title set count vts_ns.
     const std::string mat = vt::kMatSource;
     for (size_t at = mat.find('\n') + 1; at < mat.size(); at = mat.find('\n', at) + 1) {
         const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at), key = line.substr(0, line.find('='));
-        cases.push_back({'m', line, "", key == "vmg_id"   ? "VMG ID is missing"
+        cases.push_back({"m", line, "", key == "vmg_id"   ? "VMG ID is missing"
                                         : key == "vmg_ns" ? "[vts_ns] Statement missing in vmgi_mat"
                                                           : "[" + key + "] Statement missing in vmgi_mat"});
     }
     kt::TempDir dir;
     const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.from + " -> " + c.to);
-        const std::string base = c.table == 'm' ? vt::kMatSource : c.table == 'p' ? vt::kTwoTitles : vt::AtrtSource(2);
-        kt::WriteText(ini, vt::Replace(base, c.from, c.to));
-        std::string message;
+    for (const auto& [table, from, to, message] : cases) {
+        SCOPED_TRACE(from + " -> " + to);
+        kt::WriteText(ini, vt::Replace(table == "m" ? vt::kMatSource : table == "p" ? vt::kTwoTitles : vt::AtrtSource(2), from, to));
+        std::string error;
         bool ok = false;
         auto run = [&](auto&& t) {
             char msg[260] = {};
-            ok = t.Asm(ini.c_str());
-            t.GetErrorMessage(msg, sizeof msg);
-            message = msg;
+            ok = t.Asm(ini.c_str()), t.GetErrorMessage(msg, sizeof msg), error = msg;
         };
-        if (c.table == 'm') {
-            ok = vt::AssembleVmg(ini, out, &message);
-            EXPECT_TRUE(kt::ReadBytes(out).empty());
-        } else if (c.table == 'p') {
-            run(CKestro_VMG_PTT());
-        } else {
-            run(CKestro_VMG_ATRT());
-        }
-        EXPECT_EQ(ok, c.message.empty());
-        EXPECT_EQ(message, c.message);
+        if (table == "m") ok = vt::AssembleVmg(ini, out, &error);
+        if (table == "p") run(CKestro_VMG_PTT());
+        if (table == "a") run(CKestro_VMG_ATRT());
+        EXPECT_EQ(ok, message.empty());
+        EXPECT_EQ(error, message);
+        EXPECT_EQ(kt::ReadBytes(out).size(), 0u);
     }
 }
 

@@ -1,10 +1,11 @@
-// Helpers of the video manager tests: sources, file handles, and how a host
-// drives a whole VIDEO_TS.IFO (report, disassemble, rebuild).
+// Helpers of the video manager tests: sources, and how a host drives a whole
+// VIDEO_TS.IFO (report, disassemble, rebuild).
 #ifndef KESTRO_TESTS_VMG_TEST_UTIL_H
 #define KESTRO_TESTS_VMG_TEST_UTIL_H
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "kestro/ini.h"
@@ -22,7 +23,6 @@ struct Handle {
     operator int() const { return h; }
 };
 inline int OpenRead(const std::string& path) { return kestro::FileOpen(path.c_str(), 0x8000); }
-inline int Create(const std::string& path) { return kestro::FileCreate(path.c_str(), 0x180); }
 
 inline std::string Value(const std::string& ini, const char* section, const char* key) {
     char buf[256];
@@ -47,8 +47,8 @@ std::string Report(T& table, int room = 1 << 20, bool* ok = nullptr, Extra... ex
     return buf.data();
 }
 
-// Well-formed sources: the management table, two titles, `sets` (at most 9)
-// title set attribute records.
+// Sources: the management table, two titles, `sets` (at most 9) title set
+// attribute records.
 const char* const kMatSource =
     "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
     "vmg_ns=1\npvr_id=KESTRO\npos_cd=x0100000000000000\nvmgm_v_atr=x4100\nvmgm_ast_ns=1\n"
@@ -69,9 +69,8 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const cha
     return t + "\n";
 }
 
-// Walks a loaded file as a host does: the report of the management table and
-// of every sub-table in file order (when room > 0, which is returned), and
-// the source (into ini when given; the management table starts a fresh file).
+// Walks a loaded file as a host does: returns the reports of every table in
+// file order (when room > 0) and writes the source into ini (when given).
 inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "") {
     CKestro_PGCI codec;
     std::string all;
@@ -89,10 +88,30 @@ inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "
     return all;
 }
 
-// Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count
-// statement the source holds is created and assembled, then the management
-// table lays out and writes the file (the menu VOB file is looked for beside
-// it). On failure `error` gets the failing object's error text.
+// Assembles a sub-table from `text` alone and returns what its Write put
+// after a first sector; `size` gets sectors * 10000 + bytes.
+template <class T>
+std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, unsigned long* size = nullptr) {
+    const std::string ini = dir / "w.ini", out = dir / "w.ifo";
+    kt::WriteText(ini, text);
+    T t;
+    EXPECT_TRUE(t.Asm(ini.c_str()));
+    unsigned long s = 0, b = 0;
+    t.Get(&s, &b);
+    if (size) *size = s * 10000 + b;
+    {
+        Handle h(kestro::FileCreate(out.c_str(), 0x180));
+        kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
+        EXPECT_TRUE(t.Write(h));
+        if (std::is_same<T, CKestro_VMG_PTT>::value) { EXPECT_TRUE(t.Write(h)); }  // writes nothing more
+    }
+    const auto f = kt::ReadBytes(out);
+    return {f.begin() + 2048, f.end()};
+}
+
+// Rebuilds VIDEO_TS.IFO at out as a host does: creates and assembles each
+// sub-table whose count the source holds, then the management table lays
+// out and writes the file. On failure `error` gets the error text.
 inline bool AssembleVmg(const std::string& ini, const std::string& out, std::string* error = nullptr) {
     CKestro_VMG_MAT mat;
     CKestro_PGCI codec;
@@ -107,12 +126,10 @@ inline bool AssembleVmg(const std::string& ini, const std::string& out, std::str
         auto* t = (mat.*make)();
         check(*t, t->Asm(ini.c_str(), extra...));
     };
-    sub("vmg_ptt_srpt", "vts_ttu_ns", &CKestro_VMG_MAT::NewVMGM_PTT);
-    sub("vmgm_pgci_ut", "vmgm_lu_ns", &CKestro_VMG_MAT::NewVMGM_PGCI, &codec);
-    sub("ptl_mait", "cty_ns", &CKestro_VMG_MAT::NewVMGM_MAIT);
-    sub("vts_atrt", "vts_ns", &CKestro_VMG_MAT::NewVMGM_ATRT);
-    sub("vmgm_c_adt", "vmgm_vob_ns", &CKestro_VMG_MAT::NewVMGM_C_ADT);
-    sub("vts_vobu_admap", "vobu_sa0001", &CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP);
+    using M = CKestro_VMG_MAT;
+    sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT), sub("vmgm_pgci_ut", "vmgm_lu_ns", &M::NewVMGM_PGCI, &codec);
+    sub("ptl_mait", "cty_ns", &M::NewVMGM_MAIT), sub("vts_atrt", "vts_ns", &M::NewVMGM_ATRT);
+    sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT), sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
     const int h = ok ? int(mat.CreateKestroFile(out.c_str())) : -1;
     if (h < 0) return false;
     check(mat, mat.Asm(ini.c_str(), h, out.c_str()));
