@@ -9,14 +9,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Loads path, reports every table and writes the whole source into ini.
+// Loads path, returns the report of every table and writes the source into
+// ini, from a fresh load as hosts do (the report swaps bytes in place).
 std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     vt::Handle h(vt::OpenRead(path));
     CKestro_VMG_MAT mat, fresh;
-    EXPECT_EQ(mat.Load(h), 1) << path;
-    // The report swaps the First Play PGC's command header in place: the
-    // source is taken from a fresh load, as hosts do.
-    EXPECT_EQ(fresh.Load(h), 1);
+    EXPECT_TRUE(mat.Load(h) == 1 && fresh.Load(h) == 1) << path;
     return vt::Walk(mat, 1 << 20) + vt::Walk(fresh, 0, ini);
 }
 
@@ -45,8 +43,7 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         };
         EXPECT_EQ(mask(first), mask(kt::ReadBytes(orig)));
 
-        // Second round: the rebuilt file comes back byte for byte, with the
-        // same report and source.
+        // Second round: the rebuilt file, its report and source are a fixed point.
         const std::string report1 = LoadReportDisasm(ifo1, b);
         ASSERT_TRUE(vt::AssembleVmg(b, r2 / "VIDEO_TS.IFO", &error)) << error;
         EXPECT_EQ(kt::ReadBytes(r2 / "VIDEO_TS.IFO"), first);
@@ -55,14 +52,13 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     }
 }
 
-// Real files cut short at many lengths, and with start sectors beyond their
-// end: loading, every report (also cut short) and every source stay
-// memory-safe.
+// Real files cut short, and with start sectors beyond their end: loading,
+// every report (also cut short) and every source stay memory-safe.
 TEST(VmgFile, TruncatedAndDamagedFilesNeverFault) {
     std::vector<std::vector<uint8_t>> samples;
     for (const auto& f : kt::CorpusFiles("VIDEO_TS")) samples.push_back(kt::ReadBytes(f));
-    // Without real discs a made-up file still exercises the paths: every
-    // table but the menu PGC table on sector 1, which holds absurd counts.
+    // A made-up file (also without real discs): every table but the menu PGC
+    // table on sector 1, which holds absurd counts.
     std::vector<uint8_t> made(3 * 2048, 0);
     std::memcpy(made.data(), "DVDVIDEO-VMG", 12);
     for (size_t at = 192; at < 224; at += 4) made[at + 3] = at != 200;

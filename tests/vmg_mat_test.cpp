@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 
 #include "frame/detail.h"
 #include "vmg_test_util.h"
@@ -23,85 +22,67 @@ std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = 
     return p;
 }
 
-// A management table with distinctive fields and no sub-tables, loaded.
-struct Loaded {
-    kt::TempDir dir;
-    std::string file = dir / "VIDEO_TS.IFO", ini = dir / "v.ini", out = dir / "back.ifo";
-    std::vector<uint8_t> r = std::vector<uint8_t>(4096, 0);
-    std::unique_ptr<vt::Handle> h;
-    CKestro_VMG_MAT mat;
-    Loaded(const char* id = "DVDVIDEO-VMG", const std::vector<uint8_t>& fpPgc = {}) {
-        std::memcpy(r.data(), id, 12);
-        std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
-        std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
-        PutBE32(&r[12], 4896), PutBE32(&r[28], 6), PutBE32(&r[34], 0x00ab0000), PutBE32(&r[128], 1023);
-        PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100), PutBE16(&r[62], 1);
-        r[33] = 0x11, r[96] = 0x01, r[341] = 1, r[342] = 0x33, r[199] = 1;  // TT_SRPT on sector 1
-        if (!fpPgc.empty()) PutBE32(&r[132], 1100), std::copy(fpPgc.begin(), fpPgc.end(), r.begin() + 1024);
-        kt::WriteBytes(file, r);
-        h = std::make_unique<vt::Handle>(vt::OpenRead(file));
-    }
-};
+// A management table with distinctive fields and no sub-tables but TT_SRPT.
+std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
+    std::vector<uint8_t> r(2048, 0);
+    std::memcpy(r.data(), id, 12);
+    std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
+    std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
+    PutBE32(&r[12], 4896), PutBE32(&r[28], 6), PutBE32(&r[34], 0x00ab0000), PutBE32(&r[128], 1023);
+    PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100), PutBE16(&r[62], 1);
+    r[33] = 0x11, r[96] = 0x01, r[341] = 1, r[342] = 0x33, r[199] = 1;
+    return r;
+}
 
 TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
-    Loaded l;
-    ASSERT_EQ(l.mat.Load(*l.h), 1);
-    EXPECT_EQ(vt::Report(l.mat),
-              "VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
-              "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 This Vol: 1 "
-              "Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: ABCDEFGHIJKLMNOPQRSTUVWXYZ012345"
-              "\r\nVMG POS Code: 10000000\r\nEnd byte address of VMGI_MAT: 1023\r\nStart byte address of First "
-              "Play PGC FP_PGC: 0\r\nStart sector address of VMGM_VOBS: 7\r\nStart sector address of "
-              "VMG_PTT_SRPT: 1\r\nStart sector address of VMGM_PGCI_UT: 0\r\nStart sector address of "
-              "VMG_PTL_MAIT: 0\r\nStart sector address of VMG_VTS_ATRT: 0\r\nStart sector address of "
-              "VMG_TXTDT_MG: 0\r\nStart sector address of VMGM_C_ADT: 0\r\nStart sector address of "
-              "VMGM_VOBU_ADMAP: 0\r\nVideo attributes of VMGM_VOBS: 4100\r\nNumber of audio streams in "
-              "VMGM_VOBS: 2\r\n  Audio 1 attributes: 40\r\n  Audio 2 attributes: 0\r\nVMGM Number of "
-              "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n");
+    vt::Loaded<CKestro_VMG_MAT> l(Record());
+    ASSERT_EQ(l.loaded, 1);
+    const std::string report = vt::Report(l.table);
+    for (const char* lines : {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
+                              "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 "
+                              "This Vol: 1 Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: "
+                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345\r\nVMG POS Code: 10000000\r\n",
+                              "VMGM_VOBU_ADMAP: 0\r\nVideo attributes of VMGM_VOBS: 4100\r\nNumber of audio streams in "
+                              "VMGM_VOBS: 2\r\n  Audio 1 attributes: 40\r\n  Audio 2 attributes: 0\r\nVMGM Number of "
+                              "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n"})
+        EXPECT_NE(report.find(lines), std::string::npos) << lines;
     bool ok = true;  // the report stops at the first line that does not fit
-    EXPECT_EQ(vt::Report(l.mat, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
+    EXPECT_EQ(vt::Report(l.table, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
-    EXPECT_TRUE(l.mat.Disasm(l.ini.c_str()));
+    EXPECT_TRUE(l.table.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
     EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
-    // Assembled back, every field of the record comes out as it went in; the
-    // version keeps one digit per number, the provider ID 32 characters.
+    // Assembled, the version keeps one digit per number, the provider ID 32
+    // characters. (Real discs check every field in the whole-file round trip.)
     std::string error, id = "0123456789abcdef0123456789ABCDEF";
-    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
-    auto back = kt::ReadBytes(l.out);
-    EXPECT_TRUE(std::equal(l.r.begin() + 32, l.r.begin() + 128, back.begin() + 32));
-    EXPECT_TRUE(std::equal(l.r.begin() + 256, l.r.begin() + 1024, back.begin() + 256));
     kt::WriteText(l.ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"), "=KESTRO", "=" + id + "xyz"));
     ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
-    back = kt::ReadBytes(l.out);
+    const auto back = kt::ReadBytes(l.out);
     EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96), "16" + id);
 
-    Loaded vts("DVDVIDEO-VTS");  // a title set's file is refused, its tables not taken
-    EXPECT_EQ(vts.mat.Load(*vts.h), 0);
-    EXPECT_EQ(vts.mat.GetVMG_PTT_SRPT(), nullptr);
+    vt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
+    EXPECT_EQ(vts.loaded, 0);
+    EXPECT_EQ(vts.table.GetVMG_PTT_SRPT(), nullptr);
 }
 
 TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
-    const auto pgc = AddPgc("", 2);
-    Loaded l("DVDVIDEO-VMG", pgc);  // its start address says 1100
+    auto rec = Record(), pgc = AddPgc("", 2);
+    PutBE32(&rec[132], 1100);  // the PGC is still taken from byte 1024
+    rec.insert(rec.begin() + 1024, pgc.begin(), pgc.end());
+    vt::Loaded<CKestro_VMG_MAT> l(rec);
     CKestro_VMG_MAT fresh;
-    ASSERT_EQ(l.mat.Load(*l.h), 1);
-    const std::string first = vt::Report(l.mat);
+    ASSERT_EQ(l.loaded, 1);
+    const std::string first = vt::Report(l.table);
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector", "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
     // The codec swapped the command-table header in the record: a second
     // report of the same object reads the counts byte-swapped (2 -> 512).
-    EXPECT_NE(vt::Report(l.mat).find("There are 512 Pre Commands"), std::string::npos);
+    EXPECT_NE(vt::Report(l.table).find("There are 512 Pre Commands"), std::string::npos);
     ASSERT_EQ(fresh.Load(*l.h), 1);
     EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
     EXPECT_EQ(vt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
-    std::string error;  // assembled back, the PGC comes out as it went in, at 1024
-    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
-    const auto back = kt::ReadBytes(l.out);
-    EXPECT_EQ(vt::BE32(back, 132), 1024u);
-    EXPECT_TRUE(std::equal(pgc.begin(), pgc.end(), back.begin() + 1024));
 }
 
 // The management table alone: the First Play PGC (up to 1268 bytes, from
@@ -123,15 +104,13 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         if (c.commands >= 0) AddPgc(ini, c.commands, "pgc_", "fp_pgci");
         if (c.vobBytes) kt::WriteBytes(dir / "video_ts.VOB", std::vector<uint8_t>(c.vobBytes, 0));
         EXPECT_EQ(vt::AssembleVmg(ini, out, &error), c.fileSize > 0);
-        const auto f = kt::ReadBytes(out);
+        auto f = kt::ReadBytes(out);
         ASSERT_EQ(f.size(), c.fileSize);
-        if (!c.fileSize) {
-            EXPECT_EQ(error, "First Play PGC size exceeds maximum size allowed");
-            continue;
-        }
-        const std::pair<size_t, uint32_t> fields[] = {{128, c.matEa}, {132, c.fpSa}, {28, c.fileSize / 2048 - 1},
-                                                     {192, c.vobsSa}, {12, c.vmgEa}};
-        for (auto [at, value] : fields) EXPECT_EQ(vt::BE32(f, at), value) << at;
+        EXPECT_EQ(error, c.fileSize ? "" : "First Play PGC size exceeds maximum size allowed");
+        f.resize(2048, 0);
+        const uint32_t fields[] = {vt::BE32(f, 128), vt::BE32(f, 132), vt::BE32(f, 28), vt::BE32(f, 192), vt::BE32(f, 12)},
+                       want[] = {c.matEa, c.fpSa, uint32_t(c.fileSize ? c.fileSize / 2048 - 1 : 0), c.vobsSa, c.vmgEa};
+        EXPECT_EQ(std::vector<uint32_t>(fields, fields + 5), std::vector<uint32_t>(want, want + 5));
         for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(vt::BE32(f, at), 0u) << at;
         EXPECT_TRUE(c.commands >= 0 || std::count(f.begin() + 1024, f.end(), 0) == 1024);  // nothing after the table
     }

@@ -2,29 +2,13 @@
 // management, title set attributes, text data), and the messages of every
 // refused video manager source. Real discs' tables are compared byte for
 // byte within the whole-file round trip.
-#include <algorithm>
 #include <array>
-#include <memory>
 
 #include "vmg_test_util.h"
 
 namespace {
 
-// A table loaded from sector 1 of a file made from `bytes`.
-template <class T>
-struct Loaded {
-    kt::TempDir dir;
-    std::string ini = dir / "t.ini";
-    std::unique_ptr<vt::Handle> h;
-    T table;
-    explicit Loaded(std::vector<uint8_t> bytes) {
-        bytes.insert(bytes.begin(), 2048, 0);
-        bytes.resize(std::max<size_t>(bytes.size(), 4096), 0);
-        kt::WriteBytes(dir / "t.ifo", bytes);
-        h = std::make_unique<vt::Handle>(vt::OpenRead(dir / "t.ifo"));
-        EXPECT_EQ(table.Load(*h, 1), 1);
-    }
-};
+using vt::Loaded;
 
 // tt_pb_ty loses its first character whatever it is ("3c" is "c", 0xC0);
 // the angle count is a byte; the parental ID is written low byte first but
@@ -42,8 +26,7 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(t.table.Load(*t.h, 0), 0);
     ASSERT_EQ(t.table.Load(*t.h, 1), 1);
     EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
-    for (auto kv : {std::make_pair("vts_ptt_srpt_ea", "31"), {"tt_pb_ty01", "x3c"}, {"tt_ptl_id_fld01", "513"},
-                    {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}, {"vts_sa02", "70000"}})
+    for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"), {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}})
         EXPECT_EQ(vt::Value(t.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(t.ini)), first);
@@ -57,29 +40,6 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
                        "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: 4096\r\n"),
               0u);
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
-    CKestro_VMG_PTT refused;  // a refused count stores nothing; a missing source fails
-    kt::WriteText(t.ini, "[vmg_ptt_srpt]\nvts_ttu_ns=1000\n");
-    EXPECT_FALSE(refused.Asm(t.ini.c_str()) || refused.Asm((dir / "absent.ini").c_str()));
-    unsigned long sectors = 1;
-    refused.Get(&sectors, &size);
-    EXPECT_EQ(sectors + size, 0u);
-}
-
-// Only reported and disassembled: the per-country statements go to the
-// title search pointer section, and nothing is assembled whatever the source.
-TEST(VmgMait, ReportSourceAndTheAssemblyStubs) {
-    Loaded<CKestro_VMG_MAIT> t({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
-    EXPECT_EQ(vt::Report(t.table), "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of "
-                                   "PTL_MAIT table: 39\r\n  Country Code of 1: de\r\n  Start byte address of PTL_MAI "
-                                   "of 1: 16\r\n");
-    EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
-    EXPECT_EQ(vt::Value(t.ini, "ptl_mait", "vts_ns") + vt::Value(t.ini, "ptl_mait", "ptl_maait_ea"), "339");
-    EXPECT_EQ(vt::Value(t.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd"), "de");
-    EXPECT_EQ(vt::Value(t.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa"), "16");
-    EXPECT_TRUE(t.table.Asm((t.dir / "absent.ini").c_str()));
-    unsigned long s = 5, b = 5;
-    t.table.Get(&s, &b);
-    EXPECT_EQ(s + b, 0u);
 }
 
 // Records of 776 bytes after an 8-byte header and a start address per set.
@@ -89,8 +49,7 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
     kt::TempDir dir;
     unsigned long size;
     auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
-    EXPECT_EQ(size, 22348u);
-    EXPECT_EQ((std::vector<uint32_t>{vt::BE32(t, 4), vt::BE32(t, 8), vt::BE32(t, 16)}), (std::vector<uint32_t>{2347, 20, 1572}));
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(size), vt::BE32(t, 4), vt::BE32(t, 16)}), (std::vector<uint32_t>{22348, 2347, 1572}));
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, "[vts_atrt]\nvts_ns=0\n", &size), std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
@@ -130,19 +89,29 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     EXPECT_FALSE(ok);
 }
 
-// Text data is only read: a 12-character identifier without terminator, the
-// unit count and the end address. Asm and Write fail, Get changes nothing.
-TEST(VmgTxtdt, HeaderReportSourceAndStubs) {
+// Parental management and text data are only read. The parental table's
+// per-country statements go to the title search pointer section, and its
+// assembly does nothing and succeeds; the text identifier has 12 characters
+// without terminator, and the text data's Asm and Write fail.
+TEST(VmgMaitTxtdt, OnlyReadAndReported) {
+    Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
     Loaded<CKestro_VMG_TXTDT> t({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
-    EXPECT_EQ(vt::Report(t.table), "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
-    EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
-    EXPECT_EQ(vt::Value(t.ini, "txtdt_mg", "txtdt_id") + vt::Value(t.ini, "txtdt_mg", "txtdt_lu_ns") +
-                  vt::Value(t.ini, "txtdt_mg", "txtdt_mg_ea"),
-              "ABCDEFGHIJKL265552");
+    EXPECT_EQ(vt::Report(m.table) + vt::Report(t.table),
+              "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT table: 39\r\n"
+              "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+              "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
+    EXPECT_TRUE(m.table.Disasm(m.ini.c_str()) && t.table.Disasm(t.ini.c_str()));
+    for (auto [ini, section, key, value] : std::vector<std::array<std::string, 4>>{
+             {m.ini, "ptl_mait", "vts_ns", "3"}, {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
+             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"}, {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
+             {t.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"}, {t.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
+             {t.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
+        EXPECT_EQ(vt::Value(ini, section.c_str(), key.c_str()), value) << key;
+    EXPECT_TRUE(m.table.Asm((m.dir / "absent.ini").c_str()));
     EXPECT_FALSE(t.table.Asm(t.ini.c_str()) || t.table.Write(*t.h));
-    unsigned long a = 3, b = 4;
-    t.table.Get(&a, &b);
-    EXPECT_EQ(a * 10 + b, 34u);
+    unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged
+    m.table.Get(&got[0], &got[1]), t.table.Get(&got[2], &got[3]);
+    EXPECT_EQ(std::vector<unsigned long>(got, got + 4), std::vector<unsigned long>({0, 0, 3, 4}));
 }
 
 // Every refused source of the management table, the title search pointers

@@ -3,10 +3,9 @@
 #ifndef KESTRO_TESTS_VMG_TEST_UTIL_H
 #define KESTRO_TESTS_VMG_TEST_UTIL_H
 
-#include <cstdint>
-#include <string>
+#include <algorithm>
+#include <memory>
 #include <type_traits>
-#include <vector>
 
 #include "kestro/ini.h"
 #include "kestro/vmg.h"
@@ -37,6 +36,26 @@ inline std::string Replace(std::string text, const std::string& from, const std:
     EXPECT_NE(at, std::string::npos) << from;
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
+
+// A table loaded from a file made from `bytes`: the management table from
+// sector 0, a sub-table from sector 1 (expected to load).
+template <class T>
+struct Loaded {
+    kt::TempDir dir;
+    std::string file = dir / "t.ifo", ini = dir / "t.ini", out = dir / "out.ifo";
+    std::unique_ptr<Handle> h;
+    T table;
+    int loaded;
+    explicit Loaded(std::vector<uint8_t> bytes) {
+        constexpr bool mat = std::is_same<T, CKestro_VMG_MAT>::value;
+        bytes.insert(bytes.begin(), mat ? 0 : 2048, 0);
+        bytes.resize(std::max<size_t>(bytes.size(), 4096), 0);
+        kt::WriteBytes(file, bytes);
+        h = std::make_unique<Handle>(OpenRead(file));
+        if constexpr (mat) loaded = table.Load(*h);
+        else EXPECT_EQ(loaded = table.Load(*h, 1), 1);
+    }
+};
 
 // The report of any object with Details(char*, int, ...), into `room` bytes.
 template <class T, class... Extra>
@@ -93,8 +112,8 @@ inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "
 template <class T>
 std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, unsigned long* size = nullptr) {
     const std::string ini = dir / "w.ini", out = dir / "w.ifo";
-    kt::WriteText(ini, text);
     T t;
+    kt::WriteText(ini, text);
     EXPECT_TRUE(t.Asm(ini.c_str()));
     unsigned long s = 0, b = 0;
     t.Get(&s, &b);
