@@ -98,8 +98,7 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.commands);
         kt::TempDir dir;
-        const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
-        std::string error;
+        std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", error;
         kt::WriteText(ini, vt::kMatSource);
         if (c.commands >= 0) AddPgc(ini, c.commands, "pgc_", "fp_pgci");
         if (c.vobBytes) kt::WriteBytes(dir / "video_ts.VOB", std::vector<uint8_t>(c.vobBytes, 0));
@@ -122,7 +121,7 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
 // parental IDs are 0: others come back byte-swapped).
 TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     kt::TempDir dir, dir2;
-    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", again = dir / "again.ini";
+    std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", again = dir / "again.ini", error;
     kt::WriteText(ini, vt::kMatSource + vt::Replace(vt::kTwoTitles, "=258", "=0") + vt::AtrtSource(1) +
                            "[ptl_mait]\ncty_ns=0\nvts_ns=1\nptl_maait_ea=7\n[vmgm_c_adt]\nvmgm_vob_ns=1\n"
                            "c_001_vob001_vts_vob_idn=1\nc_001_vob001_vts_c_idn=1\nc_001_vob001_vts_cp_sa=0\n"
@@ -137,7 +136,6 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     }
     kt::WriteBytes(dir / "VIDEO_TS.VOB", {});
     std::filesystem::resize_file(dir / "VIDEO_TS.VOB", 10000000);
-    std::string error;
     ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
     const auto f = kt::ReadBytes(out);
     ASSERT_EQ(f.size(), 7u * 2048);
@@ -150,10 +148,8 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
         {5 * 2048, 0x10000}, {6 * 2048, 7}};
     for (auto [at, value] : fields) EXPECT_EQ(vt::BE32(f, at), value) << at;
 
-    vt::Handle h(vt::OpenRead(out));
-    CKestro_VMG_MAT mat;
-    ASSERT_EQ(mat.Load(h), 1);
-    vt::Walk(mat, 0, again);
+    vt::Loaded<CKestro_VMG_MAT> l(f);
+    vt::Walk(l.table, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
