@@ -1,5 +1,5 @@
 // Helpers of the kestro command's tests: running the command and the disc
-// tools, authoring a test disc, and reading a disc back with lsdvd.
+// tools, and reading sources and discs back.
 #ifndef KESTRO_TESTS_TOOL_SUPPORT_H
 #define KESTRO_TESTS_TOOL_SUPPORT_H
 
@@ -31,16 +31,11 @@ struct Result {
     std::string out, err;
 };
 
-// Runs a shell command line; stdout and stderr are captured.
+// Runs a shell command line, capturing stdout and stderr.
 inline Result Shell(const std::string& line) {
     kt::TempDir io;
-    std::string full = line + " >" + Quote(io / "out") + " 2>" + Quote(io / "err") + " </dev/null";
-    int rc = std::system(full.c_str());
-    Result r;
-    r.code = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    r.out = kt::ReadText(io / "out");
-    r.err = kt::ReadText(io / "err");
-    return r;
+    int rc = std::system((line + " >" + Quote(io / "out") + " 2>" + Quote(io / "err") + " </dev/null").c_str());
+    return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, kt::ReadText(io / "out"), kt::ReadText(io / "err")};
 }
 
 inline Result Kestro(const std::vector<std::string>& args) {
@@ -49,48 +44,33 @@ inline Result Kestro(const std::vector<std::string>& args) {
     return Shell(line);
 }
 
-inline bool HaveTool(const std::string& name) {
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
+inline bool HaveTool(const std::string& name) { return Shell("command -v " + name).code == 0; }
 
-#define TT_REQUIRE_TOOLS(...)                                                         \
-    for (const char* tool_ : {__VA_ARGS__})                                           \
+#define TT_REQUIRE_TOOLS(...)                 \
+    for (const char* tool_ : {__VA_ARGS__})   \
         if (!tt::HaveTool(tool_)) GTEST_SKIP() << tool_ << " is not installed"
 
-#define TT_REQUIRE_KESTRO()                                                 \
-    if (!fs::exists(tt::KestroBinary()))                                    \
+#define TT_REQUIRE_KESTRO()                    \
+    if (!fs::exists(tt::KestroBinary()))       \
     GTEST_SKIP() << "the kestro command is not built (" << tt::KestroBinary() << ")"
 
-// Copies a folder's files (not the folder itself) into `to`.
-inline void CopyFolder(const fs::path& from, const fs::path& to) {
-    fs::create_directories(to);
-    for (auto& e : fs::directory_iterator(from)) {
-        fs::copy_file(e.path(), to / e.path().filename(), fs::copy_options::overwrite_existing);
-        fs::permissions(to / e.path().filename(), fs::perms::owner_write, fs::perm_options::add);
-    }
-}
-
-// INI statements of a source file as "section/key" -> value (the file
-// grammar the INI store reads: "[section]" and "key=value" lines).
+// A source file's statements as "section/key" -> value.
 inline std::map<std::string, std::string> Statements(const std::string& path) {
     std::map<std::string, std::string> out;
     std::istringstream in(kt::ReadText(path));
-    std::string line, section;
-    while (std::getline(in, line)) {
+    std::string section;
+    for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == ';') continue;
-        if (line[0] == '[') {
-            section = line.substr(1, line.find(']') - 1);
-            continue;
-        }
-        auto eq = line.find('=');
-        if (eq != std::string::npos) out[section + "/" + line.substr(0, eq)] = line.substr(eq + 1);
+        size_t eq = line.find('=');
+        if (!line.empty() && line[0] == '[') section = line.substr(1, line.find(']') - 1);
+        else if (!line.empty() && line[0] != ';' && eq != std::string::npos)
+            out[section + "/" + line.substr(0, eq)] = line.substr(eq + 1);
     }
     return out;
 }
 
-// What lsdvd reports of a disc, one entry per title: the title line (less
-// its number) and its VTS, audio, chapter, cell and sub-picture lines.
+// lsdvd's view of a disc, one entry per title: its VTS and TTN, and its
+// title line (less the number), VTS line and the tab-indented lines below.
 struct LsdvdTitle {
     int vts = 0, ttn = 0;
     std::vector<std::string> lines;
@@ -99,18 +79,14 @@ struct LsdvdTitle {
 inline std::vector<LsdvdTitle> Lsdvd(const fs::path& disc, std::string* raw = nullptr) {
     Result r = Shell("lsdvd -x " + Quote(disc.string()));
     if (raw) *raw = r.out + r.err;
+    static const std::regex title("^Title: \\d+, (.*)$"), vts("^\\s*VTS: (\\d+), TTN: (\\d+), (.*)$");
     std::vector<LsdvdTitle> titles;
     std::istringstream in(r.out);
-    std::string line;
-    static const std::regex title("^Title: \\d+, (.*)$");
-    static const std::regex vts("^\\s*VTS: (\\d+), TTN: (\\d+), (.*)$");
     std::smatch m;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         if (std::regex_match(line, m, title)) {
-            titles.push_back({});
-            titles.back().lines.push_back(m[1]);
+            titles.push_back({0, 0, {m[1]}});
         } else if (titles.empty()) {
-            continue;
         } else if (std::regex_match(line, m, vts)) {
             titles.back().vts = std::stoi(m[1]);
             titles.back().ttn = std::stoi(m[2]);
