@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "kestro/frame.h"
+
 namespace kestro {
 
 // ---- Byte order ------------------------------------------------------------
@@ -60,6 +62,15 @@ private:
     const uint8_t* data_ = nullptr;
     size_t size_ = 0;
 };
+
+// The entries of `entrySize` bytes a read-back body really holds, at most
+// the table's count: a damaged count cannot make a report or source list
+// tens of thousands of entries read as zeros past the body. A well-formed
+// table's body holds its whole count.
+inline int HeldEntries(const LoadedTable& t, size_t entrySize) {
+    size_t held = (t.body.size() + entrySize - 1) / entrySize;
+    return int(held < t.count ? held : t.count);
+}
 
 // ---- Sectors -----------------------------------------------------------------
 constexpr uint32_t kSector = 2048;

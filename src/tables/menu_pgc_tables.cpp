@@ -102,6 +102,15 @@ unsigned long CKestroMenuPgcTable::UnitPosition(unsigned short index, unsigned l
     return uint32_t(startSector * kSector + start);
 }
 
+namespace {
+// The unit search pointers listed: those the body really holds, and no more
+// than the 16 a table can hold (its units are read no further, and a source
+// with more would be refused).
+uint32_t VisibleUnits(const LoadedTable& t) {
+    return std::min<uint32_t>(uint32_t(HeldEntries(t, 8)), kMaxLoadedUnits);
+}
+}  // namespace
+
 bool CKestroMenuPgcTable::Details(char* buf, int len) {
     m_loaded.ReadBody();
     ByteView srp(m_loaded.body);
@@ -109,7 +118,7 @@ bool CKestroMenuPgcTable::Details(char* buf, int len) {
     if (!r.Line(m_kind->countLine, m_loaded.count) ||
         !r.Line(m_kind->endLine, int(m_loaded.endAddress)))
         return false;
-    for (uint32_t i = 1; i <= m_loaded.count; ++i) {
+    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
         size_t p = 8 * size_t(i - 1);
         if (!r.Line(m_kind->lcdLine, int(i), srp.U8(p), srp.U8(p + 1)) ||
             !r.Line(m_kind->exstLine, int(i), unsigned(srp.U8(p + 3))) ||
@@ -126,7 +135,7 @@ bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
     Source src(iniPath, m_kind->tableSection);
     src.Write(m_kind->countKey, "%d", m_loaded.count);
     src.Write(m_kind->endAddressKey, "%d", int(m_loaded.endAddress));
-    for (uint32_t i = 1; i <= m_loaded.count; ++i) {
+    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
         size_t p = 8 * size_t(i - 1);
         src.Write(src.Key(m_kind->lcdKey, int(i)), "%c%c", srp.U8(p), srp.U8(p + 1));
         src.Write(src.Key(m_kind->exstKey, int(i)), "%02x", unsigned(srp.U8(p + 3)));

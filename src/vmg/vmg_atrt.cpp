@@ -51,7 +51,7 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
         return false;
     m_loaded.ReadBody();
     ByteView body(m_loaded.body);
-    for (int i = 1; i <= m_loaded.count; ++i) {
+    for (int i = 1, n = HeldEntries(m_loaded, 4); i <= n; ++i) {
         const uint32_t start = body.BE32(4 * size_t(i - 1));
         char head[128];
         Format(head, sizeof head, "  VTS %d Attribute start byte address %d", i, int(start));
@@ -100,7 +100,7 @@ bool CKestro_VMG_ATRT::Disasm(const char* iniPath) {
     s.Write("vts_atrt_ea", "%d", int(m_loaded.endAddress));
     m_loaded.ReadBody();
     ByteView body(m_loaded.body);
-    for (int i = 1; i <= m_loaded.count; ++i) {
+    for (int i = 1, n = HeldEntries(m_loaded, 4); i <= n; ++i) {
         const uint32_t start = body.BE32(4 * size_t(i - 1));
         ByteView rec = RecordAt(body, start);
         s.Write(s.Key("vts_atrt_srp%03d_vts_atr_sa", i), "%d", int(start));

@@ -34,7 +34,7 @@ bool CKestro_VMG_PTT::Details(char* buf, int len) {
     if (!r.Line("Number of Title Unit Serch Pointers TTUs in the VTS: %d", m_loaded.count))
         return fail();
     if (!r.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress))) return fail();
-    for (int i = 1; i <= m_loaded.count; ++i) {
+    for (int i = 1, n = HeldEntries(m_loaded, kEntrySize); i <= n; ++i) {
         ByteView e = body.From(size_t(kEntrySize) * (i - 1));
         if (!r.Line("    Title set %d: Title playback type: %x", i, e.U8(0)) ||
             !r.Line("    Title set %d: Number of angles: %d", i, e.U8(1)) ||
@@ -56,7 +56,7 @@ bool CKestro_VMG_PTT::Disasm(const char* iniPath) {
     Source s(iniPath, kSection);
     s.Write("vts_ttu_ns", "%d", m_loaded.count);
     s.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
-    for (int i = 1; i <= m_loaded.count; ++i) {
+    for (int i = 1, n = HeldEntries(m_loaded, kEntrySize); i <= n; ++i) {
         ByteView e = body.From(size_t(kEntrySize) * (i - 1));
         s.Write(s.Key("tt_pb_ty%02d", i), "x%02x", e.U8(0));
         s.Write(s.Key("tt_agl_ns%02d", i), "%d", e.U8(1));
