@@ -4,6 +4,7 @@
 // (inode, size, modification time) on every call, so a file changed or
 // deleted by anyone else is never served stale; a file with pending changes
 // is authoritative until flushed.
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,12 +26,14 @@ struct Line {
     std::string key;    // empty for comments and blank lines
     std::string value;  // for comments: the whole line as read
     bool isStatement;
+    bool shadowed = false;  // a later duplicate of a key: never read
 };
 
 struct Section {
     std::string name;
     std::vector<Line> lines;
     std::unordered_map<std::string, size_t> index;  // lower-case key -> line
+    size_t cursor = 0;  // the line found last: assemblers read in file order
 };
 
 struct Stamp {
@@ -51,6 +54,7 @@ struct IniFile {
     std::unordered_map<std::string, size_t> index;  // lower-case section -> index
     Stamp stamp;
     bool dirty = false;
+    size_t lastSection = size_t(-1);  // the section found last
 };
 
 std::string Lower(const char* s) {
@@ -128,8 +132,16 @@ void Parse(IniFile& f, const std::string& text) {
         std::string key = Trim(text, b, at);
         std::string value = Trim(text, at + 1, e);
         // The first of two equal keys is the one that is read and replaced.
-        cur->index.emplace(Lower(key.c_str()), cur->lines.size());
-        cur->lines.push_back(Line{std::move(key), std::move(value), true});
+        cur->lines.push_back(Line{std::move(key), std::move(value), true, false});
+    }
+    // Index each section once its size is known: one allocation, no rehash.
+    // The first of two equal keys is the one that is read and replaced.
+    for (auto& sec : f.sections) {
+        sec.index.reserve(sec.lines.size());
+        for (size_t i = 0; i < sec.lines.size(); ++i) {
+            Line& l = sec.lines[i];
+            if (l.isStatement) l.shadowed = !sec.index.emplace(Lower(l.key.c_str()), i).second;
+        }
     }
 }
 
@@ -251,18 +263,43 @@ void CopyOut(const char* value, char* buffer, int size) {
     buffer[n] = 0;
 }
 
+// The statement key names in sec, or null. Assemblers read the keys in the
+// order the disassembler wrote them, so the line after the last one found is
+// tried before the index.
+const Line* FindKey(Section& sec, const char* key) {
+    size_t next = sec.cursor + 1;
+    if (next < sec.lines.size()) {
+        const Line& l = sec.lines[next];
+        if (l.isStatement && !l.shadowed && ::strcasecmp(l.key.c_str(), key) == 0) {
+            sec.cursor = next;
+            return &l;
+        }
+    }
+    auto k = sec.index.find(Lower(key));
+    if (k == sec.index.end()) return nullptr;
+    sec.cursor = k->second;
+    return &sec.lines[k->second];
+}
+
+Section* FindSection(IniFile& f, const char* name) {
+    if (f.lastSection < f.sections.size() &&
+        ::strcasecmp(f.sections[f.lastSection].name.c_str(), name) == 0)
+        return &f.sections[f.lastSection];
+    auto s = f.index.find(Lower(name));
+    if (s == f.index.end()) return nullptr;
+    f.lastSection = s->second;
+    return &f.sections[s->second];
+}
+
 }  // namespace
 
 void INIGetPrivateProfileString(const char* section, const char* key, const char* def,
                                 char* buffer, int size, const char* file) {
     IniFile* f = TheStore().Get(file, false);
     if (f && section && key) {
-        auto s = f->index.find(Lower(section));
-        if (s != f->index.end()) {
-            const Section& sec = f->sections[s->second];
-            auto k = sec.index.find(Lower(key));
-            if (k != sec.index.end()) {
-                CopyOut(sec.lines[k->second].value.c_str(), buffer, size);
+        if (Section* sec = FindSection(*f, section)) {
+            if (const Line* l = FindKey(*sec, key)) {
+                CopyOut(l->value.c_str(), buffer, size);
                 return;
             }
         }
