@@ -4,7 +4,6 @@
 #define KESTRO_TESTS_TOOL_SUPPORT_H
 
 #include <sys/wait.h>
-
 #include <cstdlib>
 #include <map>
 #include <regex>
@@ -26,10 +25,7 @@ inline std::string Quote(const std::string& s) {
 
 inline std::string KestroBinary() { return std::string(KESTRO_BINARY_DIR) + "/tools/kestro"; }
 
-struct Result {
-    int code = -1;
-    std::string out, err;
-};
+struct Result { int code = -1; std::string out, err; };
 
 // Runs a shell command line, capturing stdout and stderr.
 inline Result Shell(const std::string& line) {
@@ -46,13 +42,11 @@ inline Result Kestro(const std::vector<std::string>& args) {
 
 inline bool HaveTool(const std::string& name) { return Shell("command -v " + name).code == 0; }
 
-#define TT_REQUIRE_TOOLS(...)                 \
-    for (const char* tool_ : {__VA_ARGS__})   \
+#define TT_REQUIRE_TOOLS(...) \
+    for (const char* tool_ : {__VA_ARGS__}) \
         if (!tt::HaveTool(tool_)) GTEST_SKIP() << tool_ << " is not installed"
-
-#define TT_REQUIRE_KESTRO()                    \
-    if (!fs::exists(tt::KestroBinary()))       \
-    GTEST_SKIP() << "the kestro command is not built (" << tt::KestroBinary() << ")"
+#define TT_REQUIRE_KESTRO() \
+    if (!fs::exists(tt::KestroBinary())) GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
 
 // A source file's statements as "section/key" -> value.
 inline std::map<std::string, std::string> Statements(const std::string& path) {
@@ -69,8 +63,8 @@ inline std::map<std::string, std::string> Statements(const std::string& path) {
     return out;
 }
 
-// lsdvd's view of a disc, one entry per title: its VTS and TTN, and its
-// title line (less the number), VTS line and the tab-indented lines below.
+// lsdvd's view of a disc, one entry per title: its VTS and TTN, its title
+// line (less the number) and the tab-indented lines below it.
 struct LsdvdTitle {
     int vts = 0, ttn = 0;
     std::vector<std::string> lines;
@@ -79,20 +73,17 @@ struct LsdvdTitle {
 inline std::vector<LsdvdTitle> Lsdvd(const fs::path& disc, std::string* raw = nullptr) {
     Result r = Shell("lsdvd -x " + Quote(disc.string()));
     if (raw) *raw = r.out + r.err;
-    static const std::regex title("^Title: \\d+, (.*)$"), vts("^\\s*VTS: (\\d+), TTN: (\\d+), (.*)$");
+    static const std::regex title("^Title: \\d+, (.*)$"), vts("^\tVTS: (\\d+), TTN: (\\d+), (.*)$");
     std::vector<LsdvdTitle> titles;
     std::istringstream in(r.out);
     std::smatch m;
     for (std::string line; std::getline(in, line);) {
         if (std::regex_match(line, m, title)) {
             titles.push_back({0, 0, {m[1]}});
-        } else if (titles.empty()) {
-        } else if (std::regex_match(line, m, vts)) {
-            titles.back().vts = std::stoi(m[1]);
-            titles.back().ttn = std::stoi(m[2]);
-            titles.back().lines.push_back(m[3]);
-        } else if (line.rfind("\t", 0) == 0) {
-            titles.back().lines.push_back(line.substr(1));
+        } else if (!titles.empty() && line.rfind("\t", 0) == 0) {
+            bool isVts = std::regex_match(line, m, vts);
+            if (isVts) titles.back().vts = std::stoi(m[1]), titles.back().ttn = std::stoi(m[2]);
+            titles.back().lines.push_back(isVts ? m[3].str() : line.substr(1));
         }
     }
     return titles;
