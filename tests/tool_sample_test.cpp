@@ -1,6 +1,5 @@
-// The bundled sample (examples/sample): its sources assemble into a disc
-// that reports cleanly, disassembles back into the same sources and reads
-// in lsdvd as authored.
+// The bundled sample (examples/sample): its sources assemble, without a warning, into
+// a disc that reports cleanly, disassembles into the same sources and reads in lsdvd.
 #include <fstream>
 
 #include "tool_support.h"
@@ -11,26 +10,21 @@ namespace fs = std::filesystem;
 
 class ToolSample : public ::testing::Test {
 protected:
-    // Assembles every source into work/VIDEO_TS, next to empty VOB files of
-    // the sizes the sample records.
+    // Assembles every source into work/VIDEO_TS, next to empty VOBs of the recorded sizes.
     void SetUp() override {
         TT_REQUIRE_KESTRO();
-        if (!fs::exists(sample_ / "vobs.txt")) GTEST_SKIP() << "no sample in " << sample_;
         fs::create_directories(disc_);
         std::ifstream vobs(sample_ / "vobs.txt");
         std::string name;
-        for (unsigned long long bytes = 0; vobs >> name >> bytes;) {
+        for (unsigned long long bytes = 0; vobs >> name >> bytes; fs::resize_file(disc_ / name, bytes))
             std::ofstream(disc_ / name).close();
-            fs::resize_file(disc_ / name, bytes);
-        }
         for (auto& e : fs::directory_iterator(sample_))
             if (e.path().extension() == ".ini") sources_.push_back(e.path());
         std::sort(sources_.begin(), sources_.end());
         ASSERT_GE(sources_.size(), 3u);
         for (const auto& src : sources_) {
             tt::Result r = tt::Kestro({"asm", src, "-o", IfoOf(src)});
-            ASSERT_EQ(r.code, 0) << src << ": " << r.err;
-            EXPECT_TRUE(r.err.empty()) << r.err;
+            EXPECT_TRUE(r.code == 0 && r.err.empty()) << src << ": " << r.err;
         }
     }
     fs::path IfoOf(const fs::path& src) const { return disc_ / (src.stem().string() + ".IFO"); }
@@ -56,8 +50,7 @@ TEST_F(ToolSample, LsdvdReadsTheAssembledSample) {
     TT_REQUIRE_TOOLS("lsdvd");
     auto titles = tt::Lsdvd(work_.path());
     ASSERT_EQ(titles.size(), 3u);
-    EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
-              std::string::npos) << titles[0].lines[0];
+    EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"), std::string::npos);
     EXPECT_EQ(titles[2].vts, 2);
 }
 

@@ -17,11 +17,7 @@ namespace tt {
 
 namespace fs = std::filesystem;
 
-inline std::string Quote(const std::string& s) {
-    std::string q = "'";
-    for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return q + "'";
-}
+inline std::string Quote(const std::string& s) { return "'" + std::regex_replace(s, std::regex("'"), "'\\''") + "'"; }
 
 inline std::string KestroBinary() { return std::string(KESTRO_BINARY_DIR) + "/tools/kestro"; }
 
@@ -40,11 +36,9 @@ inline Result Kestro(const std::vector<std::string>& args) {
     return Shell(line);
 }
 
-inline bool HaveTool(const std::string& name) { return Shell("command -v " + name).code == 0; }
-
 #define TT_REQUIRE_TOOLS(...) \
     for (const char* tool_ : {__VA_ARGS__}) \
-        if (!tt::HaveTool(tool_)) GTEST_SKIP() << tool_ << " is not installed"
+        if (tt::Shell(std::string("command -v ") + tool_).code != 0) GTEST_SKIP() << tool_ << " is not installed"
 #define TT_REQUIRE_KESTRO() \
     if (!fs::exists(tt::KestroBinary())) GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
 
