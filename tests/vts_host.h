@@ -1,6 +1,5 @@
-// Helpers of the title-set tests: a byte builder, tables placed in a file at
-// a sector, a small synthetic title set, and the host side of a whole file
-// (disassemble every table into one source, rebuild the file from it).
+// Title-set test helpers: byte builder, placed tables, a synthetic title set,
+// and the host side of a whole file (disassemble all, rebuild from the source).
 #ifndef KESTRO_TESTS_VTS_HOST_H
 #define KESTRO_TESTS_VTS_HOST_H
 
@@ -14,8 +13,7 @@
 
 namespace vt {
 
-// Big-endian byte builder.
-struct Bytes {
+struct Bytes {  // big-endian
     std::vector<uint8_t> v;
     Bytes& u8(uint32_t x) { v.push_back(uint8_t(x)); return *this; }
     Bytes& be16(uint32_t x) { return u8(x >> 8).u8(x); }
@@ -32,8 +30,7 @@ inline uint32_t Be32(const std::vector<uint8_t>& v, size_t at) {  // 0xFFFFFFFF 
     return b.size() < 4 ? 0xFFFFFFFFu : uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
 }
 
-// `table` at `sector` of a new file (zero sectors before it), padded to a
-// whole sector unless told otherwise; returns the path.
+// `table` at `sector` of a new file, padded to a sector unless told otherwise.
 inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true) {
     std::vector<uint8_t> file(size_t(sector) * 2048, 0);
     file.insert(file.end(), table.begin(), table.end());
@@ -41,15 +38,14 @@ inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>
     return kt::WriteBytes(dir / "t.ifo", file), dir / "t.ifo";
 }
 
-// A file handle closed at the end of the scope; opened for reading, or
-// created when `create`.
+// A file handle (opened, or created) closed at the end of the scope.
 struct Handle {
     explicit Handle(const std::string& p, bool create = false)
         : path(p), h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8002)) {}
     ~Handle() { Close(); }
     void Close() { if (h != -1) kestro::FileClose(h); h = -1; }
     std::string path;
-    int h;
+    int h;  // -1 when closed or not opened
 };
 
 inline std::string Ini(const std::string& path, const char* section, const char* key) {
@@ -72,8 +68,7 @@ inline std::vector<std::string> Lines(const std::string& text) {
 // A PGC of the 236-byte general information only.
 inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) { return Bytes().zeros(4).be32(playTime).zeros(228).v; }
 
-// A management table with the given start sectors (VTSM_VOBS, VTSTT_VOBS,
-// then the tables), two title audio streams and one sub-picture stream.
+// A management table with the given start sectors, 2 audio and 1 sub-picture streams.
 inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
     std::vector<uint8_t> m(2048, 0);
     std::memcpy(m.data(), "DVDVIDEO-VTS", 12);
@@ -87,8 +82,7 @@ inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
     return m;
 }
 
-// A small title set information file: the management table, then every table
-// of a title set, 1, 2, 1, 1, 1, 1, 1, 1 sectors long.
+// A small title set: the management table, then every table (1, 2, 1, ... sectors).
 inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     Bytes pgcit, ut;
     pgcit.be16(9).be16(0).be32(8 + 72 + 9 * 236 - 1);
@@ -109,9 +103,8 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     return file;
 }
 
-// Reports every table as a host shows them (each report must succeed) and
-// disassembles it into one source: the driver's section first (it starts a
-// fresh file), the time-map entries joined in so that Asm finds them.
+// Reports every table (each must succeed) and disassembles all into one source,
+// the MAT first (it starts a fresh file), time-map entries joined in.
 inline std::string DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const std::string& ini) {
     std::vector<char> buf(1 << 22);
     const int n = int(buf.size()) - 3;
@@ -135,8 +128,7 @@ inline std::string DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const st
     return all;
 }
 
-// Creates in `out` each table `loaded` holds, assembles it from the source,
-// and builds the whole file at ifoPath.
+// Assembles into `out` each table `loaded` holds, then the whole file at ifoPath.
 inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec, const std::string& ini,
                    const std::string& ifoPath, bool absolute) {
     const char* p = ini.c_str();
