@@ -112,12 +112,12 @@ std::string Pgc(const std::string& prefix, int cells, int commands) {
         t += prefix + f + (cells > 0 ? "1\n" : "0\n");
     if (cells > 0) t += prefix + "pgmap_prog_entry_cell01=1\n";
     for (int c = 1; c <= cells; ++c) {
-            for (const char* f : {"cat=02000000", "pbtm=00000100", "fvobu_sa=0", "filvu_ea=0",
-                                  "lvobu_sa=0", "lvobu_ea=1"})
-                t += prefix + Fmt("c_pbit_cell%03d_", c) + f + "\n";
-            t += prefix + Fmt("c_posit_cell%03d_vobid=1\n", c);
-            t += prefix + Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
-        }
+        for (const char* f : {"cat=02000000", "pbtm=00000100", "fvobu_sa=0", "filvu_ea=0",
+                              "lvobu_sa=0", "lvobu_ea=1"})
+            t += prefix + Fmt("c_pbit_cell%03d_", c) + f + "\n";
+        t += prefix + Fmt("c_posit_cell%03d_vobid=1\n", c);
+        t += prefix + Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
+    }
     return t;
 }
 
