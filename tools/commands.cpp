@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <iostream>
@@ -23,10 +24,9 @@ namespace {
 
 // The library writes report lines ending in "\r\n"; the terminal gets "\n".
 std::string TerminalText(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text)
-        if (c != '\r') out += c;
+    std::string out(text.size(), '\0');
+    out.resize(size_t(std::remove_copy(text.begin(), text.end(), out.begin(), '\r') -
+                      out.begin()));
     return out;
 }
 
@@ -38,6 +38,18 @@ std::string UserPaths(std::string text, const fs::path& privateCopy, const fs::p
         text.replace(at, from.size(), to);
     return text;
 }
+
+// A copy of an input file that is removed when the report is done.
+struct PrivateCopy {
+    fs::path path;
+    PrivateCopy(const fs::path& from, const fs::path& to) : path(to) { CopyFileTo(from, to); }
+    ~PrivateCopy() {
+        std::error_code ec;
+        fs::remove(path, ec);
+    }
+    PrivateCopy(const PrivateCopy&) = delete;
+    PrivateCopy& operator=(const PrivateCopy&) = delete;
+};
 
 bool LooksLikeTitleSetName(const std::string& name) {
     return name.size() >= 6 && std::isdigit(static_cast<unsigned char>(name[4])) &&
@@ -60,6 +72,10 @@ void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
 
 int RunReport(const ReportArgs& args) {
     int status = 0;
+    // One private folder and one report buffer for the whole command; each
+    // file is copied in, reported and removed again.
+    std::unique_ptr<PrivateDir> work;
+    ReportBuffer buffer;
     for (const auto& given : args.paths) {
         fs::path path = Absolute(given);
         std::vector<fs::path> ifos;
@@ -80,10 +96,13 @@ int RunReport(const ReportArgs& args) {
         for (const auto& ifo : ifos) {
             try {
                 IfoKind kind = KindOfIfo(ifo);
-                PrivateDir work;
-                fs::path copy = work / ifo.filename().string();
-                CopyFileTo(ifo, copy);
-                std::vector<TableReport> reports = ReportIfo(copy);
+                if (!work) work = std::make_unique<PrivateDir>(PrivateDir::InMemory{});
+                fs::path copy = *work / ifo.filename().string();
+                std::vector<TableReport> reports;
+                {
+                    PrivateCopy held(ifo, copy);
+                    reports = ReportIfo(copy, buffer);
+                }
                 std::cout << "==== " << ifo.string() << " (" << KindName(kind)
                           << " information) ====\n";
                 for (const auto& r : reports) {

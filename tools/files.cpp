@@ -31,6 +31,20 @@ fs::path MakeTempDir(const std::string& pattern) {
 PrivateDir::PrivateDir()
     : path_(MakeTempDir((fs::temp_directory_path() / "kestro-XXXXXX").string())) {}
 
+PrivateDir::PrivateDir(InMemory) {
+    const char* shm = "/dev/shm";
+    std::error_code ec;
+    if (fs::is_directory(shm, ec) && ::access(shm, W_OK | X_OK) == 0) {
+        try {
+            path_ = MakeTempDir((fs::path(shm) / "kestro-XXXXXX").string());
+            return;
+        } catch (const ToolError&) {
+            // full or refused: the temporary folder instead
+        }
+    }
+    path_ = MakeTempDir((fs::temp_directory_path() / "kestro-XXXXXX").string());
+}
+
 PrivateDir::PrivateDir(const fs::path& besides)
     : path_(MakeTempDir((besides.parent_path() / ("." + besides.filename().string() +
                                                     ".kestro-XXXXXX")).string())) {}

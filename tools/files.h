@@ -31,6 +31,11 @@ class PrivateDir {
 public:
     PrivateDir();
     explicit PrivateDir(const fs::path& besides);  // sibling of `besides`
+    // For small working copies: in memory-backed storage (/dev/shm) when the
+    // system has it writable, else in the temporary folder. Creating and
+    // removing files there costs no disk journal work.
+    struct InMemory {};
+    explicit PrivateDir(InMemory);
     ~PrivateDir();
     PrivateDir(const PrivateDir&) = delete;
     PrivateDir& operator=(const PrivateDir&) = delete;

@@ -1,5 +1,6 @@
 #include "host.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -36,10 +37,12 @@ int With(T* table, std::string& error, F&& call) {
     return kFailed;
 }
 
-// An IFO file opened and loaded for the length of one operation. The
+// An IFO file opened and loaded for the length of one operation: the
+// report of all its tables or the source run of all its tables. The other
+// tables read their bodies back from the open file on every call, but the
 // management table's Details and Disasm byte-swap the First Play PGC's
-// command header in the loaded record, so every report or source run starts
-// from a fresh load.
+// command header in the loaded record, so the management table must not be
+// reported or disassembled twice from one load.
 template <class Mat>
 struct Session {
     Mat mat;
@@ -75,7 +78,15 @@ struct TableOps {
     // Disasm into ini; side-file suffixes written are appended to `sides`.
     std::function<int(S&, const fs::path&, SideFiles, std::vector<std::string>&, std::string&)>
         disasm;
+    // The management table: a second report needs a fresh load.
+    bool management = false;
 };
+
+template <class S>
+TableOps<S> Management(TableOps<S> ops) {
+    ops.management = true;
+    return ops;
+}
 
 // A table reached through `get` whose Details and Disasm take the plain
 // arguments; `disasm` replaces the plain Disasm where side files are made.
@@ -139,7 +150,7 @@ bool DisasmVobuMap(T& t, bool (T::*toFile)(const char*, const char*), const char
 const std::vector<TableOps<VmgSession>>& VmgTables() {
     using S = VmgSession;
     static const std::vector<TableOps<S>> tables = {
-        Plain<S>("VMGI_MAT", [](S& s) { return &s.mat; }),
+        Management(Plain<S>("VMGI_MAT", [](S& s) { return &s.mat; })),
         Plain<S>("TT_SRPT", [](S& s) { return s.mat.GetVMG_PTT_SRPT(); }),
         Plain<S>("VMGM_PGCI_UT", [](S& s) { return s.mat.GetVMGM_PGCI_UT(); }),
         {"VMGM_LU",
@@ -168,7 +179,7 @@ const std::vector<TableOps<VmgSession>>& VmgTables() {
 const std::vector<TableOps<VtsSession>>& VtsTables() {
     using S = VtsSession;
     static const std::vector<TableOps<S>> tables = {
-        Plain<S>("VTSI_MAT", [](S& s) { return &s.mat; }),
+        Management(Plain<S>("VTSI_MAT", [](S& s) { return &s.mat; })),
         Plain<S>("VTS_PTT_SRPT", [](S& s) { return s.mat.GetVTS_PTT_SRPT(); }),
         {"VTS_PGCIT",
          [](S& s, char* b, int n, std::string& e) {
@@ -217,27 +228,34 @@ const std::vector<TableOps<VtsSession>>& VtsTables() {
 // that stops well before the end of its buffer failed for another reason.
 // Nested PGC reports may be cut short without failing the table's report,
 // so a report that comes near the end of its buffer is redone larger too.
+// The room starts at what the previous tables needed, so a file's large
+// maps grow the buffer once per command rather than once per table.
 template <class S>
-TableReport ReportOne(const fs::path& ifo, const TableOps<S>& ops, bool& present) {
+TableReport ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const TableOps<S>& ops,
+                      ReportBuffer& buffer, bool& present) {
     constexpr size_t kStart = size_t(1) << 16;
     constexpr size_t kLimit = size_t(1) << 30;
     constexpr size_t kLongestLine = 4096;
     TableReport report;
     report.table = ops.name;
-    for (size_t size = kStart;; size *= 4) {
-        S session(ifo);
+    bool again = false;
+    for (size_t size = std::max(kStart, buffer.Room());; size *= 2, again = true) {
+        if (again && ops.management) {
+            session.reset();
+            session = std::make_unique<S>(ifo);
+        }
         // The room given to the library is `size` less the three bytes the
         // report rule needs beyond it; the rest of the buffer is a guard.
-        std::vector<char> buf(size * 2, '\0');
+        char* buf = buffer.Prepare(size);
         int len = int(size - 3);
         std::string error;
-        int run = ops.details(session, buf.data(), len, error);
+        int run = ops.details(*session, buf, len, error);
         present = run != kAbsent;
         if (!present) return report;
-        size_t used = strnlen(buf.data(), buf.size());
+        size_t used = strnlen(buf, size);
         bool nearFull = used + kLongestLine >= size_t(len);
         if (nearFull && size < kLimit) continue;
-        report.text.assign(buf.data(), used);
+        report.text.assign(buf, used);
         report.ok = run == kDone;
         if (!report.ok)
             report.error = !error.empty() ? error
@@ -248,11 +266,26 @@ TableReport ReportOne(const fs::path& ifo, const TableOps<S>& ops, bool& present
 }
 
 template <class S>
-std::vector<TableReport> ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables) {
+std::vector<TableReport> ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables,
+                                   ReportBuffer& buffer) {
+    // A table's report runs to about eight characters per byte of the file
+    // (VOBU maps: one line per four-byte entry). Room for twice that up
+    // front spares the largest tables their redone reports; pages the
+    // reports do not reach are never touched.
+    constexpr size_t kPerByte = 16;
+    constexpr size_t kMostUpFront = size_t(1) << 26;
+    std::error_code ec;
+    size_t want = size_t(fs::file_size(ifo, ec)) * kPerByte;
+    if (!ec) {
+        size_t room = size_t(1) << 16;
+        while (room < want && room < kMostUpFront) room *= 2;
+        buffer.Prepare(room);
+    }
+    auto session = std::make_unique<S>(ifo);
     std::vector<TableReport> out;
     for (const auto& ops : tables) {
         bool present = false;
-        TableReport r = ReportOne(ifo, ops, present);
+        TableReport r = ReportOne(ifo, session, ops, buffer, present);
         if (present) out.push_back(std::move(r));
     }
     return out;
@@ -438,9 +471,25 @@ std::string SideStem(const fs::path& source) {
     return s.size() >= 4 ? s.substr(0, s.size() - 4) : std::string();
 }
 
+char* ReportBuffer::Prepare(size_t room) {
+    if (room > room_) {
+        // Not value-initialised: the pages are touched only as far as the
+        // reports reach.
+        data_.reset(new char[room * 2]);
+        room_ = room;
+    }
+    data_[0] = '\0';
+    return data_.get();
+}
+
+std::vector<TableReport> ReportIfo(const fs::path& ifo, ReportBuffer& buffer) {
+    return KindOfIfo(ifo) == IfoKind::Vmg ? ReportAll(ifo, VmgTables(), buffer)
+                                          : ReportAll(ifo, VtsTables(), buffer);
+}
+
 std::vector<TableReport> ReportIfo(const fs::path& ifo) {
-    return KindOfIfo(ifo) == IfoKind::Vmg ? ReportAll(ifo, VmgTables())
-                                          : ReportAll(ifo, VtsTables());
+    ReportBuffer buffer;
+    return ReportIfo(ifo, buffer);
 }
 
 std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side) {

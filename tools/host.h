@@ -4,6 +4,7 @@
 #ifndef KESTRO_TOOLS_HOST_H
 #define KESTRO_TOOLS_HOST_H
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,9 +26,26 @@ struct TableReport {
     std::string error;  // the table's error text when the report failed
 };
 
+// The buffer the library writes reports into, kept for a whole command so
+// that every table after the first reuses memory already mapped. It only
+// grows (by doubling) and is never cleared: a report needs nothing but an
+// empty text at its start.
+class ReportBuffer {
+public:
+    // A buffer whose first `room` bytes are the report's and whose rest
+    // (as many bytes again) is a guard; its text is empty.
+    char* Prepare(size_t room);
+    size_t Room() const { return room_; }
+
+private:
+    std::unique_ptr<char[]> data_;
+    size_t room_ = 0;
+};
+
 // The report of every table of the file, management table first, the
 // others in load order. Tables the file does not have are left out. `ifo`
 // must be a private copy (the library opens it for writing).
+std::vector<TableReport> ReportIfo(const fs::path& ifo, ReportBuffer& buffer);
 std::vector<TableReport> ReportIfo(const fs::path& ifo);
 
 // Where time map entries and VOBU maps go when a file is disassembled.
