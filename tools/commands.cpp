@@ -1,6 +1,5 @@
 #include "commands.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <iostream>
@@ -23,11 +22,13 @@ fs::path BackupPathOf(const fs::path& ifo) {
 namespace {
 
 // The library writes report lines ending in "\r\n"; the terminal gets "\n".
-std::string TerminalText(const std::string& text) {
-    std::string out(text.size(), '\0');
-    out.resize(size_t(std::remove_copy(text.begin(), text.end(), out.begin(), '\r') -
-                      out.begin()));
-    return out;
+void PrintTerminalText(std::ostream& out, const std::string& text) {
+    size_t from = 0;
+    for (size_t cr = text.find('\r'); cr != std::string::npos; cr = text.find('\r', from)) {
+        out.write(text.data() + from, std::streamsize(cr - from));
+        from = cr + 1;
+    }
+    out.write(text.data() + from, std::streamsize(text.size() - from));
 }
 
 // Library messages name the private copy the library was given; the user
@@ -106,7 +107,8 @@ int RunReport(const ReportArgs& args) {
                 std::cout << "==== " << ifo.string() << " (" << KindName(kind)
                           << " information) ====\n";
                 for (const auto& r : reports) {
-                    std::cout << "---- " << r.table << " ----\n" << TerminalText(r.text);
+                    std::cout << "---- " << r.table << " ----\n";
+                    PrintTerminalText(std::cout, r.text);
                     if (!r.text.empty() && r.text.back() != '\n') std::cout << '\n';
                     if (!r.ok) {
                         std::cout.flush();
