@@ -67,6 +67,12 @@ run_one() {
   [ "$t" = source_fuzz ] && [ -s "$build/source.dict" ] && extra+=(-dict="$build/source.dict")
   echo "== $t: ${secs}s"
   local start=$SECONDS
+  # libFuzzer ends without running destructors: the scratch folders this run
+  # makes (/dev/shm or /tmp, "kestro-<tag>-*") are removed afterwards.
+  local marker=$build/$t.started tag
+  case "$t" in pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;; *) tag=src ;; esac
+  touch "$marker"
+  trap 'find /dev/shm /tmp -maxdepth 1 -type d -name "kestro-$tag-*" -newer "$marker" -exec rm -rf {} + 2>/dev/null; trap - RETURN' RETURN
   if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
      UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "$build/fuzz/$t" -max_total_time="$secs" -timeout=60 -rss_limit_mb=4096 \
