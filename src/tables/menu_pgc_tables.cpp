@@ -1,6 +1,7 @@
 // Menu PGC information unit tables (VMGM_PGCI_UT, VTSM_PGCI_UT) and their
 // language units: one behaviour, two descriptions.
 #include <algorithm>
+#include <memory>
 
 #include "frame/detail.h"
 #include "kestro/ini.h"
@@ -384,7 +385,10 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
     // Each PGC report is rendered with the whole len as its room, as the
     // report rule has it, and then copied only as far as the caller's buffer
     // reaches (len plus the headroom).
-    std::vector<char> scratch;
+    // Scratch for one PGC report: grown, never cleared (a report writes its
+    // own terminator), so a large caller buffer costs no zero-filling.
+    std::unique_ptr<char[]> scratch;
+    size_t scratchSize = 0;
     uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
     for (uint32_t i = 1; i <= units; ++i) {
         unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
@@ -410,14 +414,17 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
             if (!r.Line(k.byteAddressLine, number, int(start))) return false;
             if (pgc) {
                 size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
-                if (scratch.size() < room + kScratchSlack) scratch.resize(room + kScratchSlack);
+                if (scratchSize < room + kScratchSlack) {
+                    scratchSize = room + kScratchSlack;
+                    scratch.reset(new char[scratchSize]);
+                }
                 scratch[0] = 0;
-                pgc->DetailsOfPGCI(4, m_unit.data(), start, scratch.data(), int(room), m_unitHeld);
+                pgc->DetailsOfPGCI(4, m_unit.data(), start, scratch.get(), int(room), m_unitHeld);
                 // Last index the terminator may take in the caller's buffer.
                 size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
-                size_t n = strnlen(scratch.data(), scratch.size());
+                size_t n = strnlen(scratch.get(), scratchSize);
                 if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
-                std::memcpy(r.Cursor(), scratch.data(), n);
+                std::memcpy(r.Cursor(), scratch.get(), n);
                 r.Cursor()[n] = 0;
                 r.Sync();
             }
