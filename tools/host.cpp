@@ -1,5 +1,6 @@
 #include "host.h"
 
+#include <cstdlib>
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -360,7 +361,12 @@ void AsmVmg(const fs::path& ini, const std::vector<std::string>& sections, const
     if (HasSection(sections, "vmgm_pgci_ut"))
         AsmWithCodec(mat.NewVMGM_PGCI(), ini, "VMGM_PGCI_UT", lenient, outcome);
     if (HasSection(sections, "ptl_mait")) AsmPlain(mat.NewVMGM_MAIT(), ini, "PTL_MAIT", outcome);
-    if (HasSection(sections, "vts_atrt")) AsmPlain(mat.NewVMGM_ATRT(), ini, "VTS_ATRT", outcome);
+    // A title set attribute table of no title sets reports no sectors but
+    // still writes a header sector, which would shift every table after it:
+    // such a table is left out.
+    if (HasSection(sections, "vts_atrt") &&
+        std::atoi(Statement(ini, "vts_atrt", "vts_ns", "1").c_str()) != 0)
+        AsmPlain(mat.NewVMGM_ATRT(), ini, "VTS_ATRT", outcome);
     if (HasSection(sections, "vmgm_c_adt"))
         AsmPlain(mat.NewVMGM_C_ADT(), ini, "VMGM_C_ADT", outcome);
     if (HasSection(sections, "vts_vobu_admap"))
