@@ -1,6 +1,8 @@
 #include "commands.h"
 
 #include <cctype>
+#include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -22,13 +24,21 @@ fs::path BackupPathOf(const fs::path& ifo) {
 namespace {
 
 // The library writes report lines ending in "\r\n"; the terminal gets "\n".
-void PrintTerminalText(std::ostream& out, const std::string& text) {
-    size_t from = 0;
-    for (size_t cr = text.find('\r'); cr != std::string::npos; cr = text.find('\r', from)) {
-        out.write(text.data() + from, std::streamsize(cr - from));
-        from = cr + 1;
+// The "\r"s are squeezed out in place, so that a table's report goes out
+// in one write.
+size_t SqueezeCarriageReturns(char* text, size_t size) {
+    const char* in = text;
+    const char* const end = text + size;
+    char* out = text;
+    while (in < end) {
+        const void* cr = std::memchr(in, '\r', size_t(end - in));
+        const char* stop = cr ? static_cast<const char*>(cr) : end;
+        const size_t n = size_t(stop - in);
+        if (out != in) std::memmove(out, in, n);
+        out += n;
+        in = stop == end ? end : stop + 1;
     }
-    out.write(text.data() + from, std::streamsize(text.size() - from));
+    return size_t(out - text);
 }
 
 // Library messages name the private copy the library was given; the user
@@ -99,24 +109,20 @@ int RunReport(const ReportArgs& args) {
                 IfoKind kind = KindOfIfo(ifo);
                 if (!work) work = std::make_unique<PrivateDir>(PrivateDir::InMemory{});
                 fs::path copy = *work / ifo.filename().string();
-                std::vector<TableReport> reports;
-                {
-                    PrivateCopy held(ifo, copy);
-                    reports = ReportIfo(copy, buffer);
-                }
-                std::cout << "==== " << ifo.string() << " (" << KindName(kind)
-                          << " information) ====\n";
-                for (const auto& r : reports) {
-                    std::cout << "---- " << r.table << " ----\n";
-                    PrintTerminalText(std::cout, r.text);
-                    if (!r.text.empty() && r.text.back() != '\n') std::cout << '\n';
+                std::printf("==== %s (%s information) ====\n", ifo.c_str(), KindName(kind));
+                PrivateCopy held(ifo, copy);
+                ReportIfo(copy, buffer, [&](TableReport& r) {
+                    std::printf("---- %s ----\n", r.table);
+                    const size_t n = SqueezeCarriageReturns(r.text, r.size);
+                    std::fwrite(r.text, 1, n, stdout);
+                    if (n && r.text[n - 1] != '\n') std::putchar('\n');
                     if (!r.ok) {
-                        std::cout.flush();
+                        std::fflush(stdout);
                         Complain(ifo.filename().string() + ": " + r.table + ": " + r.error);
                         status = 1;
                     }
-                }
-                std::cout.flush();
+                });
+                std::fflush(stdout);
             } catch (const ToolError& e) {
                 Complain(e.what());
                 status = 1;

@@ -256,7 +256,8 @@ TableReport ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const Ta
         size_t used = strnlen(buf, size);
         bool nearFull = used + kLongestLine >= size_t(len);
         if (nearFull && size < kLimit) continue;
-        report.text.assign(buf, used);
+        report.text = buf;
+        report.size = used;
         report.ok = run == kDone;
         if (!report.ok)
             report.error = !error.empty() ? error
@@ -267,8 +268,8 @@ TableReport ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const Ta
 }
 
 template <class S>
-std::vector<TableReport> ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables,
-                                   ReportBuffer& buffer) {
+void ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables, ReportBuffer& buffer,
+               const std::function<void(TableReport&)>& each) {
     // A table's report runs to about eight characters per byte of the file
     // (VOBU maps: one line per four-byte entry). Room for twice that up
     // front spares the largest tables their redone reports; pages the
@@ -283,13 +284,11 @@ std::vector<TableReport> ReportAll(const fs::path& ifo, const std::vector<TableO
         buffer.Prepare(room);
     }
     auto session = std::make_unique<S>(ifo);
-    std::vector<TableReport> out;
     for (const auto& ops : tables) {
         bool present = false;
         TableReport r = ReportOne(ifo, session, ops, buffer, present);
-        if (present) out.push_back(std::move(r));
+        if (present) each(r);
     }
-    return out;
 }
 
 template <class S>
@@ -488,14 +487,12 @@ char* ReportBuffer::Prepare(size_t room) {
     return data_.get();
 }
 
-std::vector<TableReport> ReportIfo(const fs::path& ifo, ReportBuffer& buffer) {
-    return KindOfIfo(ifo) == IfoKind::Vmg ? ReportAll(ifo, VmgTables(), buffer)
-                                          : ReportAll(ifo, VtsTables(), buffer);
-}
-
-std::vector<TableReport> ReportIfo(const fs::path& ifo) {
-    ReportBuffer buffer;
-    return ReportIfo(ifo, buffer);
+void ReportIfo(const fs::path& ifo, ReportBuffer& buffer,
+               const std::function<void(TableReport&)>& each) {
+    if (KindOfIfo(ifo) == IfoKind::Vmg)
+        ReportAll(ifo, VmgTables(), buffer, each);
+    else
+        ReportAll(ifo, VtsTables(), buffer, each);
 }
 
 std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side) {

@@ -4,6 +4,7 @@
 #ifndef KESTRO_TOOLS_HOST_H
 #define KESTRO_TOOLS_HOST_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,8 +21,11 @@ const char* KindName(IfoKind kind);
 
 // One table's report as the library wrote it (line ends "\r\n").
 struct TableReport {
-    std::string table;  // "VTSI_MAT", "VTS_PGCIT", ...
-    std::string text;
+    const char* table = "";  // "VTSI_MAT", "VTS_PGCIT", ...
+    // The text in the report buffer: valid until the next table is reported.
+    // The receiver may rewrite it in place (it is not read again).
+    char* text = nullptr;
+    size_t size = 0;
     bool ok = true;
     std::string error;  // the table's error text when the report failed
 };
@@ -42,11 +46,13 @@ private:
     size_t room_ = 0;
 };
 
-// The report of every table of the file, management table first, the
-// others in load order. Tables the file does not have are left out. `ifo`
-// must be a private copy (the library opens it for writing).
-std::vector<TableReport> ReportIfo(const fs::path& ifo, ReportBuffer& buffer);
-std::vector<TableReport> ReportIfo(const fs::path& ifo);
+// Reports every table of the file, management table first, the others in
+// load order, handing each report to `each` as soon as it is made (reports
+// are not kept: a title set's run to megabytes). Tables the file does not
+// have are left out. `ifo` must be a private copy (the library opens it for
+// writing).
+void ReportIfo(const fs::path& ifo, ReportBuffer& buffer,
+               const std::function<void(TableReport&)>& each);
 
 // Where time map entries and VOBU maps go when a file is disassembled.
 enum class SideFiles {

@@ -9,14 +9,238 @@
 
 namespace kestro {
 
-int FormatV(char* out, size_t size, const char* fmt, va_list ap) {
-    if (!out || size == 0) return 0;
+namespace {
+
+// One conversion of a format: "%[-0][width][.precision][hh|h|l|ll|z]conv".
+struct Spec {
+    bool left = false, zero = false, hasPrecision = false;
+    size_t width = 0, precision = 0;
+    int length = 0;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
+    char conv = 0;
+};
+
+// Reads the conversion after a '%'. False for anything the formatter below
+// does not do itself ('+', ' ', '#' flags, '*' widths, precision on numbers,
+// other conversions): such formats go to vsnprintf whole.
+bool ParseSpec(const char*& p, Spec& s) {
+    for (;; ++p) {
+        if (*p == '-') s.left = true;
+        else if (*p == '0') s.zero = true;
+        else break;
+    }
+    while (*p >= '0' && *p <= '9') {
+        s.width = s.width * 10 + size_t(*p++ - '0');
+        if (s.width > 4096) return false;
+    }
+    if (*p == '.') {
+        s.hasPrecision = true;
+        ++p;
+        while (*p >= '0' && *p <= '9') {
+            s.precision = s.precision * 10 + size_t(*p++ - '0');
+            if (s.precision > 4096) return false;
+        }
+    }
+    if (*p == 'h') {
+        s.length = p[1] == 'h' ? -2 : -1;
+        p += s.length == -2 ? 2 : 1;
+    } else if (*p == 'l') {
+        s.length = p[1] == 'l' ? 2 : 1;
+        p += s.length;
+    } else if (*p == 'z') {
+        s.length = 3;
+        ++p;
+    }
+    s.conv = *p;
+    if (s.conv) ++p;
+    switch (s.conv) {
+    case '%': return !s.left && !s.zero && !s.width && !s.hasPrecision && !s.length;
+    case 'c': return !s.zero && !s.hasPrecision && !s.length;
+    case 's': return !s.zero && !s.length;
+    case 'd': case 'i': case 'u': case 'x': case 'X': return !s.hasPrecision;
+    default: return false;
+    }
+}
+
+// The output side: writes what fits (the last byte stays for the NUL) and
+// remembers where the first NUL went (a %c of a zero byte), which is where
+// the text ends for a reader of C strings. Pieces are short (digits, names):
+// plain loops beat library calls.
+struct Sink {
+    char* at;
+    char* end;
+    char* firstNul = nullptr;
+
+    void Put(const char* s, size_t n) {
+        for (; n && at != end; --n) *at++ = *s++;
+    }
+    void Fill(char c, size_t n) {
+        for (; n && at != end; --n) *at++ = c;
+    }
+    void Pad(const Spec& s, size_t n, bool before) {
+        if (s.width > n && s.left != before) Fill(' ', s.width - n);
+    }
+};
+
+// Writes v in decimal so that it ends just before `last`; returns its start.
+char* DecimalDigits(unsigned long long v, char* last) {
+    static const char kPairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    char* d = last;
+    for (; v >= 100; v /= 100) {
+        const unsigned pair = unsigned(v % 100) * 2;
+        *--d = kPairs[pair + 1];
+        *--d = kPairs[pair];
+    }
+    if (v >= 10) {
+        *--d = kPairs[v * 2 + 1];
+        *--d = kPairs[v * 2];
+    } else {
+        *--d = char('0' + v);
+    }
+    return d;
+}
+
+// Writes an int as %d does; returns the end.
+char* PutDecimal(char* out, int value) {
+    if (value < 0) *out++ = '-';
+    const unsigned long long v = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
+                                           : static_cast<unsigned long long>(value);
+    char digits[24];
+    char* const last = digits + sizeof digits;
+    char* d = DecimalDigits(v, last);
+    const size_t n = size_t(last - d);
+    std::memcpy(out, d, n);
+    return out + n;
+}
+
+void PutInteger(Sink& out, const Spec& s, va_list* ap) {
+    unsigned long long v;
+    bool negative = false;
+    if (s.conv == 'd' || s.conv == 'i') {
+        long long sv;
+        switch (s.length) {
+        case -2: sv = static_cast<signed char>(va_arg(*ap, int)); break;
+        case -1: sv = static_cast<short>(va_arg(*ap, int)); break;
+        case 1: sv = va_arg(*ap, long); break;
+        case 2: sv = va_arg(*ap, long long); break;
+        case 3: sv = static_cast<long long>(va_arg(*ap, ptrdiff_t)); break;
+        default: sv = va_arg(*ap, int); break;
+        }
+        negative = sv < 0;
+        v = negative ? 0ULL - static_cast<unsigned long long>(sv) : static_cast<unsigned long long>(sv);
+    } else {
+        switch (s.length) {
+        case -2: v = static_cast<unsigned char>(va_arg(*ap, unsigned)); break;
+        case -1: v = static_cast<unsigned short>(va_arg(*ap, unsigned)); break;
+        case 1: v = va_arg(*ap, unsigned long); break;
+        case 2: v = va_arg(*ap, unsigned long long); break;
+        case 3: v = va_arg(*ap, size_t); break;
+        default: v = va_arg(*ap, unsigned); break;
+        }
+    }
+    char digits[24];
+    char* const last = digits + sizeof digits;
+    char* d = last;
+    if (s.conv == 'x' || s.conv == 'X') {
+        const char* set = s.conv == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
+        do {
+            *--d = set[v & 15];
+            v >>= 4;
+        } while (v);
+    } else {
+        d = DecimalDigits(v, last);
+    }
+    const size_t n = size_t(last - d) + (negative ? 1 : 0);
+    if (!s.zero || s.left) out.Pad(s, n, true);
+    if (negative) out.Put("-", 1);
+    if (s.zero && !s.left && s.width > n) out.Fill('0', s.width - n);
+    out.Put(d, size_t(last - d));
+    out.Pad(s, n, false);
+}
+
+// Reports and sources format tens of thousands of short lines made of a few
+// conversions (%d, %02x, %s, ...). This formats that subset in one pass, with
+// the output vsnprintf gives; false (output incomplete) at the first
+// conversion it does not do, and the caller starts over with vsnprintf.
+bool FastFormat(Sink& result, const char* fmt, va_list* ap) {
+    Sink out = result;  // a local copy keeps the cursor in registers
+    for (const char* p = fmt;;) {
+        // Literal text is copied as it is scanned: formats are short.
+        char c;
+        while ((c = *p) != 0 && c != '%') {
+            if (out.at != out.end) *out.at++ = c;
+            ++p;
+        }
+        if (!c) break;
+        ++p;
+        Spec s;
+        if (!ParseSpec(p, s)) return false;
+        switch (s.conv) {
+        case '%':
+            out.Put("%", 1);
+            break;
+        case 'c': {
+            const char ch = char(va_arg(*ap, int));
+            out.Pad(s, 1, true);
+            if (!ch && !out.firstNul && out.at != out.end) out.firstNul = out.at;
+            out.Put(&ch, 1);
+            out.Pad(s, 1, false);
+            break;
+        }
+        case 's': {
+            const char* str = va_arg(*ap, const char*);
+            if (!str) str = !s.hasPrecision || s.precision >= 6 ? "(null)" : "";
+            const size_t n = s.hasPrecision ? strnlen(str, s.precision) : std::strlen(str);
+            out.Pad(s, n, true);
+            out.Put(str, n);
+            out.Pad(s, n, false);
+            break;
+        }
+        default:
+            PutInteger(out, s, ap);
+            break;
+        }
+    }
+    result = out;
+    return true;
+}
+
+// Formats into out (size > 0, always terminated); returns the characters
+// written and sets *textEnd to the first NUL written.
+size_t FormatInto(char* out, size_t size, const char* fmt, va_list ap, char** textEnd) {
+    if (!fmt) {
+        out[0] = 0;
+        *textEnd = out;
+        return 0;
+    }
+    Sink sink{out, out + size - 1};
+    va_list fast;
+    va_copy(fast, ap);
+    const bool done = FastFormat(sink, fmt, &fast);
+    va_end(fast);
+    if (done) {
+        *sink.at = 0;
+        *textEnd = sink.firstNul ? sink.firstNul : sink.at;
+        return size_t(sink.at - out);
+    }
     int n = std::vsnprintf(out, size, fmt, ap);
     if (n < 0) {
         out[0] = 0;
-        return 0;
+        n = 0;
     }
-    return static_cast<size_t>(n) >= size ? static_cast<int>(size - 1) : n;
+    const size_t written = size_t(n) >= size ? size - 1 : size_t(n);
+    *textEnd = out + strnlen(out, written);
+    return written;
+}
+
+}  // namespace
+
+int FormatV(char* out, size_t size, const char* fmt, va_list ap) {
+    if (!out || size == 0) return 0;
+    char* textEnd;
+    return int(FormatInto(out, size, fmt, ap, &textEnd));
 }
 
 int Format(char* out, size_t size, const char* fmt, ...) {
@@ -33,8 +257,9 @@ Report::Report(char* buf, int len) : buf_(buf), len_(len), used_(buf ? std::strl
 
 void Report::Sync() { used_ = buf_ ? std::strlen(buf_) : 0; }
 
-bool Report::Text(const char* line) {
-    size_t n = std::strlen(line);
+bool Report::Text(const char* line) { return Append(line, std::strlen(line)); }
+
+bool Report::Append(const char* line, size_t n) {
     if (!buf_ || len_ < 0 || used_ + n >= size_t(len_)) return false;
     std::memcpy(buf_ + used_, line, n);
     used_ += n;
@@ -43,13 +268,47 @@ bool Report::Text(const char* line) {
     return true;
 }
 
-bool Report::Line(const char* fmt, ...) {
+bool Report::Numbers(const char* head, size_t headLen, int a, const char* mid, size_t midLen,
+                     int b) {
+    // The same line as Line("<head>%d<mid>%d", a, b), without a format to
+    // read: map tables report thousands of these.
+    constexpr size_t kNumber = 11;  // "-2147483648"
     char line[512];
+    if (headLen + midLen + 2 * kNumber >= sizeof line)
+        return Line("%.*s%d%.*s%d", int(headLen), head, a, int(midLen), mid, b);
+    const bool inPlace = buf_ && len_ >= 0 && size_t(len_) > used_ + sizeof line;
+    char* const start = inPlace ? buf_ + used_ : line;
+    char* o = start;
+    std::memcpy(o, head, headLen);
+    o = PutDecimal(o + headLen, a);
+    std::memcpy(o, mid, midLen);
+    o = PutDecimal(o + midLen, b);
+    if (!inPlace) return Append(line, size_t(o - line));
+    std::memcpy(o, "\r\n", 3);
+    used_ += size_t(o - start) + 2;
+    return true;
+}
+
+bool Report::Line(const char* fmt, ...) {
+    // Lines are cut at 511 characters. With more than that left before len
+    // the line always fits, so it is formatted in place; near the end it is
+    // formatted aside and measured against the rule first. A NUL formatted
+    // into a line (a %c of a zero byte) ends the line there.
+    constexpr size_t kLine = 512;
+    char* textEnd;
     va_list ap;
     va_start(ap, fmt);
-    FormatV(line, sizeof line, fmt, ap);
+    if (buf_ && len_ >= 0 && size_t(len_) > used_ + kLine) {
+        FormatInto(buf_ + used_, kLine, fmt, ap, &textEnd);
+        va_end(ap);
+        std::memcpy(textEnd, "\r\n", 3);
+        used_ = size_t(textEnd - buf_) + 2;
+        return true;
+    }
+    char line[kLine];
+    FormatInto(line, sizeof line, fmt, ap, &textEnd);
     va_end(ap);
-    return Text(line);
+    return Append(line, size_t(textEnd - line));
 }
 
 void Report::End() {

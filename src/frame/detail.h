@@ -107,6 +107,13 @@ public:
         __attribute__((format(printf, 2, 3)))
 #endif
         ;
+    // Line("<head>%d<mid>%d", a, b) for literal head and mid, done without
+    // reading a format: the form of every line of VOBU and time maps.
+    template <size_t H, size_t M>
+    bool Numbers(const char (&head)[H], int a, const char (&mid)[M], int b) {
+        return Numbers(head, H - 1, a, mid, M - 1, b);
+    }
+    bool Numbers(const char* head, size_t headLen, int a, const char* mid, size_t midLen, int b);
     // Appends a text that is already formatted, under the same rule.
     bool Text(const char* line);
     // Appends "\r\n" without the room test (the closing line end), as long
@@ -120,6 +127,8 @@ public:
     int Len() const { return len_; }
 
 private:
+    bool Append(const char* line, size_t n);
+
     char* buf_;
     int len_;
     size_t used_;

@@ -86,7 +86,7 @@ bool CKestroVobuAddressMap::Details(char* buf, int len) {
     Report r(buf, len);
     if (m_kind->headerLine && !r.Line(m_kind->headerLine, m_loadedCount)) return false;
     for (uint32_t i = 1; i <= m_loadedCount; ++i)
-        if (!r.Line("  VOBU %d starts at sector %d", int(i), int(map.BE32(4 * (i - 1)))))
+        if (!r.Numbers("  VOBU ", int(i), " starts at sector ", int(map.BE32(4 * (i - 1)))))
             return false;
     return true;
 }

@@ -96,9 +96,10 @@ bool CKestro_VTS_TMAP::Details(char* buf, int len) {
             for (uint32_t j = 0; j < e; ++j) {
                 uint32_t v = m.Entry(body, j);
                 bool fits = (v & kDiscontinuity)
-                                ? out.Line("    Discontinuity Entry %d at sector address %d",
-                                           int(j + 1), int(v & ~kDiscontinuity))
-                                : out.Line("    Entry %d at sector address %d", int(j + 1), int(v));
+                                ? out.Numbers("    Discontinuity Entry ", int(j + 1),
+                                              " at sector address ", int(v & ~kDiscontinuity))
+                                : out.Numbers("    Entry ", int(j + 1), " at sector address ",
+                                              int(v));
                 if (!fits) return false;
             }
         }
