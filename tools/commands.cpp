@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "kestro/kestro.h"
 
@@ -83,8 +84,10 @@ void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
 
 int RunReport(const ReportArgs& args) {
     int status = 0;
-    // One private folder and one report buffer for the whole command; each
-    // file is copied in, reported and removed again.
+    // One report buffer for the whole command. The library opens IFO files
+    // for writing (a report only reads them): a file that cannot be opened
+    // so (read-only media) is copied into a private folder, reported there
+    // and removed again.
     std::unique_ptr<PrivateDir> work;
     ReportBuffer buffer;
     for (const auto& given : args.paths) {
@@ -107,11 +110,13 @@ int RunReport(const ReportArgs& args) {
         for (const auto& ifo : ifos) {
             try {
                 IfoKind kind = KindOfIfo(ifo);
-                if (!work) work = std::make_unique<PrivateDir>(PrivateDir::InMemory{});
-                fs::path copy = *work / ifo.filename().string();
+                std::optional<PrivateCopy> held;
+                if (!OpensForWriting(ifo)) {
+                    if (!work) work = std::make_unique<PrivateDir>(PrivateDir::InMemory{});
+                    held.emplace(ifo, *work / ifo.filename().string());
+                }
                 std::printf("==== %s (%s information) ====\n", ifo.c_str(), KindName(kind));
-                PrivateCopy held(ifo, copy);
-                ReportIfo(copy, buffer, [&](TableReport& r) {
+                ReportIfo(held ? held->path : ifo, buffer, [&](TableReport& r) {
                     std::printf("---- %s ----\n", r.table);
                     const size_t n = SqueezeCarriageReturns(r.text, r.size);
                     std::fwrite(r.text, 1, n, stdout);

@@ -108,6 +108,13 @@ void CopyFileTo(const fs::path& from, const fs::path& to) {
                     ec);
 }
 
+bool OpensForWriting(const fs::path& p) {
+    const int fd = ::open(p.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::close(fd);
+    return true;
+}
+
 std::vector<unsigned char> ReadAll(const fs::path& p) {
     std::ifstream in(p, std::ios::binary);
     if (!in) throw ToolError(p.string() + ": cannot be read");

@@ -73,6 +73,9 @@ private:
 // Absolute, normalised form of a path given on the command line.
 fs::path Absolute(const fs::path& p);
 void CopyFileTo(const fs::path& from, const fs::path& to);
+// Whether the file can be opened for reading and writing, as the library
+// opens IFO files (false on read-only media).
+bool OpensForWriting(const fs::path& p);
 std::vector<unsigned char> ReadAll(const fs::path& p);
 // Creates a file of `bytes` zero bytes without writing them (sparse).
 void CreateSizedFile(const fs::path& p, unsigned long long bytes);

@@ -1,5 +1,8 @@
 #include "host.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -456,10 +459,12 @@ void AsmVts(const fs::path& ini, const std::vector<std::string>& sections, const
 }  // namespace
 
 IfoKind KindOfIfo(const fs::path& ifo) {
-    std::ifstream in(ifo, std::ios::binary);
-    if (!in) throw ToolError(ifo.string() + ": cannot be read");
+    const int fd = ::open(ifo.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw ToolError(ifo.string() + ": cannot be read");
     char id[12] = {};
-    in.read(id, sizeof id);
+    const ssize_t got = ::read(fd, id, sizeof id);
+    ::close(fd);
+    if (got < 0) throw ToolError(ifo.string() + ": cannot be read");
     if (std::memcmp(id, "DVDVIDEO-VMG", 12) == 0) return IfoKind::Vmg;
     if (std::memcmp(id, "DVDVIDEO-VTS", 12) == 0) return IfoKind::Vts;
     throw ToolError(ifo.string() + ": not a DVD-Video information file");

@@ -102,19 +102,6 @@ char* DecimalDigits(unsigned long long v, char* last) {
     return d;
 }
 
-// Writes an int as %d does; returns the end.
-char* PutDecimal(char* out, int value) {
-    if (value < 0) *out++ = '-';
-    const unsigned long long v = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
-                                           : static_cast<unsigned long long>(value);
-    char digits[24];
-    char* const last = digits + sizeof digits;
-    char* d = DecimalDigits(v, last);
-    const size_t n = size_t(last - d);
-    std::memcpy(out, d, n);
-    return out + n;
-}
-
 void PutInteger(Sink& out, const Spec& s, va_list* ap) {
     unsigned long long v;
     bool negative = false;
@@ -237,6 +224,17 @@ size_t FormatInto(char* out, size_t size, const char* fmt, va_list ap, char** te
 
 }  // namespace
 
+char* PutDecimal(char* out, int value) {
+    if (value < 0) *out++ = '-';
+    const unsigned v = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+    // Counting the digits first lets them be written in place, right to left.
+    unsigned n = 1;
+    for (unsigned long long bound = 10; n < 10 && v >= bound; bound *= 10) ++n;
+    char* const end = out + n;
+    DecimalDigits(v, end);
+    return end;
+}
+
 int FormatV(char* out, size_t size, const char* fmt, va_list ap) {
     if (!out || size == 0) return 0;
     char* textEnd;
@@ -268,47 +266,23 @@ bool Report::Append(const char* line, size_t n) {
     return true;
 }
 
-bool Report::Numbers(const char* head, size_t headLen, int a, const char* mid, size_t midLen,
-                     int b) {
-    // The same line as Line("<head>%d<mid>%d", a, b), without a format to
-    // read: map tables report thousands of these.
-    constexpr size_t kNumber = 11;  // "-2147483648"
-    char line[512];
-    if (headLen + midLen + 2 * kNumber >= sizeof line)
-        return Line("%.*s%d%.*s%d", int(headLen), head, a, int(midLen), mid, b);
-    const bool inPlace = buf_ && len_ >= 0 && size_t(len_) > used_ + sizeof line;
-    char* const start = inPlace ? buf_ + used_ : line;
-    char* o = start;
-    std::memcpy(o, head, headLen);
-    o = PutDecimal(o + headLen, a);
-    std::memcpy(o, mid, midLen);
-    o = PutDecimal(o + midLen, b);
-    if (!inPlace) return Append(line, size_t(o - line));
-    std::memcpy(o, "\r\n", 3);
-    used_ += size_t(o - start) + 2;
+bool Report::LineEnd(char* start, char* end, const char* aside) {
+    if (start == aside) return Append(aside, size_t(end - aside));
+    std::memcpy(end, "\r\n", 3);
+    used_ += size_t(end - start) + 2;
     return true;
 }
 
 bool Report::Line(const char* fmt, ...) {
-    // Lines are cut at 511 characters. With more than that left before len
-    // the line always fits, so it is formatted in place; near the end it is
-    // formatted aside and measured against the rule first. A NUL formatted
-    // into a line (a %c of a zero byte) ends the line there.
-    constexpr size_t kLine = 512;
+    // A NUL formatted into a line (a %c of a zero byte) ends the line there.
+    char aside[kLine];
+    char* const start = LineStart(aside);
     char* textEnd;
     va_list ap;
     va_start(ap, fmt);
-    if (buf_ && len_ >= 0 && size_t(len_) > used_ + kLine) {
-        FormatInto(buf_ + used_, kLine, fmt, ap, &textEnd);
-        va_end(ap);
-        std::memcpy(textEnd, "\r\n", 3);
-        used_ = size_t(textEnd - buf_) + 2;
-        return true;
-    }
-    char line[kLine];
-    FormatInto(line, sizeof line, fmt, ap, &textEnd);
+    FormatInto(start, kLine, fmt, ap, &textEnd);
     va_end(ap);
-    return Append(line, size_t(textEnd - line));
+    return LineEnd(start, textEnd, aside);
 }
 
 void Report::End() {

@@ -91,6 +91,9 @@ int Format(char* out, size_t size, const char* fmt, ...)
 #endif
     ;
 
+// Writes value as %d does (at most 11 characters) and returns the end.
+char* PutDecimal(char* out, int value);
+
 // ---- Report lines ----------------------------------------------------------------
 // The rule of every Details(buf, len): a line is appended as "%s\r\n" unless
 // the characters already in buf plus the line's length reach len, in which
@@ -111,9 +114,16 @@ public:
     // reading a format: the form of every line of VOBU and time maps.
     template <size_t H, size_t M>
     bool Numbers(const char (&head)[H], int a, const char (&mid)[M], int b) {
-        return Numbers(head, H - 1, a, mid, M - 1, b);
+        static_assert(H + M + 2 * 11 < kLine, "a line is at most 511 characters");
+        char aside[kLine];
+        char* const start = LineStart(aside);
+        char* at = start;
+        std::memcpy(at, head, H - 1);
+        at = PutDecimal(at + H - 1, a);
+        std::memcpy(at, mid, M - 1);
+        at = PutDecimal(at + M - 1, b);
+        return LineEnd(start, at, aside);
     }
-    bool Numbers(const char* head, size_t headLen, int a, const char* mid, size_t midLen, int b);
     // Appends a text that is already formatted, under the same rule.
     bool Text(const char* line);
     // Appends "\r\n" without the room test (the closing line end), as long
@@ -127,6 +137,15 @@ public:
     int Len() const { return len_; }
 
 private:
+    // Lines are cut at 511 characters.
+    static constexpr size_t kLine = 512;
+    // Where a line of at most kLine bytes is built: in place when it is
+    // certain to fit, otherwise `aside`.
+    char* LineStart(char* aside) const {
+        return buf_ && len_ >= 0 && size_t(len_) > used_ + kLine ? buf_ + used_ : aside;
+    }
+    // Completes the line built from start to end under the report rule.
+    bool LineEnd(char* start, char* end, const char* aside);
     bool Append(const char* line, size_t n);
 
     char* buf_;
