@@ -1,6 +1,7 @@
 // File layer, base class, report rule and hexadecimal codecs.
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "frame/detail.h"
@@ -211,6 +212,47 @@ TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
     EXPECT_TRUE(s.Line("1234"));
     s.End();
     EXPECT_STREQ(small, "1234\r\n\r\n");
+}
+
+// The formatter answers the common conversions itself and hands the rest to
+// vsnprintf; either way the text must be vsnprintf's, cut to the buffer.
+TEST(Formatting, MatchesTheCLibrary) {
+    const int ints[] = {0, 7, -7, 42, 99, 100, 255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
+    const char* intFormats[] = {"%d", "%02d", "%03d", "%-5d|", "%5d", "%x", "%02x", "%04X",
+                                "%08x", "%u", "%i", "%hhx", "%hd", "%+d", "% d", "%#x", "%.3d"};
+    const char* strings[] = {"", "a", "VTS_01_0.IFO", "twelve chars+"};
+    const char* strFormats[] = {"[%s]", "%.12s", "%5s|", "%-5s|", "%.0s", "%c%c"};
+    auto same = [](const char* fmt, auto... args) {
+        for (size_t size : {size_t(64), size_t(4), size_t(1)}) {
+            char want[64], got[64];
+            std::snprintf(want, size, fmt, args...);
+            const int n = Format(got, size, fmt, args...);
+            EXPECT_STREQ(got, want) << fmt << " in " << size;
+            EXPECT_EQ(size_t(n), std::strlen(want)) << fmt << " in " << size;
+        }
+    };
+    for (const char* f : intFormats)
+        for (int v : ints) same(f, v);
+    for (const char* f : strFormats)
+        for (const char* v : strings) std::strchr(f, 'c') ? same(f, v[0] ? v[0] : 'x', 'y') : same(f, v);
+    same("%ld %lu %llx %zu %%", -5L, 5UL, 0x123456789abULL, size_t(77));
+    same("%s", static_cast<const char*>(nullptr));
+    same("%5.1f", 2.25);
+}
+
+// Map lines are built without a format; they must read as the format would.
+TEST(ReportRule, NumberLinesReadAsTheirFormat) {
+    for (int v : {0, 9, 10, 12345, -1, 2147483647, -2147483647 - 1}) {
+        char a[128] = {}, b[128] = {};
+        Report ra(a, 100), rb(b, 100);
+        EXPECT_TRUE(ra.Numbers("  VOBU ", v, " starts at sector ", -v));
+        EXPECT_TRUE(rb.Line("  VOBU %d starts at sector %d", v, -v));
+        EXPECT_STREQ(a, b);
+    }
+    char full[64] = {};
+    Report r(full, 20);
+    EXPECT_FALSE(r.Numbers("  VOBU ", 1, " starts at sector ", 1));
+    EXPECT_STREQ(full, "");
 }
 
 }  // namespace
