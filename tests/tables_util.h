@@ -27,8 +27,6 @@ struct Bytes : std::vector<uint8_t> {  // big-endian builder
     Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
 };
 
-inline uint32_t BE32At(const std::vector<uint8_t>& b, size_t at) { return uint32_t(b[at]) << 24 | b[at + 1] << 16 | b[at + 2] << 8 | b[at + 3]; }
-
 // A member of a table family: a few texts and its own loader.
 template <class Base>
 struct Member {
@@ -101,32 +99,6 @@ inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vecto
     bool ok = false, again = true;
     EXPECT_EQ(Written(t, path, &ok), want);
     EXPECT_TRUE(ok && Written(t, path, &again).empty() && !again);
-}
-
-// Real-disc tables (start sector at `pointer`, end address at `endAt`) that
-// fn(handle, sector, source path, fresh) took through source into `fresh`
-// must come back byte for byte. Returns how many there were.
-template <class F>
-int RealTablesRoundTrip(const char* prefix, size_t pointer, size_t endAt, F&& fn) {
-    int seen = 0;
-    for (const auto& path : kt::CorpusFiles(prefix)) {
-        auto ifo = kt::ReadBytes(path);
-        size_t at = ifo.size() >= pointer + 4 ? size_t(BE32At(ifo, pointer)) * 2048 : 0;
-        if (!at || at + endAt + 4 > ifo.size()) continue;
-        SCOPED_TRACE(path);
-        ++seen;
-        kt::TempDir dir;
-        File f(PutTable(dir, ifo, 0));  // a private copy
-        std::unique_ptr<CBaseKestro> fresh;
-        fn(int(f), at / 2048, dir / "s.ini", fresh);
-        if (!fresh) continue;
-        unsigned long end = BE32At(ifo, at + endAt) + 1;
-        EXPECT_EQ(Size(*fresh).second, end);
-        auto out = Written(*fresh, dir / "o.bin");
-        out.resize(end);
-        EXPECT_EQ(out, std::vector<uint8_t>(ifo.begin() + long(at), ifo.begin() + long(std::min(ifo.size(), at + end))));
-    }
-    return seen;
 }
 
 }  // namespace tt

@@ -111,14 +111,13 @@ TEST_F(HostileIfo, RandomBitFlips) {
     }
 }
 
-uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
+uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {  // zeros beyond the end
     uint32_t v = 0;
     for (size_t i = at; i < at + 4; ++i) v = v << 8 | (i < b.size() ? b[i] : 0);
     return v;
 }
-void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
-    for (int i = 0; i < width; ++i)
-        if (at + size_t(i) < b.size()) b[at + size_t(i)] = uint8_t(v >> (8 * (width - 1 - i)));
+void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {  // nothing beyond the end
+    for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i) b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
 }
 
 // Each start sector of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
@@ -127,29 +126,18 @@ void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
 TEST_F(HostileIfo, ExtremeHeaderFields) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
-        const uint32_t sectors = uint32_t(base.bytes.size() / 2048);
-        // With whether Disasm runs (every variant does: reports and sources
-        // list only the entries a body holds).
-        std::vector<std::pair<std::vector<uint8_t>, bool>> variants;
+        std::vector<std::vector<uint8_t>> variants;
+        auto vary = [&](size_t at, uint32_t v, int width) { variants.push_back(base.bytes), PutBE(variants.back(), at, v, width); };
         for (size_t field = base.vmg ? 0xc4 : 0xc8; field <= (base.vmg ? 0xdcu : 0xe4u); field += 4) {
-            for (uint32_t v : {sectors + 1, 1u, 0xffffffffu}) {
-                variants.push_back({base.bytes, true});
-                PutBE(variants.back().first, field, v, 4);
-            }
-            const uint32_t sa = BE32(base.bytes, field);
-            if (sa == 0 || size_t(sa) * 2048 + 8 > base.bytes.size()) continue;
-            variants.push_back({base.bytes, true});
-            PutBE(variants.back().first, size_t(sa) * 2048, 0xffff, 2);
-            variants.push_back({base.bytes, true});
-            PutBE(variants.back().first, size_t(sa) * 2048 + 4, 0xffffffff, 4);
+            for (uint32_t v : {uint32_t(base.bytes.size() / 2048 + 1), 1u, 0xffffffffu}) vary(field, v, 4);
+            const size_t table = size_t(BE32(base.bytes, field)) * 2048;
+            if (table && table + 8 <= base.bytes.size()) vary(table, 0xffff, 2), vary(table + 4, 0xffffffff, 4);
         }
         for (size_t i = 0; i < variants.size(); ++i) {
             SCOPED_TRACE("variant " + std::to_string(i));
-            kdrive::LoadedRun run;
-            run.disasm = variants[i].second;
+            kdrive::LoadedRun run;  // reports and sources list only the entries a body holds
             run.reportRoom = i % 2 ? 1 << 18 : 64;
-            kdrive::DriveBytes(scratch_, base.vmg, variants[i].first.data(),
-                               variants[i].first.size(), run);
+            kdrive::DriveBytes(scratch_, base.vmg, variants[i].data(), variants[i].size(), run);
             scratch_.Clear();
         }
     }
@@ -189,33 +177,20 @@ void SweepReports(const std::string& ifo) {
     ASSERT_GE(h, 1);
     ASSERT_EQ(mat.Load(h), 1);
     std::vector<std::pair<const char*, std::function<bool(char*, int)>>> tables;
-    auto add = [&](const char* name, auto* t) {
-        if (t) tables.push_back({name, [t](char* b, int n) { return t->Details(b, n); }});
+    auto add = [&](const char* name, auto* t, auto... extra) {
+        if (t) tables.push_back({name, [=](char* b, int n) { return t->Details(b, n, extra...); }});
     };
     if constexpr (std::is_same<Mat, CKestro_VMG_MAT>::value) {
-        add("VMGI_MAT", &mat), add("TT_SRPT", mat.GetVMG_PTT_SRPT());
-        add("VMGM_PGCI_UT", mat.GetVMGM_PGCI_UT());
-        if (auto* lu = mat.GetVMGM_LU())
-            tables.push_back({"VMGM_LU", [&, lu](char* b, int n) {
-                                  return lu->Details(b, n, &pgc, mat.GetVMGM_PGCI_UT(),
-                                                     mat.GetVMGM_PGCIT_SA());
-                              }});
-        add("PTL_MAIT", mat.GetVMG_MAIT()), add("VTS_ATRT", mat.GetVMG_ATRT());
-        add("TXTDT_MG", mat.GetVMG_TXTDT()), add("VMGM_C_ADT", mat.GetVMGM_C_ADT());
-        add("VMGM_VOBU_ADMAP", mat.GetVMGM_VOBU_ADMAP());
+        add("VMGI_MAT", &mat), add("TT_SRPT", mat.GetVMG_PTT_SRPT()), add("VMGM_PGCI_UT", mat.GetVMGM_PGCI_UT());
+        add("VMGM_LU", mat.GetVMGM_LU(), &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
+        add("PTL_MAIT", mat.GetVMG_MAIT()), add("VTS_ATRT", mat.GetVMG_ATRT()), add("TXTDT_MG", mat.GetVMG_TXTDT());
+        add("VMGM_C_ADT", mat.GetVMGM_C_ADT()), add("VMGM_VOBU_ADMAP", mat.GetVMGM_VOBU_ADMAP());
     } else {
-        add("VTSI_MAT", &mat), add("VTS_PTT_SRPT", mat.GetVTS_PTT_SRPT());
-        if (auto* t = mat.GetVTS_PGCIT())
-            tables.push_back({"VTS_PGCIT", [&, t](char* b, int n) { return t->Details(&pgc, b, n); }});
-        add("VTSM_PGCI_UT", mat.GetVTSM_PGCI_UT());
-        if (auto* lu = mat.GetVTSM_LU())
-            tables.push_back({"VTSM_LU", [&, lu](char* b, int n) {
-                                  return lu->Details(b, n, &pgc, mat.GetVTSM_PGCI_UT(),
-                                                     mat.GetVTSM_PGCIT_SA());
-                              }});
-        add("VTS_TMAPT", mat.GetVTS_TMAPT()), add("VTSM_C_ADT", mat.GetVTSM_C_ADT());
-        add("VTSM_VOBU_ADMAP", mat.GetVTSM_VOBU_ADMAP()), add("VTS_C_ADT", mat.GetVTS_C_ADT());
-        add("VTS_VOBU_ADMAP", mat.GetVTS_VOBU_ADMAP());
+        add("VTSI_MAT", &mat), add("VTS_PTT_SRPT", mat.GetVTS_PTT_SRPT()), add("VTSM_PGCI_UT", mat.GetVTSM_PGCI_UT());
+        if (auto* t = mat.GetVTS_PGCIT()) tables.push_back({"VTS_PGCIT", [&, t](char* b, int n) { return t->Details(&pgc, b, n); }});
+        add("VTSM_LU", mat.GetVTSM_LU(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+        add("VTS_TMAPT", mat.GetVTS_TMAPT()), add("VTSM_C_ADT", mat.GetVTSM_C_ADT()), add("VTS_C_ADT", mat.GetVTS_C_ADT());
+        add("VTSM_VOBU_ADMAP", mat.GetVTSM_VOBU_ADMAP()), add("VTS_VOBU_ADMAP", mat.GetVTS_VOBU_ADMAP());
     }
     constexpr size_t kGuard = 256;
     for (auto& table : tables) {

@@ -1,5 +1,5 @@
 // Whole VIDEO_TS.IFO files: real discs loaded, reported, disassembled and
-// rebuilt to a fixed point; damaged files that must never fault.
+// rebuilt to a fixed point; a file of absurd counts that must never fault.
 #include <cstring>
 #include <filesystem>
 
@@ -52,38 +52,25 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     }
 }
 
-// Real files cut short, and with start sectors beyond their end: loading,
-// every report (also cut short) and every source stay memory-safe.
-TEST(VmgFile, TruncatedAndDamagedFilesNeverFault) {
-    std::vector<std::vector<uint8_t>> samples;
-    for (const auto& f : kt::CorpusFiles("VIDEO_TS")) samples.push_back(kt::ReadBytes(f));
-    // A made-up file (also without real discs): every table but the menu PGC
-    // table on sector 1, which holds absurd counts.
+// A made-up file whose tables (all but the menu PGC table) sit on sector 1,
+// which holds absurd counts; whole and cut by a byte. Loading, every report
+// (also cut short), every source and loading again stay memory-safe. (Real
+// files cut and damaged are driven by the hostile-input tests.)
+TEST(VmgFile, AbsurdCountsNeverFault) {
     std::vector<uint8_t> made(3 * 2048, 0);
     std::memcpy(made.data(), "DVDVIDEO-VMG", 12);
     for (size_t at = 192; at < 224; at += 4) made[at + 3] = at != 200;
     std::memset(made.data() + 2048, 0xFF, 2048);
-    samples.push_back(made);  // last: its absurd counts make every source large
-
     kt::TempDir dir;
     const std::string path = dir / "VIDEO_TS.IFO", ini = dir / "d.ini";
-    auto exercise = [&](const std::vector<uint8_t>& bytes) {
-        SCOPED_TRACE(bytes.size());
-        kt::WriteBytes(path, bytes);
+    for (size_t size : {made.size(), made.size() - 1}) {
+        kt::WriteBytes(path, {made.begin(), made.begin() + long(size)});
         vt::Handle h(vt::OpenRead(path));
         CKestro_VMG_MAT mat;
         ASSERT_EQ(mat.Load(h), 1);
         vt::Walk(mat, 200);
         vt::Walk(mat, 1 << 16, ini);
-        ASSERT_EQ(mat.Load(h), 1);  // loading again releases the tables held
-    };
-    for (const auto& full : samples) {
-        for (size_t cut : {12, 100, 1024, 1100, 2048, 2100, 4096, 5000, 8200})
-            if (cut < full.size() && &full != &samples.back()) exercise({full.begin(), full.begin() + long(cut)});
-        auto moved = full;  // start sectors far beyond the end of the file
-        for (size_t at = 196; at < 224; at += 4) moved[at + 1] = 0x10;
-        exercise(moved);
-        exercise({full.begin(), full.end() - 1});
+        ASSERT_EQ(mat.Load(h), 1) << size;  // loading again releases the tables held
     }
 }
 
