@@ -116,7 +116,7 @@ int RunReport(const ReportArgs& args) {
                     held.emplace(ifo, *work / ifo.filename().string());
                 }
                 std::printf("==== %s (%s information) ====\n", ifo.c_str(), KindName(kind));
-                ReportIfo(held ? held->path : ifo, buffer, [&](TableReport& r) {
+                ReportIfo(held ? held->path : ifo, kind, buffer, [&](TableReport& r) {
                     std::printf("---- %s ----\n", r.table);
                     const size_t n = SqueezeCarriageReturns(r.text, r.size);
                     std::fwrite(r.text, 1, n, stdout);

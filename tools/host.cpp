@@ -492,9 +492,9 @@ char* ReportBuffer::Prepare(size_t room) {
     return data_.get();
 }
 
-void ReportIfo(const fs::path& ifo, ReportBuffer& buffer,
+void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer,
                const std::function<void(TableReport&)>& each) {
-    if (KindOfIfo(ifo) == IfoKind::Vmg)
+    if (kind == IfoKind::Vmg)
         ReportAll(ifo, VmgTables(), buffer, each);
     else
         ReportAll(ifo, VtsTables(), buffer, each);

@@ -51,7 +51,7 @@ private:
 // are not kept: a title set's run to megabytes). Tables the file does not
 // have are left out. `ifo` must be a private copy (the library opens it for
 // writing).
-void ReportIfo(const fs::path& ifo, ReportBuffer& buffer,
+void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer,
                const std::function<void(TableReport&)>& each);
 
 // Where time map entries and VOBU maps go when a file is disassembled.
