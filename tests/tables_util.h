@@ -25,6 +25,7 @@ struct Bytes : std::vector<uint8_t> {  // big-endian builder
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
     Bytes& be32s(const std::vector<uint32_t>& v) { for (uint32_t x : v) be32(x); return *this; }
     Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
+    Bytes& zeros(size_t n) { resize(size() + n); return *this; }
 };
 
 // A member of a table family: a few texts and its own loader.
@@ -40,11 +41,12 @@ Member<Base> Of(std::string name, std::string section, std::string text) {
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
-// Writes `table` at sector `at` of an otherwise zero file; returns its path.
-inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, size_t at = 1) {
+// Writes `table` at sector `at` of an otherwise zero file, padded to a sector
+// unless told otherwise; returns its path.
+inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
     img.insert(img.end(), table.begin(), table.end());
-    img.resize((img.size() + 2047) / 2048 * 2048, 0);
+    if (pad) img.resize((img.size() + 2047) / 2048 * 2048, 0);
     kt::WriteBytes(dir / "T.IFO", img);
     return dir / "T.IFO";
 }

@@ -1,14 +1,9 @@
 // Damaged IFO files (real discs and the sample's assembled files): truncated,
 // bit-flipped, header fields smashed. Nothing may crash, overrun (the sanitizer
 // build checks), leak, hang or leave a file handle open.
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <functional>
-#include <type_traits>
 #include <random>
-#include <string>
-#include <vector>
+#include <type_traits>
 
 #include "../fuzz/kestro_drive.h"
 #include "test_util.h"

@@ -1,13 +1,7 @@
 // Hostile sources: the sample's statements damaged, broken grammar, counts at
 // and beyond every capacity. Everything is assembled, written and loaded back;
 // nothing may crash, overrun, leak or hang.
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <functional>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "../fuzz/kestro_drive.h"
 #include "test_util.h"

@@ -7,20 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "kestro/ini.h"
 #include "kestro/vts.h"
-#include "test_util.h"
+#include "tables_util.h"
 
 namespace vt {
 
-struct Bytes {  // big-endian
-    std::vector<uint8_t> v;
-    Bytes& u8(uint32_t x) { v.push_back(uint8_t(x)); return *this; }
-    Bytes& be16(uint32_t x) { return u8(x >> 8).u8(x); }
-    Bytes& be32(uint32_t x) { return be16(x >> 16).be16(x); }
-    Bytes& raw(const std::vector<uint8_t>& b) { v.insert(v.end(), b.begin(), b.end()); return *this; }
-    Bytes& zeros(size_t n) { v.resize(v.size() + n); return *this; }
-};
+using tt::Bytes;
 
 inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& v, size_t from, size_t n) {
     return from >= v.size() ? std::vector<uint8_t>{} : std::vector<uint8_t>(v.begin() + long(from), v.begin() + long(std::min(v.size(), from + n)));
@@ -30,24 +22,6 @@ inline uint32_t Be32(const std::vector<uint8_t>& v, size_t at) {  // 0xFFFFFFFF 
     return b.size() < 4 ? 0xFFFFFFFFu : uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
 }
 
-// `table` at `sector` of a new file, padded to a sector unless told otherwise.
-inline std::string PlaceTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true) {
-    std::vector<uint8_t> file(size_t(sector) * 2048, 0);
-    file.insert(file.end(), table.begin(), table.end());
-    if (pad) file.resize((file.size() + 2047) / 2048 * 2048, 0);
-    return kt::WriteBytes(dir / "t.ifo", file), dir / "t.ifo";
-}
-
-// A file handle (opened, or created) closed at the end of the scope.
-struct Handle {
-    explicit Handle(const std::string& p, bool create = false)
-        : path(p), h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8002)) {}
-    ~Handle() { Close(); }
-    void Close() { if (h != -1) kestro::FileClose(h); h = -1; }
-    std::string path;
-    int h;  // -1 when closed or not opened
-};
-
 inline std::string Ini(const std::string& path, const char* section, const char* key) {
     char v[256];
     return INIGetPrivateProfileString(section, key, "$", v, sizeof v, path.c_str()), v;
@@ -55,7 +29,6 @@ inline std::string Ini(const std::string& path, const char* section, const char*
 inline void SetIni(const std::string& path, const char* section, const char* key, const std::string& value) {
     INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
 }
-inline std::string ErrorText(CBaseKestro& t) { char m[300]; return t.GetErrorMessage(m, sizeof m), m; }
 
 // A report's lines without their line breaks.
 inline std::vector<std::string> Lines(const std::string& text) {
@@ -66,7 +39,7 @@ inline std::vector<std::string> Lines(const std::string& text) {
 }
 
 // A PGC of the 236-byte general information only.
-inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) { return Bytes().zeros(4).be32(playTime).zeros(228).v; }
+inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) { return Bytes().zeros(4).be32(playTime).zeros(228); }
 
 // A management table with the given start sectors, 2 audio and 1 sub-picture streams.
 inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
@@ -87,14 +60,14 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     Bytes pgcit, ut;
     pgcit.be16(9).be16(0).be32(8 + 72 + 9 * 236 - 1);
     for (int i = 0; i < 9; ++i) pgcit.be32(0x81000000u + uint32_t(i)).be32(80 + 236 * i);
-    for (int i = 0; i < 9; ++i) pgcit.raw(BarePgc(0x00000100u * uint32_t(i)));
+    for (int i = 0; i < 9; ++i) pgcit.add(BarePgc(0x00000100u * uint32_t(i)));
     ut.be16(1).be16(0).be32(16 + 8 + 8 + 236 - 1).u8('e').u8('n').u8(0).u8(0x80).be32(16);
-    ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).raw(BarePgc());
+    ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).add(BarePgc());
     const std::vector<uint8_t> tables[] = {
-        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1).v, pgcit.v, ut.v,
-        Bytes().be16(1).be16(0).be32(23).be32(12).u8(1).u8(0).be16(2).be32(0).be32(5).v,
-        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9).v, Bytes().be32(7).be32(0).v,
-        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999).v, Bytes().be32(11).be32(0).be32(500).v};
+        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1), pgcit, ut,
+        Bytes().be16(1).be16(0).be32(23).be32(12).u8(1).u8(0).be16(2).be32(0).be32(5),
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9), Bytes().be32(7).be32(0),
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999), Bytes().be32(11).be32(0).be32(500)};
     std::vector<uint8_t> file = SyntheticMat({0, 10, 1, 2, menuTable ? 4u : 0u, 5, 6, 7, 8, 9});
     for (auto& t : tables) {
         file.insert(file.end(), t.begin(), t.end());
@@ -140,7 +113,7 @@ inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_
     if (loaded.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
     if (loaded.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
     if (loaded.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
-    Handle file(ifoPath, true);
+    tt::File file(ifoPath, true);
     if (file.h == -1) return false;
     return absolute ? out.AsmAbs(p, static_cast<unsigned short>(file.h), ifoPath.c_str())
                     : out.Asm(p, file.h, ifoPath.c_str());

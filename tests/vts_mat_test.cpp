@@ -17,12 +17,12 @@ std::string Details(CKestro_VTS_MAT& mat, int len = 1 << 16, bool* ok = nullptr)
 struct Loaded {
     explicit Loaded(const std::vector<uint8_t>& file) : path(dir / "VTS_01_0.IFO") {
         kt::WriteBytes(path, file);
-        f = std::make_unique<vt::Handle>(path);
+        f = std::make_unique<tt::File>(path);
         result = mat.Load(f->h);
     }
     kt::TempDir dir;
     std::string path, ini = dir / "s.ini";
-    std::unique_ptr<vt::Handle> f;
+    std::unique_ptr<tt::File> f;
     CKestro_VTS_MAT mat;
     int result;
 };
@@ -48,10 +48,8 @@ TEST(VtsMat, ReportSourceAndWrite) {
     ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
     EXPECT_EQ(vt::Ini(l.ini, "left_over", "key"), "$") << "the section starts a fresh file";
     // Write puts out the table as held: address fields least significant byte first.
-    vt::Handle out(l.dir / "o.bin", true);
-    EXPECT_TRUE(l.mat.Write(out.h));
-    out.Close();
-    const auto got = kt::ReadBytes(out.path), file = kt::ReadBytes(l.path);
+    const auto got = tt::Written(l.mat, l.dir / "o.bin", &ok), file = kt::ReadBytes(l.path);
+    EXPECT_TRUE(ok);
     ASSERT_EQ(got.size(), 2048u);
     EXPECT_EQ(vt::Slice(got, 12, 4), (std::vector<uint8_t>{0xa2, 0xf3, 0x01, 0x00}));
     EXPECT_EQ(vt::Slice(got, 256, 2048), vt::Slice(file, 256, 2048 - 256));
@@ -66,7 +64,7 @@ TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     Loaded l(vt::SyntheticVtsi());
     ASSERT_TRUE(l.mat.GetVTSM_LU() && l.mat.GetVTS_VOBU_ADMAP());
     kt::WriteBytes(l.dir / "junk", std::vector<uint8_t>(4096, 7));
-    vt::Handle junk(l.dir / "junk");
+    tt::File junk(l.dir / "junk");
     ASSERT_EQ(l.mat.Load(l.f->h), 1);
     CKestro_PTT_SRPT* before = l.mat.GetVTS_PTT_SRPT();
     EXPECT_EQ(l.mat.Load(junk.h), 0);
@@ -106,7 +104,7 @@ protected:
     std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
         CKestro_VTS_MAT mat;
         const bool ok = vt::AsmAll(l.mat, mat, codec, l.ini, out / ifo, absolute);
-        if (error) *error = vt::ErrorText(mat);
+        if (error) *error = tt::Error(mat);
         auto got = kt::ReadBytes(out / ifo);
         EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
         return got;
@@ -222,12 +220,12 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
         const std::string copy = work / "VTS_01_0.IFO", ini = work / "s.ini", rebuilt = work / "out/VTS_01_0.IFO";
         kt::fs::copy_file(original, copy);
         for (bool absolute : {false, true}) {
-            vt::Handle f(copy);
+            tt::File f(copy);
             CKestro_VTS_MAT mat, built;
             ASSERT_EQ(mat.Load(f.h), 1);
             CKestro_PGCI codec;
             EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
-            ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, rebuilt, absolute)) << vt::ErrorText(built);
+            ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, rebuilt, absolute)) << tt::Error(built);
             EXPECT_EQ(kt::ReadBytes(rebuilt), bytes) << (absolute ? "AsmAbs" : "Asm");
         }
     }

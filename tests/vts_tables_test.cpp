@@ -14,7 +14,7 @@ CKestro_PGCI codec;
 template <class T>
 struct Placed {
     Placed(const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true)
-        : f(vt::PlaceTable(dir, table, sector, pad)), loaded(t.Load(f.h, sector)) {}
+        : f(tt::PutTable(dir, table, sector, pad)), loaded(t.Load(f.h, sector)) {}
     std::string Report(int len = 1 << 20, bool* ok = nullptr) {
         std::vector<char> buf(size_t(len) + 3, 0);
         bool r;
@@ -24,40 +24,34 @@ struct Placed {
     }
     kt::TempDir dir;
     T t;
-    vt::Handle f;
+    tt::File f;
     int loaded;
 };
 
 // What Write puts out after Get, as the file builder calls them.
 std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrote = nullptr) {
-    unsigned long sectors = 0, bytes = 0;
-    t.Get(&sectors, &bytes);
-    vt::Handle out(path, true);
-    const bool w = t.Write(out.h);
-    if (wrote) *wrote = w;
-    out.Close();
-    return kt::ReadBytes(path);
+    return tt::Size(t), tt::Written(t, path, wrote);
 }
 
 // Two title units of three and two chapters, playing PGC 1 and PGC 2.
 const std::vector<uint8_t> kTitles = Bytes().be16(2).be16(0).be32(35).be32(16).be32(28).be32(0x10001).be32(0x10002)
-                                         .be32(0x10003).be32(0x20001).be32(0x20002).v;
+                                         .be32(0x10003).be32(0x20001).be32(0x20002);
 // A bare PGC and one with a pre command, two programs and two cells.
 std::vector<uint8_t> TwoPgcs() {
     const auto a = vt::BarePgc(), b = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
     return Bytes().be16(2).be16(0).be32(uint32_t(24 + a.size() + b.size() - 1)).be32(0x81000000).be32(24)
-        .be32(0x02000000).be32(uint32_t(24 + a.size())).raw(a).raw(b).v;
+        .be32(0x02000000).be32(uint32_t(24 + a.size())).add(a).add(b);
 }
 // Time maps of the given time units and entries (bit 31: discontinuity).
 std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint32_t>>>& maps) {
     Bytes b, body;
     const uint32_t at = 8 + 4 * uint32_t(maps.size());
     for (auto& m : maps) {
-        b.be32(at + uint32_t(body.v.size()));
+        b.be32(at + uint32_t(body.size()));
         body.u8(m.first).u8(0).be16(uint32_t(m.second.size()));
         for (uint32_t e : m.second) body.be32(e);
     }
-    return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.v.size()) - 1).raw(b.v).raw(body.v).v;
+    return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.size()) - 1).add(b).add(body);
 }
 
 TEST(VtsTables, Reports) {
@@ -76,10 +70,10 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(kestro::FileTell(ptt.f.h), 100u) << "the caller's position is kept";
     EXPECT_EQ(ptt.Report(54, &ok) + "|" + ptt.Report(55, &ok), "|" + first) << "54 characters need a room of 55";
     EXPECT_FALSE(ok);
-    Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7).v);
+    Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7));
     EXPECT_EQ(vt::Lines(empty.Report(4096, &ok)).size(), 2u);
     EXPECT_FALSE(ok);
-    EXPECT_EQ(vt::ErrorText(empty.t), "  ERROR: vts_ttu_ns = 0");
+    EXPECT_EQ(tt::Error(empty.t), "  ERROR: vts_ttu_ns = 0");
 
     Placed<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
     EXPECT_EQ(tmap.Report(4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
@@ -114,8 +108,9 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     EXPECT_EQ(firstFull, total - 2);
 }
 
-// Each table through its source and back. Time-map entries go to side files
-// (or a binary file) joined in for Asm; 60,000 entries pass in linear time.
+// Title units and time maps through their source and back (title PGCs come
+// back within the whole-file rebuilds). Time-map entries go to side files (or
+// a binary file) joined in for Asm; 60,000 entries pass in linear time.
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
@@ -123,12 +118,6 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     Placed<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(vt::Ini(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
-
-    Placed<CKestro_VTS_PGCIT> pgcit(TwoPgcs());
-    CKestro_VTS_PGCIT pgcitBack;
-    ASSERT_TRUE(pgcit.t.Disasm(ini.c_str(), &codec));
-    ASSERT_TRUE(pgcitBack.Asm(ini.c_str(), &codec));
-    EXPECT_EQ(Written(pgcitBack, dir / "o.bin"), padded(TwoPgcs()));
 
     std::vector<uint32_t> big;
     for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
@@ -142,7 +131,7 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     EXPECT_EQ(vt::Ini(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"), "297");
     EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable2.ini")) << "a map without entries has none";
     ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
-    EXPECT_EQ(vt::ErrorText(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
+    EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
     ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()));
     ASSERT_TRUE(back.Asm(ini.c_str()));
     EXPECT_EQ(Written(back, dir / "o.bin"), padded(maps));
@@ -166,10 +155,10 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         std::vector<uint8_t> written;  // the start of what Write puts out; empty: nothing written
     } cases[] = {
         {'p', {{"000ptt_srp", "001 001 001"}}, false, "IFO assembler error! In vts_ttu_ns", {}},
-        {'p', {{"vts_ttu_ns", "2"}}, true, "", Bytes().be16(2).be16(0).be32(15).be32(16).be32(16).v},
+        {'p', {{"vts_ttu_ns", "2"}}, true, "", Bytes().be16(2).be16(0).be32(15).be32(16).be32(16)},
         // A gap ends the entries; fields are read from fixed columns.
         {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "001 1000 003"}, {"001ptt_srp", "1"}, {"003ptt_srp", "001 009 009"}},
-         true, "", Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0).v},
+         true, "", Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0)},
         {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "002 001 001"}}, false,
          "IFO assembler error! [000ptt_srp] names TTU 2 outside 1 to vts_ttu_ns (1)", {}},
         {'p', {{"vts_ttu_ns", "1000"}}, false, "IFO assembler error! vts_ttu_ns = 1000, at most 999 title units are supported", {}},
@@ -185,7 +174,7 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
                {"vts_tmap01_entry01_address", "5"}, {"vts_tmap01_entry02_discon", "0"}, {"vts_tmap01_entry03_discon", "0"},
                {"vts_tmap01_entry03_address", "7"}, {"vts_tmap02_tmu", "1"}, {"vts_tmap02_map_en_ns", "0"}},
          true, "[vts_tmap03_tmu] Statement missing in vts_tmapti",
-         Bytes().be16(3).be16(0).be32(35).be32(16).be32(32).u8(4).u8(0).be16(3).be32(0x80000005u).be32(0).be32(0).u8(1).u8(0).be16(0).v},
+         Bytes().be16(3).be16(0).be32(35).be32(16).be32(32).u8(4).u8(0).be16(3).be32(0x80000005u).be32(0).be32(0).u8(1).u8(0).be16(0)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.kind + (c.statements.empty() ? "" : c.statements.back().first));
@@ -199,7 +188,7 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         CKestro_PTT_SRPT ptt; CKestro_VTS_PGCIT pgcit; CKestro_VTS_TMAP tmap;
         CBaseKestro& t = c.kind == 'p' ? (CBaseKestro&)ptt : c.kind == 'g' ? (CBaseKestro&)pgcit : tmap;
         EXPECT_EQ(c.kind == 'g' ? pgcit.Asm(ini.c_str(), &codec) : t.Asm(ini.c_str()), c.ok);
-        EXPECT_EQ(vt::ErrorText(t), c.error);
+        EXPECT_EQ(tt::Error(t), c.error);
         if (!c.ok && c.kind != 't') continue;
         bool wrote = false;  // PTT_SRPT's Write reports false even after a complete write
         const auto got = Written(t, dir / "o.bin", &wrote);
@@ -212,18 +201,18 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 // Pointers, addresses and counts outside the table, a file cut short: all three
 // readers report and disassemble from zeros, never foreign memory, never endlessly.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
-    const std::vector<uint8_t> pgc = Bytes().be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000).v;
+    const std::vector<uint8_t> pgc = Bytes().be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000);
     const std::vector<uint8_t> tables[] = {
-        Bytes().be16(3).be16(0).be32(0xFFFFFFF0u).be32(20).be32(8).be32(0x7FFFFFFF).be32(1).v,
-        Bytes().be16(65535).be16(0).be32(40).be32(16).v,
-        Bytes().be16(2).be16(0).be32(4000).be32(16).be32(0).v,
-        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).zeros(800).v,
-        Bytes().be16(1).be16(0).be32(300).be32(0).be32(16).raw(pgc).zeros(300).v,
-        Bytes().be16(60000).be16(0).be32(20000).zeros(20000).v,
+        Bytes().be16(3).be16(0).be32(0xFFFFFFF0u).be32(20).be32(8).be32(0x7FFFFFFF).be32(1),
+        Bytes().be16(65535).be16(0).be32(40).be32(16),
+        Bytes().be16(2).be16(0).be32(4000).be32(16).be32(0),
+        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).zeros(800),
+        Bytes().be16(1).be16(0).be32(300).be32(0).be32(16).add(pgc).zeros(300),
+        Bytes().be16(60000).be16(0).be32(20000).zeros(20000),
         // every map points at one region announcing 65535 entries
-        Bytes().be16(4).be16(0).be32(0x7FFFFFFF).be32(24).be32(24).be32(24).be32(24).u8(1).u8(0).be16(65535).be32(1).v,
-        Bytes().be16(3).be16(0).be32(100).be32(0).be32(4).be32(0xFFFFFFFF).v,
-        Bytes().be16(65535).be16(0).be32(11).be32(12).v,
+        Bytes().be16(4).be16(0).be32(0x7FFFFFFF).be32(24).be32(24).be32(24).be32(24).u8(1).u8(0).be16(65535).be32(1),
+        Bytes().be16(3).be16(0).be32(100).be32(0).be32(4).be32(0xFFFFFFFF),
+        Bytes().be16(65535).be16(0).be32(11).be32(12),
     };
     for (const auto& table : tables) {
         Placed<CKestro_PTT_SRPT> ptt(table, 1, false);
