@@ -11,9 +11,9 @@
 
 namespace tt {
 
-struct File {  // a handle of the library's file layer, closed at scope end
+struct File {  // a handle of the library's file layer (created, or opened to read), closed at scope end
     explicit File(const std::string& p, bool create = false)
-        : h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8002)) {}
+        : h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8000)) {}
     ~File() { kestro::FileClose(h); }
     operator int() const { return h; }
     int h;
@@ -51,12 +51,14 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
     return dir / "T.IFO";
 }
 
-// The values of `keys` in one section, each followed by '|' ("$" = missing).
+inline std::string Value(const std::string& ini, const std::string& section, const std::string& key) {  // "$" = missing
+    char buf[256];
+    return INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str()), buf;
+}
+// The values of `keys` in one section, each followed by '|'.
 inline std::string Values(const std::string& ini, const std::string& section, std::vector<std::string> keys) {
     std::string all;
-    char buf[256];
-    for (const auto& k : keys)
-        INIGetPrivateProfileString(section.c_str(), k.c_str(), "$", buf, sizeof buf, ini.c_str()), all += buf + std::string("|");
+    for (const auto& k : keys) all += Value(ini, section, k) + "|";
     return all;
 }
 
@@ -68,6 +70,15 @@ inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's 
 inline std::string Error(CBaseKestro& t) {
     char buf[KESTRO_ERROR_TEXT + 1];
     return t.GetErrorMessage(buf, sizeof buf), buf;
+}
+
+// The report of any object with Details(char*, int, ...) in room + 3 bytes.
+template <class T, class... Extra>
+std::string Text(T& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
+    std::vector<char> buf(size_t(room) + 3, 0);
+    const bool r = t.Details(buf.data(), room, extra...);
+    if (ok) *ok = r;
+    return buf.data();
 }
 
 // The whole report; reports cut all through it must be prefixes of it within

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 // Loads path, returns the report of every table and writes the source into
 // ini, from a fresh load as hosts do (the report swaps bytes in place).
 std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
-    vt::Handle h(vt::OpenRead(path));
+    tt::File h(path);
     CKestro_VMG_MAT mat, fresh;
     EXPECT_TRUE(mat.Load(h) == 1 && fresh.Load(h) == 1) << path;
     return vt::Walk(mat, 1 << 20) + vt::Walk(fresh, 0, ini);
@@ -65,7 +65,7 @@ TEST(VmgFile, AbsurdCountsNeverFault) {
     const std::string path = dir / "VIDEO_TS.IFO", ini = dir / "d.ini";
     for (size_t size : {made.size(), made.size() - 1}) {
         kt::WriteBytes(path, {made.begin(), made.begin() + long(size)});
-        vt::Handle h(vt::OpenRead(path));
+        tt::File h(path);
         CKestro_VMG_MAT mat;
         ASSERT_EQ(mat.Load(h), 1);
         vt::Walk(mat, 200);

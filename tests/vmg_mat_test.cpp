@@ -37,7 +37,7 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
 TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     vt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
-    const std::string report = vt::Report(l.table);
+    const std::string report = tt::Text(l.table);
     for (const char* lines : {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
                               "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 "
                               "This Vol: 1 Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: "
@@ -47,7 +47,7 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
                               "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n"})
         EXPECT_NE(report.find(lines), std::string::npos) << lines;
     bool ok = true;  // the report stops at the first line that does not fit
-    EXPECT_EQ(vt::Report(l.table, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
+    EXPECT_EQ(tt::Text(l.table, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
     EXPECT_TRUE(l.table.Disasm(l.ini.c_str()));
@@ -74,15 +74,15 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     vt::Loaded<CKestro_VMG_MAT> l(rec);
     CKestro_VMG_MAT fresh;
     ASSERT_EQ(l.loaded, 1);
-    const std::string first = vt::Report(l.table);
+    const std::string first = tt::Text(l.table);
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector", "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
     // The codec swapped the command-table header in the record: a second
     // report of the same object reads the counts byte-swapped (2 -> 512).
-    EXPECT_NE(vt::Report(l.table).find("There are 512 Pre Commands"), std::string::npos);
+    EXPECT_NE(tt::Text(l.table).find("There are 512 Pre Commands"), std::string::npos);
     ASSERT_EQ(fresh.Load(*l.h), 1);
     EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
-    EXPECT_EQ(vt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
+    EXPECT_EQ(tt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
 
 // The management table alone: the First Play PGC (up to 1268 bytes, from

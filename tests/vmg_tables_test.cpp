@@ -28,11 +28,11 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     ASSERT_EQ(t.table.Load(*t.h, 1), 1);
     EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
     for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"), {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}})
-        EXPECT_EQ(vt::Value(t.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
+        EXPECT_EQ(tt::Value(t.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(t.ini)), first);
     bool ok = false;
-    const std::string rep = vt::Report(t.table, 1 << 16, &ok);
+    const std::string rep = tt::Text(t.table, 1 << 16, &ok);
     EXPECT_TRUE(ok);
     EXPECT_EQ(rep.find("Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
                        "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
@@ -74,10 +74,10 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     for (auto kv : {std::make_pair("vts_atrt_ea", "1567"), {"vts_atrt_srp002_vts_atr_sa", "792"},
                     {"vts_atrt_srp002_vts_atr_ea", "775"}, {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
                     {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
-        EXPECT_EQ(vt::Value(t.ini, "vts_atrt", kv.first), kv.second) << kv.first;
+        EXPECT_EQ(tt::Value(t.ini, "vts_atrt", kv.first), kv.second) << kv.first;
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(t.ini)), first);
 
-    const std::string rep = vt::Report(t.table), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
+    const std::string rep = tt::Text(t.table), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
     EXPECT_EQ(rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
                        "  VTS 1 Attribute start byte address 16\r\n    VTS Attribute end byte address 151587081\r\n"),
               0u);
@@ -94,7 +94,7 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
     Loaded<CKestro_VMG_TXTDT> t({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
-    EXPECT_EQ(vt::Report(m.table) + vt::Report(t.table),
+    EXPECT_EQ(tt::Text(m.table) + tt::Text(t.table),
               "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT table: 39\r\n"
               "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
               "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
@@ -104,7 +104,7 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
              {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"}, {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
              {t.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"}, {t.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
              {t.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
-        EXPECT_EQ(vt::Value(ini, section.c_str(), key.c_str()), value) << key;
+        EXPECT_EQ(tt::Value(ini, section.c_str(), key.c_str()), value) << key;
     EXPECT_TRUE(m.table.Asm((m.dir / "absent.ini").c_str()));
     EXPECT_FALSE(t.table.Asm(t.ini.c_str()) || t.table.Write(*t.h));
     unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged
@@ -147,8 +147,7 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
         kt::WriteText(ini, vt::Replace(table == "m" ? vt::kMatSource : table == "p" ? vt::kTwoTitles : vt::AtrtSource(2), from, to));
         std::string error;
         bool ok = false;
-        char msg[260] = {};
-        auto run = [&](auto&& t) { ok = t.Asm(ini.c_str()), t.GetErrorMessage(msg, sizeof msg), error = msg; };
+        auto run = [&](auto&& t) { ok = t.Asm(ini.c_str()), error = tt::Error(t); };
         if (table == "m") ok = vt::AssembleVmg(ini, out, &error);
         if (table == "p") run(CKestro_VMG_PTT());
         if (table == "a") run(CKestro_VMG_ATRT());

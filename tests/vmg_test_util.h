@@ -7,27 +7,11 @@
 #include <memory>
 #include <type_traits>
 
-#include "kestro/ini.h"
 #include "kestro/vmg.h"
-#include "test_util.h"
+#include "tables_util.h"
 
 namespace vt {
 
-// A file handle of the library's file layer, closed at scope end.
-struct Handle {
-    int h;
-    explicit Handle(int handle) : h(handle) {}
-    Handle(const Handle&) = delete;
-    ~Handle() { if (h > 0) kestro::FileClose(h); }
-    operator int() const { return h; }
-};
-inline int OpenRead(const std::string& path) { return kestro::FileOpen(path.c_str(), 0x8000); }
-
-inline std::string Value(const std::string& ini, const char* section, const char* key) {
-    char buf[256];
-    INIGetPrivateProfileString(section, key, "$", buf, sizeof buf, ini.c_str());
-    return buf;
-}
 inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
     return uint32_t(b.at(at)) << 24 | uint32_t(b.at(at + 1)) << 16 | uint32_t(b.at(at + 2)) << 8 | b.at(at + 3);
 }
@@ -43,7 +27,7 @@ template <class T>
 struct Loaded {
     kt::TempDir dir;
     std::string file = dir / "t.ifo", ini = dir / "t.ini", out = dir / "out.ifo";
-    std::unique_ptr<Handle> h;
+    std::unique_ptr<tt::File> h;
     T table;
     int loaded;
     explicit Loaded(std::vector<uint8_t> bytes) {
@@ -51,20 +35,11 @@ struct Loaded {
         bytes.insert(bytes.begin(), mat ? 0 : 2048, 0);
         bytes.resize(std::max<size_t>(bytes.size(), 4096), 0);
         kt::WriteBytes(file, bytes);
-        h = std::make_unique<Handle>(OpenRead(file));
+        h = std::make_unique<tt::File>(file);
         if constexpr (mat) loaded = table.Load(*h);
         else EXPECT_EQ(loaded = table.Load(*h, 1), 1);
     }
 };
-
-// The report of any object with Details(char*, int, ...), into `room` bytes.
-template <class T, class... Extra>
-std::string Report(T& table, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
-    std::vector<char> buf(size_t(room) + 3, 0);
-    const bool r = table.Details(buf.data(), room, extra...);
-    if (ok) *ok = r;
-    return buf.data();
-}
 
 // Sources: the management table, two titles, `sets` (at most 9) title set
 // attribute records.
@@ -94,12 +69,12 @@ inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "
     CKestro_PGCI codec;
     std::string all;
     auto each = [&](auto* t) {
-        if (t && room > 0) all += Report(*t, room);
+        if (t && room > 0) all += tt::Text(*t, room);
         if (t && !ini.empty()) t->Disasm(ini.c_str());
     };
     each(&m), each(m.GetVMG_PTT_SRPT()), each(m.GetVMGM_PGCI_UT());
     if (auto* lu = m.GetVMGM_LU()) {  // the language units need the codec and their table
-        if (room > 0) all += Report(*lu, room, nullptr, &codec, m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
+        if (room > 0) all += tt::Text(*lu, room, nullptr, &codec, m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
         if (!ini.empty()) lu->Disasm(ini.c_str(), m.GetVMGM_PGCIT_SA(), &codec, m.GetVMGM_PGCI_UT());
     }
     each(m.GetVMG_MAIT()), each(m.GetVMG_ATRT()), each(m.GetVMG_TXTDT());
@@ -119,7 +94,7 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, u
     t.Get(&s, &b);
     if (size) *size = s * 10000 + b;
     {
-        Handle h(kestro::FileCreate(out.c_str(), 0x180));
+        tt::File h(out, true);
         kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
         EXPECT_TRUE(t.Write(h));
         if (std::is_same<T, CKestro_VMG_PTT>::value) { EXPECT_TRUE(t.Write(h)); }  // writes nothing more
@@ -136,12 +111,11 @@ inline bool AssembleVmg(const std::string& ini, const std::string& out, std::str
     CKestro_PGCI codec;
     bool ok = true;
     auto check = [&](CBaseKestro& t, bool result) {
-        char msg[KESTRO_ERROR_TEXT] = {};
-        if (!result && error) t.GetErrorMessage(msg, sizeof msg), *error = msg;
+        if (!result && error) *error = tt::Error(t);
         ok = ok && result;
     };
     auto sub = [&](const char* section, const char* key, auto make, auto... extra) {
-        if (!ok || Value(ini, section, key) == "$") return;
+        if (!ok || tt::Value(ini, section, key) == "$") return;
         auto* t = (mat.*make)();
         check(*t, t->Asm(ini.c_str(), extra...));
     };

@@ -22,10 +22,6 @@ inline uint32_t Be32(const std::vector<uint8_t>& v, size_t at) {  // 0xFFFFFFFF 
     return b.size() < 4 ? 0xFFFFFFFFu : uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
 }
 
-inline std::string Ini(const std::string& path, const char* section, const char* key) {
-    char v[256];
-    return INIGetPrivateProfileString(section, key, "$", v, sizeof v, path.c_str()), v;
-}
 inline void SetIni(const std::string& path, const char* section, const char* key, const std::string& value) {
     INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
 }

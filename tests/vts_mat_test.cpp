@@ -6,13 +6,6 @@
 
 namespace {
 
-std::string Details(CKestro_VTS_MAT& mat, int len = 1 << 16, bool* ok = nullptr) {
-    std::vector<char> buf(size_t(len) + 3, 0);
-    const bool r = mat.Details(buf.data(), len);
-    if (ok) *ok = r;
-    return buf.data();
-}
-
 // A MAT loaded from dir/VTS_01_0.IFO, kept open: its tables re-read the file.
 struct Loaded {
     explicit Loaded(const std::vector<uint8_t>& file) : path(dir / "VTS_01_0.IFO") {
@@ -31,7 +24,7 @@ TEST(VtsMat, ReportSourceAndWrite) {
     Loaded l(vt::SyntheticVtsi());
     ASSERT_EQ(l.result, 1);
     bool ok = false;
-    const auto lines = vt::Lines(Details(l.mat, 1 << 16, &ok));
+    const auto lines = vt::Lines(tt::Text(l.mat, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     ASSERT_EQ(lines.size(), 27u);
     // The identifier runs on into VTS_EA as held (127906 = 0x1F3A2, least
@@ -42,11 +35,11 @@ TEST(VtsMat, ReportSourceAndWrite) {
         {19, "Number of VTSM subpicture streams: 1"}, {20, "VTSM subpicture attributes: 202122232425"},
         {24, "  Audio 2 attributes: 4041424344454647"}, {26, "  Subpicture stream 1 attributes: 505152535455"}};
     for (const auto& w : want) EXPECT_EQ(lines[w.first], w.second);
-    EXPECT_EQ(vt::Lines(Details(l.mat, 100, &ok)).size(), 3u);
+    EXPECT_EQ(vt::Lines(tt::Text(l.mat, 100, &ok)).size(), 3u);
     EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[left_over]\nkey=1\n");
     ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
-    EXPECT_EQ(vt::Ini(l.ini, "left_over", "key"), "$") << "the section starts a fresh file";
+    EXPECT_EQ(tt::Value(l.ini, "left_over", "key"), "$") << "the section starts a fresh file";
     // Write puts out the table as held: address fields least significant byte first.
     const auto got = tt::Written(l.mat, l.dir / "o.bin", &ok), file = kt::ReadBytes(l.path);
     EXPECT_TRUE(ok);
@@ -84,12 +77,12 @@ TEST(VtsMat, ExtremeFieldsStayInsideTheTable) {
     file[515] = file[597] = 255;
     Loaded l(file);
     bool ok = false;
-    const auto lines = vt::Lines(Details(l.mat, 1 << 16, &ok));
+    const auto lines = vt::Lines(tt::Text(l.mat, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     EXPECT_EQ(lines.back(), "  Subpicture stream 255 attributes: 000000000000");
     EXPECT_EQ(lines[0].rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
     ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
-    EXPECT_EQ(vt::Ini(l.ini, "vtsi_mat", "vts_ast_atrt255"), "0000000000000000");
+    EXPECT_EQ(tt::Value(l.ini, "vtsi_mat", "vts_ast_atrt255"), "0000000000000000");
 }
 
 void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
@@ -112,7 +105,7 @@ protected:
     // Replaces statements of "vtsi_mat"; returns what they were.
     std::vector<std::pair<const char*, std::string>> Set(const std::vector<std::pair<const char*, std::string>>& kv) {
         std::vector<std::pair<const char*, std::string>> old;
-        for (auto& e : kv) old.emplace_back(e.first, vt::Ini(l.ini, "vtsi_mat", e.first)), vt::SetIni(l.ini, "vtsi_mat", e.first, e.second);
+        for (auto& e : kv) old.emplace_back(e.first, tt::Value(l.ini, "vtsi_mat", e.first)), vt::SetIni(l.ini, "vtsi_mat", e.first, e.second);
         INIFlushFiles();
         return old;
     }
@@ -187,7 +180,7 @@ TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
             if (key == "vts_id") want = "VTS ID is missing";
             if (key == "vts_spst_ns" && absolute) want = "vts_spst_ns";
             if (!absolute && !asmReads) want = "";
-            auto old = Set({{key.c_str(), "$" + vt::Ini(l.ini, "vtsi_mat", key.c_str())}});  // "$..." reads as missing
+            auto old = Set({{key.c_str(), "$" + tt::Value(l.ini, "vtsi_mat", key.c_str())}});  // "$..." reads as missing
             Build(absolute, &error);
             EXPECT_EQ(error, want) << key << (absolute ? " (AsmAbs)" : " (Asm)");
             Set(old);

@@ -117,7 +117,7 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
     Placed<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
+    EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
 
     std::vector<uint32_t> big;
     for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
@@ -126,9 +126,9 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     CKestro_VTS_TMAP before, back, fromBin;
     const auto t0 = std::chrono::steady_clock::now();
     ASSERT_TRUE(tmap.t.Disasm(ini.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "vts_tmapti", "vts_tmap01_sa"), "20.");
-    EXPECT_EQ(vt::Ini(dir / "x TmapTable1.ini", "vts_tmapti", "vts_tmap01_entry01_discon"), "1");
-    EXPECT_EQ(vt::Ini(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"), "297");
+    EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap01_sa"), "20.");
+    EXPECT_EQ(tt::Value(dir / "x TmapTable1.ini", "vts_tmapti", "vts_tmap01_entry01_discon"), "1");
+    EXPECT_EQ(tt::Value(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"), "297");
     EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable2.ini")) << "a map without entries has none";
     ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
     EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
@@ -138,7 +138,7 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 30.0);
     const std::string bin = dir / "x.bin";
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
-    EXPECT_EQ(vt::Ini(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
+    EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
     EXPECT_EQ(vt::Slice(kt::ReadBytes(bin), 0, 8), (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded(maps));
