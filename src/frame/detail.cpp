@@ -12,7 +12,7 @@ namespace kestro {
 namespace {
 
 // One conversion of a format: "%[-0][width][.precision][hh|h|l|ll|z]conv".
-struct Spec {
+struct Conversion {
     bool left = false, zero = false, hasPrecision = false;
     size_t width = 0, precision = 0;
     int length = 0;  // -2 hh, -1 h, 0 int, 1 long, 2 long long, 3 size_t
@@ -22,7 +22,7 @@ struct Spec {
 // Reads the conversion after a '%'. False for anything the formatter below
 // does not do itself ('+', ' ', '#' flags, '*' widths, precision on numbers,
 // other conversions): such formats go to vsnprintf whole.
-bool ParseSpec(const char*& p, Spec& s) {
+bool ParseConversion(const char*& p, Conversion& s) {
     for (;; ++p) {
         if (*p == '-') s.left = true;
         else if (*p == '0') s.zero = true;
@@ -76,7 +76,7 @@ struct Sink {
     void Fill(char c, size_t n) {
         for (; n && at != end; --n) *at++ = c;
     }
-    void Pad(const Spec& s, size_t n, bool before) {
+    void Pad(const Conversion& s, size_t n, bool before) {
         if (s.width > n && s.left != before) Fill(' ', s.width - n);
     }
 };
@@ -102,7 +102,7 @@ char* DecimalDigits(unsigned long long v, char* last) {
     return d;
 }
 
-void PutInteger(Sink& out, const Spec& s, va_list* ap) {
+void PutInteger(Sink& out, const Conversion& s, va_list* ap) {
     unsigned long long v;
     bool negative = false;
     if (s.conv == 'd' || s.conv == 'i') {
@@ -162,8 +162,8 @@ bool FastFormat(Sink& result, const char* fmt, va_list* ap) {
         }
         if (!c) break;
         ++p;
-        Spec s;
-        if (!ParseSpec(p, s)) return false;
+        Conversion s;
+        if (!ParseConversion(p, s)) return false;
         switch (s.conv) {
         case '%':
             out.Put("%", 1);
