@@ -2,6 +2,7 @@
 // output, the safety of inputs, and reports of every size.
 #include <sys/stat.h>
 
+#include "kestro/kestro.h"
 #include "tool_support.h"
 
 namespace {
@@ -140,6 +141,36 @@ TEST_F(ToolCli, ReportsGrowTheirBuffer) {
                              "  VOBU 6000 starts at sector 42000\n"})
         EXPECT_NE(r.out.find(line), std::string::npos) << line;
     EXPECT_EQ(r.out.find('\r'), std::string::npos);
+}
+
+TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
+    // A PGC whose command table claims 65,535 pre commands reports them all
+    // (read as zeros past the file's bytes): megabytes from one PGC. Its
+    // table's report is redone with larger buffers and must come out whole,
+    // once, exactly as the library writes it into a buffer large enough.
+    std::string vts = dir / "VTS_02_0.IFO";
+    ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts}).code, 0);
+    std::vector<uint8_t> b = kt::ReadBytes(vts);
+    auto be = [&](size_t at, int n) { size_t v = 0; while (n--) v = v << 8 | b.at(at++); return v; };
+    const size_t pgcit = be(0xCC, 4) * 2048, pgc = pgcit + be(pgcit + 12, 4), cmdt = pgc + be(pgc + 0xE4, 2);
+    b.at(cmdt) = b.at(cmdt + 1) = 0xFF;
+    kt::WriteBytes(vts, b);
+
+    CKestro_VTS_MAT mat;
+    CKestro_PGCI codec;
+    unsigned long h = mat.OpenKestroFile(vts.c_str());
+    ASSERT_EQ(mat.Load(int(h)), 1);
+    std::vector<char> big(size_t(1) << 25, '\0');
+    ASSERT_TRUE(mat.GetVTS_PGCIT()->Details(&codec, big.data(), int(big.size()) - 3));
+    mat.CloseKestroFile(h);
+    std::string expected = "---- VTS_PGCIT ----\n" + std::regex_replace(big.data(), std::regex("\r"), "");
+    ASSERT_GT(expected.size(), size_t(2) << 20);
+
+    tt::Result r = Kestro({"report", vts});
+    EXPECT_EQ(r.code, 0) << r.err;
+    size_t from = r.out.find("---- VTS_PGCIT ----\n");
+    ASSERT_NE(from, std::string::npos);
+    EXPECT_EQ(r.out.substr(from, r.out.find("---- ", from + 1) - from), expected);
 }
 
 }  // namespace

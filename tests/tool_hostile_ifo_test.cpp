@@ -162,16 +162,12 @@ TEST_F(HostileIfo, MenuUnitCountsAreBounded) {
     if (!done[0] && !done[1]) GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
-// Every report keeps to its three bytes of headroom beyond len for every len
-// across the report's length: guard bytes past len + 3 must survive.
+using TableReports = std::vector<std::pair<const char*, std::function<bool(char*, int)>>>;
+
+// The Details of every table the loaded file has.
 template <class Mat>
-void SweepReports(const std::string& ifo) {
-    Mat mat;
-    CKestro_PGCI pgc;
-    int h = int(mat.OpenKestroFile(ifo.c_str()));
-    ASSERT_GE(h, 1);
-    ASSERT_EQ(mat.Load(h), 1);
-    std::vector<std::pair<const char*, std::function<bool(char*, int)>>> tables;
+TableReports ReportsOf(Mat& mat, CKestro_PGCI& pgc) {
+    TableReports tables;
     auto add = [&](const char* name, auto* t, auto... extra) {
         if (t) tables.push_back({name, [=](char* b, int n) { return t->Details(b, n, extra...); }});
     };
@@ -187,6 +183,57 @@ void SweepReports(const std::string& ifo) {
         add("VTS_TMAPT", mat.GetVTS_TMAPT()), add("VTSM_C_ADT", mat.GetVTSM_C_ADT()), add("VTS_C_ADT", mat.GetVTS_C_ADT());
         add("VTSM_VOBU_ADMAP", mat.GetVTSM_VOBU_ADMAP()), add("VTS_VOBU_ADMAP", mat.GetVTS_VOBU_ADMAP());
     }
+    return tables;
+}
+
+// A loaded file for one pass over its reports (the management table's
+// report changes its loaded record, so every pass loads afresh).
+template <class Mat>
+struct Loaded {
+    Mat mat;
+    CKestro_PGCI pgc;
+    int h;
+    explicit Loaded(const std::string& ifo) : h(int(mat.OpenKestroFile(ifo.c_str()))) {
+        EXPECT_GE(h, 1);
+        EXPECT_EQ(mat.Load(h), 1);
+    }
+    ~Loaded() { mat.CloseKestroFile((unsigned long)h); }
+};
+
+// A streamed report is the whole report, handed on in pieces, through a
+// buffer far smaller than the report: the pieces and the text left in the
+// buffer read as the report made in one buffer.
+template <class Mat>
+void StreamReports(const std::string& ifo) {
+    Loaded<Mat> whole(ifo), streamed(ifo);
+    TableReports a = ReportsOf(whole.mat, whole.pgc), b = ReportsOf(streamed.mat, streamed.pgc);
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        std::vector<char> big(1 << 22, '\0');
+        const bool ok = a[i].second(big.data(), int(big.size()) - 3);
+        std::string pieces;
+        std::vector<char> buf(1 << 18, '\0');  // room for one piece and any PGC report
+        bool streamedOk;
+        {
+            kestro::ReportStream stream(
+                [](void* to, char* text, size_t size) {
+                    EXPECT_GE(size, 100u);
+                    static_cast<std::string*>(to)->append(text, size);
+                },
+                &pieces, 100);
+            streamedOk = b[i].second(buf.data(), int(buf.size()) - 3);
+        }
+        EXPECT_EQ(streamedOk, ok) << a[i].first;
+        EXPECT_EQ(pieces + buf.data(), std::string(big.data())) << a[i].first;
+    }
+}
+
+// Every report keeps to its three bytes of headroom beyond len for every len
+// across the report's length: guard bytes past len + 3 must survive.
+template <class Mat>
+void SweepReports(const std::string& ifo) {
+    Loaded<Mat> loaded(ifo);
+    TableReports tables = ReportsOf(loaded.mat, loaded.pgc);
     constexpr size_t kGuard = 256;
     for (auto& table : tables) {
         std::vector<char> big(1 << 22, '\0');
@@ -208,7 +255,6 @@ void SweepReports(const std::string& ifo) {
             }
         }
     }
-    mat.CloseKestroFile((unsigned long)h);
 }
 
 // Found so: VMGI_MAT passed the First Play PGC room len - used; TT_SRPT closed
@@ -220,6 +266,17 @@ TEST_F(HostileIfo, ReportsKeepToTheirHeadroom) {
         scratch_.Put(name, base.bytes.data(), base.bytes.size());
         base.vmg ? SweepReports<CKestro_VMG_MAT>(scratch_.Path(name))
                  : SweepReports<CKestro_VTS_MAT>(scratch_.Path(name));
+        scratch_.Clear();
+    }
+}
+
+TEST_F(HostileIfo, StreamedReportsReadAsWholeOnes) {
+    for (const Base& base : Bases()) {
+        SCOPED_TRACE(base.name);
+        const char* name = kdrive::IfoName(base.vmg);
+        scratch_.Put(name, base.bytes.data(), base.bytes.size());
+        base.vmg ? StreamReports<CKestro_VMG_MAT>(scratch_.Path(name))
+                 : StreamReports<CKestro_VTS_MAT>(scratch_.Path(name));
         scratch_.Clear();
     }
 }

@@ -25,8 +25,8 @@ fs::path BackupPathOf(const fs::path& ifo) {
 namespace {
 
 // The library writes report lines ending in "\r\n"; the terminal gets "\n".
-// The "\r"s are squeezed out in place, so that a table's report goes out
-// in one write.
+// The "\r"s are squeezed out in place, so that each piece of a report goes
+// out in one write.
 size_t SqueezeCarriageReturns(char* text, size_t size) {
     const char* in = text;
     const char* const end = text + size;
@@ -41,6 +41,43 @@ size_t SqueezeCarriageReturns(char* text, size_t size) {
     }
     return size_t(out - text);
 }
+
+// Prints the reports of one file: a heading per table, its text, and its
+// error on stderr when it failed.
+class ReportPrinter : public ReportSink {
+public:
+    explicit ReportPrinter(const fs::path& ifo) : file_(ifo.filename().string()) {}
+
+    void Text(const char* table, char* text, size_t size) override {
+        Head(table);
+        size = SqueezeCarriageReturns(text, size);
+        if (size == 0) return;
+        std::fwrite(text, 1, size, stdout);
+        lineOpen_ = text[size - 1] != '\n';
+    }
+
+    void Done(const char* table, bool ok, const std::string& error) override {
+        Head(table);
+        if (lineOpen_) std::putchar('\n');
+        headed_ = lineOpen_ = false;
+        if (ok) return;
+        std::fflush(stdout);
+        Complain(file_ + ": " + table + ": " + error);
+        failed_ = true;
+    }
+
+    bool Failed() const { return failed_; }
+
+private:
+    void Head(const char* table) {
+        if (headed_) return;
+        std::printf("---- %s ----\n", table);
+        headed_ = true;
+    }
+
+    std::string file_;
+    bool headed_ = false, lineOpen_ = false, failed_ = false;
+};
 
 // Library messages name the private copy the library was given; the user
 // knows the file by its own path.
@@ -116,17 +153,9 @@ int RunReport(const ReportArgs& args) {
                     held.emplace(ifo, *work / ifo.filename().string());
                 }
                 std::printf("==== %s (%s information) ====\n", ifo.c_str(), KindName(kind));
-                ReportIfo(held ? held->path : ifo, kind, buffer, [&](TableReport& r) {
-                    std::printf("---- %s ----\n", r.table);
-                    const size_t n = SqueezeCarriageReturns(r.text, r.size);
-                    std::fwrite(r.text, 1, n, stdout);
-                    if (n && r.text[n - 1] != '\n') std::putchar('\n');
-                    if (!r.ok) {
-                        std::fflush(stdout);
-                        Complain(ifo.filename().string() + ": " + r.table + ": " + r.error);
-                        status = 1;
-                    }
-                });
+                ReportPrinter printer(ifo);
+                ReportIfo(held ? held->path : ifo, kind, buffer, printer);
+                if (printer.Failed()) status = 1;
                 std::fflush(stdout);
             } catch (const ToolError& e) {
                 Complain(e.what());

@@ -228,20 +228,58 @@ const std::vector<TableOps<VtsSession>>& VtsTables() {
     return tables;
 }
 
-// Reports one table, growing the buffer until the report fits. A report
-// that stops well before the end of its buffer failed for another reason.
-// Nested PGC reports may be cut short without failing the table's report,
-// so a report that comes near the end of its buffer is redone larger too.
-// The room starts at what the previous tables needed, so a file's large
-// maps grow the buffer once per command rather than once per table.
+// The report is streamed in pieces of this size: what the buffer holds at
+// a time stays in the processor's caches, and a map's report of megabytes
+// needs no more memory than this.
+constexpr size_t kReportPiece = size_t(1) << 15;
+// A report that stops more than this before the end of its buffer failed
+// for a reason other than room.
+constexpr size_t kLongestLine = 4096;
+
+// One try at a table's report, streamed to the sink. A PGC report nested in
+// a table's report that does not fit what is left of the buffer is cut
+// short or left out without failing the table's report; either way it has
+// written up to near the end of the buffer. A canary placed there tells:
+// once it is overwritten, nothing more is passed on and the try is redone
+// with a larger buffer. A report is the same text at any buffer size, so
+// the redo passes on only what no earlier try passed on.
+struct StreamedTry {
+    static constexpr char kCanary[8] = {1, -1, 2, -2, 3, -3, 4, -4};
+
+    ReportSink& sink;
+    const char* table;
+    char* canary;           // kLongestLine / 2 before the end of the room
+    size_t passedBefore;    // characters of the report earlier tries passed on
+    size_t handed = 0;      // characters of the report this try has reached
+    bool overflow = false;
+
+    bool Overflowed() {
+        if (!overflow && std::memcmp(canary, kCanary, sizeof kCanary) != 0) overflow = true;
+        return overflow;
+    }
+    static void Hand(void* context, char* text, size_t size) {
+        auto& t = *static_cast<StreamedTry*>(context);
+        if (!t.Overflowed()) t.Pass(text, size);
+    }
+    void Pass(char* text, size_t size) {
+        size_t skip = passedBefore > handed ? std::min(size, passedBefore - handed) : 0;
+        handed += size;
+        if (size > skip) sink.Text(table, text + skip, size - skip);
+    }
+};
+
+// Reports one table, growing the buffer until the report fits. The room
+// starts at what the previous tables needed, so a file's large PGC reports
+// grow the buffer once per command rather than once per table.
 template <class S>
-TableReport ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const TableOps<S>& ops,
-                      ReportBuffer& buffer, bool& present) {
-    constexpr size_t kStart = size_t(1) << 16;
+void ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const TableOps<S>& ops,
+               ReportBuffer& buffer, ReportSink& sink) {
+    // Room for any PGC report the format allows (255 cells and hundreds of
+    // commands come to well under 200,000 characters) besides a piece:
+    // pages of the buffer that reports do not reach are never touched.
+    constexpr size_t kStart = size_t(1) << 20;
     constexpr size_t kLimit = size_t(1) << 30;
-    constexpr size_t kLongestLine = 4096;
-    TableReport report;
-    report.table = ops.name;
+    size_t passed = 0;
     bool again = false;
     for (size_t size = std::max(kStart, buffer.Room());; size *= 2, again = true) {
         if (again && ops.management) {
@@ -251,47 +289,38 @@ TableReport ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const Ta
         // The room given to the library is `size` less the three bytes the
         // report rule needs beyond it; the rest of the buffer is a guard.
         char* buf = buffer.Prepare(size);
-        int len = int(size - 3);
+        const int len = int(size - 3);
+        char* canary = buf + len - kLongestLine / 2;
+        std::memcpy(canary, StreamedTry::kCanary, sizeof StreamedTry::kCanary);
+        StreamedTry attempt{sink, ops.name, canary, passed};
         std::string error;
-        int run = ops.details(*session, buf, len, error);
-        present = run != kAbsent;
-        if (!present) return report;
-        size_t used = strnlen(buf, size);
-        bool nearFull = used + kLongestLine >= size_t(len);
-        if (nearFull && size < kLimit) continue;
-        report.text = buf;
-        report.size = used;
-        report.ok = run == kDone;
-        if (!report.ok)
-            report.error = !error.empty() ? error
-                           : nearFull    ? "report larger than the largest buffer tried"
-                                         : "report failed";
-        return report;
+        int run;
+        {
+            kestro::ReportStream stream(&StreamedTry::Hand, &attempt, kReportPiece);
+            run = ops.details(*session, buf, len, error);
+        }
+        if (run == kAbsent) return;
+        const size_t used = strnlen(buf, size);
+        const bool nearFull = attempt.Overflowed() || used + kLongestLine >= size_t(len);
+        if (nearFull && size < kLimit) {
+            passed = std::max(passed, attempt.handed);
+            continue;
+        }
+        if (!attempt.overflow) attempt.Pass(buf, used);
+        if (run == kDone && !attempt.overflow) return sink.Done(ops.name, true, error);
+        sink.Done(ops.name, false,
+                  !error.empty() ? error
+                  : nearFull     ? "report larger than the largest buffer tried"
+                                 : "report failed");
+        return;
     }
 }
 
 template <class S>
 void ReportAll(const fs::path& ifo, const std::vector<TableOps<S>>& tables, ReportBuffer& buffer,
-               const std::function<void(TableReport&)>& each) {
-    // A table's report runs to about eight characters per byte of the file
-    // (VOBU maps: one line per four-byte entry). Room for twice that up
-    // front spares the largest tables their redone reports; pages the
-    // reports do not reach are never touched.
-    constexpr size_t kPerByte = 16;
-    constexpr size_t kMostUpFront = size_t(1) << 26;
-    std::error_code ec;
-    size_t want = size_t(fs::file_size(ifo, ec)) * kPerByte;
-    if (!ec) {
-        size_t room = size_t(1) << 16;
-        while (room < want && room < kMostUpFront) room *= 2;
-        buffer.Prepare(room);
-    }
+               ReportSink& sink) {
     auto session = std::make_unique<S>(ifo);
-    for (const auto& ops : tables) {
-        bool present = false;
-        TableReport r = ReportOne(ifo, session, ops, buffer, present);
-        if (present) each(r);
-    }
+    for (const auto& ops : tables) ReportOne(ifo, session, ops, buffer, sink);
 }
 
 template <class S>
@@ -492,12 +521,11 @@ char* ReportBuffer::Prepare(size_t room) {
     return data_.get();
 }
 
-void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer,
-               const std::function<void(TableReport&)>& each) {
+void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer, ReportSink& sink) {
     if (kind == IfoKind::Vmg)
-        ReportAll(ifo, VmgTables(), buffer, each);
+        ReportAll(ifo, VmgTables(), buffer, sink);
     else
-        ReportAll(ifo, VtsTables(), buffer, each);
+        ReportAll(ifo, VtsTables(), buffer, sink);
 }
 
 std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side) {

@@ -19,15 +19,18 @@ enum class IfoKind { Vmg, Vts };
 IfoKind KindOfIfo(const fs::path& ifo);
 const char* KindName(IfoKind kind);
 
-// One table's report as the library wrote it (line ends "\r\n").
-struct TableReport {
-    const char* table = "";  // "VTSI_MAT", "VTS_PGCIT", ...
-    // The text in the report buffer: valid until the next table is reported.
-    // The receiver may rewrite it in place (it is not read again).
-    char* text = nullptr;
-    size_t size = 0;
-    bool ok = true;
-    std::string error;  // the table's error text when the report failed
+// Receives the reports of a file's tables as they are made: each table's
+// text in one or more pieces (lines end "\r\n"; a title set's maps run to
+// megabytes, which are never held whole), then its outcome. Tables the file
+// does not have are left out.
+class ReportSink {
+public:
+    virtual ~ReportSink() = default;
+    // A piece of the report of `table` (a name such as "VTSI_MAT"); valid
+    // only during the call, and the receiver may rewrite it in place.
+    virtual void Text(const char* table, char* text, size_t size) = 0;
+    // The report of `table` is complete, or failed with `error`.
+    virtual void Done(const char* table, bool ok, const std::string& error) = 0;
 };
 
 // The buffer the library writes reports into, kept for a whole command so
@@ -46,13 +49,10 @@ private:
     size_t room_ = 0;
 };
 
-// Reports every table of the file, management table first, the others in
-// load order, handing each report to `each` as soon as it is made (reports
-// are not kept: a title set's run to megabytes). Tables the file does not
-// have are left out. `ifo` must be a private copy (the library opens it for
-// writing).
-void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer,
-               const std::function<void(TableReport&)>& each);
+// Reports every table of the file to `sink`, management table first, the
+// others in load order. `ifo` must open for writing (the library opens IFO
+// files so; a report only reads them).
+void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer, ReportSink& sink);
 
 // Where time map entries and VOBU maps go when a file is disassembled.
 enum class SideFiles {

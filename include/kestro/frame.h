@@ -5,6 +5,7 @@
 #ifndef KESTRO_FRAME_H
 #define KESTRO_FRAME_H
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -122,6 +123,39 @@ KESTRO_API void ResolvePath(const char* path, char* out, int outSize);
 // must already exist.
 KESTRO_API void SetFileCreationTrace(bool enabled, const char* traceFilePath);
 KESTRO_API void TraceFileCreation(const char* path);
+
+// Reports of any length through a buffer of fixed size. While a
+// ReportStream lives, every report made on the same thread (the Details of
+// every table) hands the text in its buffer on to `sink` whenever, at the
+// end of a line, `piece` characters or more have built up there, and then
+// goes on from the buffer's start. The buffer then needs room for a piece,
+// one line and the longest PGC report rather than for the whole report; the
+// room rule of Details applies to what the buffer holds. After Details the
+// buffer holds the text not yet handed on. The text is handed on from the
+// buffer's start, so what it held before the call comes first. The sink may
+// change the text in place (it is the caller's buffer). Streams nest: the
+// newest one of the thread is used, until it ends.
+class KESTRO_API ReportStream {
+public:
+    using Sink = void (*)(void* context, char* text, std::size_t size);
+
+    ReportStream(Sink sink, void* context, std::size_t piece = std::size_t(1) << 15);
+    ~ReportStream();
+    ReportStream(const ReportStream&) = delete;
+    ReportStream& operator=(const ReportStream&) = delete;
+
+    // The stream in force on this thread, or null.
+    static const ReportStream* Current();
+    // Hands text on to the sink.
+    void Hand(char* text, std::size_t size) const { sink_(context_, text, size); }
+    std::size_t Piece() const { return piece_; }
+
+private:
+    Sink sink_;
+    void* context_;
+    std::size_t piece_;
+    const ReportStream* outer_;
+};
 
 }  // namespace kestro
 

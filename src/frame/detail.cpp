@@ -251,9 +251,31 @@ int Format(char* out, size_t size, const char* fmt, ...) {
 
 // ---- Report ----------------------------------------------------------------
 
-Report::Report(char* buf, int len) : buf_(buf), len_(len), used_(buf ? std::strlen(buf) : 0) {}
+namespace {
+thread_local const ReportStream* t_stream = nullptr;
+}  // namespace
 
-void Report::Sync() { used_ = buf_ ? std::strlen(buf_) : 0; }
+ReportStream::ReportStream(Sink sink, void* context, size_t piece)
+    : sink_(sink), context_(context), piece_(piece ? piece : 1), outer_(t_stream) {
+    if (sink_) t_stream = this;
+}
+
+ReportStream::~ReportStream() {
+    if (t_stream == this) t_stream = outer_;
+}
+
+const ReportStream* ReportStream::Current() { return t_stream; }
+
+Report::Report(char* buf, int len)
+    : buf_(buf), len_(len), used_(buf ? std::strlen(buf) : 0),
+      stream_(buf ? ReportStream::Current() : nullptr) {}
+
+// Sync follows text appended at the cursor by someone else (a PGC report, a
+// line break); it is always at a line end.
+void Report::Sync() {
+    used_ = buf_ ? std::strlen(buf_) : 0;
+    Spill();
+}
 
 bool Report::Text(const char* line) { return Append(line, std::strlen(line)); }
 
@@ -263,6 +285,7 @@ bool Report::Append(const char* line, size_t n) {
     used_ += n;
     std::memcpy(buf_ + used_, "\r\n", 3);
     used_ += 2;
+    Spill();
     return true;
 }
 
@@ -270,6 +293,7 @@ bool Report::LineEnd(char* start, char* end, const char* aside) {
     if (start == aside) return Append(aside, size_t(end - aside));
     std::memcpy(end, "\r\n", 3);
     used_ += size_t(end - start) + 2;
+    Spill();
     return true;
 }
 

@@ -148,9 +148,20 @@ private:
     bool LineEnd(char* start, char* end, const char* aside);
     bool Append(const char* line, size_t n);
 
+    // With a ReportStream in force: at a line end, hands the buffer's text
+    // on once a piece has built up, and starts the buffer again.
+    void Spill() {
+        if (stream_ && used_ >= stream_->Piece()) {
+            stream_->Hand(buf_, used_);
+            used_ = 0;
+            buf_[0] = '\0';
+        }
+    }
+
     char* buf_;
     int len_;
     size_t used_;
+    const ReportStream* stream_;
 };
 
 // ---- Source statements --------------------------------------------------------------
