@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
 #include <optional>
 
@@ -12,7 +11,10 @@
 
 namespace kestro_tool {
 
-void Complain(const std::string& message) { std::cerr << "kestro: " << message << std::endl; }
+void Complain(const std::string& message) {
+    std::fflush(stdout);  // what was said before comes first on a shared terminal
+    std::fprintf(stderr, "kestro: %s\n", message.c_str());
+}
 
 fs::path BackupPathOf(const fs::path& ifo) {
     std::string ext = ifo.extension().string();

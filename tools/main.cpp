@@ -3,11 +3,10 @@
 //
 // Exit codes: 0 success, 1 failure (the library's message on stderr, with
 // the file and the table), 2 usage error.
-#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
 
-#include <iostream>
-#include <map>
-
+#include "args.h"
 #include "commands.h"
 
 #ifndef KESTRO_VERSION
@@ -17,85 +16,75 @@
 int main(int argc, char** argv) {
     using namespace kestro_tool;
 
-    CLI::App app{"kestro: report, disassemble, assemble and rebuild DVD-Video IFO files"};
-    app.set_version_flag("--version", std::string("kestro ") + KESTRO_VERSION);
-    app.require_subcommand(1, 1);
-    app.fallthrough(false);
-
     ReportArgs report;
-    auto* cReport = app.add_subcommand(
-        "report", "Print the report of every table of IFO files or of a VIDEO_TS folder");
-    cReport->add_option("PATH", report.paths, "IFO file or DVD folder")->required();
-
     DisasmArgs disasm;
-    auto* cDisasm = app.add_subcommand("disasm", "Write the editable source of one IFO file");
-    cDisasm->add_option("IFO", disasm.ifo, "VIDEO_TS.IFO or VTS_nn_0.IFO")->required();
-    cDisasm->add_option("-o,--output", disasm.output,
-                        "Source file to write (default: the IFO's name with .ini, here)");
     std::string side = "none";
-    cDisasm
-        ->add_option("--side-files", side,
-                     "none: one self-contained source; ini: time map entries in TmapTable INI "
-                     "files; bin: time maps and the title set's VOBU maps in binary files")
-        ->check(CLI::IsMember({"none", "ini", "bin"}));
-    cDisasm->add_flag("-f,--force", disasm.force, "Replace existing output files");
-
     AsmArgs assemble;
     bool noBackup = false;
-    auto* cAsm = app.add_subcommand("asm", "Assemble an IFO file (and its .BUP copy) from source");
-    cAsm->add_option("SOURCE", assemble.source, "Source file written by disasm")->required();
-    cAsm->add_option("-o,--output", assemble.output,
-                     "IFO file to write; its VOB files are measured in its folder")
-        ->required();
-    cAsm->add_flag("--abs", assemble.absolute,
-                   "Title sets: require the absolute address statements (AsmAbs)");
-    cAsm->add_flag("--lenient", assemble.lenient,
-                   "Write the file even when a PGC's source is incomplete (the PGC is then "
-                   "built from what could be read)");
-    cAsm->add_flag("--no-backup", noBackup, "Do not write the .BUP copy");
-    cAsm->add_flag("-f,--force", assemble.force, "Replace existing output files");
-
     RebuildArgs rebuild;
-    auto* cRebuild = app.add_subcommand(
-        "rebuild", "Disassemble and reassemble every IFO file of a DVD folder into a new folder");
-    cRebuild->add_option("DIR", rebuild.input, "DVD folder (or its VIDEO_TS folder)")->required();
-    cRebuild->add_option("-o,--output", rebuild.output, "New DVD folder (gets a VIDEO_TS folder)")
-        ->required();
-    cRebuild->add_flag("--copy-vobs", rebuild.copyVobs, "Copy the VOB files instead of linking");
-    cRebuild->add_flag("--placeholder-vobs", rebuild.placeholderVobs,
-                       "Create empty VOB files of the recorded sizes where the input has none");
-    cRebuild->add_flag("--abs", rebuild.absolute, "Assemble title sets with AsmAbs");
-    cRebuild->add_flag("--lenient", rebuild.lenient,
-                       "Write files even when a PGC's source is incomplete");
-    cRebuild->add_flag("-q,--quiet", rebuild.quiet, "Print no summary of changes");
-    cRebuild->add_flag("-f,--force", rebuild.force, "Replace an existing output folder");
 
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForAllHelp& e) {
-        return app.exit(e);
-    } catch (const CLI::CallForVersion& e) {
-        return app.exit(e);
-    } catch (const CLI::ParseError& e) {
-        app.exit(e);
-        return 2;
-    }
+    enum { kReport, kDisasm, kAsm, kRebuild };
+    const ArgProgram program{
+        "kestro",
+        "kestro: report, disassemble, assemble and rebuild DVD-Video IFO files",
+        "kestro " KESTRO_VERSION,
+        {
+            {"report",
+             "Print the report of every table of IFO files or of a VIDEO_TS folder",
+             {{"PATH", "IFO file or DVD folder", nullptr, &report.paths}},
+             {}},
+            {"disasm",
+             "Write the editable source of one IFO file",
+             {{"IFO", "VIDEO_TS.IFO or VTS_nn_0.IFO", &disasm.ifo}},
+             {{"-o,--output", "Source file to write (default: the IFO's name with .ini, here)",
+               nullptr, &disasm.output, "SOURCE"},
+              {"--side-files",
+               "none: one self-contained source; ini: time map entries in TmapTable INI files; "
+               "bin: time maps and the title set's VOBU maps in binary files",
+               nullptr, &side, "KIND", {"none", "ini", "bin"}},
+              {"-f,--force", "Replace existing output files", &disasm.force}}},
+            {"asm",
+             "Assemble an IFO file (and its .BUP copy) from source",
+             {{"SOURCE", "Source file written by disasm", &assemble.source}},
+             {{"-o,--output", "IFO file to write; its VOB files are measured in its folder",
+               nullptr, &assemble.output, "IFO", {}, true},
+              {"--abs", "Title sets: require the absolute address statements (AsmAbs)",
+               &assemble.absolute},
+              {"--lenient",
+               "Write the file even when a PGC's source is incomplete (the PGC is then built "
+               "from what could be read)",
+               &assemble.lenient},
+              {"--no-backup", "Do not write the .BUP copy", &noBackup},
+              {"-f,--force", "Replace existing output files", &assemble.force}}},
+            {"rebuild",
+             "Disassemble and reassemble every IFO file of a DVD folder into a new folder",
+             {{"DIR", "DVD folder (or its VIDEO_TS folder)", &rebuild.input}},
+             {{"-o,--output", "New DVD folder (gets a VIDEO_TS folder)", nullptr, &rebuild.output,
+               "DIR", {}, true},
+              {"--copy-vobs", "Copy the VOB files instead of linking", &rebuild.copyVobs},
+              {"--placeholder-vobs",
+               "Create empty VOB files of the recorded sizes where the input has none",
+               &rebuild.placeholderVobs},
+              {"--abs", "Assemble title sets with AsmAbs", &rebuild.absolute},
+              {"--lenient", "Write files even when a PGC's source is incomplete",
+               &rebuild.lenient},
+              {"-q,--quiet", "Print no summary of changes", &rebuild.quiet},
+              {"-f,--force", "Replace an existing output folder", &rebuild.force}}},
+        }};
 
-    static const std::map<std::string, SideFiles> sides = {
-        {"none", SideFiles::None}, {"ini", SideFiles::Ini}, {"bin", SideFiles::Binary}};
-    disasm.side = sides.at(side);
+    int exitCode = 0;
+    const int command = ParseArgs(program, argc, argv, exitCode);
+    if (command < 0) return exitCode;
+    disasm.side = side == "ini" ? SideFiles::Ini : side == "bin" ? SideFiles::Binary : SideFiles::None;
     assemble.backup = !noBackup;
 
     try {
-        if (cReport->parsed()) return RunReport(report);
-        if (cDisasm->parsed()) return RunDisasm(disasm);
-        if (cAsm->parsed()) return RunAsm(assemble);
-        if (cRebuild->parsed()) return RunRebuild(rebuild);
-    } catch (const ToolError& e) {
-        Complain(e.what());
-        return 1;
+        switch (command) {
+        case kReport: return RunReport(report);
+        case kDisasm: return RunDisasm(disasm);
+        case kAsm: return RunAsm(assemble);
+        case kRebuild: return RunRebuild(rebuild);
+        }
     } catch (const std::exception& e) {
         Complain(e.what());
         return 1;

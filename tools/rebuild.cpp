@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <iostream>
 #include <sstream>
 
 #include "commands.h"
@@ -280,8 +279,8 @@ int RunRebuild(const RebuildArgs& args) {
         CopyFileTo(videoTs / name, videoTs / BackupPathOf(name));
         if (!args.quiet) {
             std::vector<unsigned char> before = ReadAll(ifo), after = ReadAll(videoTs / name);
-            std::cout << name << ": " << before.size() << " -> " << after.size() << " bytes\n";
-            for (const auto& line : CompareIfo(before, after, kind)) std::cout << line << '\n';
+            std::printf("%s: %zu -> %zu bytes\n", name.c_str(), before.size(), after.size());
+            for (const auto& line : CompareIfo(before, after, kind)) std::printf("%s\n", line.c_str());
         }
     }
 
@@ -299,7 +298,7 @@ int RunRebuild(const RebuildArgs& args) {
         fs::rename(staging.path(), out);
     }
     staging.Release();
-    std::cout.flush();
+    std::fflush(stdout);
     return 0;
 }
 
