@@ -1,9 +1,11 @@
 // Menu PGC information unit tables (VMGM_PGCI_UT, VTSM_PGCI_UT) and their
 // language units: one behaviour, two descriptions.
 #include <algorithm>
+#include <climits>
 #include <memory>
 
 #include "frame/detail.h"
+#include "pgc/pgc_model.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
 #include "tables/kinds.h"
@@ -373,6 +375,50 @@ UnitHeader HeaderOf(const std::vector<uint8_t>& u) {
 }
 }  // namespace
 
+// One PGC of the unit in the unit report. As the report rule has it, the
+// PGC report gets the whole len as its room and is kept as far as the
+// caller's buffer reaches (len plus the headroom). Nearly always it fits
+// what is left of the buffer, and is then written there directly, with a
+// room cut by what its room test lets it pass (its indentation and the line
+// break): a report that fits so is the same text as one given the whole
+// len. Only a report that does not fit so is rendered again in scratch and
+// copied. The report swaps its PGC's command-table header in the unit's
+// bytes; the first attempt's swap is undone before the second, so that the
+// PGC is reported once as far as the bytes can tell.
+namespace {
+
+void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, std::vector<uint8_t>& unit, uint32_t held,
+                   uint32_t start, std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
+    const int len = r.Len();
+    const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
+    if (limit > r.Used() + kScratchSlack) {
+        const ByteView bytes(unit.data(), held);
+        const size_t swapAt = size_t(start) + bytes.BE16(size_t(start) + pgc::kGiCmdtSa);
+        uint8_t saved[8];
+        bytes.Copy(swapAt, saved, sizeof saved);
+        const size_t room = std::min<size_t>(limit - r.Used() - kScratchSlack, INT_MAX);
+        if (pgc.DetailsOfPGCI(4, unit.data(), start, r.Cursor(), int(room), held) > 0) {
+            r.Sync();
+            return;
+        }
+        for (size_t b = 0; b < sizeof saved && swapAt + b < held; ++b) unit[swapAt + b] = saved[b];
+    }
+    size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
+    if (scratchSize < room + kScratchSlack) {
+        scratchSize = room + kScratchSlack;
+        scratch.reset(new char[scratchSize]);
+    }
+    scratch[0] = 0;
+    pgc.DetailsOfPGCI(4, unit.data(), start, scratch.get(), int(room), held);
+    size_t n = strnlen(scratch.get(), scratchSize);
+    if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
+    std::memcpy(r.Cursor(), scratch.get(), n);
+    r.Cursor()[n] = 0;
+    r.Sync();
+}
+
+}  // namespace
+
 bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
                                         CKestroMenuPgcTable* table, unsigned long startSector) {
     const MenuPgcKind& k = *m_kind;
@@ -382,11 +428,9 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
         AppendUnchecked(r, " \r\n");
     }
     if (!table) return true;
-    // Each PGC report is rendered with the whole len as its room, as the
-    // report rule has it, and then copied only as far as the caller's buffer
-    // reaches (len plus the headroom).
-    // Scratch for one PGC report: grown, never cleared (a report writes its
-    // own terminator), so a large caller buffer costs no zero-filling.
+    // Scratch for the PGC reports that do not fit in place (below): grown,
+    // never cleared (a report writes its own terminator), so a large caller
+    // buffer costs no zero-filling.
     std::unique_ptr<char[]> scratch;
     size_t scratchSize = 0;
     uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
@@ -412,22 +456,7 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
             if (!r.Text(line)) return false;
             int number = k.byteAddressNumberedByLine ? lineLen + 1 : int(j);
             if (!r.Line(k.byteAddressLine, number, int(start))) return false;
-            if (pgc) {
-                size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
-                if (scratchSize < room + kScratchSlack) {
-                    scratchSize = room + kScratchSlack;
-                    scratch.reset(new char[scratchSize]);
-                }
-                scratch[0] = 0;
-                pgc->DetailsOfPGCI(4, m_unit.data(), start, scratch.get(), int(room), m_unitHeld);
-                // Last index the terminator may take in the caller's buffer.
-                size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
-                size_t n = strnlen(scratch.get(), scratchSize);
-                if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
-                std::memcpy(r.Cursor(), scratch.get(), n);
-                r.Cursor()[n] = 0;
-                r.Sync();
-            }
+            if (pgc) ReportUnitPgc(r, *pgc, m_unit, m_unitHeld, start, scratch, scratchSize);
             AppendUnchecked(r, k.pgcSeparator);
         }
     }
