@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "kestro/kestro.h"
+#include "line_ends.h"
 
 namespace kestro_tool {
 
@@ -25,24 +26,6 @@ fs::path BackupPathOf(const fs::path& ifo) {
 }
 
 namespace {
-
-// The library writes report lines ending in "\r\n"; the terminal gets "\n".
-// The "\r"s are squeezed out in place, so that each piece of a report goes
-// out in one write.
-size_t SqueezeCarriageReturns(char* text, size_t size) {
-    const char* in = text;
-    const char* const end = text + size;
-    char* out = text;
-    while (in < end) {
-        const void* cr = std::memchr(in, '\r', size_t(end - in));
-        const char* stop = cr ? static_cast<const char*>(cr) : end;
-        const size_t n = size_t(stop - in);
-        if (out != in) std::memmove(out, in, n);
-        out += n;
-        in = stop == end ? end : stop + 1;
-    }
-    return size_t(out - text);
-}
 
 // Prints the reports of one file: a heading per table, its text, and its
 // error on stderr when it failed.
