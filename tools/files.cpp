@@ -157,14 +157,20 @@ fs::path VideoTsFolderOf(const fs::path& folder) {
     return folder;
 }
 
-std::vector<fs::path> IfoFilesOf(const fs::path& folder) {
-    fs::path dir = VideoTsFolderOf(folder);
-    std::vector<fs::path> vmg, vts;
+namespace {
+
+// The IFO files of one folder (VIDEO_TS.IFO and VTS_nn_0.IFO, in any case),
+// and its VIDEO_TS subfolder when it has one and `videoTs` asks for it.
+void ListIfoFiles(const fs::path& dir, std::vector<fs::path>& vmg, std::vector<fs::path>& vts,
+                  fs::path* videoTs) {
     std::error_code ec;
     for (auto& e : fs::directory_iterator(dir, ec)) {
-        if (!e.is_regular_file()) continue;
         std::string name = Upper(e.path().filename().string());
-        if (name == "VIDEO_TS.IFO") {
+        if (videoTs && videoTs->empty() && name == "VIDEO_TS" && e.is_directory()) {
+            *videoTs = e.path();
+        } else if (!e.is_regular_file()) {
+            continue;
+        } else if (name == "VIDEO_TS.IFO") {
             vmg.push_back(e.path());
         } else if (name.size() == 12 && name.compare(0, 4, "VTS_") == 0 &&
                    name.compare(6, 6, "_0.IFO") == 0 && std::isdigit((unsigned char)name[4]) &&
@@ -172,7 +178,22 @@ std::vector<fs::path> IfoFilesOf(const fs::path& folder) {
             vts.push_back(e.path());
         }
     }
-    if (ec) throw ToolError(folder.string() + ": " + ec.message());
+    if (ec) throw ToolError(dir.string() + ": " + ec.message());
+}
+
+}  // namespace
+
+std::vector<fs::path> IfoFilesOf(const fs::path& folder) {
+    // One pass over the folder: a disc root with a VIDEO_TS folder is listed
+    // again there, a folder of IFO files only once.
+    std::vector<fs::path> vmg, vts;
+    fs::path videoTs;
+    ListIfoFiles(folder, vmg, vts, &videoTs);
+    if (!videoTs.empty()) {
+        vmg.clear();
+        vts.clear();
+        ListIfoFiles(videoTs, vmg, vts, nullptr);
+    }
     std::sort(vts.begin(), vts.end(), [](const fs::path& a, const fs::path& b) {
         return Upper(a.filename().string()) < Upper(b.filename().string());
     });
