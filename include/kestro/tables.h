@@ -256,8 +256,11 @@ protected:
     uint32_t ReadUnit(CKestroMenuPgcTable* table, unsigned long position);
 
     const kestro::MenuPgcKind* m_kind;
-    std::vector<uint8_t> m_unit;  // kUnitBuffer bytes
-    uint32_t m_unitHeld;          // bytes of m_unit read from the file
+    // kUnitBuffer bytes; only the first m_unitHeld (the bytes read from the
+    // file) are ever read, so the rest is left as it is.
+    std::unique_ptr<uint8_t[]> m_unit;
+    uint32_t m_unitHeld;
+
     uint16_t m_unitCount;
 };
 

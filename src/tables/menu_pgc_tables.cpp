@@ -336,7 +336,7 @@ void AppendUnchecked(Report& r, const char* text) {
 }  // namespace
 
 CKestroLanguageUnits::CKestroLanguageUnits(const MenuPgcKind& kind)
-    : m_kind(&kind), m_unit(kUnitBuffer, 0), m_unitHeld(0), m_unitCount(0) {}
+    : m_kind(&kind), m_unit(new uint8_t[kUnitBuffer]), m_unitHeld(0), m_unitCount(0) {}
 
 CKestroLanguageUnits::~CKestroLanguageUnits() = default;
 
@@ -352,12 +352,13 @@ int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTab
 uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
     int h = table->LoadedHandle();
     FileSeek(h, position, 0);
-    std::fill(m_unit.begin(), m_unit.end(), 0);
-    m_unitHeld = uint32_t(FileRead(h, m_unit.data(), kUnitBuffer));
+    m_unitHeld = uint32_t(FileRead(h, m_unit.get(), kUnitBuffer));
+    // The header is read whole whatever the file held.
+    if (m_unitHeld < 8) std::fill(m_unit.get() + m_unitHeld, m_unit.get() + 8, 0);
     // The header's count and end address are kept in host (little-endian)
     // order in place; the rest stays as the file has it.
-    uint16_t count = GetBE16(m_unit.data());
-    uint32_t end = GetBE32(m_unit.data() + 4);
+    uint16_t count = GetBE16(m_unit.get());
+    uint32_t end = GetBE32(m_unit.get() + 4);
     m_unit[0] = uint8_t(count);
     m_unit[1] = uint8_t(count >> 8);
     for (int b = 0; b < 4; ++b) m_unit[size_t(4 + b)] = uint8_t(end >> (8 * b));
@@ -369,7 +370,7 @@ struct UnitHeader {
     uint16_t pgcs;
     uint32_t end;
 };
-UnitHeader HeaderOf(const std::vector<uint8_t>& u) {
+UnitHeader HeaderOf(const uint8_t* u) {
     return {uint16_t(u[0] | (u[1] << 8)),
             uint32_t(u[4]) | uint32_t(u[5]) << 8 | uint32_t(u[6]) << 16 | uint32_t(u[7]) << 24};
 }
@@ -387,17 +388,17 @@ UnitHeader HeaderOf(const std::vector<uint8_t>& u) {
 // PGC is reported once as far as the bytes can tell.
 namespace {
 
-void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, std::vector<uint8_t>& unit, uint32_t held,
+void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
                    uint32_t start, std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
     const int len = r.Len();
     const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
     if (limit > r.Used() + kScratchSlack) {
-        const ByteView bytes(unit.data(), held);
+        const ByteView bytes(unit, held);
         const size_t swapAt = size_t(start) + bytes.BE16(size_t(start) + pgc::kGiCmdtSa);
         uint8_t saved[8];
         bytes.Copy(swapAt, saved, sizeof saved);
         const size_t room = std::min<size_t>(limit - r.Used() - kScratchSlack, INT_MAX);
-        if (pgc.DetailsOfPGCI(4, unit.data(), start, r.Cursor(), int(room), held) > 0) {
+        if (pgc.DetailsOfPGCI(4, unit, start, r.Cursor(), int(room), held) > 0) {
             r.Sync();
             return;
         }
@@ -409,7 +410,7 @@ void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, std::vector<uint8_t>& unit, uin
         scratch.reset(new char[scratchSize]);
     }
     scratch[0] = 0;
-    pgc.DetailsOfPGCI(4, unit.data(), start, scratch.get(), int(room), held);
+    pgc.DetailsOfPGCI(4, unit, start, scratch.get(), int(room), held);
     size_t n = strnlen(scratch.get(), scratchSize);
     if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
     std::memcpy(r.Cursor(), scratch.get(), n);
@@ -441,8 +442,8 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
             continue;
         }
         ReadUnit(table, position);
-        UnitHeader h = HeaderOf(m_unit);
-        ByteView unit(m_unit.data(), m_unitHeld);
+        UnitHeader h = HeaderOf(m_unit.get());
+        ByteView unit(m_unit.get(), m_unitHeld);
         if (!r.Line(k.unitPgcCountLine, int(i), h.pgcs) ||
             !r.Line(k.unitEndLine, int(i), int(h.end)))
             return false;
@@ -456,7 +457,7 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
             if (!r.Text(line)) return false;
             int number = k.byteAddressNumberedByLine ? lineLen + 1 : int(j);
             if (!r.Line(k.byteAddressLine, number, int(start))) return false;
-            if (pgc) ReportUnitPgc(r, *pgc, m_unit, m_unitHeld, start, scratch, scratchSize);
+            if (pgc) ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, start, scratch, scratchSize);
             AppendUnchecked(r, k.pgcSeparator);
         }
     }
@@ -473,8 +474,8 @@ bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startS
     for (uint32_t i = 1; i <= count; ++i) {
         // An undefined unit (start byte 0) is read from the file's start.
         ReadUnit(table, table->UnitPosition(uint16_t(i - 1), startSector));
-        UnitHeader h = HeaderOf(m_unit);
-        ByteView unit(m_unit.data(), m_unitHeld);
+        UnitHeader h = HeaderOf(m_unit.get());
+        ByteView unit(m_unit.get(), m_unitHeld);
         units.Write(units.Key(k.pgcCountKey, int(i)), "%d", h.pgcs);
         units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(h.end));
         uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
@@ -486,7 +487,7 @@ bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startS
             Source one(iniPath, section);
             one.Write(k.categoryKey, "%08x", unsigned(category));
             one.Write(k.pgcStartKey, "%d", int(start));
-            if (pgc) pgc->DisasmPGCI(iniPath, m_unit.data(), start, k.pgcPrefix, section, m_unitHeld);
+            if (pgc) pgc->DisasmPGCI(iniPath, m_unit.get(), start, k.pgcPrefix, section, m_unitHeld);
         }
     }
     INIFlushFiles();
