@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -79,8 +80,16 @@ private:
 
 // Report buffers are exactly room + 3 bytes (the report rule's headroom) on
 // the heap, so a report that writes one byte too many is caught.
+// Reports go to a buffer of `room`; with a piece size they are streamed
+// through it, every piece checked to be text from the buffer's start.
 struct ReportBuffer {
-    explicit ReportBuffer(int room) : room(room), buf(size_t(room) + 3, '\0') {}
+    ReportBuffer(int room, size_t piece) : room(room), buf(size_t(room) + 3, '\0') {
+        if (piece) stream.emplace(&Handed, this, piece);
+    }
+    static void Handed(void* self, char* text, size_t size) {
+        auto& b = *static_cast<ReportBuffer*>(self);
+        if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size)) std::abort();
+    }
     char* Fresh() {
         std::memset(buf.data(), 0, buf.size());
         return buf.data();
@@ -90,6 +99,7 @@ struct ReportBuffer {
     }
     int room;
     std::vector<char> buf;
+    std::optional<kestro::ReportStream> stream;
 };
 
 // The handle the file layer gives next; a run must leave it unchanged (a
@@ -115,6 +125,7 @@ inline long FileBytes(const std::string& path) {
 // Options for one run over a loaded file.
 struct LoadedRun {
     int reportRoom = 1 << 18;  // room given to each report
+    size_t streamPiece = 0;    // when not 0, reports are streamed in pieces of this size
     bool disasm = true;        // write the source too
     bool sideFiles = true;     // the binary and INI side-file writers (VTS)
 };
@@ -131,7 +142,7 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom);
+        ReportBuffer rb(run.reportRoom, run.streamPiece);
         mat.Details(rb.Fresh(), rb.room);
         rb.CheckTerminated();
         auto report = [&](auto& t) {
@@ -177,7 +188,7 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom);
+        ReportBuffer rb(run.reportRoom, run.streamPiece);
         auto report = [&](auto& t) {
             t.Details(rb.Fresh(), rb.room);
             rb.CheckTerminated();
@@ -394,13 +405,15 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // reported with ample room and disassembled; the source just written
 // assembled again while it is small (large ones are the source target's
 // business); then reported again with a small room taken from the input's
-// last byte. Traps when a file handle was left open.
+// last byte, streamed in pieces of a size taken from the byte before it.
+// Traps when a file handle was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
     DriveBytes(s, vmg, data, size, run);
     if (FileBytes(s.Ini()) < (64 << 10)) DriveSource(s);
     run.reportRoom = size > 20 ? 1 + data[size - 1] * 4 : 16;
+    run.streamPiece = size > 20 ? data[size - 2] % 4 * 300 : 0;
     run.disasm = false;
     DriveBytes(s, vmg, data, size, run);
     s.Clear();
