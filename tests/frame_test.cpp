@@ -242,7 +242,10 @@ TEST(Formatting, MatchesTheCLibrary) {
 
 // Map lines are built without a format; they must read as the format would.
 TEST(ReportRule, NumberLinesReadAsTheirFormat) {
-    for (int v : {0, 9, 10, 12345, -1, 2147483647, -2147483647 - 1}) {
+    std::vector<int> values = {0, 2147483647, -2147483647 - 1};
+    for (long long p = 1; p <= 1000000000; p *= 10)  // every digit count, both sides of it
+        for (long long v : {p - 1, p, p + 1, 3 * p + 7, -p, -p + 1}) values.push_back(int(v));
+    for (int v : values) {
         char a[128] = {}, b[128] = {};
         Report ra(a, 100), rb(b, 100);
         const int w = v == 0 ? -1 : ~v;  // the other sign

@@ -81,12 +81,14 @@ struct Sink {
     }
 };
 
+// The decimal digit pairs "00" to "99".
+constexpr char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
 // Writes v in decimal so that it ends just before `last`; returns its start.
 char* DecimalDigits(unsigned long long v, char* last) {
-    static const char kPairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     char* d = last;
     for (; v >= 100; v /= 100) {
         const unsigned pair = unsigned(v % 100) * 2;
@@ -224,15 +226,42 @@ size_t FormatInto(char* out, size_t size, const char* fmt, va_list ap, char** te
 
 }  // namespace
 
+namespace {
+
+char* PutPair(char* out, uint32_t pair) {
+    std::memcpy(out, kPairs + 2 * pair, 2);
+    return out + 2;
+}
+// 1 to 4 digits of v < 10,000, no leading zeros.
+char* PutUpTo4(char* out, uint32_t v) {
+    if (v < 100) {
+        if (v < 10) {
+            *out = char('0' + v);
+            return out + 1;
+        }
+        return PutPair(out, v);
+    }
+    const uint32_t hi = v / 100;
+    if (hi < 10)
+        *out++ = char('0' + hi);
+    else
+        out = PutPair(out, hi);
+    return PutPair(out, v % 100);
+}
+// Exactly 4 digits of v < 10,000.
+char* Put4(char* out, uint32_t v) { return PutPair(PutPair(out, v / 100), v % 100); }
+
+}  // namespace
+
+// Map lines put hundreds of thousands of numbers: split by magnitude into
+// groups of four digits and written by digit pairs, without a loop.
 char* PutDecimal(char* out, int value) {
     if (value < 0) *out++ = '-';
-    const unsigned v = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
-    // Counting the digits first lets them be written in place, right to left.
-    unsigned n = 1;
-    for (unsigned long long bound = 10; n < 10 && v >= bound; bound *= 10) ++n;
-    char* const end = out + n;
-    DecimalDigits(v, end);
-    return end;
+    const uint32_t v = value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    if (v < 10000) return PutUpTo4(out, v);
+    if (v < 100000000) return Put4(PutUpTo4(out, v / 10000), v % 10000);
+    const uint32_t low = v % 100000000;
+    return Put4(Put4(PutUpTo4(out, v / 100000000), low / 10000), low % 10000);
 }
 
 int FormatV(char* out, size_t size, const char* fmt, va_list ap) {
