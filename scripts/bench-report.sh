@@ -7,7 +7,9 @@
 # DISC is a folder holding VIDEO_TS/ (or the VIDEO_TS folder itself, or a
 # folder of IFO files as in the real-disc corpus). Default: every disc of the
 # corpus beside the checkout. Prints the mean and the best wall-clock time of
-# each tool per disc, in milliseconds.
+# each tool per disc, in milliseconds, and, where perf is installed, the
+# median and the best CPU time (task-clock) of ten alternating rounds of
+# RUNS runs each.
 set -euo pipefail
 kestro=${1:?usage: bench-report.sh KESTRO_BINARY [RUNS] [DISC...]}
 runs=${2:-20}
@@ -37,4 +39,14 @@ for disc in "${discs[@]}"; do
   echo "$disc ($runs runs each):"
   echo "  kestro report: $(printf '%s\n' "${k[@]}" | summary)"
   echo "  lsdvd -x:      $(printf '%s\n' "${l[@]}" | summary)"
+  if command -v perf >/dev/null && perf stat -e task-clock true >/dev/null 2>&1; then
+    cpu() { perf stat -r "$runs" -e task-clock "$@" 2>&1 >/dev/null | awk '/task-clock/ {print $1}'; }
+    kc=(); lc=()
+    for ((r = 0; r < 10; r++)); do
+      kc+=($(cpu "$kestro" report "$vts")); lc+=($(cpu lsdvd -x "$lsdvd_arg"))
+    done
+    median() { sort -n | awk '{v[NR]=$1} END {printf "median %.2f ms, best %.2f ms", (NR%2 ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2), v[1]}'; }
+    echo "  CPU, kestro:   $(printf '%s\n' "${kc[@]}" | median)"
+    echo "  CPU, lsdvd:    $(printf '%s\n' "${lc[@]}" | median)"
+  fi
 done

@@ -9,5 +9,10 @@ int main() {
     char text[64];
     int n = codec.DisAssembleCommand(nop, text);
     std::printf("%s|%lu\n", text, axtoi("x1A"));
-    return n == 13 ? 0 : 1;
+    bool streamed;
+    {
+        kestro::ReportStream stream([](void*, char*, std::size_t) {}, nullptr);
+        streamed = kestro::ReportStream::Current() == &stream;
+    }
+    return n == 13 && streamed && !kestro::ReportStream::Current() ? 0 : 1;
 }
