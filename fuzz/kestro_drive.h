@@ -84,7 +84,9 @@ private:
 // through it, every piece checked to be text from the buffer's start.
 struct ReportBuffer {
     ReportBuffer(int room, size_t piece) : room(room), buf(size_t(room) + 3, '\0') {
-        if (piece) stream.emplace(&Handed, this, piece);
+        // A damaged count can announce hundreds of millions of entries:
+        // a streamed report stops at a megabyte, as a buffered one at its room.
+        if (piece) stream.emplace(&Handed, this, piece, size_t(1) << 20);
     }
     static void Handed(void* self, char* text, size_t size) {
         auto& b = *static_cast<ReportBuffer*>(self);

@@ -260,3 +260,16 @@ TEST(ReportRule, NumberLinesReadAsTheirFormat) {
 }
 
 }  // namespace
+
+TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
+    auto sink = [](void*, char*, size_t) {};
+    auto outer = std::make_unique<kestro::ReportStream>(sink, nullptr);
+    auto inner = std::make_unique<kestro::ReportStream>(sink, nullptr);
+    EXPECT_EQ(kestro::ReportStream::Current(), inner.get());
+    outer.reset();  // ends first: the inner one stays in force
+    EXPECT_EQ(kestro::ReportStream::Current(), inner.get());
+    inner.reset();
+    EXPECT_EQ(kestro::ReportStream::Current(), nullptr);
+    kestro::ReportStream none(nullptr, nullptr);  // no sink: not installed
+    EXPECT_EQ(kestro::ReportStream::Current(), nullptr);
+}

@@ -56,6 +56,9 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
         {{"report", "--bogus", "x"}, 2, "bogus"},
         {{"asm", "x.ini", "-o", "a", "--output=b"}, 2, "--output given more than once"},
         {{"asm", "x.ini", "-oa", "--force=yes"}, 2, "--force takes no value"},
+        {{"asm", "x.ini", "--output", "--force"}, 2, "--output needs a value"},
+        {{"rebuild", "x", "-o", "y", "-qz"}, 2, "unknown option '-qz'"},
+        {{"rebuild", dir / "disc", "-o", dir / "combined", "-qf"}, 0, ""},
         {{"rebuild", "a", "b", "-o", "c"}, 2, "unexpected argument 'b'"},
         {{"report", "--", "--bogus"}, 1, "--bogus: no such file"},
         {{"disasm", junk, "--output=" + (dir / "j.ini")}, 1, "not a DVD-Video information file"},
@@ -176,6 +179,25 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     size_t from = r.out.find("---- VTS_PGCIT ----\n");
     ASSERT_NE(from, std::string::npos);
     EXPECT_EQ(r.out.substr(from, r.out.find("---- ", from + 1) - from), expected);
+}
+
+TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
+    // A cell address table whose end address is below 7 announces some 357
+    // million entries: the report stops at 256 MiB with a message, and the
+    // other tables are still reported.
+    std::string vmg = dir / "VIDEO_TS.IFO";
+    ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VIDEO_TS.ini", "-o", vmg}).code, 0);
+    std::vector<uint8_t> b = kt::ReadBytes(vmg);
+    const size_t cadt = size_t(b.at(0xD8) << 24 | b.at(0xD9) << 16 | b.at(0xDA) << 8 | b.at(0xDB)) * 2048;
+    ASSERT_NE(cadt, 0u);
+    b.at(cadt + 7) = 3;
+    b.at(cadt + 4) = b.at(cadt + 5) = b.at(cadt + 6) = 0;
+    kt::WriteBytes(vmg, b);
+    tt::Result r = Kestro({"report", vmg});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("VIDEO_TS.IFO: VMGM_C_ADT: report stopped after 256 MiB"), std::string::npos) << r.err;
+    EXPECT_LT(r.out.size(), size_t(300) << 20);
+    EXPECT_NE(r.out.find("---- VMGM_VOBU_ADMAP ----"), std::string::npos);
 }
 
 }  // namespace

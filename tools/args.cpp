@@ -88,6 +88,23 @@ void CommandHelp(const ArgProgram& p, const ArgCommand& c) {
     }
 }
 
+bool LooksLikeOption(const char* arg) { return arg[0] == '-' && arg[1] != '\0'; }
+
+// Sets every flag of "-abc" when each letter is a short flag of the command.
+bool SetShortFlags(const ArgCommand& c, const std::string& arg) {
+    std::vector<bool*> flags;
+    for (size_t at = 1; at < arg.size(); ++at) {
+        const std::string name = std::string("-") + arg[at];
+        const ArgOption* found = nullptr;
+        for (const auto& o : c.options)
+            if (o.flag && Named(o, name)) found = &o;
+        if (!found) return false;
+        flags.push_back(found->flag);
+    }
+    for (bool* f : flags) *f = true;
+    return true;
+}
+
 // A usage error: the message, then where help is; exit status 2.
 int Usage(int& exitCode, const std::string& where, const std::string& helpCommand,
           const std::string& message) {
@@ -132,6 +149,8 @@ int ParseCommand(const ArgProgram& p, const ArgCommand& c, int index, int argc, 
                     if (c.options[k].value && Named(c.options[k], name)) break;
                 inlineValue = arg.substr(2);
                 hasInline = true;
+                // "-qf": short flags together.
+                if (k == c.options.size() && SetShortFlags(c, arg)) continue;
             }
             if (k == c.options.size()) return fail("unknown option '" + arg + "'");
             const ArgOption& o = c.options[k];
@@ -143,7 +162,9 @@ int ParseCommand(const ArgProgram& p, const ArgCommand& c, int index, int argc, 
             if (given[k]) return fail(LongName(o) + " given more than once");
             given[k] = true;
             if (!hasInline) {
-                if (i + 1 >= argc) return fail(LongName(o) + " needs a value");
+                // A value that starts with '-' is given as --name=-x or -n-x.
+                if (i + 1 >= argc || LooksLikeOption(argv[i + 1]))
+                    return fail(LongName(o) + " needs a value");
                 inlineValue = argv[++i];
             }
             if (!o.choices.empty()) {

@@ -235,6 +235,11 @@ constexpr size_t kReportPiece = size_t(1) << 15;
 // A report that stops more than this before the end of its buffer failed
 // for a reason other than room.
 constexpr size_t kLongestLine = 4096;
+// The longest report a table is allowed. The largest well-formed ones (a
+// title set's time maps, a PGC table of hundreds of PGCs) stay far below;
+// a damaged table can announce hundreds of millions of entries, and its
+// report is stopped here rather than printing gigabytes of zeros.
+constexpr size_t kReportLimit = size_t(1) << 28;
 
 // One try at a table's report, streamed to the sink. A PGC report nested in
 // a table's report that does not fit what is left of the buffer is cut
@@ -244,7 +249,7 @@ constexpr size_t kLongestLine = 4096;
 // with a larger buffer. A report is the same text at any buffer size, so
 // the redo passes on only what no earlier try passed on.
 struct StreamedTry {
-    static constexpr char kCanary[8] = {1, -1, 2, -2, 3, -3, 4, -4};
+    static constexpr unsigned char kCanary[8] = {0x01, 0xFF, 0x02, 0xFE, 0x03, 0xFD, 0x04, 0xFC};
 
     ReportSink& sink;
     const char* table;
@@ -296,12 +301,20 @@ void ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const TableOps<
         std::string error;
         int run;
         {
-            kestro::ReportStream stream(&StreamedTry::Hand, &attempt, kReportPiece);
+            kestro::ReportStream stream(&StreamedTry::Hand, &attempt, kReportPiece, kReportLimit);
             run = ops.details(*session, buf, len, error);
         }
         if (run == kAbsent) return;
         const size_t used = strnlen(buf, size);
         const bool nearFull = attempt.Overflowed() || used + kLongestLine >= size_t(len);
+        // Past the limit the stream hands nothing on and the report fills
+        // the buffer: no larger buffer would help.
+        const bool atLimit = run != kDone && attempt.handed + used > kReportLimit;
+        if (atLimit) {
+            if (!attempt.overflow) attempt.Pass(buf, used);
+            return sink.Done(ops.name, false,
+                             "report stopped after 256 MiB (the table's counts look damaged)");
+        }
         if (nearFull && size < kLimit) {
             passed = std::max(passed, attempt.handed);
             continue;

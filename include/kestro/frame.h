@@ -133,13 +133,18 @@ KESTRO_API void TraceFileCreation(const char* path);
 // room rule of Details applies to what the buffer holds. After Details the
 // buffer holds the text not yet handed on. The text is handed on from the
 // buffer's start, so what it held before the call comes first. The sink may
-// change the text in place (it is the caller's buffer). Streams nest: the
-// newest one of the thread is used, until it ends.
+// change the text in place (it is the caller's buffer). A report hands on at
+// most `limit` characters: a damaged table can announce hundreds of millions
+// of entries, and past the limit the text stays in the buffer, where the
+// report stops when the buffer is full, as without a stream. Streams nest: the
+// newest one of the thread that has not ended is used (they may end in any
+// order).
 class KESTRO_API ReportStream {
 public:
     using Sink = void (*)(void* context, char* text, std::size_t size);
 
-    ReportStream(Sink sink, void* context, std::size_t piece = std::size_t(1) << 15);
+    ReportStream(Sink sink, void* context, std::size_t piece = std::size_t(1) << 15,
+                 std::size_t limit = ~std::size_t(0));
     ~ReportStream();
     ReportStream(const ReportStream&) = delete;
     ReportStream& operator=(const ReportStream&) = delete;
@@ -149,12 +154,14 @@ public:
     // Hands text on to the sink.
     void Hand(char* text, std::size_t size) const { sink_(context_, text, size); }
     std::size_t Piece() const { return piece_; }
+    std::size_t Limit() const { return limit_; }
 
 private:
     Sink sink_;
     void* context_;
     std::size_t piece_;
-    const ReportStream* outer_;
+    std::size_t limit_;
+    ReportStream* outer_;  // the stream that was in force before this one
 };
 
 }  // namespace kestro

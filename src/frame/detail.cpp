@@ -281,16 +281,25 @@ int Format(char* out, size_t size, const char* fmt, ...) {
 // ---- Report ----------------------------------------------------------------
 
 namespace {
-thread_local const ReportStream* t_stream = nullptr;
+thread_local ReportStream* t_stream = nullptr;
 }  // namespace
 
-ReportStream::ReportStream(Sink sink, void* context, size_t piece)
-    : sink_(sink), context_(context), piece_(piece ? piece : 1), outer_(t_stream) {
+ReportStream::ReportStream(Sink sink, void* context, size_t piece, size_t limit)
+    : sink_(sink), context_(context), piece_(piece ? piece : 1), limit_(limit), outer_(t_stream) {
     if (sink_) t_stream = this;
 }
 
 ReportStream::~ReportStream() {
-    if (t_stream == this) t_stream = outer_;
+    // Unlinked from the thread's chain of streams wherever it stands in it.
+    if (t_stream == this) {
+        t_stream = outer_;
+        return;
+    }
+    for (ReportStream* s = t_stream; s; s = s->outer_)
+        if (s->outer_ == this) {
+            s->outer_ = outer_;
+            return;
+        }
 }
 
 const ReportStream* ReportStream::Current() { return t_stream; }

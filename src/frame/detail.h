@@ -134,6 +134,9 @@ public:
     // Where the next line goes and what has been written so far.
     char* Cursor() const { return buf_ + used_; }
     size_t Used() const { return used_; }
+    // What the report has written so far, counting text a ReportStream was
+    // handed: what Used() would be without the stream.
+    size_t Written() const { return handed_ + used_; }
     int Len() const { return len_; }
 
 private:
@@ -149,10 +152,12 @@ private:
     bool Append(const char* line, size_t n);
 
     // With a ReportStream in force: at a line end, hands the buffer's text
-    // on once a piece has built up, and starts the buffer again.
+    // on once a piece has built up, and starts the buffer again, as long as
+    // the report stays within the stream's limit.
     void Spill() {
-        if (stream_ && used_ >= stream_->Piece()) {
+        if (stream_ && used_ >= stream_->Piece() && handed_ + used_ <= stream_->Limit()) {
             stream_->Hand(buf_, used_);
+            handed_ += used_;
             used_ = 0;
             buf_[0] = '\0';
         }
@@ -161,6 +166,7 @@ private:
     char* buf_;
     int len_;
     size_t used_;
+    size_t handed_ = 0;
     const ReportStream* stream_;
 };
 

@@ -65,14 +65,14 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
             !r.Line("    Attributes of VTSM_VOBS: %02x%02x", rec.U8(8), rec.U8(9)) ||
             !r.Line("    Number of audio streams in VTSM_VOBS: %d", rec.U8(11)))
             return false;
-        // These stream lines are numbered by the characters already in the
-        // buffer plus one, not by the stream.
+        // These stream lines are numbered by the characters the report has
+        // written so far plus one, not by the stream.
         for (int j = 1; j <= rec.U8(11); ++j)
-            if (!r.Line("      Audio %d attributes: %x", int(r.Used() + 1), rec.U8(11 + j)))
+            if (!r.Line("      Audio %d attributes: %x", int(r.Written() + 1), rec.U8(11 + j)))
                 return false;
         if (!r.Line("    Number of subpicture streams: %d", rec.U8(93))) return false;
         for (int j = 1; j <= rec.U8(93); ++j)
-            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Used() + 1),
+            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Written() + 1),
                         rec.U8(93 + j)))
                 return false;
         if (!r.Line("    Video attributes of VTSTT_VOBS: %02x%02x", rec.U8(264), rec.U8(265)) ||
@@ -86,7 +86,7 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
         }
         if (!r.Line("    Number of subpicture streams in VTSTT_VOBS: %d", rec.U8(349))) return false;
         for (int j = 1; j <= rec.U8(349); ++j)
-            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Used() + 1),
+            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Written() + 1),
                         rec.U8(kTitleSubpAt + kTitleSubpSize * (j - 1))))
                 return false;
     }
