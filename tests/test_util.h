@@ -60,6 +60,17 @@ inline void WriteText(const std::string& path, const std::string& text) {
 }
 
 // The real discs beside the checkout, or an empty list when there are none.
+// Big-endian fields of a file image: zeros read beyond its end, nothing
+// written there.
+inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
+    uint32_t v = 0;
+    for (size_t i = at; i < at + 4; ++i) v = v << 8 | (i < b.size() ? b[i] : 0);
+    return v;
+}
+inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
+    for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i) b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
+}
+
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
 
 inline std::vector<std::string> CorpusFiles(const std::string& prefix) {

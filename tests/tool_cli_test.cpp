@@ -159,9 +159,9 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     std::string vts = dir / "VTS_02_0.IFO";
     ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts}).code, 0);
     std::vector<uint8_t> b = kt::ReadBytes(vts);
-    auto be = [&](size_t at, int n) { size_t v = 0; while (n--) v = v << 8 | b.at(at++); return v; };
-    const size_t pgcit = be(0xCC, 4) * 2048, pgc = pgcit + be(pgcit + 12, 4), cmdt = pgc + be(pgc + 0xE4, 2);
-    b.at(cmdt) = b.at(cmdt + 1) = 0xFF;
+    const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048, pgc = pgcit + kt::BE32(b, pgcit + 12),
+                 cmdt = pgc + (kt::BE32(b, pgc + 0xE4) >> 16);
+    kt::PutBE(b, cmdt, 0xFFFF, 2);
     kt::WriteBytes(vts, b);
 
     CKestro_VTS_MAT mat;
@@ -188,10 +188,9 @@ TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
     std::string vmg = dir / "VIDEO_TS.IFO";
     ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VIDEO_TS.ini", "-o", vmg}).code, 0);
     std::vector<uint8_t> b = kt::ReadBytes(vmg);
-    const size_t cadt = size_t(b.at(0xD8) << 24 | b.at(0xD9) << 16 | b.at(0xDA) << 8 | b.at(0xDB)) * 2048;
-    ASSERT_NE(cadt, 0u);
-    b.at(cadt + 7) = 3;
-    b.at(cadt + 4) = b.at(cadt + 5) = b.at(cadt + 6) = 0;
+    const size_t cadt = size_t(kt::BE32(b, 0xD8)) * 2048;
+    ASSERT_TRUE(cadt != 0 && cadt + 8 <= b.size());
+    kt::PutBE(b, cadt + 4, 3, 4);
     kt::WriteBytes(vmg, b);
     tt::Result r = Kestro({"report", vmg});
     EXPECT_EQ(r.code, 1);

@@ -108,14 +108,8 @@ TEST_F(HostileIfo, RandomBitFlips) {
     }
 }
 
-uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {  // zeros beyond the end
-    uint32_t v = 0;
-    for (size_t i = at; i < at + 4; ++i) v = v << 8 | (i < b.size() ? b[i] : 0);
-    return v;
-}
-void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {  // nothing beyond the end
-    for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i) b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
-}
+using kt::BE32;
+using kt::PutBE;
 
 // Each start sector of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
 // VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP) past the end, at 1 and all ones; each
@@ -280,11 +274,10 @@ TEST_F(HostileIfo, ReportsKeepToTheirHeadroom) {
 // in its first title set attribute record: the VTS_ATRT report numbers
 // those lines by the characters written before them.
 std::vector<uint8_t> WithMenuStreams(std::vector<uint8_t> b) {
-    auto be32 = [&](size_t at) { return at + 4 <= b.size() ? uint32_t(b[at]) << 24 | b[at + 1] << 16 | b[at + 2] << 8 | b[at + 3] : 0u; };
-    const size_t atrt = size_t(be32(208)) * 2048;
-    if (atrt == 0 || be32(atrt + 8) == 0) return {};
+    const size_t atrt = size_t(BE32(b, 208)) * 2048;
+    if (atrt == 0 || BE32(b, atrt + 8) == 0) return {};
     // The report reads the record at the length of its "VTS 1" line, less 8.
-    const size_t rec = atrt + 8 + ("  VTS 1 Attribute start byte address " + std::to_string(be32(atrt + 8))).size() - 8;
+    const size_t rec = atrt + 8 + ("  VTS 1 Attribute start byte address " + std::to_string(BE32(b, atrt + 8))).size() - 8;
     if (rec + 94 >= b.size()) return {};
     b[rec + 11] = b[rec + 93] = 5;
     return b;

@@ -310,21 +310,17 @@ void ReportOne(const fs::path& ifo, std::unique_ptr<S>& session, const TableOps<
         // Past the limit the stream hands nothing on and the report fills
         // the buffer: no larger buffer would help.
         const bool atLimit = run != kDone && attempt.handed + used > kReportLimit;
-        if (atLimit) {
-            if (!attempt.overflow) attempt.Pass(buf, used);
-            return sink.Done(ops.name, false,
-                             "report stopped after 256 MiB (the table's counts look damaged)");
-        }
-        if (nearFull && size < kLimit) {
+        if (nearFull && !atLimit && size < kLimit) {
             passed = std::max(passed, attempt.handed);
             continue;
         }
         if (!attempt.overflow) attempt.Pass(buf, used);
         if (run == kDone && !attempt.overflow) return sink.Done(ops.name, true, error);
         sink.Done(ops.name, false,
-                  !error.empty() ? error
-                  : nearFull     ? "report larger than the largest buffer tried"
-                                 : "report failed");
+                  atLimit          ? "report stopped after 256 MiB (the table's counts look damaged)"
+                  : !error.empty() ? error
+                  : nearFull       ? "report larger than the largest buffer tried"
+                                   : "report failed");
         return;
     }
 }
