@@ -20,6 +20,7 @@ struct DisasmArgs {
     std::string ifo;
     std::string output;  // empty: <IFO name>.ini in the working folder
     SideFiles side = SideFiles::None;
+    bool libraryRules = false;  // the table classes' output unchanged (not lossless)
     bool force = false;
 };
 int RunDisasm(const DisasmArgs& args);
@@ -30,6 +31,7 @@ struct AsmArgs {
     bool absolute = false;
     bool lenient = false;
     bool backup = true;
+    bool libraryRules = false;
     bool force = false;
 };
 int RunAsm(const AsmArgs& args);
@@ -41,6 +43,7 @@ struct RebuildArgs {
     bool placeholderVobs = false;
     bool absolute = false;
     bool lenient = false;
+    bool libraryRules = false;
     bool force = false;
     bool quiet = false;
 };
