@@ -85,6 +85,17 @@ struct PrivateCopy {
     PrivateCopy& operator=(const PrivateCopy&) = delete;
 };
 
+// Failures of the private steps towards an output are told as failures to
+// write it: the user knows the output, not the working folder.
+template <class F>
+void ForOutput(const fs::path& output, F step) {
+    try {
+        step();
+    } catch (const ToolError& e) {
+        throw ToolError("cannot write " + output.string() + ": " + e.what());
+    }
+}
+
 bool LooksLikeTitleSetName(const std::string& name) {
     return name.size() >= 6 && std::isdigit(static_cast<unsigned char>(name[4])) &&
            std::isdigit(static_cast<unsigned char>(name[5]));
@@ -162,30 +173,37 @@ int RunDisasm(const DisasmArgs& args) {
         throw ToolError(output.string() +
                         ": side files are named after the source less its last four characters, "
                         "so its name needs at least five");
+    // Outputs that exist are refused before any work is done.
+    std::vector<std::unique_ptr<StagedFile>> staged;
+    staged.push_back(std::make_unique<StagedFile>(output, args.force));
 
-    PrivateDir work;
+    PrivateDir work(PrivateDir::InMemory{});
     fs::path copy = work / ifo.filename().string();
-    CopyFileTo(ifo, copy);
+    ForOutput(output, [&] { CopyFileTo(ifo, copy); });
     // The management table's Disasm deletes the source file before it
     // writes, so it writes into a private file that replaces the output
     // only when it is complete.
     fs::path ini = work / "src.ini";
     std::vector<std::string> sides;
+    LibraryIoWatch watch;
     try {
         sides = DisasmIfo(copy, ini, args.side);
     } catch (const ToolError& e) {
         throw ToolError(ifo.filename().string() + ": " + e.what());
     }
-
-    std::vector<std::unique_ptr<StagedFile>> staged;
-    staged.push_back(std::make_unique<StagedFile>(output, args.force));
-    CopyFileTo(ini, staged.back()->temp());
+    CheckLibraryIo(watch, output);
+    CheckSourceWritten(ini, output);
     for (const auto& s : sides) {
-        staged.push_back(std::make_unique<StagedFile>(SideStem(output) + s, args.force));
-        CopyFileTo(SideStem(ini) + s, staged.back()->temp());
+        const fs::path side = SideStem(output) + s;
+        if (s.size() > 4 && s.compare(s.size() - 4, 4, ".ini") == 0)
+            CheckSourceWritten(SideStem(ini) + s, side);
+        staged.push_back(std::make_unique<StagedFile>(side, args.force));
     }
-    for (auto& f : staged) f->Commit();
-    INIForgetFile(ini.c_str());
+    staged[0]->Write(ReadAll(ini));
+    for (size_t k = 0; k < sides.size(); ++k) staged[k + 1]->Write(ReadAll(SideStem(ini) + sides[k]));
+    std::vector<StagedFile*> all;
+    for (auto& f : staged) all.push_back(f.get());
+    CommitAll(all);
     return 0;
 }
 
@@ -197,10 +215,12 @@ int RunAsm(const AsmArgs& args) {
     // Work from a private copy of the source and its side files: the library
     // opens binary side files for writing, and joined time map entries must
     // not change the user's files.
-    PrivateDir work;
+    PrivateDir work(PrivateDir::InMemory{});
     fs::path ini = work / "src.ini";
-    CopyFileTo(source, ini);
-    CopySideFiles(source, ini);
+    ForOutput(output, [&] {
+        CopyFileTo(source, ini);
+        CopySideFiles(source, ini);
+    });
     if (fs::exists(SideStem(ini) + TmapIniSuffix(1)))
         CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str());
 
@@ -208,13 +228,18 @@ int RunAsm(const AsmArgs& args) {
     std::unique_ptr<StagedFile> bup;
     if (args.backup) bup = std::make_unique<StagedFile>(BackupPathOf(output), args.force);
 
+    // The library writes the file into the private folder; it is checked
+    // there and then written to its staged name with checked writes.
+    const fs::path built = work / "out.ifo";
     AsmOutcome outcome;
+    LibraryIoWatch watch;
     try {
-        outcome = AsmIfo(ini, ifo.temp(), output.parent_path(), output.filename().string(),
+        outcome = AsmIfo(ini, built, output.parent_path(), output.filename().string(),
                          args.absolute, args.lenient);
     } catch (const ToolError& e) {
         throw ToolError(source.filename().string() + ": " + UserPaths(e.what(), ini, source));
     }
+    CheckLibraryIo(watch, output);
     for (const auto& w : outcome.warnings)
         Complain("warning: " + source.filename().string() + ": " + UserPaths(w, ini, source));
     const std::string name = output.filename().string();
@@ -232,9 +257,11 @@ int RunAsm(const AsmArgs& args) {
         Complain("warning: " + name + ": no " + vob + " next to it; the " +
                  (outcome.kind == IfoKind::Vmg ? "menu" : "title") +
                  " VOB addresses count none");
-    if (bup) CopyFileTo(ifo.temp(), bup->temp());
-    ifo.Commit();
-    if (bup) bup->Commit();
+    const std::vector<unsigned char> bytes = ReadAll(built);
+    CheckIfoComplete(bytes, output);
+    ifo.Write(bytes);
+    if (bup) bup->Write(bytes);
+    CommitAll({&ifo, bup.get()});
     INIForgetFile(ini.c_str());
     return 0;
 }

@@ -1,5 +1,8 @@
 // kestro rebuild: every IFO file of a DVD folder through source and back
 // into a new folder, with a table-by-table account of what changed.
+#include <fcntl.h>
+#include <stdio.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -45,7 +48,7 @@ const std::vector<Field>& FieldsOf(IfoKind kind) {
         {200, 4, "vmgm_pgci_ut_sa"}, {204, 4, "ptl_mait_sa"},    {208, 4, "vts_atrt_sa"},
         {212, 4, "txtdt_mg_sa"},   {216, 4, "vmgm_c_adt_sa"},    {220, 4, "vmgm_vobu_admap_sa"},
         {256, 2, "vmgm_v_atr"},    {258, 2, "vmgm_ast_ns"},      {260, 64, "vmgm_ast_atr"},
-        {340, 2, "vmgm_spst_ns"},  {342, 192, "vmgm_spst_atr"},  {1024, 1268, "fp_pgc"},
+        {340, 2, "vmgm_spst_ns"},  {342, 192, "vmgm_spst_atr"},
     };
     static const std::vector<Field> vts = {
         {12, 4, "vts_ea"},           {28, 4, "vtsi_ea"},          {32, 2, "vern"},
@@ -105,7 +108,16 @@ std::string Hex(size_t v) {
     return buf;
 }
 
-std::string FieldAt(IfoKind kind, size_t offset) {
+// The field of the management table that holds byte `offset`, by the
+// file's own layout: the First Play PGC sits where fp_pgci_sa (bytes
+// 132-135) puts it, anywhere in the record up to vmgi_mat_ea (bytes
+// 128-131), and its bytes are named as the PGC whatever fixed field they
+// overlay.
+std::string FieldAt(IfoKind kind, const std::vector<unsigned char>& d, size_t offset) {
+    if (kind == IfoKind::Vmg) {
+        const size_t fp = BE32(d, 132), end = BE32(d, 128);
+        if (fp != 0 && offset >= fp && offset <= std::max(end, fp)) return "fp_pgc";
+    }
     for (const auto& f : FieldsOf(kind))
         if (offset >= f.offset && offset < f.offset + f.width) return f.name;
     return std::string();
@@ -172,7 +184,8 @@ std::vector<std::string> CompareIfo(const std::vector<unsigned char>& before,
             line << ' ' << Hex(runs[r].first);
             if (runs[r].second != runs[r].first) line << '-' << Hex(runs[r].second);
             if (i == 0) {
-                std::string field = FieldAt(kind, runs[r].first);
+                std::string field = FieldAt(kind, before, runs[r].first);
+                if (field.empty()) field = FieldAt(kind, after, runs[r].first);
                 if (!field.empty()) line << " (" << field << ")";
             }
         }
@@ -228,6 +241,75 @@ bool IsVob(const fs::path& p) {
 
 }  // namespace
 
+namespace {
+
+bool IsVideoTsName(const fs::path& p) {
+    std::string name = p.filename().string();
+    for (char& c : name) c = char(std::toupper((unsigned char)c));
+    return name == "VIDEO_TS";
+}
+
+// Creates the missing folders above `dir` and removes them again, when they
+// are still empty, unless the rebuild completed: a failed rebuild leaves the
+// file system as it found it.
+class CreatedParents {
+public:
+    explicit CreatedParents(const fs::path& dir) {
+        std::vector<fs::path> missing;
+        std::error_code ec;
+        for (fs::path p = dir; !p.empty() && !fs::exists(p, ec); p = p.parent_path()) {
+            missing.push_back(p);
+            if (p == p.parent_path()) break;
+        }
+        for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+            if (!fs::create_directory(*it, ec) && ec)
+                throw ToolError("cannot create the folder " + it->string() + ": " + ec.message());
+            created_.push_back(*it);
+        }
+    }
+    ~CreatedParents() {
+        std::error_code ec;
+        for (auto it = created_.rbegin(); it != created_.rend(); ++it) fs::remove(*it, ec);
+    }
+    void Keep() { created_.clear(); }
+
+private:
+    std::vector<fs::path> created_;
+};
+
+// Puts the staged folder in the place of `out`. An existing folder is
+// swapped with it in one step where the file system can (so that `out` is
+// never missing, even if the process dies), else moved aside first and put
+// back when the new one cannot take its place.
+void PlaceFolder(PrivateDir& staging, const fs::path& out, bool replacing) {
+#ifdef RENAME_EXCHANGE
+    if (replacing && ::renameat2(AT_FDCWD, staging.path().c_str(), AT_FDCWD, out.c_str(),
+                                 RENAME_EXCHANGE) == 0) {
+        SyncFolder(out.parent_path());
+        return;  // the old folder is now at the staging path and goes with it
+    }
+#endif
+    std::error_code ec;
+    if (replacing) {
+        PrivateDir trash(out);
+        fs::rename(out, trash / "old", ec);
+        if (ec) throw ToolError("cannot replace " + out.string() + ": " + ec.message());
+        fs::rename(staging.path(), out, ec);
+        if (ec) {
+            std::error_code back;
+            fs::rename(trash / "old", out, back);
+            throw ToolError("cannot rename into " + out.string() + ": " + ec.message());
+        }
+    } else {
+        fs::rename(staging.path(), out, ec);
+        if (ec) throw ToolError("cannot rename into " + out.string() + ": " + ec.message());
+    }
+    staging.Release();
+    SyncFolder(out.parent_path());
+}
+
+}  // namespace
+
 int RunRebuild(const RebuildArgs& args) {
     fs::path in = VideoTsFolderOf(Absolute(args.input));
     fs::path out = Absolute(args.output);
@@ -245,59 +327,76 @@ int RunRebuild(const RebuildArgs& args) {
     fs::path inRoot = Absolute(args.input);
     if (within(inRoot, out) || within(out, inRoot) || within(in, out))
         throw ToolError(out.string() + ": the output folder must lie outside the input");
-    if (fs::exists(fs::symlink_status(out, ec)) && !args.force)
+    const bool replacing = fs::exists(fs::symlink_status(out, ec));
+    if (replacing && !args.force)
         throw ToolError(out.string() + " exists (use --force to replace it)");
-    if (!fs::is_directory(out.parent_path()))
-        throw ToolError(out.parent_path().string() + ": no such folder");
+    if (replacing && !fs::is_directory(fs::symlink_status(out, ec)))
+        throw ToolError(out.string() + " is not a folder");
+    // The output may name the disc root (which gets a VIDEO_TS folder) or
+    // the VIDEO_TS folder itself.
+    const bool outIsVideoTs = IsVideoTsName(out);
+    CreatedParents parents(out.parent_path());
 
     // The new folder is built beside its final place and renamed into it.
     PrivateDir staging(out);
-    fs::path videoTs = staging / "VIDEO_TS";
-    fs::create_directory(videoTs);
+    // A private folder is created for its owner only; the output is a
+    // folder like any other.
+    fs::permissions(staging.path(), fs::perms(0755), ec);
+    const fs::path shownDir = outIsVideoTs ? out : out / "VIDEO_TS";
+    fs::path videoTs = outIsVideoTs ? staging.path() : staging / "VIDEO_TS";
+    if (!outIsVideoTs) fs::create_directory(videoTs);
     for (auto& e : fs::directory_iterator(in))
         if (e.is_regular_file() && IsVob(e.path()))
-            LinkOrCopy(e.path(), videoTs / e.path().filename(), args.copyVobs);
+            LinkOrCopy(e.path(), videoTs / e.path().filename(), args.copyVobs,
+                       shownDir / e.path().filename());
 
-    for (const auto& ifo : ifos) {
+    // Title sets first: the video manager's title search pointers give
+    // each title set's start sector on the disc, which follows from the
+    // sizes of the title sets as rebuilt.
+    std::vector<fs::path> order(ifos.begin(), ifos.end());
+    std::stable_partition(order.begin(), order.end(),
+                          [](const fs::path& p) { return KindOfIfo(p) == IfoKind::Vts; });
+    std::vector<std::string> summaries(ifos.size());
+    for (const auto& ifo : order) {
         const std::string name = ifo.filename().string();
         IfoKind kind = KindOfIfo(ifo);
-        PrivateDir work;
+        PrivateDir work(PrivateDir::InMemory{});
         fs::path copy = work / name;
         CopyFileTo(ifo, copy);
         fs::path ini = work / "src.ini";
+        fs::path built = work / "out.ifo";
         try {
+            LibraryIoWatch watch;
             DisasmIfo(copy, ini, SideFiles::None);
+            CheckLibraryIo(watch, ini);
+            CheckSourceWritten(ini, ini);
             if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs);
             bool absolute = args.absolute && kind == IfoKind::Vts;
-            AsmOutcome outcome =
-                AsmIfo(ini, videoTs / name, videoTs, name, absolute, args.lenient);
+            AsmOutcome outcome = AsmIfo(ini, built, videoTs, name, absolute, args.lenient);
             for (const auto& w : outcome.warnings) Complain("warning: " + name + ": " + w);
+            CheckLibraryIo(watch, shownDir / name);
         } catch (const ToolError& e) {
             throw ToolError(name + ": " + e.what());
         }
         INIForgetFile(ini.c_str());
-        CopyFileTo(videoTs / name, videoTs / BackupPathOf(name));
+        const std::vector<unsigned char> after = ReadAll(built);
+        CheckIfoComplete(after, shownDir / name);
+        WriteFileChecked(videoTs / name, after, shownDir / name);
+        WriteFileChecked(videoTs / BackupPathOf(name), after, shownDir / BackupPathOf(name));
         if (!args.quiet) {
-            std::vector<unsigned char> before = ReadAll(ifo), after = ReadAll(videoTs / name);
-            std::printf("%s: %zu -> %zu bytes\n", name.c_str(), before.size(), after.size());
-            for (const auto& line : CompareIfo(before, after, kind)) std::printf("%s\n", line.c_str());
+            std::vector<unsigned char> before = ReadAll(ifo);
+            std::string text = name + ": " + std::to_string(before.size()) + " -> " +
+                               std::to_string(after.size()) + " bytes\n";
+            for (const auto& line : CompareIfo(before, after, kind)) text += line + "\n";
+            summaries[size_t(std::find(ifos.begin(), ifos.end(), ifo) - ifos.begin())] = text;
         }
     }
+    for (const auto& text : summaries) std::fputs(text.c_str(), stdout);
 
-    if (fs::exists(fs::symlink_status(out, ec))) {
-        // --force: the old folder moves into a private folder first and comes
-        // back when the new one cannot take its place.
-        PrivateDir trash(out);
-        fs::rename(out, trash / "old");
-        fs::rename(staging.path(), out, ec);
-        if (ec) {
-            fs::rename(trash / "old", out);
-            throw ToolError("cannot rename into " + out.string() + ": " + ec.message());
-        }
-    } else {
-        fs::rename(staging.path(), out);
-    }
-    staging.Release();
+    SyncFolder(videoTs);
+    SyncFolder(staging.path());
+    PlaceFolder(staging, out, replacing);
+    parents.Keep();
     std::fflush(stdout);
     return 0;
 }

@@ -1,0 +1,282 @@
+// What the kestro command does when a write fails: every subcommand that
+// writes exits 1 naming the file it could not write and why, every file that
+// was there before is byte-identical, and nothing is left behind. Writes are
+// made to fail by a preloaded library (fault_shim.cpp) at each write of a
+// small disc in turn; a rebuild killed at random moments leaves its output
+// absent or complete.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "tool_support.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Every file and folder below `dir` (hidden ones included): relative path
+// -> content ("<dir>" for folders).
+std::map<std::string, std::string> Snapshot(const fs::path& dir) {
+    std::map<std::string, std::string> out;
+    std::error_code ec;
+    if (!fs::exists(dir, ec)) return out;
+    for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
+        const std::string rel = fs::relative(e.path(), dir).string();
+        out[rel] = e.is_directory() ? "<dir>" : kt::ReadText(e.path().string());
+    }
+    return out;
+}
+
+struct Faults {
+    std::string dir;       // writes below this folder fail ("/": every file)
+    long write = 0;        // the Nth write fails
+    long bytes = -1;       // or every write after so many bytes
+    bool fsync = false;    // or every sync
+    const char* error = "ENOSPC";
+};
+
+const char* ReasonOf(const char* error) {
+    return std::string(error) == "EIO" ? "Input/output error" : "No space left on device";
+}
+
+tt::Result KestroWithFaults(const std::vector<std::string>& args, const Faults& f) {
+    std::string asan = "verify_asan_link_order=0";
+    if (const char* given = std::getenv("ASAN_OPTIONS")) asan = std::string(given) + ":" + asan;
+    std::string line = "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=" + tt::Quote(asan) +
+                       " KESTRO_FAULT_DIR=" + tt::Quote(f.dir) + " KESTRO_FAULT_WRITE=" + std::to_string(f.write) +
+                       " KESTRO_FAULT_BYTES=" + std::to_string(f.bytes) + " KESTRO_FAULT_FSYNC=" +
+                       (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error + " " + tt::Quote(tt::KestroBinary());
+    for (const auto& a : args) line += " " + tt::Quote(a);
+    return tt::Shell(line);
+}
+
+// The sample disc (examples/sample) assembled with empty VOB files of its
+// recorded sizes, its sources, and an IFO-only copy of it.
+class WriteFaults : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TT_REQUIRE_KESTRO();
+        kt::TempDir probe;
+        const std::string loaded = probe / "loaded";
+        tt::Shell("env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) +
+                  " ASAN_OPTIONS=verify_asan_link_order=0 KESTRO_FAULT_LOADED=" + tt::Quote(loaded) + " " +
+                  tt::Quote(tt::KestroBinary()) + " --version");
+        if (!fs::exists(loaded))
+            GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
+                         << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
+        const fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
+        fs::create_directories(disc_);
+        fs::create_directories(ifoOnly_);
+        fs::create_directories(src_);
+        std::ifstream vobs(sample / "vobs.txt");
+        std::string name;
+        for (unsigned long long size = 0; vobs >> name >> size;) {
+            std::ofstream(disc_ / name).close();
+            fs::resize_file(disc_ / name, size);
+        }
+        for (const char* stem : {"VIDEO_TS", "VTS_01_0", "VTS_02_0"}) {
+            const std::string ifo = (disc_ / (std::string(stem) + ".IFO")).string();
+            ASSERT_EQ(tt::Kestro({"asm", (sample / (std::string(stem) + ".ini")).string(), "-o", ifo}).code, 0);
+            fs::copy_file(ifo, ifoOnly_ / (std::string(stem) + ".IFO"));
+            fs::copy_file(sample / (std::string(stem) + ".ini"), src_ / (std::string(stem) + ".ini"));
+        }
+        fs::create_directories(out_);
+    }
+
+    // Runs `args` with the Nth write below `faultDir` failing, for N = 1, 2,
+    // ... until a run succeeds: each failed run exits 1 naming a path below
+    // out_ and the reason, and leaves out_ exactly as it was.
+    void FailEveryWrite(const std::string& what, const std::vector<std::string>& args, const std::string& faultDir) {
+        const auto before = Snapshot(out_);
+        long n = 1;
+        for (; n < 200; ++n) {
+            Faults f{faultDir, n};
+            f.error = n % 2 ? "ENOSPC" : "EIO";
+            tt::Result r = KestroWithFaults(args, f);
+            if (r.code == 0) break;
+            EXPECT_EQ(r.code, 1) << what << ", write " << n << ": " << r.err;
+            EXPECT_NE(r.err.find(out_.string()), std::string::npos) << what << ", write " << n << ": " << r.err;
+            EXPECT_NE(r.err.find(ReasonOf(f.error)), std::string::npos) << what << ", write " << n << ": " << r.err;
+            ASSERT_EQ(Snapshot(out_), before) << what << ": write " << n << " changed or left files";
+        }
+        EXPECT_GT(n, 1) << what << ": no write was made to fail";
+        EXPECT_LT(n, 200) << what << ": never succeeded";
+    }
+
+    // The same command on a device that fills up after a few bytes, and on
+    // one whose syncs fail: both fail and change nothing.
+    void FailFullDeviceAndSync(const std::string& what, const std::vector<std::string>& args) {
+        const auto before = Snapshot(out_);
+        for (Faults f : {Faults{out_.string(), 0, 0}, Faults{out_.string(), 0, 3000}, Faults{out_.string(), 0, -1, true}}) {
+            tt::Result r = KestroWithFaults(args, f);
+            EXPECT_EQ(r.code, 1) << what << " (bytes " << f.bytes << ", sync " << f.fsync << "): " << r.err;
+            EXPECT_NE(r.err.find(out_.string()), std::string::npos) << what << ": " << r.err;
+            ASSERT_EQ(Snapshot(out_), before) << what << " (bytes " << f.bytes << ", sync " << f.fsync << ")";
+        }
+    }
+
+    kt::TempDir work_;
+    fs::path disc_ = work_.path() / "disc/VIDEO_TS";
+    fs::path ifoOnly_ = work_.path() / "ifo-only/VIDEO_TS";
+    fs::path src_ = work_.path() / "src";
+    fs::path out_ = work_.path() / "out";
+};
+
+TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
+    // Existing outputs to be replaced with --force, and none at all.
+    fs::create_directories(out_ / "V");
+    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO");
+    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP");
+    fs::create_directories(out_ / "S");
+    for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+        kt::WriteText((out_ / "S" / name).string(), "old\n");
+    const std::string source = (src_ / "VTS_01_0.ini").string(), ifo = (disc_ / "VTS_01_0.IFO").string();
+    const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
+        {"asm over an IFO and its BUP", {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
+        {"asm into a new file", {"asm", source, "-o", (out_ / "V/VTS_01_0 new.IFO").string()}},
+        {"disasm", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--force"}},
+        {"disasm, ini side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
+        {"disasm, bin side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
+    };
+    // A success leaves new outputs; each phase starts from the old ones.
+    auto reset = [&] {
+        fs::remove(out_ / "V/VTS_01_0 new.IFO");
+        fs::remove(out_ / "V/VTS_01_0 new.BUP");
+        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO", fs::copy_options::overwrite_existing);
+        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP", fs::copy_options::overwrite_existing);
+        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+            kt::WriteText((out_ / "S" / name).string(), "old\n");
+    };
+    for (const auto& [what, args] : runs) {
+        FailEveryWrite(what, args, out_.string());
+        reset();
+        // The library's own writes fail too when every file of the system
+        // does: they go to private folders, and are checked there.
+        FailEveryWrite(what + " (every file failing)", args, "/");
+        reset();
+        FailFullDeviceAndSync(what, args);
+        reset();
+    }
+}
+
+TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
+    const std::string disc = disc_.parent_path().string(), bare = ifoOnly_.parent_path().string();
+    const std::string fresh = (out_ / "new").string(), old = (out_ / "old").string();
+    fs::create_directories(out_ / "old/VIDEO_TS");
+    kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
+        {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
+        {"rebuild into the VIDEO_TS folder of missing folders", {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
+        {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
+        {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
+        {"rebuild --placeholder-vobs", {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
+    };
+    auto reset = [&] {
+        fs::remove_all(fresh);
+        fs::remove_all(old);
+        fs::create_directories(out_ / "old/VIDEO_TS");
+        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    };
+    for (const auto& [what, args] : runs) {
+        FailEveryWrite(what, args, out_.string());
+        reset();
+        FailFullDeviceAndSync(what, args);
+        reset();
+    }
+}
+
+// Starts the command and kills it after `delay`; true when it ended by
+// itself first.
+bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds delay) {
+    std::vector<std::string> argv = {tt::KestroBinary()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    std::vector<char*> cargs;
+    for (auto& a : argv) cargs.push_back(a.data());
+    cargs.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    if (posix_spawn(&pid, cargs[0], &actions, nullptr, cargs.data(), environ) != 0) return false;
+    posix_spawn_file_actions_destroy(&actions);
+    std::this_thread::sleep_for(delay);
+    int status = 0;
+    if (::waitpid(pid, &status, WNOHANG) == pid) return true;
+    ::kill(pid, SIGKILL);
+    ::waitpid(pid, &status, 0);
+    return false;
+}
+
+// Names and sizes of a folder's files, and the bytes of its IFO and BUP
+// files (its VOB files are large).
+std::map<std::string, std::string> Shape(const fs::path& dir) {
+    std::map<std::string, std::string> out;
+    std::error_code ec;
+    for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
+        const std::string rel = fs::relative(e.path(), dir).string(), ext = e.path().extension().string();
+        out[rel] = e.is_directory() ? "<dir>"
+                   : ext == ".VOB"  ? std::to_string(e.file_size())
+                                    : kt::ReadText(e.path().string());
+    }
+    return out;
+}
+
+TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
+    // A larger title VOB so that a copy takes long enough to be cut.
+    fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);
+    const fs::path fresh = out_ / "new", old = out_ / "old", reference = work_.path() / "reference";
+    const std::string disc = disc_.parent_path().string();
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", reference.string(), "-q", "--copy-vobs"}).code, 0);
+    const auto complete = Shape(reference);
+    auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}).code, 0);
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    ASSERT_EQ(Shape(fresh), complete);
+    fs::remove_all(fresh);
+
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<long> when(0, long(took.count() * 12 / 10));
+    auto makeOld = [&] {
+        fs::remove_all(old);
+        fs::create_directories(old / "VIDEO_TS");
+        kt::WriteText((old / "VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    };
+    makeOld();
+    const auto oldShape = Shape(old);
+    int cut = 0;
+    for (int run = 0; run < 24; ++run) {
+        const std::chrono::microseconds delay(when(random));
+        const bool ended = RunAndKill({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}, delay);
+        cut += !ended;
+        if (fs::exists(fresh)) {
+            EXPECT_EQ(Shape(fresh), complete) << "killed after " << delay.count() << " us";
+        }
+        fs::remove_all(fresh);
+
+        RunAndKill({"rebuild", disc, "-o", old.string(), "-q", "--copy-vobs", "--force"}, delay);
+        ASSERT_TRUE(fs::exists(old)) << "killed after " << delay.count() << " us: the old folder is gone";
+        const auto now = Shape(old);
+        EXPECT_TRUE(now == oldShape || now == complete) << "killed after " << delay.count() << " us: a mix";
+        makeOld();
+    }
+    EXPECT_GT(cut, 0) << "no run was cut short";
+    // What killed runs left beside the output is removed by the next run.
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q"}).code, 0);
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", old.string(), "-q", "--force"}).code, 0);
+    for (auto& e : fs::directory_iterator(out_))
+        EXPECT_TRUE(e.path() == fresh || e.path() == old) << e.path() << " was left behind";
+}
+
+}  // namespace
