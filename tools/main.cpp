@@ -3,88 +3,123 @@
 //
 // Exit codes: 0 success, 1 failure (the library's message on stderr, with
 // the file and the table), 2 usage error.
-#include <cstdio>
-#include <exception>
+#include <CLI/CLI.hpp>
 
-#include "args.h"
+#include <exception>
+#include <string>
+
 #include "commands.h"
 
 #ifndef KESTRO_VERSION
 #define KESTRO_VERSION "unknown"
 #endif
 
+namespace {
+
+constexpr const char* kLibraryRulesHelp =
+    "Write exactly what the library's table classes write (their format rules drop some "
+    "navigation; by default kestro restores it)";
+
+// CLI11 gives an option its next argument whatever it looks like, so that
+// "--output --force" would write a file named --force and leave the outputs
+// unguarded. A value that looks like an option is refused instead; a file
+// whose name starts with '-' is given as ./-name.
+const CLI::Validator kNotAnOption(
+    [](std::string& value) {
+        return value.size() > 1 && value[0] == '-'
+                   ? "needs a value, not '" + value + "' (a name that starts with '-' is given as ./-name)"
+                   : std::string();
+    },
+    "");
+
+}  // namespace
+
 int main(int argc, char** argv) {
     using namespace kestro_tool;
 
+    CLI::App app{"kestro: report, disassemble, assemble and rebuild DVD-Video IFO files", "kestro"};
+    app.set_version_flag("--version", std::string("kestro ") + KESTRO_VERSION);
+    app.require_subcommand(1, 1);
+    app.fallthrough(false);
+    // A flag takes no value: "--force=yes" is a usage error rather than a
+    // spelling of --force. Subcommands inherit the defaults set here.
+    app.option_defaults()->disable_flag_override();
+
     ReportArgs report;
+    auto* cReport = app.add_subcommand(
+        "report", "Print the report of every table of IFO files or of a VIDEO_TS folder");
+    cReport->add_option("PATH", report.paths, "IFO file or DVD folder")->required();
+
     DisasmArgs disasm;
     std::string side = "none";
+    auto* cDisasm = app.add_subcommand("disasm", "Write the editable source of one IFO file");
+    cDisasm->add_option("IFO", disasm.ifo, "VIDEO_TS.IFO or VTS_nn_0.IFO")->required();
+    cDisasm
+        ->add_option("-o,--output", disasm.output,
+                     "Source file to write (default: the IFO's name with .ini, here)")
+        ->type_name("SOURCE")
+        ->check(kNotAnOption);
+    cDisasm
+        ->add_option("--side-files", side,
+                     "none: one self-contained source; ini: time map entries in TmapTable INI "
+                     "files; bin: time maps and the title set's VOBU maps in binary files")
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"none", "ini", "bin"}));
+    cDisasm->add_flag("--library-rules", disasm.libraryRules, kLibraryRulesHelp);
+    cDisasm->add_flag("-f,--force", disasm.force, "Replace existing output files");
+
     AsmArgs assemble;
     bool noBackup = false;
+    auto* cAsm = app.add_subcommand("asm", "Assemble an IFO file (and its .BUP copy) from source");
+    cAsm->add_option("SOURCE", assemble.source, "Source file written by disasm")->required();
+    cAsm->add_option("-o,--output", assemble.output,
+                     "IFO file to write; its VOB files are measured in its folder")
+        ->type_name("IFO")
+        ->check(kNotAnOption)
+        ->required();
+    cAsm->add_flag("--abs", assemble.absolute,
+                   "Title sets: require the absolute address statements (AsmAbs)");
+    cAsm->add_flag("--lenient", assemble.lenient,
+                   "Write the file even when a PGC's source is incomplete (the PGC is then "
+                   "built from what could be read)");
+    cAsm->add_flag("--library-rules", assemble.libraryRules, kLibraryRulesHelp);
+    cAsm->add_flag("--no-backup", noBackup, "Do not write the .BUP copy");
+    cAsm->add_flag("-f,--force", assemble.force, "Replace existing output files");
+
     RebuildArgs rebuild;
+    auto* cRebuild = app.add_subcommand(
+        "rebuild", "Disassemble and reassemble every IFO file of a DVD folder into a new folder");
+    cRebuild->add_option("DIR", rebuild.input, "DVD folder (or its VIDEO_TS folder)")->required();
+    cRebuild->add_option("-o,--output", rebuild.output, "New DVD folder (gets a VIDEO_TS folder)")
+        ->type_name("DIR")
+        ->check(kNotAnOption)
+        ->required();
+    cRebuild->add_flag("--copy-vobs", rebuild.copyVobs, "Copy the VOB files instead of linking");
+    cRebuild->add_flag("--placeholder-vobs", rebuild.placeholderVobs,
+                       "Create empty VOB files of the recorded sizes where the input has none");
+    cRebuild->add_flag("--abs", rebuild.absolute, "Assemble title sets with AsmAbs");
+    cRebuild->add_flag("--lenient", rebuild.lenient,
+                       "Write files even when a PGC's source is incomplete");
+    cRebuild->add_flag("--library-rules", rebuild.libraryRules, kLibraryRulesHelp);
+    cRebuild->add_flag("-q,--quiet", rebuild.quiet, "Print no summary of changes");
+    cRebuild->add_flag("-f,--force", rebuild.force, "Replace an existing output folder");
 
-    enum { kReport, kDisasm, kAsm, kRebuild };
-    const ArgProgram program{
-        "kestro",
-        "kestro: report, disassemble, assemble and rebuild DVD-Video IFO files",
-        "kestro " KESTRO_VERSION,
-        {
-            {"report",
-             "Print the report of every table of IFO files or of a VIDEO_TS folder",
-             {{"PATH", "IFO file or DVD folder", nullptr, &report.paths}},
-             {}},
-            {"disasm",
-             "Write the editable source of one IFO file",
-             {{"IFO", "VIDEO_TS.IFO or VTS_nn_0.IFO", &disasm.ifo}},
-             {{"-o,--output", "Source file to write (default: the IFO's name with .ini, here)",
-               nullptr, &disasm.output, "SOURCE"},
-              {"--side-files",
-               "none: one self-contained source; ini: time map entries in TmapTable INI files; "
-               "bin: time maps and the title set's VOBU maps in binary files",
-               nullptr, &side, "KIND", {"none", "ini", "bin"}},
-              {"-f,--force", "Replace existing output files", &disasm.force}}},
-            {"asm",
-             "Assemble an IFO file (and its .BUP copy) from source",
-             {{"SOURCE", "Source file written by disasm", &assemble.source}},
-             {{"-o,--output", "IFO file to write; its VOB files are measured in its folder",
-               nullptr, &assemble.output, "IFO", {}, true},
-              {"--abs", "Title sets: require the absolute address statements (AsmAbs)",
-               &assemble.absolute},
-              {"--lenient",
-               "Write the file even when a PGC's source is incomplete (the PGC is then built "
-               "from what could be read)",
-               &assemble.lenient},
-              {"--no-backup", "Do not write the .BUP copy", &noBackup},
-              {"-f,--force", "Replace existing output files", &assemble.force}}},
-            {"rebuild",
-             "Disassemble and reassemble every IFO file of a DVD folder into a new folder",
-             {{"DIR", "DVD folder (or its VIDEO_TS folder)", &rebuild.input}},
-             {{"-o,--output", "New DVD folder (gets a VIDEO_TS folder)", nullptr, &rebuild.output,
-               "DIR", {}, true},
-              {"--copy-vobs", "Copy the VOB files instead of linking", &rebuild.copyVobs},
-              {"--placeholder-vobs",
-               "Create empty VOB files of the recorded sizes where the input has none",
-               &rebuild.placeholderVobs},
-              {"--abs", "Assemble title sets with AsmAbs", &rebuild.absolute},
-              {"--lenient", "Write files even when a PGC's source is incomplete",
-               &rebuild.lenient},
-              {"-q,--quiet", "Print no summary of changes", &rebuild.quiet},
-              {"-f,--force", "Replace an existing output folder", &rebuild.force}}},
-        }};
-
-    int exitCode = 0;
-    const int command = ParseArgs(program, argc, argv, exitCode);
-    if (command < 0) return exitCode;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e);  // --help or --version: printed on stdout
+    } catch (const CLI::ParseError& e) {
+        app.exit(e);  // the message and where help is, on stderr
+        return 2;
+    }
     disasm.side = side == "ini" ? SideFiles::Ini : side == "bin" ? SideFiles::Binary : SideFiles::None;
     assemble.backup = !noBackup;
 
     try {
-        switch (command) {
-        case kReport: return RunReport(report);
-        case kDisasm: return RunDisasm(disasm);
-        case kAsm: return RunAsm(assemble);
-        case kRebuild: return RunRebuild(rebuild);
-        }
+        if (cReport->parsed()) return RunReport(report);
+        if (cDisasm->parsed()) return RunDisasm(disasm);
+        if (cAsm->parsed()) return RunAsm(assemble);
+        if (cRebuild->parsed()) return RunRebuild(rebuild);
     } catch (const std::exception& e) {
         Complain(e.what());
         return 1;
