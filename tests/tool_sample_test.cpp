@@ -2,7 +2,7 @@
 // a disc that reports cleanly, disassembles into the same sources and reads in lsdvd.
 #include <fstream>
 
-#include "tool_support.h"
+#include "sample_disc.h"
 
 namespace {
 
@@ -13,23 +13,11 @@ protected:
     // Assembles every source into work/VIDEO_TS, next to empty VOBs of the recorded sizes.
     void SetUp() override {
         TT_REQUIRE_KESTRO();
-        fs::create_directories(disc_);
-        std::ifstream vobs(sample_ / "vobs.txt");
-        std::string name;
-        for (unsigned long long bytes = 0; vobs >> name >> bytes; fs::resize_file(disc_ / name, bytes))
-            std::ofstream(disc_ / name).close();
-        for (auto& e : fs::directory_iterator(sample_))
-            if (e.path().extension() == ".ini") sources_.push_back(e.path());
-        std::sort(sources_.begin(), sources_.end());
+        sources_ = tt::AssembleSample(disc_);
         ASSERT_GE(sources_.size(), 3u);
-        for (const auto& src : sources_) {
-            tt::Result r = tt::Kestro({"asm", src, "-o", IfoOf(src)});
-            EXPECT_TRUE(r.code == 0 && r.err.empty()) << src << ": " << r.err;
-        }
     }
     fs::path IfoOf(const fs::path& src) const { return disc_ / (src.stem().string() + ".IFO"); }
 
-    fs::path sample_ = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
     std::vector<fs::path> sources_;
     kt::TempDir work_;
     fs::path disc_ = work_.path() / "VIDEO_TS";

@@ -17,7 +17,7 @@
 #include <random>
 #include <thread>
 
-#include "tool_support.h"
+#include "sample_disc.h"
 
 extern char** environ;
 
@@ -75,21 +75,12 @@ protected:
         if (!fs::exists(loaded))
             GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
                          << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
-        const fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
-        fs::create_directories(disc_);
         fs::create_directories(ifoOnly_);
         fs::create_directories(src_);
-        std::ifstream vobs(sample / "vobs.txt");
-        std::string name;
-        for (unsigned long long size = 0; vobs >> name >> size;) {
-            std::ofstream(disc_ / name).close();
-            fs::resize_file(disc_ / name, size);
-        }
-        for (const char* stem : {"VIDEO_TS", "VTS_01_0", "VTS_02_0"}) {
-            const std::string ifo = (disc_ / (std::string(stem) + ".IFO")).string();
-            ASSERT_EQ(tt::Kestro({"asm", (sample / (std::string(stem) + ".ini")).string(), "-o", ifo}).code, 0);
-            fs::copy_file(ifo, ifoOnly_ / (std::string(stem) + ".IFO"));
-            fs::copy_file(sample / (std::string(stem) + ".ini"), src_ / (std::string(stem) + ".ini"));
+        for (const auto& source : tt::AssembleSample(disc_)) {
+            const std::string stem = source.stem().string();
+            fs::copy_file(disc_ / (stem + ".IFO"), ifoOnly_ / (stem + ".IFO"));
+            fs::copy_file(source, src_ / (stem + ".ini"));
         }
         fs::create_directories(out_);
     }

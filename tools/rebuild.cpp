@@ -210,8 +210,10 @@ void CreatePlaceholderVobs(const fs::path& ini, IfoKind kind, const std::string&
         long vobs = SourceNumber(ini, "vmgi_mat", "vmgm_vobs_sa");
         long sectors = SourceNumber(ini, "vmgi_mat", "vmg_ea") + 1 -
                        2 * (SourceNumber(ini, "vmgi_mat", "vmgi_ea") + 1);
-        if (vobs != 0 && sectors > 0 && !ExistsNoCase(dir, "VIDEO_TS.VOB"))
-            CreateSizedFile(dir / "VIDEO_TS.VOB", (unsigned long long)sectors * 2048);
+        // The menu VOB pointer is set whenever the file exists, so a menu
+        // VOB of no sectors still gets a (empty) file.
+        if (vobs != 0 && !ExistsNoCase(dir, "VIDEO_TS.VOB"))
+            CreateSizedFile(dir / "VIDEO_TS.VOB", (unsigned long long)std::max(sectors, 0L) * 2048);
         return;
     }
     std::string nn = ifoName.size() >= 6 ? ifoName.substr(4, 2) : "01";
@@ -219,8 +221,9 @@ void CreatePlaceholderVobs(const fs::path& ini, IfoKind kind, const std::string&
     long titles = SourceNumber(ini, "vtsi_mat", "vtstt_vobs_sa");
     long last = SourceNumber(ini, "vtsi_mat", "vts_ea");
     long ifoLast = SourceNumber(ini, "vtsi_mat", "vtsi_ea");
-    if (menu != 0 && titles > menu && !ExistsNoCase(dir, "VTS_" + nn + "_0.VOB"))
-        CreateSizedFile(dir / ("VTS_" + nn + "_0.VOB"), (unsigned long long)(titles - menu) * 2048);
+    if (menu != 0 && !ExistsNoCase(dir, "VTS_" + nn + "_0.VOB"))
+        CreateSizedFile(dir / ("VTS_" + nn + "_0.VOB"),
+                        (unsigned long long)std::max(titles - menu, 0L) * 2048);
     long long titleSectors = (long long)last - ifoLast - titles;
     if (titleSectors > 0 && !ExistsNoCase(dir, "VTS_" + nn + "_1.VOB")) {
         const long long perFile = 524287;
