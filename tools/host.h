@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "files.h"
+#include "kestro/disc.h"
 
 namespace kestro_tool {
 
@@ -54,12 +55,9 @@ private:
 // files so; a report only reads them).
 void ReportIfo(const fs::path& ifo, IfoKind kind, ReportBuffer& buffer, ReportSink& sink);
 
-// Where time map entries and VOBU maps go when a file is disassembled.
-enum class SideFiles {
-    None,    // one self-contained source
-    Ini,     // time map entries in the library's TmapTable INI side files
-    Binary,  // time maps and the title set's VOBU maps in binary side files
-};
+// Where time map entries and VOBU maps go when a file is disassembled, and
+// the names of the side files (the library's module defines both).
+using SideFiles = kestro::disc::SideFiles;
 
 // Side files belong to a source file by name: the source path with its last
 // four characters (".ini") replaced by one of these suffixes.
@@ -71,7 +69,10 @@ std::string SideStem(const fs::path& source);  // the path less its last four ch
 
 // Writes the source of `ifo` (a private copy) into `ini`, whose name must
 // end in ".ini"; returns the suffixes of the side files written next to it.
-std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side);
+// The source carries every navigation field of the file unless
+// `libraryRules`, which gives the table classes' source unchanged.
+std::vector<std::string> DisasmIfo(const fs::path& ifo, const fs::path& ini, SideFiles side,
+                                   bool libraryRules = false);
 
 struct AsmOutcome {
     IfoKind kind = IfoKind::Vmg;
@@ -83,8 +84,13 @@ struct AsmOutcome {
 // files beside it under the same stem) into `out`. `ifoName` is the file
 // name the IFO file will have in `vobDir`, where its VOB files are measured.
 // A PGC whose source is incomplete fails the assembly unless `lenient`.
+// What the table classes' rules drop is restored from the source unless
+// `libraryRules` (then the output is exactly the table classes' output); a
+// video manager takes its title start sectors from the title set IFO files
+// already in `vobDir` when they are all there.
 AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobDir,
-                  const std::string& ifoName, bool absolute, bool lenient);
+                  const std::string& ifoName, bool absolute, bool lenient,
+                  bool libraryRules = false);
 
 // Section names of a source file, in file order.
 std::vector<std::string> SectionsOf(const fs::path& ini);

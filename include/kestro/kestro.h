@@ -10,5 +10,6 @@
 #include "kestro/tables.h"
 #include "kestro/vmg.h"
 #include "kestro/vts.h"
+#include "kestro/disc.h"
 
 #endif
