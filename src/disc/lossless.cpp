@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -397,7 +398,9 @@ Carried VmgCarried(const VideoManager& v, const std::string& ini) {
                                  {192, 223}, {256, 257}, {259, 267}, {341, 347}});
     // The provider ID comes back as far as the statement holds it (the store
     // trims blanks, and a NUL ends the text).
-    const std::string provider = Statement(ini, "vmgi_mat", "pvr_id", "");
+    std::string provider = Statement(ini, "vmgi_mat", "pvr_id", "");
+    provider.erase(0, provider.find_first_not_of(" \t"));
+    provider.erase(provider.find_last_not_of(" \t") + 1);
     for (size_t i = 0; i < 32; ++i)
         c[64 + i] = (i < provider.size() ? uint8_t(provider[i]) : 0) == v.table[64 + i];
     // A First Play PGC inside the table's bytes is not part of the table.
@@ -639,7 +642,38 @@ void DisasmVtsExtras(const std::string& ini, const TitleSet& v, SideFiles side) 
     }
 }
 
-void RestoreVts(const std::string& ini, Bytes& file) {
+// Bytes of the title set's title VOB files in `dir` (VTS_nn_1.VOB on, up to
+// the first one missing), counted in 64 bits.
+uint64_t TitleVobBytes(const std::string& dir, const std::string& ifoName) {
+    if (ifoName.size() < 6) return 0;
+    const int set = std::atoi(ifoName.substr(4, 2).c_str());
+    std::map<std::string, uint64_t> sizes;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(dir, ec)) {
+        std::string name = e.path().filename().string();
+        for (auto& c : name) c = char(std::toupper(static_cast<unsigned char>(c)));
+        const uint64_t size = e.file_size(ec);
+        if (!ec) sizes[name] = size;
+    }
+    uint64_t total = 0;
+    for (int i = 1; i <= 9; ++i) {
+        char name[32];
+        Format(name, sizeof name, "VTS_%02d_%d.VOB", set, i);
+        auto it = sizes.find(name);
+        if (it == sizes.end()) break;
+        total += it->second;
+    }
+    return total;
+}
+
+void RestoreVts(const std::string& ini, const std::string& vobDir, const std::string& ifoName,
+                Bytes& file) {
+    // The table classes count the title VOB bytes in 32 bits, so the last
+    // sector of a title set above 4 GiB wraps; it is counted in full here.
+    const uint64_t titleBytes = TitleVobBytes(vobDir, ifoName);
+    AddBE32(file.data() + 12, int64_t(titleBytes / kSectorBytes) -
+                                  int64_t(uint32_t(titleBytes) / kSectorBytes));
+
     LaidOut l = TakeApart(file, kVtsLayout);
     uint8_t* mat = l.head.data();
     // The menu video attributes as the statement holds them (both bytes).
@@ -734,7 +768,7 @@ AsmResult AssembleIfo(const std::string& ini, const std::string& out, const std:
         return result;
     }
     if (result.kind == IfoKind::VideoManager) RestoreVmg(ini, vobDir, file, result);
-    else RestoreVts(ini, file);
+    else RestoreVts(ini, vobDir, ifoName, file);
     if (!WriteFileChecked(out, file, result.error)) return result;
     result.ok = true;
     return result;
