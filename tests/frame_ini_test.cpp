@@ -86,6 +86,53 @@ TEST(IniStore, NeverServesAFileChangedOrDeletedOnDisk) {
     EXPECT_FALSE(kt::fs::exists(f));
 }
 
+// A library call checks its file once (its Source is an operation); the
+// next call, and every direct call outside one, sees what changed on disk,
+// a file that appeared included.
+TEST(IniStore, ChecksTheDiskOncePerOperationAndOnEveryDirectCall) {
+    kt::TempDir dir;
+    std::string f = dir / "a.ini";
+    auto read = [&] {
+        kestro::Source src(f.c_str(), "s");
+        return src.Read("k") ? std::string(src.Value()) : "$";
+    };
+    EXPECT_EQ(read(), "$");
+    kt::WriteText(f, "[s]\nk=1\n");
+    EXPECT_EQ(read(), "1");
+    {
+        kestro::Source src(f.c_str(), "s");
+        ASSERT_TRUE(src.Read("k"));
+        kt::WriteText(f, "[s]\nk=22\n");
+        ASSERT_TRUE(src.Read("k"));
+        EXPECT_STREQ(src.Value(), "1");  // trusted until the operation ends
+    }
+    EXPECT_EQ(read(), "22");
+    for (const char* now : {"333", "4444", "55555"}) {
+        kt::WriteText(f, std::string("[s]\nk=") + now + "\n");
+        EXPECT_EQ(Get(f, "s", "k"), now);
+    }
+    std::remove(f.c_str());
+    EXPECT_EQ(read(), "$");
+}
+
+// Values replaced many times leave dead text behind, which the store drops
+// once it outweighs the live text: what is written must not change.
+TEST(IniStore, KeepsEveryValueWhileReplacedValuesAreDropped) {
+    kt::TempDir dir;
+    std::string f = dir / "c.ini";
+    for (int round = 0; round < 600; ++round) {
+        for (int k = 0; k < 8; ++k) {
+            std::string v(1000 + round % 7, char('a' + (round + k) % 26));
+            INIWritePrivateProfileString("s", ("k" + std::to_string(k)).c_str(), v.c_str(), f.c_str());
+        }
+    }
+    INIFlushFiles();
+    std::string want = "[s]\n";
+    for (int k = 0; k < 8; ++k)
+        want += "k" + std::to_string(k) + "=" + std::string(1000 + 599 % 7, char('a' + (599 + k) % 26)) + "\n";
+    EXPECT_EQ(kt::ReadText(f), want);
+}
+
 TEST(IniStore, SixtyFiveThousandKeysRoundTripInLinearTime) {
     kt::TempDir dir;
     std::string f = dir / "big.ini";

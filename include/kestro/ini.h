@@ -28,4 +28,29 @@ KESTRO_API void INIForgetFile(const char* file);
 // tell which tables a source holds.
 KESTRO_API int INIGetSectionNames(const char* file, char* buffer, int size);
 
+// Operations. Outside one, every call above checks the cached copy of its
+// file against the disk (inode, size, modification time) and reads the file
+// again when it changed. Between INIBeginOperation and the matching
+// INIEndOperation (they nest; the outermost pair counts) a file is checked
+// when the operation first touches it and trusted for the rest of it, so a
+// file changed on disk while an operation runs may be seen only by the next.
+// The tables and the codec read and write their sections inside operations,
+// so a library call checks its source once rather than once per key; a
+// host that reads many keys itself may open one too (kestro::IniOperation).
+KESTRO_API void INIBeginOperation();
+KESTRO_API void INIEndOperation();
+
+namespace kestro {
+
+// An operation for the lifetime of the object.
+class IniOperation {
+public:
+    IniOperation() { INIBeginOperation(); }
+    IniOperation(const IniOperation&) { INIBeginOperation(); }
+    IniOperation& operator=(const IniOperation&) { return *this; }
+    ~IniOperation() { INIEndOperation(); }
+};
+
+}  // namespace kestro
+
 #endif

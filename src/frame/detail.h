@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kestro/frame.h"
+#include "kestro/ini.h"
 
 namespace kestro {
 
@@ -208,6 +209,7 @@ public:
     void SetSection(const char* section);
 
 private:
+    IniOperation operation_;  // the file is checked against the disk once per source in use
     const char* path_;
     char section_[64];
     char key_[256];
