@@ -138,6 +138,31 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
     }
 }
 
+// Parental management, which no disc of the corpus carries: a table added
+// to a real video manager is read country by country, every mask word in its
+// level's row.
+TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
+    const std::string path = (kt::CorpusDir() / "disc-e/VIDEO_TS.IFO").string();
+    if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
+    auto ifo = kt::ReadBytes(path);
+    const uint32_t sector = uint32_t(ifo.size() / 2048);
+    std::vector<uint8_t> t = {0, 1,          // one country
+                              0, 2,          // two title sets
+                              0, 0, 0, 63,   // end address: 16 + 8 levels x 3 words x 2 - 1
+                              'f', 'r', 0, 0, 0, 16, 0, 0};  // France, its masks at byte 16
+    for (int level = 0; level < 8; ++level)
+        for (int k = 0; k < 3; ++k) t.insert(t.end(), {uint8_t(level), uint8_t(0x10 * k + 1)});
+    t.resize(2048, 0);
+    ifo.insert(ifo.end(), t.begin(), t.end());
+    kt::PutBE(ifo, 204, sector, 4);
+    const auto lines = NavigationOf(ifo);
+    for (const char* want : {"ptl_mait=present", "ptl_mait.countries=1", "ptl_mait.title_sets=2",
+                             "ptl_mait.country[001].code=fr", "ptl_mait.country[001].level_row[001]=0001 0011 0021",
+                             "ptl_mait.country[001].level_row[008]=0701 0711 0721"})
+        EXPECT_NE(std::find(lines.begin(), lines.end(), want), lines.end()) << want;
+    for (const auto& l : lines) EXPECT_EQ(l.find("damaged"), std::string::npos) << l;
+}
+
 // Cut-off, scrambled and hostile files give lines (and a damaged line where
 // a table could not be read whole) without reading outside the bytes; run
 // under the sanitizers this is what catches an unchecked offset.
