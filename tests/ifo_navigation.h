@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ifo_nav {
@@ -158,8 +159,8 @@ public:
     }
 
     // A table found by its start sector: the view from there to its last byte
-    // as its end address gives it (`endAt` is where the address sits,
-    // `endBase` what the address counts from). Returns false when absent.
+    // as its end address gives it (`endAt`: where in the table the address
+    // sits; it counts from the table's first byte). False when absent.
     bool Table(uint32_t sector, size_t endAt, View* out) {
         if (sector == 0) return false;
         size_t at = size_t(sector) * kSector;
@@ -333,7 +334,7 @@ public:
     // (reserved areas that some authoring tools fill), as "offset:hex" pairs.
     // `fields` lists [from, to) ranges of defined fields.
     void Reserved(const std::string& m, size_t size,
-                  std::initializer_list<std::pair<size_t, size_t>> fields) {
+                  const std::vector<std::pair<size_t, size_t>>& fields) {
         std::string s;
         for (size_t at = 0; at < size && file_.Has(at, 1); ++at) {
             bool defined = false;
@@ -358,8 +359,12 @@ public:
         Add("vmgi.provider", TrimmedHex(f, 64, 32));
         Add("vmgi.pos_code", f.Hex(96, 8));
         Add("vmgi.menu_vobs", f.BE32(192) ? "present" : "absent");
+        // A First Play PGC that starts inside the first 1024 bytes (one real
+        // disc has it at byte 512) is a field, not reserved bytes.
+        size_t fpFrom = f.BE32(132), fpTo = size_t(f.BE32(128)) + 1;
         Reserved("vmgi", 1024,
-                 {{0, 16}, {28, 46}, {62, 104}, {128, 136}, {192, 224}, {256, 268}, {340, 348}});
+                 {{0, 16}, {28, 46}, {62, 104}, {128, 136}, {192, 224}, {256, 268}, {340, 348},
+                  {fpFrom ? fpFrom : 0, fpFrom ? fpTo : 0}});
 
         // First Play PGC: where its start byte says, up to the end of the
         // management table (or the file when that end lies before it).
