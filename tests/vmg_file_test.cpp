@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "ifo_navigation.h"
 #include "vmg_test_util.h"
 
 namespace {
@@ -88,6 +89,7 @@ std::string Mismatch(const std::vector<uint8_t>& got, const std::vector<uint8_t>
 TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     auto files = kt::CorpusFiles("VIDEO_TS");
     KT_SKIP_IF_EMPTY(files);
+    size_t sameLayout = 0;
     for (const auto& orig : files) {
         SCOPED_TRACE(orig);
         kt::TempDir work;
@@ -107,19 +109,37 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
                   std::string::npos);
 
         // First round: the real disc's source gives the real file back as the
-        // rules make it, every table byte for byte, but for the reserved
-        // bytes 46-61 and, without the menu VOB file, the end address and the
-        // menu VOB start sector.
+        // rules make it. Every field a reader sees (the tests' own reader)
+        // is the rules' work, but for parental management and text data,
+        // which are not assembled, bytes of the management table that no
+        // field holds, and, without the menu VOB file, the menu VOBs.
         std::string error;
         std::string ifo = round(1, a, &error);
         ASSERT_FALSE(ifo.empty()) << error;
+        std::vector<uint8_t> last = kt::ReadBytes(ifo);
+        auto readable = [&](const std::vector<uint8_t>& file) {
+            std::vector<std::string> kept;
+            for (const auto& l : NavigationOf(file))
+                if (l.rfind("ptl_mait", 0) && l.rfind("txtdt_mg", 0) && l.rfind("vmgi.reserved_bytes", 0) &&
+                    (fs::exists(vob) || l.rfind("vmgi.menu_vobs", 0)))
+                    kept.push_back(l);
+            return kept;
+        };
+        EXPECT_TRUE(readable(last) == readable(ByTheRules(original))) << "navigation";
+        // Where the tables keep their sectors (the library's layout, which
+        // every video manager of the corpus has), every table byte for byte, but
+        // for the reserved bytes 46-61 and, without the menu VOB file, the
+        // end address and the menu VOB start sector.
         auto mask = [&](std::vector<uint8_t> v) {
             for (size_t i = 12; i < 196 && i < v.size(); ++i)
                 if ((i >= 46 && i < 62) || (!fs::exists(vob) && (i < 16 || i >= 192))) v[i] = 0;
             return v;
         };
-        std::vector<uint8_t> last = kt::ReadBytes(ifo);
-        EXPECT_TRUE(mask(last) == mask(ByTheRules(original))) << Mismatch(mask(last), mask(ByTheRules(original)));
+        if (last.size() >= 224 && original.size() >= 224 &&
+            std::equal(last.begin() + 196, last.begin() + 224, original.begin() + 196)) {
+            ++sameLayout;
+            EXPECT_TRUE(mask(last) == mask(ByTheRules(original))) << Mismatch(mask(last), mask(ByTheRules(original)));
+        }
 
         // Further rounds from the rebuilt file: each is the rules' work on the
         // one before, to the byte, until one changes nothing.
@@ -143,6 +163,7 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         EXPECT_EQ(LoadReportDisasm(ifo, c), report);
         EXPECT_EQ(kt::ReadText(c), source);
     }
+    EXPECT_GT(sameLayout, 0u) << "no video manager was compared byte for byte";
 }
 
 // A made-up file whose tables (all but the menu PGC table) sit on sector 1,
