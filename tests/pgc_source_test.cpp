@@ -61,7 +61,8 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
         kt::PutBe(out, offsetField, uint32_t(out.size()));
         for (size_t i = from; i < from + size; ++i) out.push_back(i < file.size() ? file[i] : 0);
     };
-    const size_t cmd = part(228), programs = file[at + 2] & 0x7Fu, cells = file[at + 3];
+    const size_t cmd = part(228), programs = kt::Be(file, at + 2, 1) & 0x7Fu,
+                 cells = kt::Be(file, at + 3, 1);
     append(228, cmd, 8 + 8 * size_t(kt::Be(file, cmd) + kt::Be(file, cmd + 2) + kt::Be(file, cmd + 4)));
     append(230, part(230), programs);
     if (kt::Be(file, at + 230) && (programs & 1)) out.push_back(0);  // the map's even-length padding

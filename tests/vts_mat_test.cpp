@@ -238,7 +238,7 @@ std::vector<uint8_t> BytesByTheRules(std::vector<uint8_t> f, uint64_t titleSecto
     kt::PutBE(f, 12, kt::BE32(f, 12) - uint32_t((titleSectors * 2048 >> 32) << 21), 4);
     for (size_t field : {216, 224}) {
         const size_t t = size_t(kt::BE32(f, field)) * 2048, vobs = kt::BE32(f, t) >> 16;
-        const size_t entries = (kt::BE32(f, t + 4) - 7) / 12;
+        const size_t end = kt::BE32(f, t + 4), entries = end >= 7 ? (end - 7) / 12 : 0;
         if (!t || entries <= vobs) continue;
         kt::PutBE(f, t + 4, uint32_t(12 * vobs + 7), 4);
         std::fill(f.begin() + long(std::min(t + 8 + 12 * vobs, f.size())),
