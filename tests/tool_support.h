@@ -42,6 +42,12 @@ inline Result Kestro(const std::vector<std::string>& args) {
 #define TT_REQUIRE_KESTRO() \
     if (!fs::exists(tt::KestroBinary())) GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
 
+// The folder of a disc that holds its IFO files: its VIDEO_TS folder, or the
+// disc folder itself when it has none.
+inline fs::path VideoTsOf(const fs::path& disc) {
+    return fs::is_directory(disc / "VIDEO_TS") ? disc / "VIDEO_TS" : disc;
+}
+
 // A source file's statements as "section/key" -> value.
 inline std::map<std::string, std::string> Statements(const std::string& path) {
     std::map<std::string, std::string> out;
