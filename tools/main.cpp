@@ -8,6 +8,7 @@
 #include <exception>
 #include <string>
 
+#include "check.h"
 #include "commands.h"
 
 #ifndef KESTRO_VERSION
@@ -104,6 +105,15 @@ int main(int argc, char** argv) {
     cRebuild->add_flag("-q,--quiet", rebuild.quiet, "Print no summary of changes");
     cRebuild->add_flag("-f,--force", rebuild.force, "Replace an existing output folder");
 
+    CheckArgs check;
+    auto* cCheck = app.add_subcommand(
+        "check", "Find what is wrong with a disc's navigation (exit status 1 when anything is)");
+    cCheck->add_option("PATH", check.paths, "DVD folder, IFO file, or source file")->required();
+    cCheck->add_flag("--json", check.json, "Write the findings as JSON");
+    cCheck->add_flag("--ifo-only", check.ifoOnly,
+                     "The folders hold navigation files only: say nothing of missing BUP and VOB files");
+    cCheck->add_flag("-q,--quiet", check.quiet, "Print the summary lines only");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
@@ -120,6 +130,7 @@ int main(int argc, char** argv) {
         if (cDisasm->parsed()) return RunDisasm(disasm);
         if (cAsm->parsed()) return RunAsm(assemble);
         if (cRebuild->parsed()) return RunRebuild(rebuild);
+        if (cCheck->parsed()) return RunCheck(check);
     } catch (const std::exception& e) {
         Complain(e.what());
         return 1;

@@ -11,5 +11,6 @@
 #include "kestro/vmg.h"
 #include "kestro/vts.h"
 #include "kestro/disc.h"
+#include "kestro/check.h"
 
 #endif
