@@ -187,9 +187,11 @@ int RunDisasm(const DisasmArgs& args) {
     std::vector<std::string> sides;
     LibraryIoWatch watch;
     try {
-        sides = DisasmIfo(copy, ini, args.side);
+        sides = DisasmIfo(copy, ini, args.side, args.libraryRules);
     } catch (const ToolError& e) {
-        throw ToolError(ifo.filename().string() + ": " + e.what());
+        // A write that failed in the working folder is the reason.
+        CheckLibraryIo(watch, output);
+        throw ToolError(ifo.filename().string() + ": " + UserPaths(e.what(), ini, output));
     }
     CheckLibraryIo(watch, output);
     CheckSourceWritten(ini, output);
@@ -235,9 +237,12 @@ int RunAsm(const AsmArgs& args) {
     LibraryIoWatch watch;
     try {
         outcome = AsmIfo(ini, built, output.parent_path(), output.filename().string(),
-                         args.absolute, args.lenient);
+                         args.absolute, args.lenient, args.libraryRules);
     } catch (const ToolError& e) {
-        throw ToolError(source.filename().string() + ": " + UserPaths(e.what(), ini, source));
+        // A write that failed in the working folder is the reason.
+        CheckLibraryIo(watch, output);
+        throw ToolError(source.filename().string() + ": " +
+                        UserPaths(UserPaths(e.what(), ini, source), built, output));
     }
     CheckLibraryIo(watch, output);
     for (const auto& w : outcome.warnings)

@@ -368,17 +368,19 @@ int RunRebuild(const RebuildArgs& args) {
         CopyFileTo(ifo, copy);
         fs::path ini = work / "src.ini";
         fs::path built = work / "out.ifo";
+        LibraryIoWatch watch;
         try {
-            LibraryIoWatch watch;
-            DisasmIfo(copy, ini, SideFiles::None);
+            DisasmIfo(copy, ini, SideFiles::None, args.libraryRules);
             CheckLibraryIo(watch, ini);
             CheckSourceWritten(ini, ini);
             if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs);
             bool absolute = args.absolute && kind == IfoKind::Vts;
-            AsmOutcome outcome = AsmIfo(ini, built, videoTs, name, absolute, args.lenient);
+            AsmOutcome outcome =
+                AsmIfo(ini, built, videoTs, name, absolute, args.lenient, args.libraryRules);
             for (const auto& w : outcome.warnings) Complain("warning: " + name + ": " + w);
             CheckLibraryIo(watch, shownDir / name);
         } catch (const ToolError& e) {
+            CheckLibraryIo(watch, shownDir / name);
             throw ToolError(name + ": " + e.what());
         }
         INIForgetFile(ini.c_str());
