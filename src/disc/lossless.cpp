@@ -133,13 +133,17 @@ int HexDigit(char c) {
     return -1;
 }
 
-// Bytes written as hexadecimal digit pairs, with an optional x in front and
-// blanks or commas between bytes allowed; false on anything else.
+// Bytes written as hexadecimal digit pairs, in groups separated by blanks or
+// commas, each group with an optional x in front; false on anything else.
 bool ParseHex(const std::string& text, Bytes& out) {
     out.clear();
-    size_t i = !text.empty() && (text[0] == 'x' || text[0] == 'X') ? 1 : 0;
-    while (i < text.size()) {
+    for (size_t i = 0; i < text.size();) {
         if (text[i] == ' ' || text[i] == ',') {
+            ++i;
+            if (i < text.size() && (text[i] == 'x' || text[i] == 'X')) ++i;
+            continue;
+        }
+        if (i == 0 && (text[i] == 'x' || text[i] == 'X')) {
             ++i;
             continue;
         }
@@ -720,11 +724,16 @@ DisasmResult DisassembleIfo(const std::string& ifo, const std::string& ini, Side
     std::string moved;
     if (isVmg && vmg.firstPlayByte && vmg.firstPlayByte != 1024 &&
         vmg.firstPlayByte < original.size()) {
+        // Only the PGC's own bytes (up to the table's end address) are moved,
+        // and no further than the first sector: the next one holds a table.
         Bytes copy = original;
-        if (copy.size() < 2292) copy.resize(2292, 0);
-        const size_t n = std::min<size_t>(1268, original.size() - vmg.firstPlayByte);
+        if (copy.size() < 2048) copy.resize(2048, 0);
+        const uint64_t pgcBytes =
+            vmg.matEndByte >= vmg.firstPlayByte ? uint64_t(vmg.matEndByte) + 1 - vmg.firstPlayByte : 0;
+        const size_t n = size_t(std::min<uint64_t>(
+            {1024, pgcBytes, uint64_t(original.size() - vmg.firstPlayByte)}));
+        std::fill(copy.begin() + 1024, copy.begin() + 2048, 0);
         std::memmove(copy.data() + 1024, original.data() + vmg.firstPlayByte, n);
-        std::fill(copy.begin() + 1024 + long(n), copy.begin() + 2292, 0);
         moved = ini + ".first-play.ifo";
         const int fd = ::open(moved.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         if (fd < 0) {

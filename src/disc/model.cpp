@@ -113,8 +113,19 @@ Pgc ReadPgc(const ByteView& v, const char* name, std::vector<std::string>& probl
     return p;
 }
 
+// How many PGCs a model reads at most. Search pointers of a damaged file can
+// point many times at the same bytes (thousands of language units of
+// thousands of PGCs each); a well-formed file holds a PGC in every 236 bytes
+// at most, and a few times that many reads cover PGCs shared by several
+// pointers.
+struct Budget {
+    size_t pgcsLeft;
+    explicit Budget(size_t fileSize) : pgcsLeft(fileSize / 236 * 4 + 64) {}
+};
+
 // A PGC table (VTS_PGCIT or a language unit) whose first byte `v` starts at.
-PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>& problems) {
+PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>& problems,
+                      Budget& budget) {
     PgcTable t;
     const ByteView& v = r.view();
     t.count = v.BE16(0);
@@ -123,6 +134,11 @@ PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>
         PgcSearchPointer s;
         s.category = v.BE32(8 + 8 * i);
         s.startByte = v.BE32(12 + 8 * i);
+        if (budget.pgcsLeft == 0) {
+            r.Problem("more PGCs than the file can hold; the rest are left out");
+            break;
+        }
+        --budget.pgcsLeft;
         if (s.startByte >= v.size()) r.Problem("PGC " + std::to_string(i + 1) + " lies outside the file");
         else s.pgc = ReadPgc(v.From(s.startByte), name, problems);
         t.pgcs.push_back(std::move(s));
@@ -131,7 +147,7 @@ PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>
 }
 
 MenuTable ReadMenus(const std::vector<uint8_t>& file, uint32_t sector, const char* name,
-                    std::vector<std::string>& problems) {
+                    std::vector<std::string>& problems, Budget& budget) {
     MenuTable m;
     TableReader r(file, sector, name, problems);
     if (!r.present()) return m;
@@ -148,7 +164,7 @@ MenuTable ReadMenus(const std::vector<uint8_t>& file, uint32_t sector, const cha
             r.Problem("language unit " + std::to_string(i + 1) + " lies outside the file");
         } else {
             TableReader unit(v.From(u.startByte), name, problems);
-            u.table = ReadPgcTable(unit, name, problems);
+            u.table = ReadPgcTable(unit, name, problems, budget);
         }
         m.units.push_back(std::move(u));
     }
@@ -227,7 +243,8 @@ bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
                                   v.U8(e + 7), v.BE32(e + 8)});
         }
     }
-    out.menus = ReadMenus(ifo, s.menus, "VMGM_PGCI_UT", problems);
+    Budget budget(ifo.size());
+    out.menus = ReadMenus(ifo, s.menus, "VMGM_PGCI_UT", problems, budget);
 
     TableReader pm(ifo, s.parental, "PTL_MAIT", problems);
     if (pm.present()) {
@@ -314,12 +331,13 @@ bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
             out.parts.push_back(std::move(parts));
         }
     }
+    Budget budget(ifo.size());
     TableReader pg(ifo, s.titles, "VTS_PGCIT", problems);
     if (pg.present()) {
         out.hasTitles = true;
-        out.titles = ReadPgcTable(pg, "VTS_PGCIT", problems);
+        out.titles = ReadPgcTable(pg, "VTS_PGCIT", problems, budget);
     }
-    out.menus = ReadMenus(ifo, s.menus, "VTSM_PGCI_UT", problems);
+    out.menus = ReadMenus(ifo, s.menus, "VTSM_PGCI_UT", problems, budget);
     TableReader tm(ifo, s.timeMaps, "VTS_TMAPT", problems);
     if (tm.present()) {
         const ByteView& v = tm.view();

@@ -1,0 +1,291 @@
+// The disc module: its model read from any bytes, and lossless disassembly
+// and assembly of what the table classes' rules drop. Navigation is compared
+// through the tests' own reader (ifo_navigation.h), not the module's.
+#include <cstring>
+#include <iomanip>
+#include <map>
+#include <regex>
+
+#include "ifo_navigation.h"
+#include "kestro/disc.h"
+#include "kestro/ini.h"
+#include "test_util.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace kd = kestro::disc;
+using Bytes = std::vector<uint8_t>;
+
+Bytes Corpus(const std::string& file) { return kt::ReadBytes((kt::CorpusDir() / file).string()); }
+
+#define REQUIRE_CORPUS(file) \
+    if (!fs::exists(kt::CorpusDir() / (file))) GTEST_SKIP() << "no real discs beside this checkout"
+
+// A working folder with the file kinds the module reads and writes.
+struct Work {
+    kt::TempDir dir;
+
+    // The source of `ifo` (written under the name it is given).
+    std::string Disasm(const Bytes& ifo, const std::string& name, bool libraryRules = false) {
+        const std::string in = dir / (name + ".in"), ini = dir / (name + ".ini");
+        kt::WriteBytes(in, ifo);
+        kd::DisasmResult r = kd::DisassembleIfo(in, ini, kd::SideFiles::None, libraryRules);
+        EXPECT_TRUE(r.ok) << r.error;
+        return ini;
+    }
+    // The IFO file `name` assembled from `ini` in the folder `vobs` (default: here).
+    Bytes Asm(const std::string& ini, const std::string& name, bool libraryRules = false,
+              const std::string& vobs = "") {
+        kd::AsmOptions options;
+        options.libraryRules = libraryRules;
+        const std::string folder = vobs.empty() ? dir.path().string() : vobs;
+        const std::string out = folder + "/" + name;
+        std::ofstream(out).close();
+        kd::AsmResult r = kd::AssembleIfo(ini, out, folder, name, options);
+        EXPECT_TRUE(r.ok) << r.error;
+        return kt::ReadBytes(out);
+    }
+    // The menu VOB file of corpus disc-a beside the files assembled here.
+    void MenuVobOfDiscA() {
+        fs::copy_file(kt::CorpusDir() / "disc-a/VIDEO_TS.VOB", dir.path() / "VIDEO_TS.VOB");
+    }
+    Bytes RoundTrip(const Bytes& ifo, const std::string& name) { return Asm(Disasm(ifo, name), name); }
+};
+
+// The navigation lines of two files that differ ("-" first, "+" second), at
+// most a screenful; empty when both carry the same navigation.
+std::string NavigationDiff(const Bytes& a, const Bytes& b) {
+    std::vector<std::string> x = NavigationOf(a), y = NavigationOf(b);
+    std::string out;
+    for (size_t i = 0, shown = 0; i < std::max(x.size(), y.size()) && shown < 24; ++i) {
+        const std::string l = i < x.size() ? x[i] : "<none>", r = i < y.size() ? y[i] : "<none>";
+        if (l != r) out += "-" + l + "\n+" + r + "\n", ++shown;
+    }
+    return out;
+}
+
+// Replaces statements of a source text ("key=value" lines anywhere) and
+// drops whole sections; the store forgets its cached copy.
+void EditSource(const std::string& ini, const std::map<std::string, std::string>& values,
+                const std::vector<std::string>& dropSections = {}) {
+    std::istringstream in(kt::ReadText(ini));
+    std::string out, section;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line[0] == '[') section = line.substr(1, line.find(']') - 1);
+        if (std::find(dropSections.begin(), dropSections.end(), section) != dropSections.end()) continue;
+        const std::string key = line.substr(0, line.find('='));
+        out += (values.count(key) ? key + "=" + values.at(key) : line) + "\n";
+    }
+    kt::WriteText(ini, out);
+    INIForgetFile(ini.c_str());
+}
+
+// ---- The model ---------------------------------------------------------------------------------------
+
+// What the corpus README says of its discs, read back by the model.
+TEST(DiscModel, ReadsTheCorpusDiscsAsDescribed) {
+    REQUIRE_CORPUS("disc-d/VTS_01_0.IFO");
+    kd::TitleSet d;
+    ASSERT_TRUE(kd::ReadTitleSet(Corpus("disc-d/VTS_01_0.IFO"), d));
+    EXPECT_EQ(d.titleVobus.sectors.size(), 16496u);  // beyond a 16-bit map size
+    EXPECT_EQ(d.menuVobus.sectors.size(), 1862u);
+    EXPECT_EQ(d.parts.size(), 8u);
+    EXPECT_TRUE(d.problems.empty());
+
+    kd::VideoManager e;
+    ASSERT_TRUE(kd::ReadVideoManager(Corpus("disc-e/VIDEO_TS.IFO"), e));
+    std::string set2;
+    for (const auto& t : e.titles)
+        if (t.titleSet == 2) set2 += std::to_string(t.titleInSet);
+    EXPECT_EQ(e.titles.size(), 9u);
+    EXPECT_EQ(set2, "12345");
+
+    kd::TitleSet c8;
+    ASSERT_TRUE(kd::ReadTitleSet(Corpus("disc-c/VTS_08_0.IFO"), c8));
+    ASSERT_EQ(c8.parts.size(), 1u);
+    EXPECT_EQ(c8.parts[0].size(), 52u);
+    EXPECT_EQ(c8.titleVobus.sectors.size(), 12389u);
+    EXPECT_FALSE(kd::ReadTitleSet(Corpus("disc-e/VIDEO_TS.IFO"), c8));
+}
+
+// Any bytes give a model without reading outside them (the sanitizer build
+// checks the reads): a file cut at any sector or inside its management
+// table, and tables whose counts and end addresses announce the most they
+// can. Cut files report what is missing.
+TEST(DiscModel, DamagedFilesGiveAPartialModelAndProblems) {
+    REQUIRE_CORPUS("disc-c/VIDEO_TS.IFO");
+    for (const char* file : {"disc-c/VIDEO_TS.IFO", "disc-c/VTS_01_0.IFO", "disc-d/VTS_01_0.IFO"}) {
+        SCOPED_TRACE(file);
+        const Bytes whole = Corpus(file);
+        const bool vmg = whole[10] == 'M';  // DVDVIDEO-VMG
+        auto read = [&](const Bytes& b) {
+            kd::VideoManager v;
+            kd::TitleSet t;
+            return vmg ? (kd::ReadVideoManager(b, v), v.problems) : (kd::ReadTitleSet(b, t), t.problems);
+        };
+        for (size_t cut = 12; cut < whole.size(); cut = cut < 2048 ? cut + 509 : cut + 2048) {
+            std::vector<std::string> problems = read(Bytes(whole.begin(), whole.begin() + long(cut)));
+            EXPECT_FALSE(problems.empty()) << "cut at " << cut;
+        }
+        // Every 16- and 32-bit field of every table sector set to its largest value.
+        for (size_t sector = 1; sector < whole.size() / 2048; ++sector) {
+            Bytes hostile = whole;
+            for (size_t at = sector * 2048; at < sector * 2048 + 16; ++at) hostile[at] = 0xFF;
+            read(hostile);
+        }
+    }
+}
+
+// ---- Lossless disassembly and assembly ---------------------------------------------------------------
+
+// A title set of more than 16,383 VOBUs keeps every entry, and so does one
+// of 65,535, the most the table classes' Asm holds; their rules alone keep
+// the map's size modulo 65,536 bytes.
+TEST(DiscLossless, VobuMapsKeepEveryEntry) {
+    REQUIRE_CORPUS("disc-b/VTS_01_0.IFO");
+    for (int entries : {16384, 65535}) {
+        SCOPED_TRACE(entries);
+        Work w;
+        std::string ini = w.Disasm(Corpus("disc-b/VTS_01_0.IFO"), "VTS_01_0.IFO");
+        EditSource(ini, {}, {"vts_vobu_admap"});
+        {
+            std::ofstream more(ini, std::ios::app);
+            more << "[vts_vobu_admap]\n";
+            for (int k = 1; k <= entries; ++k) more << "vobu_sa" << std::setw(4) << std::setfill('0') << k << "=" << 3 * k << "\n";
+        }
+        INIForgetFile(ini.c_str());
+        const Bytes big = w.Asm(ini, "VTS_01_0.IFO");
+        kd::TitleSet t;
+        ASSERT_TRUE(kd::ReadTitleSet(big, t));
+        ASSERT_EQ(t.titleVobus.sectors.size(), size_t(entries));
+
+        ASSERT_TRUE(kd::ReadTitleSet(w.RoundTrip(big, "VTS_01_0.IFO"), t));
+        EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries));
+        EXPECT_EQ(t.titleVobus.sectors.back(), uint32_t(3 * entries));
+
+        ASSERT_TRUE(kd::ReadTitleSet(w.Asm(w.Disasm(big, "lib.IFO", true), "VTS_01_0.IFO", true), t));
+        EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries % 16384));
+    }
+}
+
+// A video manager with parental management and text data (no disc of the
+// corpus has them, so they are added to disc-a's) keeps both; a parental
+// level edited in the source takes effect.
+TEST(DiscLossless, ParentalManagementAndTextDataAreKept) {
+    REQUIRE_CORPUS("disc-a/VIDEO_TS.IFO");
+    Bytes vmg = Corpus("disc-a/VIDEO_TS.IFO");
+    const uint32_t sectors = uint32_t(vmg.size() / 2048);
+    Bytes ptl(2048, 0), txt(2048, 0);
+    const size_t masks = 2 * 8 * 2;                      // one title set: VMG and VTS masks per level
+    kt::PutBE(ptl, 0, 2, 2);                             // countries
+    kt::PutBE(ptl, 2, 1, 2);                             // title sets
+    kt::PutBE(ptl, 4, uint32_t(8 + 16 + 2 * masks - 1), 4);  // end address
+    ptl[8] = 'u', ptl[9] = 's', kt::PutBE(ptl, 12, 24, 2);
+    ptl[16] = 'd', ptl[17] = 'e', kt::PutBE(ptl, 20, uint32_t(24 + masks), 2);
+    for (size_t k = 0; k < 2 * masks / 2; ++k) kt::PutBE(ptl, 24 + 2 * k, uint32_t(0x8000 >> (k % 16)), 2);
+    std::memcpy(txt.data(), "DVDTEXT-TEST", 12);
+    kt::PutBE(txt, 14, 1, 2);                            // language units
+    kt::PutBE(txt, 16, 63, 4);                           // end address
+    for (size_t k = 20; k < 64; ++k) txt[k] = uint8_t('a' + k % 26);
+    vmg.insert(vmg.end(), ptl.begin(), ptl.end());
+    vmg.insert(vmg.end(), txt.begin(), txt.end());
+    kt::PutBE(vmg, 204, sectors, 4);
+    kt::PutBE(vmg, 212, sectors + 1, 4);
+    kt::PutBE(vmg, 28, sectors + 1, 4);
+
+    Work w;
+    w.MenuVobOfDiscA();
+    const std::string ini = w.Disasm(vmg, "VIDEO_TS.IFO");
+    const Bytes rebuilt = w.Asm(ini, "VIDEO_TS.IFO");
+    std::vector<std::string> nav = NavigationOf(rebuilt);
+    EXPECT_EQ(NavigationDiff(vmg, rebuilt), "");
+    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(), [](const std::string& l) { return l.rfind("ptl_mait", 0) == 0; }));
+    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(), [](const std::string& l) { return l.rfind("txtdt_mg", 0) == 0; }));
+    EXPECT_TRUE(w.RoundTrip(rebuilt, "VIDEO_TS.IFO") == rebuilt) << "not a fixed point";
+
+    EditSource(ini, {{"country02_level1_vts000", "xffff,x0001"}});
+    kd::VideoManager v;
+    ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO"), v));
+    ASSERT_EQ(v.parental.countries.size(), 2u);
+    EXPECT_EQ(v.parental.countries[1].levels[7], (std::vector<uint16_t>{0xffff, 0x0001}));
+    EXPECT_EQ(v.text.bytes, Bytes(txt.begin(), txt.begin() + 64));
+}
+
+// A First Play PGC that does not lie at byte 1024 (one real disc has it at
+// 512) keeps its commands; the rebuilt file has it at 1024.
+TEST(DiscLossless, FirstPlayPgcAtAnotherByteIsKept) {
+    REQUIRE_CORPUS("disc-a/VIDEO_TS.IFO");
+    Bytes vmg = Corpus("disc-a/VIDEO_TS.IFO");
+    const uint32_t end = kt::BE32(vmg, 128);  // last byte of the First Play PGC at 1024
+    ASSERT_LT(end - 1024, 512u);
+    std::copy(vmg.begin() + 1024, vmg.begin() + end + 1, vmg.begin() + 512);
+    std::fill(vmg.begin() + 1024, vmg.begin() + 2048, 0);
+    kt::PutBE(vmg, 132, 512, 4);
+    kt::PutBE(vmg, 128, end - 512, 4);
+    Work w;
+    w.MenuVobOfDiscA();
+    const Bytes rebuilt = w.RoundTrip(vmg, "VIDEO_TS.IFO");
+    EXPECT_EQ(NavigationDiff(vmg, rebuilt), "");
+    EXPECT_EQ(kt::BE32(rebuilt, 132), 1024u);
+}
+
+// Each value stands in one place and an edit of it takes effect, in the
+// library's sections and in the module's; a source without the module's
+// marker (an earlier version's, or one written by hand) assembles by the
+// library's rules, exactly as the option asks for them.
+TEST(DiscLossless, EditedStatementsTakeEffectAndOldSourcesKeepTheLibraryRules) {
+    REQUIRE_CORPUS("disc-e/VIDEO_TS.IFO");
+    Work w;
+    std::string ini = w.Disasm(Corpus("disc-e/VIDEO_TS.IFO"), "VIDEO_TS.IFO");
+    EditSource(ini, {{"vts_ttn03", "4"}, {"tt_ptl_id_fld01", "32768"}});
+    kd::VideoManager v;
+    ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO"), v));
+    EXPECT_EQ(v.titles[2].titleInSet, 4);
+    EXPECT_EQ(v.titles[0].parentalIdField, 0x8000);
+
+    std::string vts = w.Disasm(Corpus("disc-c/VTS_01_0.IFO"), "VTS_01_0.IFO");
+    EditSource(vts, {{"vtsm_v_atr", "4e01"}});
+    kd::TitleSet t;
+    ASSERT_TRUE(kd::ReadTitleSet(w.Asm(vts, "VTS_01_0.IFO"), t));
+    EXPECT_EQ(t.table[256] * 256 + t.table[257], 0x4e01);
+
+    const Bytes library = w.Asm(ini, "VIDEO_TS.IFO", true);
+    EditSource(ini, {}, {"lossless", "lossless_vmgi_mat", "lossless_vts_atrt"});
+    EXPECT_TRUE(w.Asm(ini, "VIDEO_TS.IFO") == library);
+    ASSERT_TRUE(kd::ReadVideoManager(library, v));
+    EXPECT_EQ(v.titles[2].titleInSet, 1);  // the library's rule: title 1 of its set
+}
+
+// The title start sectors follow the title sets assembled beside the video
+// manager; without them, the source's values move with the video manager.
+TEST(DiscLossless, TitleStartSectorsFollowTheTitleSets) {
+    REQUIRE_CORPUS("disc-c/VIDEO_TS.IFO");
+    Work w;
+    const Bytes original = Corpus("disc-c/VIDEO_TS.IFO");
+    kd::VideoManager before, after;
+    ASSERT_TRUE(kd::ReadVideoManager(original, before));
+    // The menu VOB file the video manager records (the corpus has none).
+    const std::string sets = w.dir / "sets";
+    fs::create_directories(sets);
+    for (const std::string& dir : {w.dir.path().string(), sets}) {
+        std::ofstream(dir + "/VIDEO_TS.VOB").close();
+        fs::resize_file(dir + "/VIDEO_TS.VOB", (before.vmgEndSector + 1 - 2 * original.size() / 2048) * 2048);
+    }
+    const std::string ini = w.Disasm(original, "VIDEO_TS.IFO");
+    ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO"), after));
+    for (size_t i = 0; i < after.titles.size(); ++i)
+        EXPECT_EQ(after.titles[i].titleSetStartSector, before.titles[i].titleSetStartSector);
+
+    for (int k = 1; k <= 9; ++k) {
+        Bytes vts = Corpus("disc-c/VTS_0" + std::to_string(k) + "_0.IFO");
+        if (k == 1) kt::PutBE(vts, 12, kt::BE32(vts, 12) + 10, 4);  // title set 1 ten sectors longer
+        kt::WriteBytes(sets + "/VTS_0" + std::to_string(k) + "_0.IFO", vts);
+    }
+    ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO", false, sets), after));
+    for (size_t i = 0; i < after.titles.size(); ++i)
+        EXPECT_EQ(after.titles[i].titleSetStartSector,
+                  before.titles[i].titleSetStartSector + (after.titles[i].titleSet > 1 ? 10 : 0));
+}
+
+}  // namespace
