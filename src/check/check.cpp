@@ -140,18 +140,33 @@ size_t Result::Warnings() const { return findings.size() - Errors(); }
 void Findings::Add(Severity s, const char* id, const std::string& table, int entry,
                    const std::string& field, const std::string& problem,
                    const std::string& expected) {
-    // A damaged table can repeat one fault in every entry; the first few
-    // say what is wrong, the rest would only bury the other findings.
-    constexpr size_t kMaxPerKind = 20;
-    size_t same = 0;
-    for (auto it = out_.rbegin(); it != out_.rend() && same <= kMaxPerKind; ++it)
-        if (it->id == id && it->file == file_ && it->table == table) ++same;
-    if (same == kMaxPerKind) {
-        out_.push_back({Severity::Warning, "check.more", file_, table, 0, "",
-                        "further findings of this kind (" + std::string(id) + ") left out", ""});
+    // A damaged table can repeat one fault in every entry, and a hostile
+    // file in tens of thousands of tables: the first few findings of a kind
+    // say what is wrong, the rest would only bury the others.
+    // A "left out" line takes the gravest severity of what it stands for,
+    // so that the exit status still tells an error.
+    constexpr size_t kMaxPerKind = 20, kMaxPerFile = 500;
+    auto leftOut = [&](const std::string& key, const std::string& onTable, const std::string& what) {
+        auto it = moreAt_.find(key);
+        if (it == moreAt_.end()) {
+            it = moreAt_.emplace(key, out_.size()).first;
+            out_.push_back({Severity::Warning, "check.more", file_, onTable, 0, "", what, ""});
+        }
+        if (s == Severity::Error) out_[it->second].severity = Severity::Error;
+    };
+    size_t& inFile = perFile_[file_];
+    if (inFile >= kMaxPerFile) {
+        leftOut(file_, "", "more than " + Num(kMaxPerFile) + " findings; the rest are left out");
         return;
     }
-    if (same > kMaxPerKind) return;
+    size_t& same = counts_[file_ + '\n' + table + '\n' + id];
+    if (same >= kMaxPerKind) {
+        leftOut(file_ + '\n' + table + '\n' + id, table,
+                "further findings of this kind (" + std::string(id) + ") left out");
+        return;
+    }
+    ++inFile;
+    ++same;
     out_.push_back({s, id, file_, table, entry, field, problem, expected});
 }
 

@@ -48,6 +48,9 @@ public:
 private:
     std::vector<Finding>& out_;
     std::string file_;
+    std::map<std::string, size_t> counts_;  // findings so far by file, table and identifier
+    std::map<std::string, size_t> perFile_;
+    std::map<std::string, size_t> moreAt_;  // where each "left out" line is
 };
 
 // A count or range in words: "1 to 7", "none" for an empty range.
@@ -134,6 +137,22 @@ private:
     // manager); title set number -> titles within it.
     int DiscTitles() const;
     const VtsData* TitleSet(int number) const;
+
+    // Indexes built once per table, so that a PGC's cells and a command's
+    // targets are looked up rather than searched: a hostile file can hold
+    // millions of cell entries and tens of thousands of PGCs.
+    struct CellRange {
+        uint32_t key;  // VOB_IDN << 8 | C_IDN
+        uint32_t first, last;
+    };
+    const std::vector<CellRange>& CellIndex(const disc::CellAddressTable& t);
+    bool VobusSorted(const disc::VobuMap& m);
+    bool HasMenu(const disc::MenuTable& menus, int type);
+    size_t PartsOfPgc(const VtsData& vts, unsigned pgc);  // most parts of a title using it; 0: none
+    std::map<const void*, std::vector<CellRange>> cellIndex_;
+    std::map<const void*, bool> vobusSorted_;
+    std::map<const void*, uint32_t> menuTypes_;
+    std::map<const void*, std::vector<size_t>> partsByPgc_;
 
     const DiscImage& disc_;
     Options options_;

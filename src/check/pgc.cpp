@@ -13,14 +13,6 @@ namespace {
 
 std::string Cell(size_t k) { return "C_PBI " + Num(k + 1); }
 
-// Does any language unit of `menus` have an entry PGC of menu type `type`?
-bool HasMenu(const disc::MenuTable& menus, int type) {
-    for (const auto& u : menus.units)
-        for (const auto& p : u.table.pgcs)
-            if (((p.category >> 24) & 0x80) && int((p.category >> 24) & 0x0f) == type) return true;
-    return false;
-}
-
 size_t MostPgcs(const disc::MenuTable& menus) {
     size_t n = 0;
     for (const auto& u : menus.units) n = std::max(n, u.table.pgcs.size());
@@ -32,6 +24,58 @@ size_t MostPgcs(const disc::MenuTable& menus) {
 bool RegisterExists(uint8_t r) { return r & 0x80 ? (r & 0x7f) < 24 : r < 16; }
 
 }  // namespace
+
+const std::vector<Checker::CellRange>& Checker::CellIndex(const disc::CellAddressTable& t) {
+    auto it = cellIndex_.find(&t);
+    if (it != cellIndex_.end()) return it->second;
+    // One range per VOB and cell: an interleaved cell has an entry per unit.
+    std::vector<CellRange> all;
+    all.reserve(t.cells.size());
+    for (const auto& a : t.cells)
+        all.push_back({uint32_t(a.vobId) << 8 | a.cellId, a.firstSector, a.lastSector});
+    std::sort(all.begin(), all.end(), [](const CellRange& x, const CellRange& y) { return x.key < y.key; });
+    std::vector<CellRange> merged;
+    for (const CellRange& r : all) {
+        if (!merged.empty() && merged.back().key == r.key) {
+            merged.back().first = std::min(merged.back().first, r.first);
+            merged.back().last = std::max(merged.back().last, r.last);
+        } else {
+            merged.push_back(r);
+        }
+    }
+    return cellIndex_[&t] = std::move(merged);
+}
+
+bool Checker::VobusSorted(const disc::VobuMap& m) {
+    auto it = vobusSorted_.find(&m);
+    if (it != vobusSorted_.end()) return it->second;
+    return vobusSorted_[&m] = std::is_sorted(m.sectors.begin(), m.sectors.end());
+}
+
+// Does any language unit of `menus` have an entry PGC of menu type `type`?
+bool Checker::HasMenu(const disc::MenuTable& menus, int type) {
+    auto it = menuTypes_.find(&menus);
+    if (it == menuTypes_.end()) {
+        uint32_t types = 0;
+        for (const auto& u : menus.units)
+            for (const auto& p : u.table.pgcs)
+                if ((p.category >> 24) & 0x80) types |= 1u << ((p.category >> 24) & 0x0f);
+        it = menuTypes_.emplace(&menus, types).first;
+    }
+    return type >= 0 && type < 16 && (it->second >> type) & 1;
+}
+
+size_t Checker::PartsOfPgc(const VtsData& vts, unsigned pgc) {
+    auto it = partsByPgc_.find(&vts);
+    if (it == partsByPgc_.end()) {
+        std::vector<size_t> most(vts.model.titles.pgcs.size() + 1, 0);
+        for (const auto& t : vts.model.parts)
+            for (const auto& p : t)
+                if (p.pgc < most.size()) most[p.pgc] = std::max(most[p.pgc], t.size());
+        it = partsByPgc_.emplace(&vts, std::move(most)).first;
+    }
+    return pgc < it->second.size() ? it->second[pgc] : 0;
+}
 
 void Checker::CheckPgcTable(const disc::PgcTable& t, const PgcPlace& place) {
     const std::string& name = place.table_name;
@@ -126,8 +170,9 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
 
     // Cells: sectors in order, inside the VOB set, at VOBU starts, and
     // within the cell address table's entries for their VOB and cell.
-    const auto& vobus = place.vobus ? place.vobus->sectors : std::vector<uint32_t>();
-    const bool sortedVobus = std::is_sorted(vobus.begin(), vobus.end());
+    static const std::vector<uint32_t> kNone;
+    const auto& vobus = place.vobus ? place.vobus->sectors : kNone;
+    const bool sortedVobus = !place.vobus || VobusSorted(*place.vobus);
     for (size_t k = 0; k < pgc.cellPlayback.size(); ++k) {
         const disc::CellPlayback& c = pgc.cellPlayback[k];
         const unsigned command = c.category & 0xff;
@@ -159,14 +204,14 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
         }
         if (k >= pgc.cellPositions.size() || !place.cells) continue;
         const disc::CellPosition& pos = pgc.cellPositions[k];
-        uint32_t lo = UINT32_MAX, hi = 0;
-        for (const auto& a : place.cells->cells)
-            if (a.vobId == pos.vobId && a.cellId == pos.cellId) {
-                lo = std::min(lo, a.firstSector);
-                hi = std::max(hi, a.lastSector);
-            }
+        const auto& index = CellIndex(*place.cells);
+        const uint32_t key = uint32_t(pos.vobId) << 8 | pos.cellId;
+        auto at = std::lower_bound(index.begin(), index.end(), key,
+                                   [](const CellRange& r, uint32_t k) { return r.key < k; });
+        const bool listed = at != index.end() && at->key == key;
+        const uint32_t lo = listed ? at->first : 0, hi = listed ? at->last : 0;
         const std::string id = "VOB " + Num(pos.vobId) + " cell " + Num(pos.cellId);
-        if (lo == UINT32_MAX)
+        if (!listed)
             f_.Error("cell.position-missing", T, E, "C_POSI " + Num(k + 1),
                      id + " is not in the cell address table", "a VOB and cell the table lists");
         // An interleaved cell (bit 2 of its category byte) runs through the
@@ -238,17 +283,8 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
             const unsigned n = ((c[6] & 0x03) << 8) | c[7];
             if (place.domain == Domain::Title && place.vts) {
                 // The titles whose parts name this PGC give how many parts there are.
-                size_t most = 0;
-                bool found = false;
-                for (const auto& t : place.vts->model.parts) {
-                    bool uses = false;
-                    for (const auto& p : t) uses = uses || p.pgc == unsigned(E);
-                    if (uses) {
-                        found = true;
-                        most = std::max(most, t.size());
-                    }
-                }
-                if (found && (n == 0 || n > most))
+                const size_t most = PartsOfPgc(*place.vts, unsigned(E));
+                if (most && (n == 0 || n > most))
                     missing("command.part", "links to part of title " + Num(n) + ", which does not exist",
                             Range(1, most));
             }

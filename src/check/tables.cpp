@@ -156,7 +156,7 @@ void Checker::CheckVtsTables(const VtsData& vts) {
     ByteView v = ByteView(bytes).From(uint64_t(m.start.timeMaps) * kSectorBytes);
     uint64_t needed = 8 + 4 * uint64_t(tm.count);
     const auto& vobus = m.titleVobus.sectors;
-    const bool sortedVobus = std::is_sorted(vobus.begin(), vobus.end());
+    const bool sortedVobus = VobusSorted(m.titleVobus);
     for (size_t i = 0; i < m.timeMaps.size(); ++i) {
         const int entry = int(i + 1);
         const disc::TimeMap& map = m.timeMaps[i];
