@@ -28,6 +28,7 @@
 
 #include "disc/driver.h"
 #include "frame/detail.h"
+#include "kestro/frame.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
 
@@ -762,7 +763,18 @@ DisasmResult DisassembleIfo(const std::string& ifo, const std::string& ini, Side
 AsmResult AssembleIfo(const std::string& ini, const std::string& out, const std::string& vobDir,
                       const std::string& ifoName, const AsmOptions& options) {
     AsmResult result;
+    // The file layer does not report a failed write to the table that made
+    // it; it keeps the system's error of the last failed call. A read through
+    // no file puts a known value there first, so any failure while the table
+    // classes write shows as another one.
+    uint8_t probe = 0;
+    FileRead(-1, &probe, 1);
+    const uint32_t before = LastFileError();
     if (!LibraryAsm(ini, out, vobDir, ifoName, options, result)) return result;
+    if (LastFileError() != before) {
+        result.error = out + ": " + std::strerror(int(LastFileError()));
+        return result;
+    }
     // Sources without the marker (written by hand or by an earlier version)
     // assemble by the library's rules alone.
     if (options.libraryRules || !Has(ini, kMarkerSection, "restore")) {
@@ -772,7 +784,8 @@ AsmResult AssembleIfo(const std::string& ini, const std::string& out, const std:
     Bytes file;
     if (!ReadFile(out, file, result.error)) return result;
     const size_t need = result.kind == IfoKind::VideoManager ? 1024 : 2048;
-    if (file.size() < need || file.size() % kSectorBytes) {
+    if (file.size() < need || file.size() % kSectorBytes ||
+        file.size() < (uint64_t(GetBE32(file.data() + 28)) + 1) * kSectorBytes) {
         result.error = out + ": the assembled file is incomplete";
         return result;
     }
