@@ -38,6 +38,17 @@ std::string SiblingPattern(const fs::path& final, const char* kind) {
         .string();
 }
 
+// A new empty file with a temporary name beside `final`.
+fs::path MakeSiblingFile(const fs::path& final, const char* kind) {
+    std::string pattern = SiblingPattern(final, kind);
+    std::vector<char> buf(pattern.begin(), pattern.end());
+    buf.push_back('\0');
+    int fd = ::mkstemp(buf.data());
+    if (fd < 0) throw ToolError("cannot write " + final.string() + ": " + SystemReason(errno));
+    ::close(fd);
+    return fs::path(buf.data());
+}
+
 // Removes what killed runs left beside `final`: temporary names of a
 // process that no longer exists.
 void RemoveStaleSiblings(const fs::path& final) {
@@ -106,13 +117,7 @@ StagedFile::StagedFile(const fs::path& finalPath, bool force) : final_(Absolute(
     if (fs::exists(fs::symlink_status(final_, ec)) && !force)
         throw ToolError(final_.string() + " exists (use --force to replace it)");
     RemoveStaleSiblings(final_);
-    std::string pattern = SiblingPattern(final_, "");
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    int fd = ::mkstemp(buf.data());
-    if (fd < 0) throw ToolError("cannot write " + final_.string() + ": " + SystemReason(errno));
-    ::close(fd);
-    temp_ = buf.data();
+    temp_ = MakeSiblingFile(final_, "");
 }
 
 StagedFile::~StagedFile() {
@@ -129,13 +134,7 @@ namespace {
 
 // A hard link to an existing output, kept until the new one is in place.
 fs::path KeepOld(const fs::path& final) {
-    std::string pattern = SiblingPattern(final, "old");
-    std::vector<char> buf(pattern.begin(), pattern.end());
-    buf.push_back('\0');
-    int fd = ::mkstemp(buf.data());
-    if (fd < 0) throw ToolError("cannot write " + final.string() + ": " + SystemReason(errno));
-    ::close(fd);
-    fs::path kept = buf.data();
+    fs::path kept = MakeSiblingFile(final, "old");
     // link() does not replace: take the name away first, then link.
     ::unlink(kept.c_str());
     if (::link(final.c_str(), kept.c_str()) != 0)
