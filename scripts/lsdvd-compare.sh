@@ -4,10 +4,11 @@
 #
 #   scripts/lsdvd-compare.sh ORIGINAL REBUILT
 #
-# Exit 0 when lsdvd reports the same, 1 with a diff otherwise. A title whose
-# number within its title set is not 1 is expected to differ after a kestro
-# rebuild: the rebuilt title search table points every title at its set's
-# first title (see the README's "Fields rewritten by design").
+# Exit 0 when lsdvd reports the same, 1 with a diff otherwise. After a kestro
+# rebuild every title reads the same, its number within its title set
+# included; with --library-rules a title whose number within its set is not 1
+# differs (the library's title search table points every title at its set's
+# first title; see the README's "Fields rewritten by design").
 set -euo pipefail
 a=${1:?usage: lsdvd-compare.sh ORIGINAL REBUILT}
 b=${2:?usage: lsdvd-compare.sh ORIGINAL REBUILT}
