@@ -164,6 +164,13 @@ TEST(DiscLossless, VobuMapsKeepEveryEntry) {
         EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries));
         EXPECT_EQ(t.titleVobus.sectors.back(), uint32_t(3 * entries));
 
+        // The same through the binary side file of the map.
+        const std::string in = w.dir / "bin.in", bin = w.dir / "bin.ini";
+        kt::WriteBytes(in, big);
+        ASSERT_TRUE(kd::DisassembleIfo(in, bin, kd::SideFiles::Binary, false).ok);
+        ASSERT_TRUE(kd::ReadTitleSet(w.Asm(bin, "VTS_01_0.IFO"), t));
+        EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries));
+
         ASSERT_TRUE(kd::ReadTitleSet(w.Asm(w.Disasm(big, "lib.IFO", true), "VTS_01_0.IFO", true), t));
         EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries % 16384));
     }

@@ -637,14 +637,31 @@ Carried VtsCarried(const TitleSet& v) {
     return c;
 }
 
-void DisasmVtsExtras(const std::string& ini, const TitleSet& v, SideFiles side) {
+bool DisasmVtsExtras(const std::string& ini, const TitleSet& v, SideFiles side, std::string& error) {
     WriteUncarried(ini, kVtsBytesSection, "", v.table.data(), VtsCarried(v));
     CompleteCells(ini, v.menuCells, kVtsmCells);
     CompleteCells(ini, v.titleCells, kVtsCells);
     if (side != SideFiles::Binary) {
         CompleteVobus(ini, v.menuVobus, "vtsm_vobu_admap");
         CompleteVobus(ini, v.titleVobus, "vts_vobu_admap");
+        return true;
     }
+    // Binary side files: the table classes write the count they read, which
+    // keeps a map of 65,536 bytes or more short. The title map's file is
+    // written again whole (a 32-bit little-endian count, the entries as the
+    // IFO holds them), as its counted reader takes up to 65,535 entries. The
+    // menu map's file is read back through a reader whose size is 16 bits, so
+    // a menu map that long goes into the source instead, which a source's own
+    // entries take precedence over.
+    if (v.titleVobus.sectors.size() > 16383) {
+        const size_t n = std::min<size_t>(v.titleVobus.sectors.size(), 0xFFFF);
+        Bytes file(4 + 4 * n);
+        file[0] = uint8_t(n), file[1] = uint8_t(n >> 8);
+        for (size_t i = 0; i < n; ++i) PutBE32(file.data() + 4 + 4 * i, v.titleVobus.sectors[i]);
+        if (!WriteFileChecked(SideStem(ini) + kVtsAdmapBinSuffix, file, error)) return false;
+    }
+    if (v.menuVobus.sectors.size() > 16383) CompleteVobus(ini, v.menuVobus, "vtsm_vobu_admap");
+    return true;
 }
 
 // Bytes of the title set's title VOB files in `dir` (VTS_nn_1.VOB on, up to
@@ -754,7 +771,7 @@ DisasmResult DisassembleIfo(const std::string& ifo, const std::string& ini, Side
 
     Put(ini, kMarkerSection, "restore", "yes");
     if (isVmg) DisasmVmgExtras(ini, vmg);
-    if (isVts) DisasmVtsExtras(ini, vts, side);
+    if (isVts && !DisasmVtsExtras(ini, vts, side, result.error)) return result;
     INIFlushFiles();
     result.ok = true;
     return result;
