@@ -264,9 +264,10 @@ struct DisasmResult {
     std::vector<std::string> sides;    // suffixes of the side files written
 };
 
-// Writes the source of `ifo` into `ini` (whose name ends in ".ini"). `ifo` is
-// only read. Without libraryRules the source also carries what the table
-// classes' rules drop.
+// Writes the source of `ifo` into `ini` (whose name ends in ".ini"). The
+// table classes open `ifo` as they open every IFO file, for reading and
+// writing, so hosts pass a private copy. Without libraryRules the source
+// also carries what the table classes' rules drop.
 KESTRO_API DisasmResult DisassembleIfo(const std::string& ifo, const std::string& ini,
                                        SideFiles side, bool libraryRules);
 
@@ -289,7 +290,9 @@ struct AsmResult {
 // `vobDir`, where its VOB files are measured (and, for a video manager, the
 // title set IFO files already assembled there, which give the title start
 // sectors). The final bytes are written with checked writes and synced; any
-// failure fails the operation with the path and the system's reason.
+// failure fails the operation with the path and the system's reason. The
+// working folder is `vobDir` while the management table is assembled (the
+// table classes take the title set number from the bare file name).
 KESTRO_API AsmResult AssembleIfo(const std::string& ini, const std::string& out,
                                  const std::string& vobDir, const std::string& ifoName,
                                  const AsmOptions& options);
