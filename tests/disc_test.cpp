@@ -264,6 +264,29 @@ TEST(DiscLossless, EditedStatementsTakeEffectAndOldSourcesKeepTheLibraryRules) {
     EXPECT_EQ(v.titles[2].titleInSet, 1);  // the library's rule: title 1 of its set
 }
 
+// Statements of the module's sections with counts no file can hold are
+// refused or cut to what the statements give, never allocated as announced.
+TEST(DiscLossless, HostileModuleStatementsStayBounded) {
+    REQUIRE_CORPUS("disc-a/VIDEO_TS.IFO");
+    Work w;
+    w.MenuVobOfDiscA();
+    const std::string ini = w.Disasm(Corpus("disc-a/VIDEO_TS.IFO"), "VIDEO_TS.IFO");
+    {
+        std::ofstream more(ini, std::ios::app);
+        more << "[ptl_mait]\ncty_ns=65535\n[parental_levels]\ntitle_sets=99\n"
+             << "[text_data]\nsize=99999999999\nbytes000000=xzz\n"
+             << "[lossless_vmgm_c_adt]\ncell_ns=2000000000\ncell0001=1 1 0 9\n"
+             << "[lossless_vmgi_mat]\nbyte1020=xffffffffffffffff\n";
+    }
+    INIForgetFile(ini.c_str());
+    kd::VideoManager v;
+    ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO"), v));
+    EXPECT_FALSE(v.parental.present);
+    EXPECT_FALSE(v.text.present);
+    EXPECT_EQ(v.menuCells.cells.size(), 1u);
+    EXPECT_EQ(v.table[1023], 0xff);
+}
+
 // The title start sectors follow the title sets assembled beside the video
 // manager; without them, the source's values move with the video manager.
 TEST(DiscLossless, TitleStartSectorsFollowTheTitleSets) {

@@ -475,7 +475,12 @@ bool ParentalFromSource(const std::string& ini, Bytes& table) {
     if (!StatementInt(ini, "ptl_mait", "cty_ns", countries) || countries <= 0 ||
         !StatementInt(ini, kParentalSection, "title_sets", titleSets) || titleSets < 0)
         return false;
+    // The format's limits: 99 title sets, and every country's masks must
+    // start at a byte a 16-bit field can hold.
     const size_t masks = size_t(titleSets) + 1;
+    if (titleSets > 99 || countries > 0xFFFF ||
+        8 + 8 * uint64_t(countries) + uint64_t(countries - 1) * 16 * masks > 0xFFFF)
+        return false;
     table.assign(8 + 8 * size_t(countries), 0);
     PutBE16(table.data(), uint32_t(countries));
     PutBE16(table.data() + 2, uint32_t(titleSets));
