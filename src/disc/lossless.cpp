@@ -157,6 +157,42 @@ bool ParseHex(const std::string& text, Bytes& out) {
     return true;
 }
 
+// Bytes as text a person can read and edit: printable characters as they
+// are, a backslash doubled, every other byte (and a blank at either end,
+// which the store would trim, or a $ in front) as \xNN.
+std::string Escape(const uint8_t* p, size_t n) {
+    static const char digits[] = "0123456789abcdef";
+    std::string s;
+    for (size_t i = 0; i < n; ++i) {
+        const uint8_t c = p[i];
+        // A value that starts with $ reads as a missing statement.
+        const bool blankAtEnd = (c == ' ' && (i == 0 || i + 1 == n)) || (c == '$' && i == 0);
+        if (c == '\\') s += "\\\\";
+        else if (c >= 0x20 && c < 0x7f && !blankAtEnd) s += char(c);
+        else s += std::string("\\x") + digits[c >> 4] + digits[c & 15];
+    }
+    return s;
+}
+
+bool Unescape(const std::string& text, Bytes& out) {
+    out.clear();
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out.push_back(uint8_t(text[i]));
+        } else if (i + 1 < text.size() && text[i + 1] == '\\') {
+            out.push_back('\\');
+            ++i;
+        } else if (i + 3 < text.size() && text[i + 1] == 'x' && HexDigit(text[i + 2]) >= 0 &&
+                   HexDigit(text[i + 3]) >= 0) {
+            out.push_back(uint8_t(HexDigit(text[i + 2]) << 4 | HexDigit(text[i + 3])));
+            i += 3;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool StatementHex(const std::string& ini, const char* section, const std::string& key,
                   size_t n, uint8_t* out) {
     Bytes b;
@@ -461,10 +497,11 @@ void DisasmVmgExtras(const std::string& ini, const VideoManager& v) {
         }
     }
     if (v.text.present) {
+        // The table's bytes as text, 32 to a statement (offsets in decimal).
         Put(ini, kTextSection, "size", std::to_string(v.text.bytes.size()));
         for (size_t at = 0; at < v.text.bytes.size(); at += 32)
             Put(ini, kTextSection, Key("bytes%06d", int(at)),
-                Hex(v.text.bytes.data() + at, std::min<size_t>(32, v.text.bytes.size() - at)));
+                Escape(v.text.bytes.data() + at, std::min<size_t>(32, v.text.bytes.size() - at)));
     }
     CompleteCells(ini, v.menuCells, kVmgmCells);
     CompleteVobus(ini, v.menuVobus, "vts_vobu_admap");
@@ -521,7 +558,8 @@ bool TextFromSource(const std::string& ini, Bytes& table) {
     table.assign(size_t(size), 0);
     for (long long at = 0; at < size; at += 32) {
         Bytes b;
-        if (!ParseHex(Statement(ini, kTextSection, Key("bytes%06d", int(at)).c_str()), b)) continue;
+        if (!Unescape(Statement(ini, kTextSection, Key("bytes%06d", int(at)).c_str(), ""), b))
+            continue;
         for (size_t k = 0; k < b.size() && size_t(at) + k < table.size(); ++k) table[size_t(at) + k] = b[k];
     }
     return true;
