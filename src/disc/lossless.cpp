@@ -425,11 +425,9 @@ bool CellsFromSource(const std::string& ini, const CellKind& kind, Bytes& table)
 // library's keys, up to the 65,535 its Asm reads.
 void CompleteVobus(const std::string& ini, const VobuMap& m, const char* section) {
     const size_t n = std::min<size_t>(m.sectors.size(), 0xFFFF);
-    for (size_t i = n; i > 0; --i) {
-        const std::string key = Key("vobu_sa%04d", int(i));
-        if (Has(ini, section, key)) break;
-        Put(ini, section, key, std::to_string(int(m.sectors[i - 1])));
-    }
+    size_t i = 1;
+    while (i <= n && Has(ini, section, Key("vobu_sa%04d", int(i)))) ++i;
+    for (; i <= n; ++i) Put(ini, section, Key("vobu_sa%04d", int(i)), std::to_string(int(m.sectors[i - 1])));
 }
 
 // ---- Video manager --------------------------------------------------------------------------------
