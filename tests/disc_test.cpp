@@ -264,6 +264,37 @@ TEST(DiscLossless, EditedStatementsTakeEffectAndOldSourcesKeepTheLibraryRules) {
     EXPECT_EQ(v.titles[2].titleInSet, 1);  // the library's rule: title 1 of its set
 }
 
+// A cell address table the library's keys cannot hold (cells above 99 of
+// one VOB, more than 256 entries) is kept whole, and the tables after it
+// move with the VOB start sectors.
+TEST(DiscLossless, CellTablesBeyondTheLibraryKeysAreKept) {
+    REQUIRE_CORPUS("disc-b/VTS_01_0.IFO");
+    Bytes vts = Corpus("disc-b/VTS_01_0.IFO");
+    const uint32_t cellsAt = kt::BE32(vts, 224), mapAt = kt::BE32(vts, 228);
+    ASSERT_EQ(mapAt, cellsAt + 1);
+    Bytes cells(4096, 0);
+    kt::PutBE(cells, 0, 1, 2);                 // one VOB
+    kt::PutBE(cells, 4, 8 + 12 * 300 - 1, 4);  // 300 cells
+    for (uint32_t c = 1; c <= 300; ++c) {
+        kt::PutBE(cells, 8 + 12 * (c - 1), 1, 2);
+        cells[8 + 12 * (c - 1) + 2] = uint8_t(c);  // cell IDs wrap above 255 as bytes do
+        kt::PutBE(cells, 8 + 12 * (c - 1) + 4, 10 * c, 4);
+        kt::PutBE(cells, 8 + 12 * (c - 1) + 8, 10 * c + 9, 4);
+    }
+    Bytes grown(vts.begin(), vts.begin() + cellsAt * 2048);
+    grown.insert(grown.end(), cells.begin(), cells.end());
+    grown.insert(grown.end(), vts.begin() + mapAt * 2048, vts.end());
+    kt::PutBE(grown, 228, mapAt + 1, 4);
+    kt::PutBE(grown, 28, kt::BE32(vts, 28) + 1, 4);
+    kt::PutBE(grown, 196, kt::BE32(vts, 196) + 1, 4);
+    Work w;
+    const Bytes rebuilt = w.RoundTrip(grown, "VTS_01_0.IFO");
+    EXPECT_EQ(NavigationDiff(grown, rebuilt), "");
+    EXPECT_EQ(rebuilt.size(), grown.size());
+    EXPECT_EQ(kt::BE32(rebuilt, 196), kt::BE32(rebuilt, 28) + 1) << "title VOBs start after the IFO";
+    EXPECT_TRUE(w.RoundTrip(rebuilt, "VTS_01_0.IFO") == rebuilt) << "not a fixed point";
+}
+
 // Statements of the module's sections with counts no file can hold are
 // refused or cut to what the statements give, never allocated as announced.
 TEST(DiscLossless, HostileModuleStatementsStayBounded) {
