@@ -107,9 +107,9 @@ TEST_P(CheckFault, IsFoundAndNamed) {
                        << fault.entry << "] " << fault.field << "; found:" << All(r);
 }
 
-const char* V1 = "VTS_01_0.IFO";
-const char* V2 = "VTS_02_0.IFO";
-const char* VM = "VIDEO_TS.IFO";
+const char* const V1 = "VTS_01_0.IFO";
+const char* const V2 = "VTS_02_0.IFO";
+const char* const VM = "VIDEO_TS.IFO";
 
 const Fault kFaults[] = {
     // Files.
@@ -276,6 +276,33 @@ TEST(Check, CorpusDiscsAlone) {
         EXPECT_EQ(ids, it == expected.end() ? std::multiset<std::string>() : it->second)
             << e.path() << All(r);
     }
+}
+
+}  // namespace
+
+namespace {
+
+// A fault repeated in every entry gives twenty findings and one line that
+// says more were left out (a fuzzed time map table of thousands of maps
+// sharing one map's bytes took seconds to report entry by entry).
+TEST(Check, RepeatedFaultsAreCapped) {
+    kc::DiscImage disc = Sample();
+    Bytes& b = File(disc, V1);
+    // A VOBU map of 1000 entries, all the same sector, in two sectors added to the file.
+    const size_t map = b.size();
+    b.resize(map + 2 * 2048);
+    kt::PutBE(b, 28, uint32_t(b.size() / 2048 - 1), 4);  // VTSI_EA
+    kt::PutBE(b, 228, uint32_t(map / 2048), 4);          // VTS_VOBU_ADMAP_SA
+    kt::PutBE(b, map, 4 + 4 * 1000 - 1, 4);
+    for (size_t k = 0; k < 1000; ++k) kt::PutBE(b, map + 4 + 4 * k, 7, 4);
+    const kc::Result r = kc::CheckDisc(disc);
+    size_t order = 0, more = 0;
+    for (const auto& f : r.findings) {
+        order += f.id == "vobu.order";
+        more += f.id == "check.more" && f.table == "VTS_VOBU_ADMAP" && f.severity == kc::Severity::Error;
+    }
+    EXPECT_EQ(order, 20u) << All(r);
+    EXPECT_EQ(more, 1u) << All(r);
 }
 
 }  // namespace

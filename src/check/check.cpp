@@ -15,6 +15,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr size_t kMaxPerKind = 20, kMaxPerFile = 500;
+
 // No IFO file of a real disc comes near this; a larger file is not read.
 constexpr uint64_t kMaxIfoBytes = uint64_t(64) << 20;
 
@@ -140,34 +142,40 @@ size_t Result::Warnings() const { return findings.size() - Errors(); }
 void Findings::Add(Severity s, const char* id, const std::string& table, int entry,
                    const std::string& field, const std::string& problem,
                    const std::string& expected) {
-    // A damaged table can repeat one fault in every entry, and a hostile
-    // file in tens of thousands of tables: the first few findings of a kind
-    // say what is wrong, the rest would only bury the others.
-    // A "left out" line takes the gravest severity of what it stands for,
-    // so that the exit status still tells an error.
-    constexpr size_t kMaxPerKind = 20, kMaxPerFile = 500;
-    auto leftOut = [&](const std::string& key, const std::string& onTable, const std::string& what) {
-        auto it = moreAt_.find(key);
-        if (it == moreAt_.end()) {
-            it = moreAt_.emplace(key, out_.size()).first;
-            out_.push_back({Severity::Warning, "check.more", file_, onTable, 0, "", what, ""});
-        }
-        if (s == Severity::Error) out_[it->second].severity = Severity::Error;
-    };
-    size_t& inFile = perFile_[file_];
-    if (inFile >= kMaxPerFile) {
-        leftOut(file_, "", "more than " + Num(kMaxPerFile) + " findings; the rest are left out");
-        return;
-    }
-    size_t& same = counts_[file_ + '\n' + table + '\n' + id];
-    if (same >= kMaxPerKind) {
-        leftOut(file_ + '\n' + table + '\n' + id, table,
-                "further findings of this kind (" + std::string(id) + ") left out");
-        return;
-    }
-    ++inFile;
-    ++same;
+    if (!Wants(id, table, s)) return;
+    ++perFile_[file_];
+    ++counts_[file_ + '\n' + table + '\n' + id];
     out_.push_back({s, id, file_, table, entry, field, problem, expected});
+}
+
+// A damaged table can repeat one fault in every entry, and a hostile file
+// in tens of thousands of tables: the first few findings of a kind say what
+// is wrong, the rest would only bury the others. One line says that more
+// were left out, with the gravest severity of what it stands for, so that
+// the exit status still tells an error.
+bool Findings::Wants(const char* id, const std::string& table, Severity s) {
+    if (Full()) return false;
+    const std::string key = file_ + '\n' + table + '\n' + id;
+    auto count = counts_.find(key);
+    if (count == counts_.end() || count->second < kMaxPerKind) return true;
+    auto it = moreAt_.find(key);
+    if (it == moreAt_.end()) {
+        it = moreAt_.emplace(key, out_.size()).first;
+        out_.push_back({Severity::Warning, "check.more", file_, table, 0, "",
+                        "further findings of this kind (" + std::string(id) + ") left out", ""});
+    }
+    if (s == Severity::Error) out_[it->second].severity = Severity::Error;
+    return false;
+}
+
+// A file with this many findings is damaged through and through: the line
+// that says the rest are left out is an error of its own.
+bool Findings::Full() {
+    if (perFile_[file_] < kMaxPerFile) return false;
+    if (moreAt_.emplace(file_, out_.size()).second)
+        out_.push_back({Severity::Error, "check.more", file_, "", 0, "",
+                        "more than " + Num(kMaxPerFile) + " findings; the rest are left out", ""});
+    return true;
 }
 
 std::string Num(uint64_t n) { return std::to_string(n); }

@@ -33,6 +33,10 @@ class Findings {
 public:
     explicit Findings(std::vector<Finding>& out) : out_(out) {}
     void SetFile(const std::string& file) { file_ = file; }
+    // False once findings of this kind (or of the file) are no longer kept:
+    // loops over a damaged table's entries stop building messages then.
+    bool Wants(const char* id, const std::string& table, Severity s = Severity::Error);
+    bool Full();
     const std::string& File() const { return file_; }
     void Error(const char* id, const std::string& table, int entry, const std::string& field,
                const std::string& problem, const std::string& expected = std::string()) {

@@ -3,6 +3,7 @@
 // its links to other PGCs, its stream control words, and the targets of
 // its navigation commands.
 #include <algorithm>
+#include <set>
 
 #include "check/checker.h"
 
@@ -83,7 +84,8 @@ void Checker::CheckPgcTable(const disc::PgcTable& t, const PgcPlace& place) {
     if (uint64_t(t.endAddress) + 1 < pointers)
         f_.Error("table.end-address", name, 0, "end address",
                  Num(t.endAddress) + " cuts off the PGC search pointers", "at least " + Num(pointers - 1));
-    for (size_t i = 0; i < t.pgcs.size(); ++i) {
+    std::set<uint32_t> seen;  // PGCs that share their bytes are checked once
+    for (size_t i = 0; i < t.pgcs.size() && !f_.Full(); ++i) {
         const disc::PgcSearchPointer& s = t.pgcs[i];
         if (s.startByte < pointers || s.startByte > t.endAddress) {
             f_.Error("pgc.start", name, int(i + 1), "PGC start byte",
@@ -91,6 +93,7 @@ void Checker::CheckPgcTable(const disc::PgcTable& t, const PgcPlace& place) {
                      Range(pointers, t.endAddress));
             continue;
         }
+        if (!seen.insert(s.startByte).second) continue;
         PgcPlace p = place;
         p.entry = int(i + 1);
         CheckPgc(s.pgc, p);
@@ -173,7 +176,7 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
     static const std::vector<uint32_t> kNone;
     const auto& vobus = place.vobus ? place.vobus->sectors : kNone;
     const bool sortedVobus = !place.vobus || VobusSorted(*place.vobus);
-    for (size_t k = 0; k < pgc.cellPlayback.size(); ++k) {
+    for (size_t k = 0; k < pgc.cellPlayback.size() && !f_.Full(); ++k) {
         const disc::CellPlayback& c = pgc.cellPlayback[k];
         const unsigned command = c.category & 0xff;
         if (command > pgc.cellCommands.size())
@@ -233,7 +236,7 @@ void Checker::CheckCommands(const disc::Pgc& pgc, const PgcPlace& place) {
         const char* name;
     } lists[] = {{&pgc.preCommands, "pre"}, {&pgc.postCommands, "post"}, {&pgc.cellCommands, "cell"}};
     for (const auto& l : lists)
-        for (size_t i = 0; i < l.list->size(); ++i)
+        for (size_t i = 0; i < l.list->size() && !f_.Full(); ++i)
             CheckCommand((*l.list)[i], pgc, place, l.name, int(i + 1), int(l.list->size()));
 }
 

@@ -3,6 +3,7 @@
 // describe. PGCs are checked in pgc.cpp, tables against each other in
 // cross.cpp.
 #include <algorithm>
+#include <set>
 
 #include "check/checker.h"
 #include "frame/detail.h"
@@ -157,32 +158,39 @@ void Checker::CheckVtsTables(const VtsData& vts) {
     uint64_t needed = 8 + 4 * uint64_t(tm.count);
     const auto& vobus = m.titleVobus.sectors;
     const bool sortedVobus = VobusSorted(m.titleVobus);
-    for (size_t i = 0; i < m.timeMaps.size(); ++i) {
+    std::set<uint32_t> seen;  // maps that share their bytes are checked once
+    for (size_t i = 0; i < m.timeMaps.size() && !f_.Full(); ++i) {
         const int entry = int(i + 1);
         const disc::TimeMap& map = m.timeMaps[i];
         const uint32_t at = v.BE32(8 + 4 * i);
         needed = std::max<uint64_t>(needed, uint64_t(at) + 4 + 4 * uint64_t(map.entries.size()));
+        if (!seen.insert(at).second) continue;
         if (!map.entries.empty() && map.unitSeconds == 0)
             f_.Error("tmap.unit", "VTS_TMAPT", entry, "time unit", "0 seconds", "1 or more");
         uint32_t last = 0;
         for (size_t k = 0; k < map.entries.size(); ++k) {
             const uint32_t sector = map.entries[k] & 0x7fffffff;
-            const std::string field = "entry " + Num(k + 1);
-            if (k > 0 && sector < last) {
-                f_.Error("tmap.order", "VTS_TMAPT", entry, field,
-                         "sector " + Num(sector) + " lies before the entry above it",
-                         "at least " + Num(last));
-            } else if (titles.vobSectors && sector >= titles.vobSectors) {
-                f_.Error("tmap.outside", "VTS_TMAPT", entry, field,
-                         "sector " + Num(sector) + " lies past the title VOBs",
-                         "below " + Num(titles.vobSectors));
-            } else if (sortedVobus && !vobus.empty() &&
-                       !std::binary_search(vobus.begin(), vobus.end(), sector)) {
-                f_.Warning("tmap.vobu", "VTS_TMAPT", entry, field,
-                           "sector " + Num(sector) + " is not the start of a VOBU",
-                           "a sector VTS_VOBU_ADMAP lists");
-            }
+            const uint32_t before = last;
             last = sector;
+            const char* id = k > 0 && sector < before ? "tmap.order"
+                             : titles.vobSectors && sector >= titles.vobSectors ? "tmap.outside"
+                             : sortedVobus && !vobus.empty() &&
+                                       !std::binary_search(vobus.begin(), vobus.end(), sector)
+                                 ? "tmap.vobu"
+                                 : nullptr;
+            if (!id || !f_.Wants(id, "VTS_TMAPT", id[5] == 'v' ? Severity::Warning : Severity::Error))
+                continue;
+            const std::string field = "entry " + Num(k + 1);
+            if (id[5] == 'o' && id[6] == 'r')
+                f_.Error(id, "VTS_TMAPT", entry, field,
+                         "sector " + Num(sector) + " lies before the entry above it",
+                         "at least " + Num(before));
+            else if (id[5] == 'o')
+                f_.Error(id, "VTS_TMAPT", entry, field, "sector " + Num(sector) + " lies past the title VOBs",
+                         "below " + Num(titles.vobSectors));
+            else
+                f_.Warning(id, "VTS_TMAPT", entry, field, "sector " + Num(sector) + " is not the start of a VOBU",
+                           "a sector VTS_VOBU_ADMAP lists");
         }
     }
     CheckEndAddress(f_, "VTS_TMAPT", tm.endAddress, needed);
@@ -208,8 +216,10 @@ void Checker::CheckMenus(const disc::MenuTable& menus, const char* name, bool ti
                                     {0x08, 7, "part-of-title menu"}};
     const MenuBit* bits = titleSetMenus ? kVtsm : kVmgm;
     const size_t nbits = titleSetMenus ? 5 : 1;
-    for (size_t i = 0; i < menus.units.size(); ++i) {
+    std::set<uint32_t> seen;  // units that share their bytes are checked once
+    for (size_t i = 0; i < menus.units.size() && !f_.Full(); ++i) {
         const disc::MenuLanguageUnit& u = menus.units[i];
+        if (!seen.insert(u.startByte).second) continue;
         const std::string unit = std::string(name) + "_LU" + Num(i + 1);
         for (size_t b = 0; b < nbits; ++b) {
             bool entry = false, any = false;
@@ -244,7 +254,7 @@ void Checker::CheckCellTable(const disc::CellAddressTable& t, const char* name, 
         f_.Warning("table.end-address", name, 0, "end address",
                    Num(t.endAddress) + " does not end on a whole entry", "8 + 12 x entries - 1");
     uint16_t maxVob = 0;
-    for (size_t i = 0; i < t.cells.size(); ++i) {
+    for (size_t i = 0; i < t.cells.size() && !f_.Full(); ++i) {
         const disc::CellAddress& c = t.cells[i];
         const int entry = int(i + 1);
         maxVob = std::max(maxVob, c.vobId);
@@ -277,13 +287,17 @@ void Checker::CheckVobuMap(const disc::VobuMap& m, const char* name, uint64_t vo
     if (m.endAddress < 3 || (uint64_t(m.endAddress) + 1) % 4)
         f_.Warning("table.end-address", name, 0, "end address",
                    Num(m.endAddress) + " does not end on a whole entry", "4 + 4 x entries - 1");
-    for (size_t i = 0; i < m.sectors.size(); ++i) {
+    for (size_t i = 0; i < m.sectors.size() && !f_.Full(); ++i) {
         const int entry = int(i + 1);
-        if (i > 0 && m.sectors[i] <= m.sectors[i - 1])
+        const bool falls = i > 0 && m.sectors[i] <= m.sectors[i - 1];
+        const bool past = vobSectors && m.sectors[i] >= vobSectors;
+        if (!falls && !past) continue;
+        if (!f_.Wants(falls ? "vobu.order" : "vobu.outside-vobs", name)) continue;
+        if (falls)
             f_.Error("vobu.order", name, entry, "sector",
                      Num(m.sectors[i]) + " does not rise above the entry before it",
                      "more than " + Num(m.sectors[i - 1]));
-        else if (vobSectors && m.sectors[i] >= vobSectors)
+        else
             f_.Error("vobu.outside-vobs", name, entry, "sector",
                      Num(m.sectors[i]) + " lies past the VOB set", "below " + Num(vobSectors));
     }
