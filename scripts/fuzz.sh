@@ -3,7 +3,7 @@
 #
 #   scripts/fuzz.sh SECONDS [TARGET...]
 #
-# TARGET is any of pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz (default:
+# TARGET is any of pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz check_fuzz (default:
 # all, one after another). KESTRO_FUZZ_JOBS=2 runs two targets at a time.
 # KESTRO_FUZZ_IFOS may name more IFO files (space-separated) to seed from.
 # Seeds: the IFO files of the real-disc corpus beside the checkout and the
@@ -17,7 +17,7 @@ cd "$(dirname "$0")/.."
 root=$(pwd)
 build=$root/build-fuzz
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz)
+[ ${#targets[@]} -gt 0 ] || targets=(pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz check_fuzz)
 jobs=${KESTRO_FUZZ_JOBS:-1}
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
@@ -41,7 +41,9 @@ mkdir -p "$seeds"
 if [ ${#ifos[@]} -gt 0 ]; then
   ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/make_seeds" "$seeds" "${ifos[@]}"
 fi
-mkdir -p "$seeds/vmg" "$seeds/vts" "$seeds/source" "$seeds/pgc"
+mkdir -p "$seeds/vmg" "$seeds/vts" "$seeds/source" "$seeds/pgc" "$seeds/check"
+# The checker reads IFO files of both kinds.
+cp "$seeds"/vmg/* "$seeds"/vts/* "$seeds/check/" 2>/dev/null || true
 for ini in "$root"/examples/sample/*.ini; do
   [ -f "$ini" ] && cp "$ini" "$seeds/source/sample-$(basename "$ini")"
 done
@@ -57,6 +59,7 @@ seed_dir() {
     vmg_ifo_fuzz) echo "$seeds/vmg" ;;
     vts_ifo_fuzz) echo "$seeds/vts" ;;
     source_fuzz) echo "$seeds/source" ;;
+    check_fuzz) echo "$seeds/check" ;;
   esac
 }
 
@@ -70,7 +73,7 @@ run_one() {
   # libFuzzer ends without running destructors: the scratch folders this run
   # makes (/dev/shm or /tmp, "kestro-<tag>-*") are removed afterwards.
   local marker=$build/$t.started tag
-  case "$t" in pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;; *) tag=src ;; esac
+  case "$t" in pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;; check_fuzz) tag=check ;; *) tag=src ;; esac
   touch "$marker"
   trap 'find /dev/shm /tmp -maxdepth 1 -type d -name "kestro-$tag-*" -newer "$marker" -exec rm -rf {} + 2>/dev/null; trap - RETURN' RETURN
   if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
