@@ -84,6 +84,12 @@ TableOps WithSideFiles(const char* name, Get get, Disasm disasm) {
     return ops;
 }
 
+// Whether a side file is there (an unreadable folder counts as none).
+bool Exists(const std::string& path) {
+    std::error_code ec;
+    return fs::exists(path, ec);
+}
+
 // Time maps: joined into the source, kept in TmapTable INI files, or in one
 // binary side file.
 bool DisasmTimeMaps(CKestro_VTS_TMAP& t, const std::string& ini, SideFiles side, Sides& sides) {
@@ -105,7 +111,7 @@ bool DisasmTimeMaps(CKestro_VTS_TMAP& t, const std::string& ini, SideFiles side,
         return true;
     }
     for (int k = 1; k <= maps; ++k)
-        if (fs::exists(SideStem(ini) + TmapIniSuffix(k))) sides.push_back(TmapIniSuffix(k));
+        if (Exists(SideStem(ini) + TmapIniSuffix(k))) sides.push_back(TmapIniSuffix(k));
     return true;
 }
 
@@ -313,7 +319,7 @@ void AsmVts(const std::string& ini, const std::vector<std::string>& sections,
     if (HasSection(sections, "vts_tmapt")) {
         CKestro_VTS_TMAP* t = mat.NewVTS_TMAPT();
         std::string bin = stem + kTmapBinSuffix;
-        bool ok = HasStatement(ini, "vts_tmapti", "vts_tmap01_file_offset") && fs::exists(bin)
+        bool ok = HasStatement(ini, "vts_tmapti", "vts_tmap01_file_offset") && Exists(bin)
                       ? t->AsmToFile(ini.c_str(), bin.c_str())
                       : t->Asm(ini.c_str());
         // A missing map statement leaves its message and still succeeds.
@@ -325,7 +331,7 @@ void AsmVts(const std::string& ini, const std::vector<std::string>& sections,
         AsmPlain(mat.NewVTSM_C_ADT(), ini, "VTSM_C_ADT", outcome);
     if (HasSection(sections, "vtsm_vobu_admap")) {
         AsmPlain(mat.NewVTSM_VOBU_ADMAP(), ini, "VTSM_VOBU_ADMAP", outcome);
-    } else if (fs::exists(stem + kVtsmAdmapBinSuffix)) {
+    } else if (Exists(stem + kVtsmAdmapBinSuffix)) {
         // The library writes this side file counted and little-endian, and
         // its counted reader would keep the entries byte-reversed; the plain
         // reader converts them, so it gets the entries without the count.
@@ -348,7 +354,7 @@ void AsmVts(const std::string& ini, const std::vector<std::string>& sections,
     if (HasSection(sections, "vts_c_adt")) AsmPlain(mat.NewVTS_C_ADT(), ini, "VTS_C_ADT", outcome);
     if (HasSection(sections, "vts_vobu_admap")) {
         AsmPlain(mat.NewVTS_VOBU_ADMAP(), ini, "VTS_VOBU_ADMAP", outcome);
-    } else if (fs::exists(stem + kVtsAdmapBinSuffix)) {
+    } else if (Exists(stem + kVtsAdmapBinSuffix)) {
         CKestro_VTS_ADMAP* t = mat.NewVTS_VOBU_ADMAP();
         std::string bin = stem + kVtsAdmapBinSuffix;
         Require(t->Asm_FromFile(ini.c_str(), 0, bin.c_str()), "VTS_VOBU_ADMAP", ErrorOf(*t));

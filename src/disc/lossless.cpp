@@ -569,7 +569,8 @@ uint64_t TitleSetSectors(const std::string& dir, int n) {
     char name[32];
     Format(name, sizeof name, "VTS_%02d_0.IFO", n);
     std::error_code ec;
-    for (const auto& e : fs::directory_iterator(dir, ec)) {
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+        const fs::directory_entry& e = *it;
         if (strcasecmp(e.path().filename().c_str(), name) != 0) continue;
         Bytes head;
         std::string error;
@@ -712,11 +713,12 @@ uint64_t TitleVobBytes(const std::string& dir, const std::string& ifoName) {
     const int set = std::atoi(ifoName.substr(4, 2).c_str());
     std::map<std::string, uint64_t> sizes;
     std::error_code ec;
-    for (const auto& e : fs::directory_iterator(dir, ec)) {
-        std::string name = e.path().filename().string();
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+        std::string name = it->path().filename().string();
         for (auto& c : name) c = char(std::toupper(static_cast<unsigned char>(c)));
-        const uint64_t size = e.file_size(ec);
-        if (!ec) sizes[name] = size;
+        std::error_code sized;
+        const uint64_t size = it->file_size(sized);
+        if (!sized) sizes[name] = size;
     }
     uint64_t total = 0;
     for (int i = 1; i <= 9; ++i) {
