@@ -423,14 +423,19 @@ bool LoadedIfo::Reload(std::string& error) {
 
 IfoKind LoadedIfo::Kind() const { return state_ ? state_->kind : IfoKind::VideoManager; }
 size_t LoadedIfo::TableCount() const { return state_ ? state_->tables->size() : 0; }
-const char* LoadedIfo::TableName(size_t i) const { return (*state_->tables)[i].name; }
+// A table index beyond the list (or a file not loaded) is an absent table.
+const char* LoadedIfo::TableName(size_t i) const {
+    return i < TableCount() ? (*state_->tables)[i].name : "";
+}
 
 int LoadedIfo::Details(size_t i, char* buf, int len, std::string& error) {
+    if (i >= TableCount()) return kAbsent;
     return (*state_->tables)[i].details(state_->loaded, buf, len, error);
 }
 
 int LoadedIfo::Disasm(size_t i, const std::string& ini, SideFiles side,
                       std::vector<std::string>& sides, std::string& error) {
+    if (i >= TableCount()) return kAbsent;
     return (*state_->tables)[i].disasm(state_->loaded, ini, side, sides, error);
 }
 
