@@ -123,8 +123,8 @@ TEST_F(ToolCheck, JsonParses) {
     EXPECT_EQ(f.at("severity"), "error");
     EXPECT_EQ(f.at("file"), "VTS_02_1.VOB");
     EXPECT_TRUE(f.at("entry").is_null());
-    EXPECT_EQ(f.at("text"), "VTS_02_1.VOB: the file is missing (a VOB file of 111 sectors, as VTS_02_0.IFO "
-                            "VTSI_MAT VTS_EA gives)");
+    EXPECT_EQ(f.at("text"), "VTS_02_1.VOB: the file is missing (the first title VOB file of 111 sectors in all, "
+                            "as VTS_02_0.IFO VTSI_MAT VTS_EA gives)");
     EXPECT_TRUE(j["paths"][1].contains("error"));
     if (tt::Shell("command -v jq").code == 0) {
         kt::WriteText(work / "out.json", r.out);

@@ -103,7 +103,8 @@ void CheckVobSet(Findings& f, const VobSet& set, const std::string& first, uint6
         if (claimed > 0) {
             f.SetFile(first);
             f.Error("vob.missing", "", 0, "", "the file is missing",
-                    "a VOB file of " + Num(claimed) + " sectors, as " + saved + " " + mat + " " +
+                    (titles ? "the first title VOB file of " : "a VOB file of ") + Num(claimed) +
+                        (titles ? " sectors in all" : " sectors") + ", as " + saved + " " + mat + " " +
                         field + " gives");
         }
         f.SetFile(saved);
