@@ -12,10 +12,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "frame/detail.h"
 #include "kestro/kestro.h"
 
 namespace kdrive {
@@ -82,26 +84,71 @@ private:
 // the heap, so a report that writes one byte too many is caught.
 // Reports go to a buffer of `room`; with a piece size they are streamed
 // through it, every piece checked to be text from the buffer's start.
+// The buffer of the largest room used is kept for the next run of that room:
+// a fresh one of a quarter megabyte per run costs more than the reports.
 struct ReportBuffer {
-    ReportBuffer(int room, size_t piece) : room(room), buf(size_t(room) + 3, '\0') {
+    ReportBuffer(int room, size_t piece) : room(room) {
+        if (Spare().size() == size_t(room) + 3)
+            buf.swap(Spare());
+        else
+            buf.assign(size_t(room) + 3, '\0');
         // A damaged count can announce hundreds of millions of entries:
         // a streamed report stops at a megabyte, as a buffered one at its room.
         if (piece) stream.emplace(&Handed, this, piece, size_t(1) << 20);
     }
+    ~ReportBuffer() {
+        if (buf.size() >= Spare().size()) buf.swap(Spare());
+    }
+    ReportBuffer(const ReportBuffer&) = delete;
+    ReportBuffer& operator=(const ReportBuffer&) = delete;
+
     static void Handed(void* self, char* text, size_t size) {
         auto& b = *static_cast<ReportBuffer*>(self);
         if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size)) std::abort();
+        b.handed += size;
     }
+    // Zeroes the buffer as far as the text it holds (beyond it is zero or
+    // text a report left after its end, which no report reads).
     char* Fresh() {
-        std::memset(buf.data(), 0, buf.size());
+        const void* end = std::memchr(buf.data(), '\0', buf.size());
+        size_t n = end ? size_t(static_cast<const char*>(end) - buf.data()) + 1 : buf.size();
+        std::memset(buf.data(), 0, n);
+        handed = 0;
         return buf.data();
     }
-    void CheckTerminated() const {
-        if (std::memchr(buf.data(), '\0', buf.size()) == nullptr) std::abort();
+    // Also notes the length of the report (in `last`).
+    void CheckTerminated() {
+        const void* end = std::memchr(buf.data(), '\0', buf.size());
+        if (end == nullptr) std::abort();
+        last = handed + size_t(static_cast<const char*>(end) - buf.data());
+    }
+    static std::vector<char>& Spare() {
+        static std::vector<char> spare;
+        return spare;
     }
     int room;
     std::vector<char> buf;
     std::optional<kestro::ReportStream> stream;
+    size_t handed = 0;  // characters of the current report handed on
+    size_t last = 0;    // characters of the last report
+};
+
+// The tables whose reports ran to a limit: their sources are not written
+// (a table whose report fills a quarter megabyte repeats one kind of entry
+// thousands of times, and its source would too).
+class HeavyTables {
+public:
+    explicit HeavyTables(size_t limit) : limit_(limit) {}
+    void Note(const void* table, const ReportBuffer& rb) {
+        if (limit_ && rb.last >= limit_) heavy_.push_back(table);
+    }
+    bool Light(const void* table) const {
+        return std::find(heavy_.begin(), heavy_.end(), table) == heavy_.end();
+    }
+
+private:
+    size_t limit_;
+    std::vector<const void*> heavy_;
 };
 
 // The handle the file layer gives next; a run must leave it unchanged (a
@@ -129,6 +176,9 @@ struct LoadedRun {
     int reportRoom = 1 << 18;  // room given to each report
     size_t streamPiece = 0;    // when not 0, reports are streamed in pieces of this size
     bool disasm = true;        // write the source too
+    // When not 0: a table's source is written only when its report stayed
+    // shorter than this.
+    size_t disasmBelow = 0;
     bool sideFiles = true;     // the binary and INI side-file writers (VTS)
 };
 
@@ -145,17 +195,20 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     if (h < 1) return;
     if (mat.Load(h) == 1) {
         ReportBuffer rb(run.reportRoom, run.streamPiece);
+        HeavyTables heavy(run.disasmBelow);
         mat.Details(rb.Fresh(), rb.room);
         rb.CheckTerminated();
         auto report = [&](auto& t) {
             t.Details(rb.Fresh(), rb.room);
             rb.CheckTerminated();
+            heavy.Note(&t, rb);
         };
         Each(mat.GetVMG_PTT_SRPT(), report);
         Each(mat.GetVMGM_PGCI_UT(), report);
         Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
             t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
             rb.CheckTerminated();
+            heavy.Note(&t, rb);
         });
         Each(mat.GetVMG_MAIT(), report);
         Each(mat.GetVMG_ATRT(), report);
@@ -164,13 +217,18 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
         Each(mat.GetVMGM_VOBU_ADMAP(), report);
 
         if (run.disasm) {
+            // Every Disasm flushes the source: one write of the whole file.
+            kestro::FlushBatch batch;
             const std::string ini = s.Ini();
-            auto disasm = [&](auto& t) { t.Disasm(ini.c_str()); };
+            auto disasm = [&](auto& t) {
+                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+            };
             mat.Disasm(ini.c_str());
             Each(mat.GetVMG_PTT_SRPT(), disasm);
             Each(mat.GetVMGM_PGCI_UT(), disasm);
             Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-                t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
+                if (heavy.Light(&t))
+                    t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
             });
             Each(mat.GetVMG_MAIT(), disasm);
             Each(mat.GetVMG_ATRT(), disasm);
@@ -191,20 +249,24 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     if (h < 1) return;
     if (mat.Load(h) == 1) {
         ReportBuffer rb(run.reportRoom, run.streamPiece);
+        HeavyTables heavy(run.disasmBelow);
         auto report = [&](auto& t) {
             t.Details(rb.Fresh(), rb.room);
             rb.CheckTerminated();
+            heavy.Note(&t, rb);
         };
         report(mat);
         Each(mat.GetVTS_PTT_SRPT(), report);
         Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
             t.Details(&pgc, rb.Fresh(), rb.room);
             rb.CheckTerminated();
+            heavy.Note(&t, rb);
         });
         Each(mat.GetVTSM_PGCI_UT(), report);
         Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
             t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             rb.CheckTerminated();
+            heavy.Note(&t, rb);
         });
         Each(mat.GetVTS_TMAPT(), report);
         Each(mat.GetVTSM_C_ADT(), report);
@@ -214,14 +276,20 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
         Each(mat.GetVTS_VOBU_ADMAP(), report);
 
         if (run.disasm) {
+            kestro::FlushBatch batch;  // one write of the whole source
             const std::string ini = s.Ini();
-            auto disasm = [&](auto& t) { t.Disasm(ini.c_str()); };
+            auto disasm = [&](auto& t) {
+                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+            };
             mat.Disasm(ini.c_str());
             Each(mat.GetVTS_PTT_SRPT(), disasm);
-            Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) { t.Disasm(ini.c_str(), &pgc); });
+            Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
+                if (heavy.Light(&t)) t.Disasm(ini.c_str(), &pgc);
+            });
             Each(mat.GetVTSM_PGCI_UT(), disasm);
             Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-                t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+                if (heavy.Light(&t))
+                    t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             });
             Each(mat.GetVTS_TMAPT(), disasm);
             Each(mat.GetVTSM_C_ADT(), disasm);
@@ -230,8 +298,9 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             Each(mat.GetVTS_VOBU_ADMAP(), disasm);
             if (run.sideFiles) {
                 const std::string tmap = s.Path("tmap.bin");
-                Each(mat.GetVTS_TMAPT(),
-                     [&](CKestro_VTS_TMAP& t) { t.DisasmToFile(ini.c_str(), tmap.c_str()); });
+                Each(mat.GetVTS_TMAPT(), [&](CKestro_VTS_TMAP& t) {
+                    if (heavy.Light(&t)) t.DisasmToFile(ini.c_str(), tmap.c_str());
+                });
                 Each(mat.GetVTSM_VOBU_ADMAP(), [&](CKestro_VTSM_ADMAP& t) {
                     t.DisasmToFile(ini.c_str(), s.Path("vtsm_admap.bin").c_str());
                 });
@@ -404,20 +473,25 @@ inline void DriveSourceAndReload(const Scratch& s) {
 }
 
 // One fuzz input as an IFO file of the given kind: loaded, every table
-// reported with ample room and disassembled; the source just written
-// assembled again while it is small (large ones are the source target's
-// business); then reported again with a small room taken from the input's
-// last byte, streamed in pieces of a size taken from the byte before it.
+// reported and disassembled; the source just written assembled again while
+// it is small (large ones are the source target's business). The input's
+// last byte picks the reports' room (0: ample, else 1 + 4 times the byte,
+// cut short) and the byte before it whether they are streamed and in pieces
+// of which size. Each input is reported once, in the form it picks: a
+// second load and report in another form cost as much as the first and
+// reach no code the corpus does not reach through inputs of either form.
+// A table whose report fills the ample room is not disassembled.
 // Traps when a file handle was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
+    run.disasmBelow = run.reportRoom - (4 << 10);
+    if (size > 20) {
+        if (data[size - 1] != 0) run.reportRoom = 1 + data[size - 1] * 4;
+        run.streamPiece = data[size - 2] % 4 * 300;
+    }
     DriveBytes(s, vmg, data, size, run);
     if (FileBytes(s.Ini()) < (64 << 10)) DriveSource(s);
-    run.reportRoom = size > 20 ? 1 + data[size - 1] * 4 : 16;
-    run.streamPiece = size > 20 ? data[size - 2] % 4 * 300 : 0;
-    run.disasm = false;
-    DriveBytes(s, vmg, data, size, run);
     s.Clear();
     if (NextHandle(s.Path("probe")) != handle) __builtin_trap();
 }

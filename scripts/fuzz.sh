@@ -5,7 +5,8 @@
 #
 # TARGET is any of pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz check_fuzz (default:
 # all, one after another). KESTRO_FUZZ_JOBS=2 runs two targets at a time.
-# KESTRO_FUZZ_IFOS may name more IFO files (space-separated) to seed from.
+# KESTRO_FUZZ_IFOS may name more IFO files (space-separated) to seed from;
+# KESTRO_FUZZ_BUILD names the build folder (default build-fuzz).
 # Seeds: the IFO files of the real-disc corpus beside the checkout and the
 # sources of examples/sample. Each target keeps its growing corpus in
 # build-fuzz/corpus/<target>; a crash leaves its input in
@@ -15,7 +16,7 @@ secs=${1:?usage: fuzz.sh SECONDS [TARGET...]}
 shift
 cd "$(dirname "$0")/.."
 root=$(pwd)
-build=$root/build-fuzz
+build=${KESTRO_FUZZ_BUILD:-$root/build-fuzz}
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(pgc_fuzz vmg_ifo_fuzz vts_ifo_fuzz source_fuzz check_fuzz)
 jobs=${KESTRO_FUZZ_JOBS:-1}
@@ -81,8 +82,13 @@ run_one() {
      "$build/fuzz/$t" -max_total_time="$secs" -timeout=60 -rss_limit_mb=4096 \
        -max_len=65536 -print_final_stats=1 -artifact_prefix="$art" "${extra[@]}" \
        "$corpus" "$(seed_dir "$t")" > "$build/$t.log" 2>&1; then
+    # libFuzzer ends with "Done N runs in S second(s)": the rate is N / S.
+    local summary runs=0 took=1
+    summary=$(grep -o "Done [0-9]* runs in [0-9]* second" "$build/$t.log" | tail -1)
+    [ -n "$summary" ] && read -r _ runs _ _ took _ <<< "$summary"
+    [ "$took" -gt 0 ] || took=1
     echo "   $t: clean after $((SECONDS - start))s ($(grep -c . "$build/$t.log") log lines," \
-      "$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$build/$t.log" | grep -o '[0-9]*$') runs)"
+      "$runs runs, $((runs / took)) inputs/second)"
   else
     echo "   $t: FAILED, see $build/$t.log and $art" >&2
     return 1

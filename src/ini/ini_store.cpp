@@ -11,6 +11,7 @@
 // one (IniOperation: a library call, which reads or writes thousands of keys)
 // a file is checked when the operation first touches it and trusted for the
 // rest of it.
+#include <errno.h>
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
@@ -22,6 +23,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "kestro/ini.h"
@@ -41,7 +43,15 @@ struct Line {
     bool shadowed = false;  // a later duplicate of a key: never read
 };
 
-inline char LowerChar(char c) { return (c >= 'A' && c <= 'Z') ? char(c - 'A' + 'a') : c; }
+// ASCII letters lower-cased through a table: no comparison per byte.
+struct LowerTable {
+    uint8_t to[256];
+    constexpr LowerTable() : to() {
+        for (int c = 0; c < 256; ++c) to[c] = uint8_t(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    }
+};
+constexpr LowerTable kLower;
+inline char LowerChar(char c) { return char(kLower.to[uint8_t(c)]); }
 
 // Names match case-insensitively (ASCII letters) and end at a NUL, as C
 // strings read from them would.
@@ -50,14 +60,39 @@ inline size_t NameLength(const char* p, size_t n) {
     return nul ? size_t(static_cast<const char*>(nul) - p) : n;
 }
 
+// Lower-cases the ASCII capitals of eight bytes at once: a byte gets bit 5
+// when its low seven bits lie in 'A'..'Z' and its top bit is clear.
+inline uint64_t LowerWord(uint64_t x) {
+    const uint64_t ones = 0x0101010101010101ull, high = 0x8080808080808080ull;
+    const uint64_t seven = x & ~high;
+    const uint64_t atLeastA = seven + (0x80 - 'A') * ones;
+    const uint64_t aboveZ = seven + (0x7F - 'Z') * ones;
+    return x | ((atLeastA & ~aboveZ & ~x & high) >> 2);
+}
+
+// A hash of the lower-cased name, eight bytes at a time.
 inline uint32_t HashName(const char* p, size_t n) {
-    uint32_t h = 2166136261u;  // FNV-1a over the lower-cased bytes
-    for (size_t i = 0; i < n; ++i) h = (h ^ uint8_t(LowerChar(p[i]))) * 16777619u;
-    return h;
+    const uint64_t k = 0x9E3779B97F4A7C15ull;
+    uint64_t h = n * k;
+    for (; n >= 8; p += 8, n -= 8) {
+        uint64_t w;
+        std::memcpy(&w, p, 8);
+        h = (h ^ LowerWord(w)) * k;
+        h ^= h >> 29;
+    }
+    if (n) {
+        uint64_t w = 0;
+        std::memcpy(&w, p, n);
+        h = (h ^ LowerWord(w)) * k;
+    }
+    h ^= h >> 32;
+    h *= k;
+    return uint32_t(h >> 32);
 }
 
 inline bool SameName(const char* a, size_t an, const char* b, size_t bn) {
     if (an != bn) return false;
+    if (std::memcmp(a, b, an) == 0) return true;  // keys are mostly read as written
     for (size_t i = 0; i < an; ++i)
         if (LowerChar(a[i]) != LowerChar(b[i])) return false;
     return true;
@@ -266,14 +301,16 @@ void Parse(IniFile& f) {
     }
 }
 
-// Reads a whole file into f.text (at most kMaxText bytes); false when it
-// cannot be opened. `st` is what the open file is.
-bool ReadText(const std::string& path, IniFile& f, struct stat& st) {
+enum class Read { kRead, kAbsent, kUnreadable };
+
+// Reads a whole file into f.text (at most kMaxText bytes). `st` is what the
+// open file is.
+Read ReadText(const std::string& path, IniFile& f, struct stat& st) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? Read::kAbsent : Read::kUnreadable;
     if (::fstat(fd, &st) != 0) {
         ::close(fd);
-        return false;
+        return Read::kUnreadable;
     }
     size_t want = st.st_size > 0 ? size_t(st.st_size) : 0;
     if (want > kMaxText) want = kMaxText;
@@ -286,7 +323,7 @@ bool ReadText(const std::string& path, IniFile& f, struct stat& st) {
     }
     f.text.resize(got);
     ::close(fd);
-    return true;
+    return Read::kRead;
 }
 
 // Appends bytes to a file's text; the offset they start at, or false when
@@ -322,13 +359,12 @@ void Compact(IniFile& f) {
 
 // True when a caller's path names the cached path ('\\' counts as '/').
 bool SamePath(const char* given, const std::string& cached) {
-    size_t i = 0;
-    for (; given[i]; ++i) {
-        if (i >= cached.size()) return false;
-        char c = given[i] == '\\' ? '/' : given[i];
-        if (c != cached[i]) return false;
-    }
-    return i == cached.size();
+    const size_t n = std::strlen(given);
+    if (n != cached.size()) return false;
+    if (std::memcmp(given, cached.data(), n) == 0) return true;
+    for (size_t i = 0; i < n; ++i)
+        if ((given[i] == '\\' ? '/' : given[i]) != cached[i]) return false;
+    return true;
 }
 
 // Operations: the depth of nested IniOperation scopes, and the number of the
@@ -341,21 +377,29 @@ public:
     // Most calls name the file of the call before: that one is found
     // without normalising or hashing the path.
     IniFile* Get(const char* given, bool forWrite) {
-        if (given && last_ && SamePath(given, lastPath_) && Current(*last_, lastPath_)) {
-            if (last_->stamp.exists || last_->dirty || forWrite) return last_;
-            return nullptr;
+        if (given && (last_ || lastAbsent_) && SamePath(given, lastPath_)) {
+            if (last_ && Current(*last_, lastPath_)) return last_;
+            if (lastAbsent_ && !forWrite && KnownAbsent(lastPath_)) return nullptr;
         }
         std::string path = NormalisePath(given);
-        IniFile* f = Lookup(path);
+        IniFile* f = Lookup(path, forWrite);
         last_ = f;
-        lastPath_ = path;
-        if (f && !f->stamp.exists && !f->dirty && !forWrite) return nullptr;
+        lastAbsent_ = !f;
+        lastPath_.assign(path);  // into the capacity it has: no allocation per call
         return f;
     }
 
     void Forget(const std::string& path) {
         files_.erase(path);
+        absent_.erase(path);
         last_ = nullptr;
+        lastAbsent_ = false;
+    }
+
+    // The outermost operation ends: what it found absent may appear now.
+    void EndOperation() {
+        if (!absent_.empty()) absent_.clear();
+        lastAbsent_ = false;
     }
 
     void Flush() {
@@ -381,54 +425,105 @@ private:
         return true;
     }
 
-    // The cached copy of a file, read afresh when it is not current. A file
-    // that does not exist is cached as absent (and empty), so that an
-    // operation checks for it only once too.
-    IniFile* Lookup(const std::string& path) {
+    // True when the path was found absent earlier in this operation.
+    bool KnownAbsent(const std::string& path) const {
+        return g_operationDepth > 0 && !absent_.empty() && absent_.count(path) != 0;
+    }
+
+
+    // The cached copy of a file, read afresh when it is not current; null
+    // for a file that does not exist, unless it is to be written. Inside an
+    // operation a file found absent is remembered as such until it ends
+    // (assemblers probe side files that are not there, key after key).
+    IniFile* Lookup(const std::string& path, bool forWrite) {
         auto it = files_.find(path);
         if (it != files_.end()) {
             if (Current(*it->second, path)) return it->second.get();
             files_.erase(it);
         }
+        if (!forWrite && KnownAbsent(path)) return nullptr;
         auto f = std::make_unique<IniFile>();
         struct stat st;
-        if (ReadText(path, *f, st)) {
+        switch (ReadText(path, *f, st)) {
+        case Read::kRead:
             f->stamp = StampOf(st);
             Parse(*f);
-        } else {
+            break;
+        case Read::kAbsent:
+            if (!forWrite) {
+                if (g_operationDepth > 0) absent_.insert(path);
+                return nullptr;
+            }
+            break;
+        case Read::kUnreadable:
             f->stamp = StampOf(path);  // there but unreadable: served empty
+            if (!f->stamp.exists && !forWrite) return nullptr;
+            break;
         }
+        absent_.erase(path);
         if (g_operationDepth > 0) f->checkedIn = g_operation;
         IniFile* raw = f.get();
         files_[path] = std::move(f);
         return raw;
     }
 
-    static void Put(std::string& out, const IniFile& f, const Line& l) {
-        if (l.isStatement) {
-            out.append(f.At(l.keyAt), l.keyLen);
-            out += '=';
+    // Writes a file's lines through a buffer of fixed size, so that saving a
+    // large file never holds a second copy of it.
+    class Writer {
+    public:
+        explicit Writer(FILE* fp) : fp_(fp), buf_(kSize) {}
+        void Put(const char* p, size_t n) {
+            if (used_ + n > kSize) Drain();
+            if (n > kSize) {
+                ok_ = std::fwrite(p, 1, n, fp_) == n && ok_;
+                return;
+            }
+            std::memcpy(buf_.data() + used_, p, n);
+            used_ += n;
         }
-        out.append(f.At(l.valueAt), l.valueLen);
-        out += '\n';
+        void Put(char c) { Put(&c, 1); }
+        bool Finish() {
+            Drain();
+            return ok_;
+        }
+
+    private:
+        static constexpr size_t kSize = 1 << 16;
+        void Drain() {
+            if (used_) ok_ = std::fwrite(buf_.data(), 1, used_, fp_) == used_ && ok_;
+            used_ = 0;
+        }
+        FILE* fp_;
+        std::vector<char> buf_;
+        size_t used_ = 0;
+        bool ok_ = true;
+    };
+
+    static void Put(Writer& out, const IniFile& f, const Line& l) {
+        if (l.isStatement) {
+            out.Put(f.At(l.keyAt), l.keyLen);
+            out.Put('=');
+        }
+        out.Put(f.At(l.valueAt), l.valueLen);
+        out.Put('\n');
     }
 
     static bool Save(const std::string& path, const IniFile& f) {
-        std::string out;
-        size_t lines = f.preamble.size();
-        for (const auto& s : f.sections) lines += s.lines.size() + 1;
-        out.reserve(f.text.size() - f.garbage + 2 * lines);
-        for (const auto& l : f.preamble) Put(out, f, l);
-        for (const auto& s : f.sections) {
-            out += '[';
-            out += s.name;
-            out += "]\n";
-            for (const auto& l : s.lines) Put(out, f, l);
-        }
         std::string tmp = path + ".tmp" + std::to_string(::getpid());
         FILE* fp = std::fopen(tmp.c_str(), "wb");
         if (!fp) return false;
-        bool ok = std::fwrite(out.data(), 1, out.size(), fp) == out.size();
+        bool ok;
+        {
+            Writer out(fp);
+            for (const auto& l : f.preamble) Put(out, f, l);
+            for (const auto& s : f.sections) {
+                out.Put('[');
+                out.Put(s.name.data(), s.name.size());
+                out.Put("]\n", 2);
+                for (const auto& l : s.lines) Put(out, f, l);
+            }
+            ok = out.Finish();
+        }
         ok = (std::fclose(fp) == 0) && ok;
         if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
             std::remove(tmp.c_str());
@@ -438,7 +533,9 @@ private:
     }
 
     std::unordered_map<std::string, std::unique_ptr<IniFile>> files_;
+    std::unordered_set<std::string> absent_;  // found absent in the current operation
     IniFile* last_ = nullptr;
+    bool lastAbsent_ = false;  // lastPath_ was found absent (last_ is null)
     std::string lastPath_;
 };
 
@@ -513,10 +610,10 @@ void INIWritePrivateProfileString(const char* section, const char* key, const ch
     uint32_t at;
     if (!Append(*f, value ? value : "", valueLen, &at)) return;
     // A value is one line: line breaks would split the statement.
-    for (size_t i = 0; i < valueLen; ++i) {
-        char& c = f->text[at + i];
-        if (c == '\n' || c == '\r') c = ' ';
-    }
+    char* v = &f->text[at];
+    if (std::memchr(v, '\n', valueLen) || std::memchr(v, '\r', valueLen))
+        for (size_t i = 0; i < valueLen; ++i)
+            if (v[i] == '\n' || v[i] == '\r') v[i] = ' ';
     if (found) {
         Line& l = sec->lines[sec->cursor];
         f->garbage += l.valueLen;
@@ -557,7 +654,7 @@ void INIBeginOperation() {
 }
 
 void INIEndOperation() {
-    if (g_operationDepth > 0) --g_operationDepth;
+    if (g_operationDepth > 0 && --g_operationDepth == 0) TheStore().EndOperation();
 }
 
 namespace kestro {
