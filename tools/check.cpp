@@ -15,6 +15,7 @@
 #include "files.h"
 #include "host.h"
 #include "kestro/check.h"
+#include "kestro/ini.h"
 
 namespace kestro_tool {
 
@@ -66,6 +67,11 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options) {
     for (int k = 2; fs::exists(stem + TmapIniSuffix(k)); ++k)
         fs::copy_file(stem + TmapIniSuffix(k), into + TmapIniSuffix(k));
     const fs::path out = disc / name;
+    // The INI store keeps a source in memory once read; this one goes with the folder.
+    struct Forget {
+        const fs::path& ini;
+        ~Forget() { INIForgetFile(ini.c_str()); }
+    } forget{ini};
     AsmIfo(ini, out, disc, name, false, false);
     fs::copy_file(out, disc / (name.substr(0, name.size() - 4) + ".BUP"),
                   fs::copy_options::overwrite_existing);

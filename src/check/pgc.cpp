@@ -386,7 +386,7 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
             std::string where = "this title set";
             if (op == 6) {
                 // The title set and its title number (within the set) whose menus to enter.
-                const int vtsn = c[4], ttn = c[3];
+                const int vtsn = c[4] & 0x7f, ttn = c[3] & 0x7f;
                 where = "title set " + Num(vtsn);
                 const int sets = hasVmg_ && vmg_.readable ? vmg_.model.titleSetCount : 0;
                 if (hasVmg_ && (vtsn == 0 || vtsn > sets)) {
