@@ -203,6 +203,18 @@ const Fault kFaults[] = {
      }, "pgc.cell-command", V1, "VTS_PGCIT", 1, "C_PBI 1 cell command"},
     {"DeclaredMenuMissing", [](kc::DiscImage& d) { File(d, V1)[Table(File(d, V1), 208) + 8 + 3] = 0xc8; },
      "menu.declared-missing", V1, "VTSM_PGCI_UT", 1, "menu existence"},
+    {"MenuNextPgcMissing", [](kc::DiscImage& d) {
+         Bytes& b = File(d, V1);
+         const size_t menus = Table(b, 208), unit = menus + kt::BE32(b, menus + 12);
+         kt::PutBE(b, Pgc(b, unit, 1) + 156, 9, 2);
+     }, "pgc.link", V1, "VTSM_LU1", 1, "next PGC"},
+    {"AttributeCount", [](kc::DiscImage& d) { kt::PutBE(File(d, VM), Table(File(d, VM), 208), 1, 2); },
+     "atrt.count", VM, "VTS_ATRT", 0, "number of title sets"},
+    {"TimeMapOffVobu", [](kc::DiscImage& d) {
+         Bytes& b = File(d, V1);
+         const size_t t = Table(b, 212);
+         kt::PutBE(b, t + kt::BE32(b, t + 8) + 4 + 8, 0xb5, 4);
+     }, "tmap.vobu", V1, "VTS_TMAPT", 1, "entry 3", kc::Severity::Warning},
     // Navigation command targets.
     {"JumpToMissingTitle", [](kc::DiscImage& d) { File(d, V1)[Commands(File(d, V1), TitlePgc(File(d, V1), 1)) + 5] = 5; },
      "command.title", V1, "VTS_PGCIT", 1, "post command 1"},
@@ -224,6 +236,18 @@ const Fault kFaults[] = {
 
 INSTANTIATE_TEST_SUITE_P(Injected, CheckFault, ::testing::ValuesIn(kFaults),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// A BUP copy that differs says which copy reads whole.
+TEST(Check, BackupThatDiffersNamesTheSoundCopy) {
+    kc::DiscImage disc = Sample();
+    disc.ifos[1].backup.resize(disc.ifos[1].backup.size() - 2048);
+    const kc::Result r = kc::CheckDisc(disc);
+    bool named = false;
+    for (const auto& f : r.findings)
+        named = named || (f.file == "VTS_02_0.BUP" && f.id == "file.backup-differs" &&
+                          f.expected.find("the IFO reads whole, the BUP does not") != std::string::npos);
+    EXPECT_TRUE(named) << All(r);
+}
 
 // The format of a finding, with and without entry and expectation.
 TEST(Check, FindingLine) {
