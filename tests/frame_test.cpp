@@ -33,16 +33,15 @@ TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
 }
 
 TEST(Codecs, HexBytesCountMissingDigitsAsZero) {
-    uint8_t out[4];
-    HexBytes("x0102", out, 4);
-    EXPECT_EQ(0, std::memcmp(out, "\x01\x02\x00\x00", 4));
-    HexBytes("a1b2c3d4e5", out, 4);
-    EXPECT_EQ(0, std::memcmp(out, "\xa1\xb2\xc3\xd4", 4));
-    HexBytes("f", out, 4);
-    EXPECT_EQ(0, std::memcmp(out, "\xf0\x00\x00\x00", 4));
-    uint8_t w[8];
-    HexWords("0001000200030405", w, 4);
-    EXPECT_EQ(0, std::memcmp(w, "\x00\x01\x00\x02\x00\x03\x04\x05", 8));
+    const std::pair<const char*, const char*> cases[] = {
+        {"x0102", "\x01\x02\x00\x00"}, {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"}, {"f", "\xf0\x00\x00\x00"}};
+    uint8_t out[8];
+    for (const auto& [text, want] : cases) {
+        HexBytes(text, out, 4);
+        EXPECT_EQ(0, std::memcmp(out, want, 4)) << text;
+    }
+    HexWords("0001000200030405", out, 4);
+    EXPECT_EQ(0, std::memcmp(out, "\x00\x01\x00\x02\x00\x03\x04\x05", 8));
 }
 
 class Probe : public CBaseKestro {
@@ -54,39 +53,34 @@ TEST(Base, DefaultsFailAndErrorTextStartsEmpty) {
     Probe p;
     char buf[8] = "x";
     EXPECT_EQ(p.Load(1), 0);
-    EXPECT_FALSE(p.Details(buf, 8));
+    EXPECT_FALSE(p.Details(buf, 8) || p.Disasm("a") || p.Asm("a") || p.Write(1));
     EXPECT_STREQ(buf, "x");
-    EXPECT_FALSE(p.Disasm("a"));
-    EXPECT_FALSE(p.Asm("a"));
-    EXPECT_FALSE(p.Write(1));
     unsigned long a = 7, b = 9;
     p.Get(&a, &b);
-    EXPECT_EQ(a, 7u);
-    EXPECT_EQ(b, 9u);
+    EXPECT_EQ(std::make_pair(a, b), std::make_pair(7ul, 9ul));
     EXPECT_EQ(p.FileHandle(), -1);
-    char msg[16];
-    p.GetErrorMessage(msg, sizeof msg);
-    EXPECT_STREQ(msg, "");
+    p.GetErrorMessage(buf, sizeof buf);
+    EXPECT_STREQ(buf, "");
 }
 
+// A text longer than len is cut to len - 1 characters; one of exactly len
+// characters is copied whole with its terminator; the stored text holds 259.
 TEST(Base, ErrorMessageCopyRuleIsStrict) {
-    Probe p;
-    char out[16];
-    std::memset(out, 'q', sizeof out);
-    p.Fail("abcdefghijkl");  // 12 characters, len 10: first 9
-    p.GetErrorMessage(out, 10);
-    EXPECT_STREQ(out, "abcdefghi");
-    EXPECT_EQ(out[10], 'q');
-    std::memset(out, 'q', sizeof out);
-    p.Fail("abcdefghij");  // exactly 10: all of it and the terminator
-    p.GetErrorMessage(out, 10);
-    EXPECT_STREQ(out, "abcdefghij");
-    EXPECT_EQ(out[11], 'q');
-    std::string longText(1000, 'm');
-    p.Fail(longText.c_str());  // cut safely to the 260-character text
-    char big[400];
-    p.GetErrorMessage(big, sizeof big);
-    EXPECT_EQ(std::strlen(big), 259u);
+    const struct {
+        size_t text;
+        int len;
+        size_t copied, guard;  // characters copied; the first byte left alone
+    } cases[] = {{12, 10, 9, 10}, {10, 10, 10, 11}, {1000, 400, 259, 400}};
+    for (const auto& c : cases) {
+        Probe p;
+        std::string text;
+        for (size_t i = 0; i < c.text; ++i) text += char('a' + i % 26);
+        p.Fail(text.c_str());
+        std::vector<char> out(c.guard + 1, 'q');
+        p.GetErrorMessage(out.data(), c.len);
+        EXPECT_EQ(out.data(), text.substr(0, c.copied)) << c.text;
+        EXPECT_EQ(out[c.guard], 'q') << c.text;
+    }
 }
 
 TEST(FileLayer, SlotsHandlesAndSemantics) {

@@ -82,42 +82,22 @@ TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
 
 // A change to one navigation field shows as a change in exactly its line.
 TEST(IfoNavigation, AChangedFieldChangesItsLine) {
-    struct Case {
+    const struct {
         const char* file;
-        const char* line;                    // the line that must change
-        size_t (*at)(const std::vector<uint8_t>&);  // the byte to change
-    };
-    const Case cases[] = {
-        {"disc-e/VIDEO_TS.IFO", "title[002].title_in_set",
-         [](const std::vector<uint8_t>& f) -> size_t { return kt::BE32(f, 196) * 2048 + 8 + 12 + 7; }},
-        {"disc-e/VIDEO_TS.IFO", "title[001].parental_id",
-         [](const std::vector<uint8_t>& f) -> size_t { return kt::BE32(f, 196) * 2048 + 8 + 4; }},
-        {"disc-d/VTS_01_0.IFO", "vts_vobu_admap[16496]",
-         [](const std::vector<uint8_t>& f) -> size_t { return kt::BE32(f, 228) * 2048 + 4 * 16496 + 3; }},
-        {"disc-d/VTS_01_0.IFO", "vts_c_adt[001]",
-         [](const std::vector<uint8_t>& f) -> size_t { return kt::BE32(f, 224) * 2048 + 8 + 11; }},
-        {"disc-d/VTS_01_0.IFO", "vts_title[001].ptt[001]",
-         [](const std::vector<uint8_t>& f) -> size_t {
-             size_t t = kt::BE32(f, 200) * 2048;
-             return t + kt::BE32(f, t + 8) + 3;
-         }},
-        {"disc-d/VTS_01_0.IFO", "vts_pgc[001].palette[002]",
-         [](const std::vector<uint8_t>& f) -> size_t {
-             size_t t = kt::BE32(f, 204) * 2048;
-             return t + kt::BE32(f, t + 12) + 164 + 4 + 1;
-         }},
-        {"disc-d/VTS_01_0.IFO", "tmap[001].time_unit",
-         [](const std::vector<uint8_t>& f) -> size_t {
-             size_t t = kt::BE32(f, 212) * 2048;
-             return t + kt::BE32(f, t + 8);
-         }},
-        {"disc-c/VIDEO_TS.IFO", "vts_atrt.vts[001].attributes",
-         [](const std::vector<uint8_t>& f) -> size_t {
-             size_t t = kt::BE32(f, 208) * 2048;
-             return t + kt::BE32(f, t + 8) + 12;
-         }},
-        {"disc-c/VTS_01_0.IFO", "vtsi.reserved_bytes",
-         [](const std::vector<uint8_t>&) -> size_t { return size_t(1500); }},
+        const char* line;  // the line that must change
+        size_t field;      // the start sector of the table holding the byte (0: the file's start)
+        size_t pointer;    // when not 0, the byte lies in the record that the table's word here points at
+        size_t at;
+    } cases[] = {
+        {"disc-e/VIDEO_TS.IFO", "title[002].title_in_set", 196, 0, 8 + 12 + 7},
+        {"disc-e/VIDEO_TS.IFO", "title[001].parental_id", 196, 0, 8 + 4},
+        {"disc-d/VTS_01_0.IFO", "vts_vobu_admap[16496]", 228, 0, 4 * 16496 + 3},
+        {"disc-d/VTS_01_0.IFO", "vts_c_adt[001]", 224, 0, 8 + 11},
+        {"disc-d/VTS_01_0.IFO", "vts_title[001].ptt[001]", 200, 8, 3},
+        {"disc-d/VTS_01_0.IFO", "vts_pgc[001].palette[002]", 204, 12, 164 + 4 + 1},
+        {"disc-d/VTS_01_0.IFO", "tmap[001].time_unit", 212, 8, 0},
+        {"disc-c/VIDEO_TS.IFO", "vts_atrt.vts[001].attributes", 208, 8, 12},
+        {"disc-c/VTS_01_0.IFO", "vtsi.reserved_bytes", 0, 0, 1500},
     };
     for (const auto& c : cases) {
         std::string path = (kt::CorpusDir() / c.file).string();
@@ -125,7 +105,8 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         SCOPED_TRACE(std::string(c.file) + " " + c.line);
         auto ifo = kt::ReadBytes(path);
         auto before = NavigationOf(ifo);
-        size_t at = c.at(ifo);
+        const size_t table = c.field ? size_t(kt::BE32(ifo, c.field)) * 2048 : 0;
+        const size_t at = table + (c.pointer ? kt::BE32(ifo, table + c.pointer) : 0) + c.at;
         ASSERT_LT(at, ifo.size());
         ifo[at] ^= 0x01;
         auto after = NavigationOf(ifo);
