@@ -105,6 +105,10 @@ TEST_F(ToolCheck, SourceIsAssembledAndChecked) {
     r = Kestro({"check", work.path() / "VTS_02_0.ini"});
     EXPECT_EQ(r.code, 1) << r.out;
     EXPECT_NE(r.out.find("[error file.end-address]"), std::string::npos) << r.out;
+    // The sizes can be given instead: every title set source of the sample passes.
+    r = Kestro({"check", "--vob-sizes", tt::SampleDir() / "vobs.txt", tt::SampleDir() / "VTS_01_0.ini",
+                work.path() / "VTS_02_0.ini"});
+    EXPECT_EQ(r.code, 0) << r.out << r.err;
 }
 
 // --json: one object, findings with every field, counts; jq reads it too.

@@ -9,6 +9,7 @@
 
 #include <cctype>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 
 #include "commands.h"
@@ -43,7 +44,7 @@ std::string IfoNameOf(const fs::path& source) {
     return "VIDEO_TS.IFO";
 }
 
-kc::Result CheckSource(const fs::path& source, const kc::Options& options) {
+kc::Result CheckSource(const fs::path& source, const kc::Options& options, const std::string& vobSizes) {
     PrivateDir work(PrivateDir::InMemory{});
     const fs::path disc = work / "disc";
     fs::create_directories(disc);
@@ -55,8 +56,20 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options) {
         const std::string n = UpperName(it->path().filename().string());
         const std::string ext = n.size() > 4 ? n.substr(n.size() - 4) : "";
         if (n == name || (ext != ".VOB" && ext != ".IFO" && ext != ".BUP")) continue;
+        if (ext == ".VOB" && !vobSizes.empty()) continue;
         std::error_code linked;
         fs::create_symlink(fs::absolute(it->path()), disc / n, linked);
+    }
+    // VOB files of the sizes given, as empty (sparse) files: only their sizes are read.
+    if (!vobSizes.empty()) {
+        std::ifstream sizes(vobSizes);
+        if (!sizes) throw ToolError(vobSizes + ": cannot be read");
+        std::string vob;
+        for (unsigned long long bytes = 0; sizes >> vob >> bytes;) {
+            const fs::path p = disc / UpperName(fs::path(vob).filename().string());
+            std::ofstream(p).close();
+            fs::resize_file(p, bytes);
+        }
     }
     const fs::path ini = work / "src.ini";
     fs::copy_file(source, ini);
@@ -78,7 +91,7 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options) {
     return kc::CheckIfoFile(out.string(), options);
 }
 
-kc::Result CheckPath(const std::string& path, const kc::Options& options) {
+kc::Result CheckPath(const std::string& path, const kc::Options& options, const std::string& vobSizes) {
     const fs::path p(path);
     if (fs::is_directory(p)) return kc::CheckFolder(path, options);
     if (!fs::is_regular_file(p)) {
@@ -88,7 +101,7 @@ kc::Result CheckPath(const std::string& path, const kc::Options& options) {
     }
     if (!IsSource(p)) return kc::CheckIfoFile(path, options);
     try {
-        return CheckSource(Absolute(p), options);
+        return CheckSource(Absolute(p), options, vobSizes);
     } catch (const std::exception& e) {
         kc::Result r;
         r.error = path + ": cannot be assembled: " + e.what();
@@ -128,7 +141,7 @@ int RunCheck(const CheckArgs& args) {
     size_t errors = 0, warnings = 0;
     nlohmann::json paths = nlohmann::json::array();
     for (const std::string& path : args.paths) {
-        const kc::Result r = CheckPath(path, options);
+        const kc::Result r = CheckPath(path, options, args.vobSizes);
         if (!r.ok) {
             failed = true;
             if (args.json) paths.push_back({{"path", path}, {"error", r.error}});

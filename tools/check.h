@@ -12,6 +12,7 @@ struct CheckArgs {
     bool json = false;               // the findings as JSON on stdout
     bool ifoOnly = false;            // the folders hold navigation files only
     bool quiet = false;              // the summary only
+    std::string vobSizes;            // sources: "NAME BYTES" lines giving the VOB files' sizes
 };
 // 0 when no path has an error, 1 otherwise (also when a path cannot be read).
 int RunCheck(const CheckArgs& args);

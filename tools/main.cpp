@@ -113,6 +113,12 @@ int main(int argc, char** argv) {
     cCheck->add_flag("--ifo-only", check.ifoOnly,
                      "The folders hold navigation files only: say nothing of missing BUP and VOB files");
     cCheck->add_flag("-q,--quiet", check.quiet, "Print the summary lines only");
+    cCheck
+        ->add_option("--vob-sizes", check.vobSizes,
+                     "Sources: a file of 'NAME BYTES' lines giving the VOB files' sizes (instead "
+                     "of the VOB files next to the source)")
+        ->type_name("FILE")
+        ->check(kNotAnOption);
 
     try {
         app.parse(argc, argv);
