@@ -4,9 +4,12 @@
 
 #include <functional>
 #include <memory>
+#include <type_traits>
 
 #include "kestro/ini.h"
 #include "kestro/tables.h"
+#include "kestro/vmg.h"
+#include "kestro/vts.h"
 #include "test_util.h"
 
 namespace tt {
@@ -74,7 +77,7 @@ inline std::string Error(CBaseKestro& t) {
 
 // The report of any object with Details(char*, int, ...) in room + 3 bytes.
 template <class T, class... Extra>
-std::string Text(T& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
+std::string Text(T&& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
     std::vector<char> buf(size_t(room) + 3, 0);
     const bool r = t.Details(buf.data(), room, extra...);
     if (ok) *ok = r;
@@ -112,6 +115,99 @@ inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vecto
     bool ok = false, again = true;
     EXPECT_EQ(Written(t, path, &ok), want);
     EXPECT_TRUE(ok && Written(t, path, &again).empty() && !again);
+}
+
+// Bytes [from, from + n) of v, as many as it holds.
+inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& v, size_t from, size_t n) {
+    if (from >= v.size()) return {};
+    return std::vector<uint8_t>(v.begin() + long(from), v.begin() + long(std::min(v.size(), from + n)));
+}
+
+// A report's lines without their line breaks.
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> out;
+    for (size_t at = 0, end; at < text.size(); at = end + 2)
+        out.push_back(text.substr(at, (end = std::min(text.find("\r\n", at), text.size())) - at));
+    return out;
+}
+
+// Where two byte images or line lists part, for a failure message that can be read.
+inline std::string Show(uint8_t b) { return std::to_string(b); }
+inline std::string Show(const std::string& line) { return line; }
+template <class V>
+std::string Mismatch(const V& got, const V& want) {
+    size_t i = 0;
+    while (i < got.size() && i < want.size() && got[i] == want[i]) ++i;
+    return std::to_string(got.size()) + " and " + std::to_string(want.size()) + " items, first difference at " +
+           std::to_string(i) + ": " + (i < got.size() ? Show(got[i]) : "(none)") + ", expected " +
+           (i < want.size() ? Show(want[i]) : "(none)");
+}
+
+// Management tables load from their file's start, every other table from a start sector.
+template <class T>
+auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) { return t.Load(h, sector); }
+inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
+inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
+
+// A table loaded from dir/T.IFO, which holds `bytes` at `sector` (0 for a
+// management table), padded to whole sectors unless told otherwise. The file
+// stays open: tables read their bodies back from it.
+template <class T>
+struct Loaded {
+    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = 1, bool pad = true)
+        : file(PutTable(dir, bytes, sector, pad)), h(file), loaded(LoadAt(t, h, sector)) {}
+    kt::TempDir dir;
+    std::string file, ini = dir / "t.ini", out = dir / "out.ifo";
+    File h;
+    T t;
+    int loaded;
+};
+
+// One table of a loaded file, as a host drives it: its report and its source.
+struct TableOps {
+    const char* name;
+    std::function<bool(char*, int)> report;
+    std::function<bool(const char*)> source;
+    bool Details(char* buf, int len) const { return report(buf, len); }
+    bool Disasm(const char* ini) const { return source(ini); }
+};
+
+// Every table a loaded file holds, the management table first (its Disasm
+// starts a fresh source file). The language units need the codec and their
+// unit table; a title set's time-map entries are joined in from their side files.
+template <class Mat>
+std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
+    std::vector<TableOps> out;
+    auto add = [&](const char* name, auto* t) {
+        if (t) out.push_back({name, [t](char* b, int n) { return t->Details(b, n); },
+                              [t](const char* ini) { return t->Disasm(ini); }});
+    };
+    auto units = [&](const char* name, auto* lu, auto* ut, unsigned long sa) {
+        if (lu) out.push_back({name, [=, &codec](char* b, int n) { return lu->Details(b, n, &codec, ut, sa); },
+                               [=, &codec](const char* ini) {
+                                   if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) return lu->Disasm(ini, sa, &codec, ut);
+                                   else return lu->Disasm(ini, &codec, ut, sa);
+                               }});
+    };
+    if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) {
+        add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT()), add("VMGM_PGCI_UT", m.GetVMGM_PGCI_UT());
+        units("VMGM_LU", m.GetVMGM_LU(), m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
+        add("PTL_MAIT", m.GetVMG_MAIT()), add("VTS_ATRT", m.GetVMG_ATRT()), add("TXTDT_MG", m.GetVMG_TXTDT());
+        add("VMGM_C_ADT", m.GetVMGM_C_ADT()), add("VMGM_VOBU_ADMAP", m.GetVMGM_VOBU_ADMAP());
+    } else {
+        add("VTSI_MAT", &m), add("VTS_PTT_SRPT", m.GetVTS_PTT_SRPT());
+        if (auto* t = m.GetVTS_PGCIT())
+            out.push_back({"VTS_PGCIT", [t, &codec](char* b, int n) { return t->Details(&codec, b, n); },
+                           [t, &codec](const char* ini) { return t->Disasm(ini, &codec); }});
+        add("VTSM_PGCI_UT", m.GetVTSM_PGCI_UT());
+        units("VTSM_LU", m.GetVTSM_LU(), m.GetVTSM_PGCI_UT(), m.GetVTSM_PGCIT_SA());
+        if (auto* t = m.GetVTS_TMAPT())
+            out.push_back({"VTS_TMAPT", [t](char* b, int n) { return t->Details(b, n); },
+                           [t](const char* ini) { return t->Disasm(ini) && CKestro_VTS_TMAP::JoinTmapSideFiles(ini); }});
+        add("VTSM_C_ADT", m.GetVTSM_C_ADT()), add("VTSM_VOBU_ADMAP", m.GetVTSM_VOBU_ADMAP());
+        add("VTS_C_ADT", m.GetVTS_C_ADT()), add("VTS_VOBU_ADMAP", m.GetVTS_VOBU_ADMAP());
+    }
+    return out;
 }
 
 }  // namespace tt

@@ -1,12 +1,10 @@
 // Damaged IFO files (real discs and the sample's assembled files): truncated,
 // bit-flipped, header fields smashed. Nothing may crash, overrun (the sanitizer
 // build checks), leak, hang or leave a file handle open.
-#include <functional>
 #include <random>
-#include <type_traits>
 
 #include "../fuzz/kestro_drive.h"
-#include "test_util.h"
+#include "tables_util.h"
 
 namespace {
 
@@ -162,30 +160,6 @@ TEST_F(HostileIfo, MenuUnitCountsAreBounded) {
     if (!done[0] && !done[1]) GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
-using TableReports = std::vector<std::pair<const char*, std::function<bool(char*, int)>>>;
-
-// The Details of every table the loaded file has.
-template <class Mat>
-TableReports ReportsOf(Mat& mat, CKestro_PGCI& pgc) {
-    TableReports tables;
-    auto add = [&](const char* name, auto* t, auto... extra) {
-        if (t) tables.push_back({name, [=](char* b, int n) { return t->Details(b, n, extra...); }});
-    };
-    if constexpr (std::is_same<Mat, CKestro_VMG_MAT>::value) {
-        add("VMGI_MAT", &mat), add("TT_SRPT", mat.GetVMG_PTT_SRPT()), add("VMGM_PGCI_UT", mat.GetVMGM_PGCI_UT());
-        add("VMGM_LU", mat.GetVMGM_LU(), &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
-        add("PTL_MAIT", mat.GetVMG_MAIT()), add("VTS_ATRT", mat.GetVMG_ATRT()), add("TXTDT_MG", mat.GetVMG_TXTDT());
-        add("VMGM_C_ADT", mat.GetVMGM_C_ADT()), add("VMGM_VOBU_ADMAP", mat.GetVMGM_VOBU_ADMAP());
-    } else {
-        add("VTSI_MAT", &mat), add("VTS_PTT_SRPT", mat.GetVTS_PTT_SRPT()), add("VTSM_PGCI_UT", mat.GetVTSM_PGCI_UT());
-        if (auto* t = mat.GetVTS_PGCIT()) tables.push_back({"VTS_PGCIT", [&, t](char* b, int n) { return t->Details(&pgc, b, n); }});
-        add("VTSM_LU", mat.GetVTSM_LU(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
-        add("VTS_TMAPT", mat.GetVTS_TMAPT()), add("VTSM_C_ADT", mat.GetVTSM_C_ADT()), add("VTS_C_ADT", mat.GetVTS_C_ADT());
-        add("VTSM_VOBU_ADMAP", mat.GetVTSM_VOBU_ADMAP()), add("VTS_VOBU_ADMAP", mat.GetVTS_VOBU_ADMAP());
-    }
-    return tables;
-}
-
 // A loaded file for one pass over its reports (the management table's
 // report changes its loaded record, so every pass loads afresh).
 template <class Mat>
@@ -206,11 +180,11 @@ struct Loaded {
 template <class Mat>
 void StreamReports(const std::string& ifo) {
     Loaded<Mat> whole(ifo), streamed(ifo);
-    TableReports a = ReportsOf(whole.mat, whole.pgc), b = ReportsOf(streamed.mat, streamed.pgc);
+    const auto a = tt::TablesOf(whole.mat, whole.pgc), b = tt::TablesOf(streamed.mat, streamed.pgc);
     ASSERT_EQ(a.size(), b.size());
     for (size_t i = 0; i < a.size(); ++i) {
         std::vector<char> big(1 << 22, '\0');
-        const bool ok = a[i].second(big.data(), int(big.size()) - 3);
+        const bool ok = a[i].Details(big.data(), int(big.size()) - 3);
         std::string pieces;
         std::vector<char> buf(1 << 18, '\0');  // room for one piece and any PGC report
         bool streamedOk;
@@ -221,10 +195,10 @@ void StreamReports(const std::string& ifo) {
                     static_cast<std::string*>(to)->append(text, size);
                 },
                 &pieces, 100);
-            streamedOk = b[i].second(buf.data(), int(buf.size()) - 3);
+            streamedOk = b[i].Details(buf.data(), int(buf.size()) - 3);
         }
-        EXPECT_EQ(streamedOk, ok) << a[i].first;
-        EXPECT_EQ(pieces + buf.data(), std::string(big.data())) << a[i].first;
+        EXPECT_EQ(streamedOk, ok) << a[i].name;
+        EXPECT_EQ(pieces + buf.data(), std::string(big.data())) << a[i].name;
     }
 }
 
@@ -233,22 +207,22 @@ void StreamReports(const std::string& ifo) {
 template <class Mat>
 void SweepReports(const std::string& ifo) {
     Loaded<Mat> loaded(ifo);
-    TableReports tables = ReportsOf(loaded.mat, loaded.pgc);
+    const auto tables = tt::TablesOf(loaded.mat, loaded.pgc);
     constexpr size_t kGuard = 256;
     for (auto& table : tables) {
         std::vector<char> big(1 << 22, '\0');
-        table.second(big.data(), int(big.size()) - int(kGuard));
+        table.Details(big.data(), int(big.size()) - int(kGuard));
         const int full = int(strnlen(big.data(), big.size()));
         // Every len near the start and the end of the report, a sample between.
         const int stride = full > 2000 ? full / 1000 : 1;
         for (int len = 1; len <= full + 8; len += (len < 300 || len > full - 300) ? 1 : stride) {
             std::vector<char> buf(size_t(len) + 3 + kGuard, 'G');
             std::memset(buf.data(), 0, size_t(len) + 3);
-            table.second(buf.data(), len);
+            table.Details(buf.data(), len);
             size_t bad = len + 3;
             while (bad < buf.size() && buf[bad] == 'G') ++bad;
             if (bad != buf.size()) {
-                ADD_FAILURE() << table.first << " wrote " << (bad - size_t(len) - 2)
+                ADD_FAILURE() << table.name << " wrote " << (bad - size_t(len) - 2)
                               << " byte(s) past len + 3 with len = " << len
                               << " (report length " << full << ")";
                 break;

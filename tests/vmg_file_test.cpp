@@ -74,14 +74,6 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
     return f;
 }
 
-// Where two images part, for a failure message that can be read.
-std::string Mismatch(const std::vector<uint8_t>& got, const std::vector<uint8_t>& want) {
-    size_t i = 0;
-    while (i < got.size() && i < want.size() && got[i] == want[i]) ++i;
-    return std::to_string(got.size()) + " and " + std::to_string(want.size()) +
-           " bytes, first difference at byte " + std::to_string(i);
-}
-
 // Real discs go through source and back by the library's rules, round after
 // round, until a round changes nothing; from there the file, its report and
 // its source are a fixed point. Where a rule drifts (disc-c's title set
@@ -138,7 +130,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         if (last.size() >= 224 && original.size() >= 224 &&
             std::equal(last.begin() + 196, last.begin() + 224, original.begin() + 196)) {
             ++sameLayout;
-            EXPECT_TRUE(mask(last) == mask(ByTheRules(original))) << Mismatch(mask(last), mask(ByTheRules(original)));
+            const auto got = mask(last), want = mask(ByTheRules(original));
+            EXPECT_TRUE(got == want) << tt::Mismatch(got, want);
         }
 
         // Further rounds from the rebuilt file: each is the rules' work on the
@@ -152,7 +145,7 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             ifo = round(k, ini, &error);
             ASSERT_FALSE(ifo.empty()) << error;
             const auto next = kt::ReadBytes(ifo);
-            EXPECT_TRUE(next == ByTheRules(last)) << "round " << k << ": " << Mismatch(next, ByTheRules(last));
+            EXPECT_TRUE(next == ByTheRules(last)) << "round " << k << ": " << tt::Mismatch(next, ByTheRules(last));
             settled = next == last;
             last = next;
         }

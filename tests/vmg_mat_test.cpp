@@ -24,7 +24,7 @@ std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = 
 
 // A management table with distinctive fields and no sub-tables but TT_SRPT.
 std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
-    std::vector<uint8_t> r(2048, 0);
+    std::vector<uint8_t> r(4096, 0);  // TT_SRPT's sector 1 is zeros
     std::memcpy(r.data(), id, 12);
     std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
     std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
@@ -37,7 +37,7 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
 TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     vt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
-    const std::string report = tt::Text(l.table);
+    const std::string report = tt::Text(l.t);
     for (const char* lines : {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
                               "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 "
                               "This Vol: 1 Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: "
@@ -47,10 +47,10 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
                               "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n"})
         EXPECT_NE(report.find(lines), std::string::npos) << lines;
     bool ok = true;  // the report stops at the first line that does not fit
-    EXPECT_EQ(tt::Text(l.table, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
+    EXPECT_EQ(tt::Text(l.t, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
-    EXPECT_TRUE(l.table.Disasm(l.ini.c_str()));
+    EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
     EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
@@ -64,7 +64,7 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
 
     vt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
     EXPECT_EQ(vts.loaded, 0);
-    EXPECT_EQ(vts.table.GetVMG_PTT_SRPT(), nullptr);
+    EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
 
 TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
@@ -74,13 +74,13 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     vt::Loaded<CKestro_VMG_MAT> l(rec);
     CKestro_VMG_MAT fresh;
     ASSERT_EQ(l.loaded, 1);
-    const std::string first = tt::Text(l.table);
+    const std::string first = tt::Text(l.t);
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector", "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
     // The codec swapped the command-table header in the record: a second
     // report of the same object reads the counts byte-swapped (2 -> 512).
-    EXPECT_NE(tt::Text(l.table).find("There are 512 Pre Commands"), std::string::npos);
-    ASSERT_EQ(fresh.Load(*l.h), 1);
+    EXPECT_NE(tt::Text(l.t).find("There are 512 Pre Commands"), std::string::npos);
+    ASSERT_EQ(fresh.Load(l.h), 1);
     EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
@@ -107,10 +107,10 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         ASSERT_EQ(f.size(), c.fileSize);
         EXPECT_EQ(error, c.fileSize ? "" : "First Play PGC size exceeds maximum size allowed");
         f.resize(2048, 0);
-        const uint32_t fields[] = {vt::BE32(f, 128), vt::BE32(f, 132), vt::BE32(f, 28), vt::BE32(f, 192), vt::BE32(f, 12)},
+        const uint32_t fields[] = {kt::BE32(f, 128), kt::BE32(f, 132), kt::BE32(f, 28), kt::BE32(f, 192), kt::BE32(f, 12)},
                        want[] = {c.matEa, c.fpSa, uint32_t(c.fileSize ? c.fileSize / 2048 - 1 : 0), c.vobsSa, c.vmgEa};
         EXPECT_EQ(std::vector<uint32_t>(fields, fields + 5), std::vector<uint32_t>(want, want + 5));
-        for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(vt::BE32(f, at), 0u) << at;
+        for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(kt::BE32(f, at), 0u) << at;
         EXPECT_TRUE(c.commands >= 0 || std::count(f.begin() + 1024, f.end(), 0) == 1024);  // nothing after the table
     }
 }
@@ -146,10 +146,10 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
         {128, 1323}, {28, 6}, {12, 4896}, {196, 1}, {200, 2}, {204, 0}, {208, 4}, {212, 0}, {216, 5}, {220, 6},
         {192, 7}, {2048, 0x20000}, {2 * 2048, 0x10000}, {2 * 2048 + 4, 2219}, {4 * 2048, 0x10000},
         {5 * 2048, 0x10000}, {6 * 2048, 7}};
-    for (auto [at, value] : fields) EXPECT_EQ(vt::BE32(f, at), value) << at;
+    for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
 
     vt::Loaded<CKestro_VMG_MAT> l(f);
-    vt::Walk(l.table, 0, again);
+    vt::Walk(l.t, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);

@@ -23,16 +23,16 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
                                  0xC0, 0x2C, 0x00, 0x01, 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
     want.resize(2048, 0);
     EXPECT_EQ(first, want);
-    Loaded<CKestro_VMG_PTT> t(first);
-    EXPECT_EQ(t.table.Load(*t.h, 0), 0);  // sector 0: nothing to load
-    ASSERT_EQ(t.table.Load(*t.h, 1), 1);
-    EXPECT_TRUE(t.table.Disasm(t.ini.c_str()));
+    Loaded<CKestro_VMG_PTT> l(first);
+    EXPECT_EQ(l.t.Load(l.h, 0), 0);  // sector 0: nothing to load
+    ASSERT_EQ(l.t.Load(l.h, 1), 1);
+    EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"), {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}})
-        EXPECT_EQ(tt::Value(t.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
+        EXPECT_EQ(tt::Value(l.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
-    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(t.ini)), first);
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(l.ini)), first);
     bool ok = false;
-    const std::string rep = tt::Text(t.table, 1 << 16, &ok);
+    const std::string rep = tt::Text(l.t, 1 << 16, &ok);
     EXPECT_TRUE(ok);
     EXPECT_EQ(rep.find("Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
                        "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
@@ -50,7 +50,7 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
     kt::TempDir dir;
     unsigned long size;
     auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
-    EXPECT_EQ((std::vector<uint32_t>{uint32_t(size), vt::BE32(t, 4), vt::BE32(t, 16)}), (std::vector<uint32_t>{22348, 2347, 1572}));
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(size), kt::BE32(t, 4), kt::BE32(t, 16)}), (std::vector<uint32_t>{22348, 2347, 1572}));
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, "[vts_atrt]\nvts_ns=0\n", &size), std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
@@ -69,15 +69,15 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
         text += "vts_atrt_srp001_vtsm_ast_atr" + std::to_string(j / 10) + std::to_string(j % 10) + (j == 23 ? "=2\n" : "=9\n");
     const auto first = vt::AsmWrite<CKestro_VMG_ATRT>(dir, text, &size);
     ASSERT_EQ(first[16 + 34], 2);
-    Loaded<CKestro_VMG_ATRT> t(std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
-    ASSERT_TRUE(t.table.Disasm(t.ini.c_str()));
+    Loaded<CKestro_VMG_ATRT> l(std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
+    ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
     for (auto kv : {std::make_pair("vts_atrt_ea", "1567"), {"vts_atrt_srp002_vts_atr_sa", "792"},
                     {"vts_atrt_srp002_vts_atr_ea", "775"}, {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
                     {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
-        EXPECT_EQ(tt::Value(t.ini, "vts_atrt", kv.first), kv.second) << kv.first;
-    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(t.ini)), first);
+        EXPECT_EQ(tt::Value(l.ini, "vts_atrt", kv.first), kv.second) << kv.first;
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(l.ini)), first);
 
-    const std::string rep = tt::Text(t.table), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
+    const std::string rep = tt::Text(l.t), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
     EXPECT_EQ(rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
                        "  VTS 1 Attribute start byte address 16\r\n    VTS Attribute end byte address 151587081\r\n"),
               0u);
@@ -93,22 +93,22 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
 // without terminator, and the text data's Asm and Write fail.
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
-    Loaded<CKestro_VMG_TXTDT> t({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
-    EXPECT_EQ(tt::Text(m.table) + tt::Text(t.table),
+    Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
+    EXPECT_EQ(tt::Text(m.t) + tt::Text(l.t),
               "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT table: 39\r\n"
               "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
               "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
-    EXPECT_TRUE(m.table.Disasm(m.ini.c_str()) && t.table.Disasm(t.ini.c_str()));
+    EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
     for (auto [ini, section, key, value] : std::vector<std::array<std::string, 4>>{
              {m.ini, "ptl_mait", "vts_ns", "3"}, {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
              {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"}, {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
-             {t.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"}, {t.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
-             {t.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
+             {l.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"}, {l.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
+             {l.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
         EXPECT_EQ(tt::Value(ini, section.c_str(), key.c_str()), value) << key;
-    EXPECT_TRUE(m.table.Asm((m.dir / "absent.ini").c_str()));
-    EXPECT_FALSE(t.table.Asm(t.ini.c_str()) || t.table.Write(*t.h));
+    EXPECT_TRUE(m.t.Asm((m.dir / "absent.ini").c_str()));
+    EXPECT_FALSE(l.t.Asm(l.ini.c_str()) || l.t.Write(l.h));
     unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged
-    m.table.Get(&got[0], &got[1]), t.table.Get(&got[2], &got[3]);
+    m.t.Get(&got[0], &got[1]), l.t.Get(&got[2], &got[3]);
     EXPECT_EQ(std::vector<unsigned long>(got, got + 4), std::vector<unsigned long>({0, 0, 3, 4}));
 }
 

@@ -12,9 +12,6 @@
 
 namespace vt {
 
-inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
-    return uint32_t(b.at(at)) << 24 | uint32_t(b.at(at + 1)) << 16 | uint32_t(b.at(at + 2)) << 8 | b.at(at + 3);
-}
 inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
     const size_t at = text.find(from);
     EXPECT_NE(at, std::string::npos) << from;
@@ -22,23 +19,11 @@ inline std::string Replace(std::string text, const std::string& from, const std:
 }
 
 // A table loaded from a file made from `bytes`: the management table from
-// sector 0, a sub-table from sector 1 (expected to load).
+// sector 0, a sub-table from sector 1.
 template <class T>
-struct Loaded {
-    kt::TempDir dir;
-    std::string file = dir / "t.ifo", ini = dir / "t.ini", out = dir / "out.ifo";
-    std::unique_ptr<tt::File> h;
-    T table;
-    int loaded;
-    explicit Loaded(std::vector<uint8_t> bytes) {
-        constexpr bool mat = std::is_same<T, CKestro_VMG_MAT>::value;
-        bytes.insert(bytes.begin(), mat ? 0 : 2048, 0);
-        bytes.resize(std::max<size_t>(bytes.size(), 4096), 0);
-        kt::WriteBytes(file, bytes);
-        h = std::make_unique<tt::File>(file);
-        if constexpr (mat) loaded = table.Load(*h);
-        else EXPECT_EQ(loaded = table.Load(*h, 1), 1);
-    }
+struct Loaded : tt::Loaded<T> {
+    explicit Loaded(const std::vector<uint8_t>& bytes)
+        : tt::Loaded<T>(bytes, std::is_same<T, CKestro_VMG_MAT>::value ? 0 : 1) {}
 };
 
 // Sources: the management table, two titles, `sets` (at most 9) title set
@@ -68,17 +53,10 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const cha
 inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "") {
     CKestro_PGCI codec;
     std::string all;
-    auto each = [&](auto* t) {
-        if (t && room > 0) all += tt::Text(*t, room);
-        if (t && !ini.empty()) t->Disasm(ini.c_str());
-    };
-    each(&m), each(m.GetVMG_PTT_SRPT()), each(m.GetVMGM_PGCI_UT());
-    if (auto* lu = m.GetVMGM_LU()) {  // the language units need the codec and their table
-        if (room > 0) all += tt::Text(*lu, room, nullptr, &codec, m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
-        if (!ini.empty()) lu->Disasm(ini.c_str(), m.GetVMGM_PGCIT_SA(), &codec, m.GetVMGM_PGCI_UT());
+    for (const auto& t : tt::TablesOf(m, codec)) {
+        if (room > 0) all += tt::Text(t, room);
+        if (!ini.empty()) t.Disasm(ini.c_str());
     }
-    each(m.GetVMG_MAIT()), each(m.GetVMG_ATRT()), each(m.GetVMG_TXTDT());
-    each(m.GetVMGM_C_ADT()), each(m.GetVMGM_VOBU_ADMAP());
     return all;
 }
 

@@ -9,25 +9,16 @@
 
 namespace {
 
-// A MAT loaded from dir/VTS_01_0.IFO, kept open: its tables re-read the file.
-struct Loaded {
-    explicit Loaded(const std::vector<uint8_t>& file) : path(dir / "VTS_01_0.IFO") {
-        kt::WriteBytes(path, file);
-        f = std::make_unique<tt::File>(path);
-        result = mat.Load(f->h);
-    }
-    kt::TempDir dir;
-    std::string path, ini = dir / "s.ini";
-    std::unique_ptr<tt::File> f;
-    CKestro_VTS_MAT mat;
-    int result;
+// A MAT loaded from a file holding exactly `file`, kept open: its tables re-read the file.
+struct Loaded : tt::Loaded<CKestro_VTS_MAT> {
+    explicit Loaded(const std::vector<uint8_t>& file) : tt::Loaded<CKestro_VTS_MAT>(file, 0, false) {}
 };
 
 TEST(VtsMat, ReportSourceAndWrite) {
     Loaded l(vt::SyntheticVtsi());
-    ASSERT_EQ(l.result, 1);
+    ASSERT_EQ(l.loaded, 1);
     bool ok = false;
-    const auto lines = vt::Lines(tt::Text(l.mat, 1 << 16, &ok));
+    const auto lines = tt::Lines(tt::Text(l.t, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     ASSERT_EQ(lines.size(), 27u);
     // The identifier runs on into VTS_EA as held (127906 = 0x1F3A2, least
@@ -38,38 +29,38 @@ TEST(VtsMat, ReportSourceAndWrite) {
         {19, "Number of VTSM subpicture streams: 1"}, {20, "VTSM subpicture attributes: 202122232425"},
         {24, "  Audio 2 attributes: 4041424344454647"}, {26, "  Subpicture stream 1 attributes: 505152535455"}};
     for (const auto& w : want) EXPECT_EQ(lines[w.first], w.second);
-    EXPECT_EQ(vt::Lines(tt::Text(l.mat, 100, &ok)).size(), 3u);
+    EXPECT_EQ(tt::Lines(tt::Text(l.t, 100, &ok)).size(), 3u);
     EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[left_over]\nkey=1\n");
-    ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
+    ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Value(l.ini, "left_over", "key"), "$") << "the section starts a fresh file";
     // Write puts out the table as held: address fields least significant byte first.
-    const auto got = tt::Written(l.mat, l.dir / "o.bin", &ok), file = kt::ReadBytes(l.path);
+    const auto got = tt::Written(l.t, l.dir / "o.bin", &ok), file = kt::ReadBytes(l.file);
     EXPECT_TRUE(ok);
     ASSERT_EQ(got.size(), 2048u);
-    EXPECT_EQ(vt::Slice(got, 12, 4), (std::vector<uint8_t>{0xa2, 0xf3, 0x01, 0x00}));
-    EXPECT_EQ(vt::Slice(got, 256, 2048), vt::Slice(file, 256, 2048 - 256));
+    EXPECT_EQ(tt::Slice(got, 12, 4), (std::vector<uint8_t>{0xa2, 0xf3, 0x01, 0x00}));
+    EXPECT_EQ(tt::Slice(got, 256, 2048), tt::Slice(file, 256, 2048 - 256));
 }
 
 // Load creates the file's tables, a second Load releases them, a non-title-set
 // leaves them alone; New replaces and Delete releases (sanitizer: leaks).
 TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
-    Loaded noMenus(vt::SyntheticVtsi(false)), cut(vt::Slice(vt::SyntheticMat({}), 0, 100));
-    EXPECT_TRUE(noMenus.mat.GetVTS_TMAPT() && !noMenus.mat.GetVTSM_PGCI_UT() && !noMenus.mat.GetVTSM_LU());
-    EXPECT_TRUE(cut.result == 1 && !cut.mat.GetVTS_PTT_SRPT() && !cut.mat.GetVTS_PGCIT()) << "start sector 0: no table";
+    Loaded noMenus(vt::SyntheticVtsi(false)), cut(tt::Slice(vt::SyntheticMat({}), 0, 100));
+    EXPECT_TRUE(noMenus.t.GetVTS_TMAPT() && !noMenus.t.GetVTSM_PGCI_UT() && !noMenus.t.GetVTSM_LU());
+    EXPECT_TRUE(cut.loaded == 1 && !cut.t.GetVTS_PTT_SRPT() && !cut.t.GetVTS_PGCIT()) << "start sector 0: no table";
     Loaded l(vt::SyntheticVtsi());
-    ASSERT_TRUE(l.mat.GetVTSM_LU() && l.mat.GetVTS_VOBU_ADMAP());
+    ASSERT_TRUE(l.t.GetVTSM_LU() && l.t.GetVTS_VOBU_ADMAP());
     kt::WriteBytes(l.dir / "junk", std::vector<uint8_t>(4096, 7));
     tt::File junk(l.dir / "junk");
-    ASSERT_EQ(l.mat.Load(l.f->h), 1);
-    CKestro_PTT_SRPT* before = l.mat.GetVTS_PTT_SRPT();
-    EXPECT_EQ(l.mat.Load(junk.h), 0);
-    EXPECT_EQ(l.mat.GetVTS_PTT_SRPT(), before);
-    const CKestro_VTSM_PGCI* fresh = l.mat.NewVTSM_PGCI_UT();
-    EXPECT_EQ(l.mat.GetVTSM_PGCI_UT(), fresh);
-    EXPECT_EQ(l.mat.GetVTSM_LU(), nullptr) << "units of the replaced table go with it";
-    l.mat.DeleteVTS_C_ADT(), l.mat.DeleteVTS_C_ADT();
-    EXPECT_EQ(l.mat.GetVTS_C_ADT(), nullptr);
+    ASSERT_EQ(l.t.Load(l.h), 1);
+    CKestro_PTT_SRPT* before = l.t.GetVTS_PTT_SRPT();
+    EXPECT_EQ(l.t.Load(junk.h), 0);
+    EXPECT_EQ(l.t.GetVTS_PTT_SRPT(), before);
+    const CKestro_VTSM_PGCI* fresh = l.t.NewVTSM_PGCI_UT();
+    EXPECT_EQ(l.t.GetVTSM_PGCI_UT(), fresh);
+    EXPECT_EQ(l.t.GetVTSM_LU(), nullptr) << "units of the replaced table go with it";
+    l.t.DeleteVTS_C_ADT(), l.t.DeleteVTS_C_ADT();
+    EXPECT_EQ(l.t.GetVTS_C_ADT(), nullptr);
 }
 
 // Stream counts of 255 and an identifier without any zero byte after it:
@@ -80,11 +71,11 @@ TEST(VtsMat, ExtremeFieldsStayInsideTheTable) {
     file[515] = file[597] = 255;
     Loaded l(file);
     bool ok = false;
-    const auto lines = vt::Lines(tt::Text(l.mat, 1 << 16, &ok));
+    const auto lines = tt::Lines(tt::Text(l.t, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     EXPECT_EQ(lines.back(), "  Subpicture stream 255 attributes: 000000000000");
     EXPECT_EQ(lines[0].rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
-    ASSERT_TRUE(l.mat.Disasm(l.ini.c_str()));
+    ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Value(l.ini, "vtsi_mat", "vts_ast_atrt255"), "0000000000000000");
 }
 
@@ -96,10 +87,10 @@ void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
 // The synthetic title set disassembled; Build assembles it into `out`.
 class VtsAssembly : public ::testing::Test {
 protected:
-    void SetUp() override { vt::DisasmAll(l.mat, codec, l.ini); }
+    void SetUp() override { vt::DisasmAll(l.t, codec, l.ini); }
     std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
         CKestro_VTS_MAT mat;
-        const bool ok = vt::AsmAll(l.mat, mat, codec, l.ini, out / ifo, absolute);
+        const bool ok = vt::AsmAll(l.t, mat, codec, l.ini, out / ifo, absolute);
         if (error) *error = tt::Error(mat);
         auto got = kt::ReadBytes(out / ifo);
         EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
@@ -155,13 +146,13 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
                                      " is not divisble by 2048, a requirement of DVD-Video standards.");
                 continue;
             }
-            EXPECT_EQ(vt::Be32(got, 192), absolute && !c.menuSa ? 77u : c.menuSa);
-            EXPECT_EQ(vt::Be32(got, 196), c.titleSa);
-            EXPECT_EQ(vt::Be32(got, 12), c.vtsEa);
-            EXPECT_EQ(vt::Be32(got, 28), 9u);  // VTSI_EA
-            EXPECT_EQ(vt::Slice(got, 200, 32), vt::Slice(original, 200, 32));
-            EXPECT_EQ(vt::Slice(got, 2048, original.size()), vt::Slice(original, 2048, original.size()));
-            EXPECT_EQ(vt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
+            EXPECT_EQ(kt::BE32(got, 192), absolute && !c.menuSa ? 77u : c.menuSa);
+            EXPECT_EQ(kt::BE32(got, 196), c.titleSa);
+            EXPECT_EQ(kt::BE32(got, 12), c.vtsEa);
+            EXPECT_EQ(kt::BE32(got, 28), 9u);  // VTSI_EA
+            EXPECT_EQ(tt::Slice(got, 200, 32), tt::Slice(original, 200, 32));
+            EXPECT_EQ(tt::Slice(got, 2048, original.size()), tt::Slice(original, 2048, original.size()));
+            EXPECT_EQ(tt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
         }
     }
 }
@@ -247,14 +238,6 @@ std::vector<uint8_t> BytesByTheRules(std::vector<uint8_t> f, uint64_t titleSecto
     return f;
 }
 
-// The first line where two readings part, for a failure message.
-std::string FirstDifference(const std::vector<std::string>& got, const std::vector<std::string>& want) {
-    size_t i = 0;
-    while (i < got.size() && i < want.size() && got[i] == want[i]) ++i;
-    return "line " + std::to_string(i + 1) + ": " + (i < got.size() ? got[i] : "(none)") + " (expected " +
-           (i < want.size() ? want[i] : "(none)") + ")";
-}
-
 // Real title sets reported, disassembled and, beside sparse VOB files of the
 // implied sizes, rebuilt by Asm and AsmAbs: every field a reader sees comes
 // back as the library's rules make it (read by the tests' own reader, so
@@ -270,8 +253,8 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
         const std::vector<uint8_t> bytes = kt::ReadBytes(original);
         ASSERT_GE(bytes.size(), 2048u);
         kt::TempDir work;
-        const uint32_t menuSa = vt::Be32(bytes, 192), titleSa = vt::Be32(bytes, 196);
-        const uint64_t titleSectors = vt::Be32(bytes, 12) - vt::Be32(bytes, 28) - titleSa;
+        const uint32_t menuSa = kt::BE32(bytes, 192), titleSa = kt::BE32(bytes, 196);
+        const uint64_t titleSectors = kt::BE32(bytes, 12) - kt::BE32(bytes, 28) - titleSa;
         for (const char* dir : {"out", "again"}) {
             kt::fs::create_directories(work.path() / dir);
             auto vob = [&](const std::string& name, uint64_t sectors) {
@@ -283,38 +266,31 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
                 vob("vts_01_" + std::to_string(i) + ".vob", std::min<uint64_t>(title, 524287));  // under 1 GiB each
             ASSERT_EQ(title, 0u);
         }
-        const std::string copy = work / "VTS_01_0.IFO", ini = work / "s.ini", rebuilt = work / "out/VTS_01_0.IFO",
-                          again = work / "again/VTS_01_0.IFO", ini2 = work / "s2.ini";
+        const std::string copy = work / "VTS_01_0.IFO", rebuilt = work / "out/VTS_01_0.IFO",
+                          again = work / "again/VTS_01_0.IFO";
         kt::fs::copy_file(original, copy);
         const auto expected = NavigationByTheRules(NavigationOf(bytes));
+        // One trip: the file at `from` reported, disassembled into `ini` and rebuilt at `to`.
+        auto trip = [&](const std::string& from, const std::string& ini, const std::string& to, bool absolute) {
+            tt::File f(from);
+            CKestro_VTS_MAT mat, built;
+            CKestro_PGCI codec;
+            ASSERT_EQ(mat.Load(f.h), 1);
+            EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
+            ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, to, absolute)) << tt::Error(built);
+        };
         for (bool absolute : {false, true}) {
             SCOPED_TRACE(absolute ? "AsmAbs" : "Asm");
-            {
-                tt::File f(copy);
-                CKestro_VTS_MAT mat, built;
-                ASSERT_EQ(mat.Load(f.h), 1);
-                CKestro_PGCI codec;
-                EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
-                ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, rebuilt, absolute)) << tt::Error(built);
-            }
+            ASSERT_NO_FATAL_FAILURE(trip(copy, work / "s.ini", rebuilt, absolute));
             const auto got = kt::ReadBytes(rebuilt);
             const auto navigation = NavigationOf(got);
-            EXPECT_TRUE(navigation == expected) << FirstDifference(navigation, expected);
-            if (vt::Slice(got, 192, 40) == vt::Slice(bytes, 192, 40) && got.size() == bytes.size()) {
+            EXPECT_TRUE(navigation == expected) << tt::Mismatch(navigation, expected);
+            if (tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40) && got.size() == bytes.size()) {
                 ++sameLayout;
                 EXPECT_TRUE(got == BytesByTheRules(bytes, titleSectors)) << "the original's layout, kept";
             }
-
-            // A second trip changes nothing.
-            {
-                tt::File f(rebuilt);
-                CKestro_VTS_MAT mat, built;
-                ASSERT_EQ(mat.Load(f.h), 1);
-                CKestro_PGCI codec;
-                vt::DisasmAll(mat, codec, ini2);
-                ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini2, again, absolute)) << tt::Error(built);
-            }
-            EXPECT_TRUE(kt::ReadBytes(again) == got) << "second trip";
+            ASSERT_NO_FATAL_FAILURE(trip(rebuilt, work / "s2.ini", again, absolute));
+            EXPECT_TRUE(kt::ReadBytes(again) == got) << "a second trip changes nothing";
         }
     }
     EXPECT_GT(sameLayout, 0u) << "no title set was compared byte for byte";

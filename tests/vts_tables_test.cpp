@@ -10,27 +10,19 @@ namespace {
 
 CKestro_PGCI codec;
 
-// Loads `table` from sector 1 (or `sector`) of a file; the tables re-read it.
 template <class T>
-struct Placed {
-    Placed(const std::vector<uint8_t>& table, unsigned sector = 1, bool pad = true)
-        : f(tt::PutTable(dir, table, sector, pad)), loaded(t.Load(f.h, sector)) {}
-    std::string Report(int len = 1 << 20, bool* ok = nullptr) {
-        std::vector<char> buf(size_t(len) + 3, 0);
-        bool r;
-        if constexpr (std::is_same_v<T, CKestro_VTS_PGCIT>) r = t.Details(&codec, buf.data(), len); else r = t.Details(buf.data(), len);
-        if (ok) *ok = r;
-        return buf.data();
-    }
-    kt::TempDir dir;
-    T t;
-    tt::File f;
-    int loaded;
-};
+using Placed = tt::Loaded<T>;
+
+// A table's report in room + 3 bytes; the PGC table reports through the codec.
+std::string Report(CBaseKestro& t, int room = 1 << 20, bool* ok = nullptr) { return tt::Text(t, room, ok); }
+std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr) {
+    return tt::Text(tt::TableOps{"", [&](char* b, int n) { return t.Details(&codec, b, n); }, {}}, room, ok);
+}
 
 // What Write puts out after Get, as the file builder calls them.
 std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrote = nullptr) {
-    return tt::Size(t), tt::Written(t, path, wrote);
+    tt::Size(t);
+    return tt::Written(t, path, wrote);
 }
 
 // Two title units of three and two chapters, playing PGC 1 and PGC 2.
@@ -57,26 +49,26 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
 TEST(VtsTables, Reports) {
     Placed<CKestro_PTT_SRPT> ptt(kTitles, 3);
     ASSERT_EQ(ptt.loaded, 1);
-    EXPECT_EQ(ptt.t.Load(ptt.f.h, 0), 0) << "start sector 0: no table";
-    kestro::FileSeek(ptt.f.h, 100, 0);
+    EXPECT_EQ(ptt.t.Load(ptt.h, 0), 0) << "start sector 0: no table";
+    kestro::FileSeek(ptt.h, 100, 0);
     bool ok = false;
     const std::string first = "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n";
-    EXPECT_EQ(ptt.Report(1 << 16, &ok), first + "End byte address of PTT_SRPT table: 35\r\n"
+    EXPECT_EQ(Report(ptt.t, 1 << 16, &ok), first + "End byte address of PTT_SRPT table: 35\r\n"
               "  Starting memory address of TTU 1: 16\r\n  Starting memory address of TTU 2: 28\r\nPTT Number 1:\r\n"
               "    Program chain number (PGCN): 1 Program number (PG): 1\r\n    Program chain number (PGCN): 1 Program number (PG): 2\r\n"
               "    Program chain number (PGCN): 1 Program number (PG): 3\r\nPTT Number 2:\r\n"
               "    Program chain number (PGCN): 2 Program number (PG): 1\r\n    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
     EXPECT_TRUE(ok);
-    EXPECT_EQ(kestro::FileTell(ptt.f.h), 100u) << "the caller's position is kept";
-    EXPECT_EQ(ptt.Report(54, &ok) + "|" + ptt.Report(55, &ok), "|" + first) << "54 characters need a room of 55";
+    EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
+    EXPECT_EQ(Report(ptt.t, 54, &ok) + "|" + Report(ptt.t, 55, &ok), "|" + first) << "54 characters need a room of 55";
     EXPECT_FALSE(ok);
     Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7));
-    EXPECT_EQ(vt::Lines(empty.Report(4096, &ok)).size(), 2u);
+    EXPECT_EQ(tt::Lines(Report(empty.t, 4096, &ok)).size(), 2u);
     EXPECT_FALSE(ok);
     EXPECT_EQ(tt::Error(empty.t), "  ERROR: vts_ttu_ns = 0");
 
     Placed<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
-    EXPECT_EQ(tmap.Report(4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
+    EXPECT_EQ(Report(tmap.t, 4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
               "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
               "    Discontinuity Entry 1 at sector address 4660\r\n    Entry 2 at sector address 4700\r\n"
               "  Time map 2 byte start address 28.\r\n  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
@@ -87,8 +79,8 @@ TEST(VtsTables, Reports) {
 // not fit is dropped, and from the room that holds it all the text is complete.
 TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     Placed<CKestro_VTS_PGCIT> p(TwoPgcs());
-    const std::string full = p.Report();
-    const std::vector<std::string> lines = vt::Lines(full);
+    const std::string full = Report(p.t);
+    const std::vector<std::string> lines = tt::Lines(full);
     ASSERT_GT(lines.size(), 82u);
     const std::vector<std::string> head = {"Number of VTS_PGCI_SRP: 2", "End byte address of VTS_PGCI table: 569",
         "  VTS_PGC Category 1: 81000000", "  VTS_PGCI memory offset address 1: 24", "    Program Chain Information Table (PGCI) 1",
@@ -139,7 +131,7 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     const std::string bin = dir / "x.bin";
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
-    EXPECT_EQ(vt::Slice(kt::ReadBytes(bin), 0, 8), (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
+    EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8), (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded(maps));
 }
@@ -193,7 +185,7 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         bool wrote = false;  // PTT_SRPT's Write reports false even after a complete write
         const auto got = Written(t, dir / "o.bin", &wrote);
         EXPECT_EQ(wrote, c.kind == 't' && !c.written.empty());
-        EXPECT_EQ(vt::Slice(got, 0, c.written.size()), c.written);
+        EXPECT_EQ(tt::Slice(got, 0, c.written.size()), c.written);
         EXPECT_EQ(got.size(), c.written.empty() ? 0u : 2048u);
     }
 }
@@ -220,7 +212,7 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         Placed<CKestro_VTS_TMAP> tmap(table, 1, false);
         const std::string ini = ptt.dir / "d.ini", bin = ptt.dir / "d.bin";
         ASSERT_EQ(ptt.loaded + pgcit.loaded + tmap.loaded, 3);
-        EXPECT_LT(ptt.Report().size() + pgcit.Report().size() + tmap.Report().size(), 3u << 20);
+        EXPECT_LT(Report(ptt.t).size() + Report(pgcit.t).size() + Report(tmap.t).size(), 3u << 20);
         EXPECT_TRUE(ptt.t.Disasm(ini.c_str()));
         EXPECT_TRUE(pgcit.t.Disasm(ini.c_str(), &codec));
         EXPECT_TRUE(tmap.t.Disasm(ini.c_str()) && tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
