@@ -11,12 +11,9 @@
 
 namespace kt {
 
-inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {  // zeros beyond the data
-    uint32_t v = 0;
-    for (int i = 0; i < n; ++i) v = (v << 8) | (at + i < b.size() ? b[at + i] : 0);
-    return v;
-}
-inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) { b[at] = uint8_t(v >> 8), b[at + 1] = uint8_t(v); }
+// A big-endian field of n bytes (zeros beyond the data), and a 16-bit one written.
+inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) { return BE32(b, at) >> (32 - 8 * n); }
+inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) { PutBE(b, at, v, 2); }
 
 using Command = std::array<uint8_t, 8>;
 struct PgcShape {

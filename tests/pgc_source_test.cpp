@@ -6,10 +6,9 @@
 #include "kestro/ini.h"
 #include "kestro/pgc.h"
 #include "pgc_fixture.h"
+#include "tables_util.h"
 
 namespace {
-
-std::string Error(CKestro_PGCI& c) { char m[300]; return c.GetErrorMessage(m, sizeof m), m; }
 
 // Writes the source of `file` (from a copy: the writer converts the command
 // table header in place) into section "sec" with prefix "p_".
@@ -71,16 +70,6 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
     return out;
 }
 
-// Where two byte images part, for a failure message that can be read.
-std::string Mismatch(const std::vector<uint8_t>& got, const std::vector<uint8_t>& want) {
-    size_t i = 0;
-    while (i < got.size() && i < want.size() && got[i] == want[i]) ++i;
-    char m[120];
-    std::snprintf(m, sizeof m, "%zu and %zu bytes, first difference at byte %zu (%d, expected %d)", got.size(),
-                  want.size(), i, i < got.size() ? got[i] : -1, i < want.size() ? want[i] : -1);
-    return m;
-}
-
 TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     kt::TempDir dir;
     const kt::Command jump{0x30, 0x06, 0x00, 0x01, 0x02, 0x83, 0, 0}, link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
@@ -104,7 +93,7 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
         auto back = Assemble(Source(dir / std::to_string(n++), p.file, p.offset));
         const auto expected = InAssemblerOrder(p.file, p.offset);
         ASSERT_GE(back.size(), 236u) << p.name;
-        EXPECT_TRUE(back == expected) << p.name << " PGC at byte " << p.offset << ": " << Mismatch(back, expected);
+        EXPECT_TRUE(back == expected) << p.name << " PGC at byte " << p.offset << ": " << tt::Mismatch(back, expected);
         ++total;
         inOrder += p.offset + back.size() <= p.file.size() &&
                    std::equal(back.begin(), back.end(), p.file.begin() + long(p.offset));
@@ -126,7 +115,7 @@ TEST(PgcSource, WriterChecksEveryPartAgainstTheBuffer) {
         std::vector<uint8_t> out(room + 1, 0xAA);
         EXPECT_FALSE(codec.GetPGCData(out.data(), room)) << room;
         EXPECT_EQ(out[room], 0xAA) << room;
-        EXPECT_EQ(Error(codec), "Internal error, data size exceeds buffer size");
+        EXPECT_EQ(tt::Error(codec), "Internal error, data size exceeds buffer size");
         EXPECT_EQ(codec.GetPGCISize(), 236u + 16 + 4) << "cells released on failure";
     }
 }
@@ -158,7 +147,7 @@ TEST(PgcSource, ChecksAndMessages) {
         std::string want = c.error;
         if (want.find('@') != std::string::npos) want.replace(want.find('@'), 1, ini);
         EXPECT_EQ(codec.AsmPGCI(ini.c_str(), "sec", "p_"), want.empty()) << c.key;
-        EXPECT_EQ(Error(codec), want);
+        EXPECT_EQ(tt::Error(codec), want);
         if (c.value == std::string("385")) { EXPECT_EQ(codec.GetPGCISize(), 236u) << "no command table kept"; }
     }
     // A message with a long path is cut to the error text's 259 characters.
@@ -166,7 +155,7 @@ TEST(PgcSource, ChecksAndMessages) {
     Set(ini, "cnt", "$");
     CKestro_PGCI codec;
     EXPECT_FALSE(codec.AsmPGCI(ini.c_str(), "sec", "p_"));
-    EXPECT_EQ(Error(codec), ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
+    EXPECT_EQ(tt::Error(codec), ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
 }
 
 // The stores hold 256 cells and 256 program-map bytes; more statements are
