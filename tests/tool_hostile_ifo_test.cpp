@@ -160,28 +160,17 @@ TEST_F(HostileIfo, MenuUnitCountsAreBounded) {
     if (!done[0] && !done[1]) GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
-// A loaded file for one pass over its reports (the management table's
-// report changes its loaded record, so every pass loads afresh).
-template <class Mat>
-struct Loaded {
-    Mat mat;
-    CKestro_PGCI pgc;
-    int h;
-    explicit Loaded(const std::string& ifo) : h(int(mat.OpenKestroFile(ifo.c_str()))) {
-        EXPECT_GE(h, 1);
-        EXPECT_EQ(mat.Load(h), 1);
-    }
-    ~Loaded() { mat.CloseKestroFile((unsigned long)h); }
-};
-
 // A streamed report is the whole report, handed on in pieces, through a
 // buffer far smaller than the report: the pieces and the text left in the
 // buffer read as the report made in one buffer.
+// (The management table's report changes its loaded record, so each pass
+// loads the file afresh.)
 template <class Mat>
-void StreamReports(const std::string& ifo) {
-    Loaded<Mat> whole(ifo), streamed(ifo);
-    const auto a = tt::TablesOf(whole.mat, whole.pgc), b = tt::TablesOf(streamed.mat, streamed.pgc);
-    ASSERT_EQ(a.size(), b.size());
+void StreamReports(const std::vector<uint8_t>& bytes) {
+    tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
+    CKestro_PGCI codecs[2];
+    const auto a = tt::TablesOf(whole.t, codecs[0]), b = tt::TablesOf(streamed.t, codecs[1]);
+    ASSERT_TRUE(whole.loaded == 1 && streamed.loaded == 1 && a.size() == b.size());
     for (size_t i = 0; i < a.size(); ++i) {
         std::vector<char> big(1 << 22, '\0');
         const bool ok = a[i].Details(big.data(), int(big.size()) - 3);
@@ -205,9 +194,11 @@ void StreamReports(const std::string& ifo) {
 // Every report keeps to its three bytes of headroom beyond len for every len
 // across the report's length: guard bytes past len + 3 must survive.
 template <class Mat>
-void SweepReports(const std::string& ifo) {
-    Loaded<Mat> loaded(ifo);
-    const auto tables = tt::TablesOf(loaded.mat, loaded.pgc);
+void SweepReports(const std::vector<uint8_t>& bytes) {
+    tt::Loaded<Mat> loaded(bytes, 0, false);
+    CKestro_PGCI codec;
+    ASSERT_EQ(loaded.loaded, 1);
+    const auto tables = tt::TablesOf(loaded.t, codec);
     constexpr size_t kGuard = 256;
     for (auto& table : tables) {
         std::vector<char> big(1 << 22, '\0');
@@ -236,11 +227,7 @@ void SweepReports(const std::string& ifo) {
 TEST_F(HostileIfo, ReportsKeepToTheirHeadroom) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
-        const char* name = kdrive::IfoName(base.vmg);
-        scratch_.Put(name, base.bytes.data(), base.bytes.size());
-        base.vmg ? SweepReports<CKestro_VMG_MAT>(scratch_.Path(name))
-                 : SweepReports<CKestro_VTS_MAT>(scratch_.Path(name));
-        scratch_.Clear();
+        base.vmg ? SweepReports<CKestro_VMG_MAT>(base.bytes) : SweepReports<CKestro_VTS_MAT>(base.bytes);
     }
 }
 
@@ -264,11 +251,7 @@ TEST_F(HostileIfo, StreamedReportsReadAsWholeOnes) {
             if (auto b = WithMenuStreams(base.bytes); !b.empty()) bases.push_back({base.name + " (menu streams)", b, true});
     for (const Base& base : bases) {
         SCOPED_TRACE(base.name);
-        const char* name = kdrive::IfoName(base.vmg);
-        scratch_.Put(name, base.bytes.data(), base.bytes.size());
-        base.vmg ? StreamReports<CKestro_VMG_MAT>(scratch_.Path(name))
-                 : StreamReports<CKestro_VTS_MAT>(scratch_.Path(name));
-        scratch_.Clear();
+        base.vmg ? StreamReports<CKestro_VMG_MAT>(base.bytes) : StreamReports<CKestro_VTS_MAT>(base.bytes);
     }
 }
 

@@ -109,18 +109,23 @@ std::string Pgc(const std::string& p, int cells, int commands) {
     return t;
 }
 
-std::string VmgTitles(int titles) {
-    std::string t = "[vmg_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", titles);
-    for (int i = 1; i <= titles; ++i)
-        for (const char* f : {"tt_pb_ty%02d=x3c\n", "tt_agl_ns%02d=1\n", "tt_ptt_ns%02d=1\n", "tt_ptl_id_fld%02d=0\n",
-                              "vtsn%02d=1\n", "vts_ttn%02d=1\n", "vts_sa%02d=1\n"})
-            t += Fmt(f, i);
+// The statements of `fields` for i = 1 to n, each format given i (twice).
+std::string Numbered(int n, std::initializer_list<const char*> fields) {
+    std::string t;
+    for (int i = 1; i <= n; ++i)
+        for (const char* f : fields) t += Fmt(f, i, i) + "\n";
     return t;
+}
+
+std::string VmgTitles(int titles) {
+    return "[vmg_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", titles) +
+           Numbered(titles, {"tt_pb_ty%02d=x3c", "tt_agl_ns%02d=1", "tt_ptt_ns%02d=1", "tt_ptl_id_fld%02d=0",
+                             "vtsn%02d=1", "vts_ttn%02d=1", "vts_sa%02d=1"});
 }
 
 std::string VtsTitleUnits(int units) {
     std::string t = "[vts_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", units);
-    for (int i = 1; i <= units && i <= 256; ++i) t += Fmt("%03dptt_srp=", i - 1) + Fmt("%03d 001 001\n", i);
+    for (int i = 1; i <= units && i <= 256; ++i) t += Fmt("%03dptt_srp=%03d 001 001\n", i - 1, i);
     return t;
 }
 
@@ -145,16 +150,13 @@ std::string MenuUnits(const std::string& kind, int units, int pgcs, int cells = 
 }
 
 std::string TitlePgcs(int pgcs, int cells, int commands) {
-    std::string t = "[vts_pgcit]\n" + Fmt("vts_pgci_srp_ns=%d\n", pgcs);
-    for (int p = 1; p <= pgcs; ++p) t += Fmt("vts_pgc_cat%02d=81000000\n", p);
+    std::string t = "[vts_pgcit]\n" + Fmt("vts_pgci_srp_ns=%d\n", pgcs) + Numbered(pgcs, {"vts_pgc_cat%02d=81000000"});
     for (int p = 1; p <= pgcs; ++p) t += Fmt("[vts_pgcit%02d]\n", p) + Pgc("vts_pgc_", p == 1 ? cells : 1, p == 1 ? commands : 0);
     return t;
 }
 
 std::string VobuMap(const char* section, int entries) {
-    std::string t = std::string("[") + section + "]\n";
-    for (int i = 1; i <= entries; ++i) t += Fmt("vobu_sa%04d=%d\n", i, i * 3);
-    return t;
+    return std::string("[") + section + "]\n" + Numbered(entries, {"vobu_sa%04d=%d"});
 }
 
 std::string TimeMaps(int maps, int entries) {
