@@ -27,9 +27,8 @@ constexpr const char* kLibraryRulesHelp =
 // whose name starts with '-' is given as ./-name.
 const CLI::Validator kNotAnOption(
     [](std::string& value) {
-        return value.size() > 1 && value[0] == '-'
-                   ? "needs a value, not '" + value + "' (a name that starts with '-' is given as ./-name)"
-                   : std::string();
+        if (value.size() < 2 || value[0] != '-') return std::string();
+        return "needs a value, not '" + value + "' (a name that starts with '-' is given as ./-name)";
     },
     "");
 
