@@ -95,7 +95,7 @@ void Checker::CheckTitles(const VmgData& vmg) {
             f_.Error("title.vts-title-missing", "TT_SRPT", E, "VTS_TTN",
                      "title " + Num(t.titleInSet) + " of title set " + Num(t.titleSet) +
                          " does not exist",
-                     Range(1, parts.size()));
+                     "the set has " + (parts.size() == 1 ? std::string("1 title") : Num(parts.size()) + " titles"));
             continue;
         }
         reached[{t.titleSet, t.titleInSet}] = true;
