@@ -120,7 +120,8 @@ void Checker::CheckTitles(const VmgData& vmg) {
         for (size_t k = 1; k <= vts.model.parts.size(); ++k)
             if (!reached.count({n, int(k)}))
                 f_.Warning("title.unreachable", "TT_SRPT", 0, "",
-                           "no title leads to title " + Num(k) + " of title set " + Num(n),
+                           "no title names title " + Num(k) + " of title set " + Num(n) +
+                               ": only jumps within the set reach it",
                            "a title search pointer for every title of every title set");
     }
 }
