@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
     auto* cRebuild = app.add_subcommand(
         "rebuild", "Disassemble and reassemble every IFO file of a DVD folder into a new folder");
     cRebuild->add_option("DIR", rebuild.input, "DVD folder (or its VIDEO_TS folder)")->required();
-    cRebuild->add_option("-o,--output", rebuild.output, "New DVD folder (gets a VIDEO_TS folder)")
+    cRebuild->add_option("-o,--output", rebuild.output, "New DVD folder: the disc root (gets a VIDEO_TS folder) or its VIDEO_TS folder; missing folders are created")
         ->type_name("DIR")
         ->check(kNotAnOption)
         ->required();
