@@ -1,7 +1,9 @@
-// Helpers of the shared-table tests.
+// Helpers shared by the table tests: byte images, tables placed in files and
+// loaded, their reports, sources and writes, and a host's walk over a file's tables.
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <type_traits>

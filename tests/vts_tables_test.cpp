@@ -10,9 +10,6 @@ namespace {
 
 CKestro_PGCI codec;
 
-template <class T>
-using Placed = tt::Loaded<T>;
-
 // A table's report in room + 3 bytes; the PGC table reports through the codec.
 std::string Report(CBaseKestro& t, int room = 1 << 20, bool* ok = nullptr) { return tt::Text(t, room, ok); }
 std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr) {
@@ -47,7 +44,7 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
 }
 
 TEST(VtsTables, Reports) {
-    Placed<CKestro_PTT_SRPT> ptt(kTitles, 3);
+    tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles, 3);
     ASSERT_EQ(ptt.loaded, 1);
     EXPECT_EQ(ptt.t.Load(ptt.h, 0), 0) << "start sector 0: no table";
     kestro::FileSeek(ptt.h, 100, 0);
@@ -62,12 +59,12 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
     EXPECT_EQ(Report(ptt.t, 54, &ok) + "|" + Report(ptt.t, 55, &ok), "|" + first) << "54 characters need a room of 55";
     EXPECT_FALSE(ok);
-    Placed<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7));
+    tt::Loaded<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7));
     EXPECT_EQ(tt::Lines(Report(empty.t, 4096, &ok)).size(), 2u);
     EXPECT_FALSE(ok);
     EXPECT_EQ(tt::Error(empty.t), "  ERROR: vts_ttu_ns = 0");
 
-    Placed<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
+    tt::Loaded<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
     EXPECT_EQ(Report(tmap.t, 4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
               "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
               "    Discontinuity Entry 1 at sector address 4660\r\n    Entry 2 at sector address 4700\r\n"
@@ -78,7 +75,7 @@ TEST(VtsTables, Reports) {
 // (heap buffer of room + 3) nothing is written past it, a PGC report that does
 // not fit is dropped, and from the room that holds it all the text is complete.
 TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
-    Placed<CKestro_VTS_PGCIT> p(TwoPgcs());
+    tt::Loaded<CKestro_VTS_PGCIT> p(TwoPgcs());
     const std::string full = Report(p.t);
     const std::vector<std::string> lines = tt::Lines(full);
     ASSERT_GT(lines.size(), 82u);
@@ -107,14 +104,14 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
     auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
-    Placed<CKestro_PTT_SRPT> ptt(kTitles);
+    tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
 
     std::vector<uint32_t> big;
     for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
     const auto maps = Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}, {10, big}});
-    Placed<CKestro_VTS_TMAP> tmap(maps);
+    tt::Loaded<CKestro_VTS_TMAP> tmap(maps);
     CKestro_VTS_TMAP before, back, fromBin;
     const auto t0 = std::chrono::steady_clock::now();
     ASSERT_TRUE(tmap.t.Disasm(ini.c_str()));
@@ -207,9 +204,9 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         Bytes().be16(65535).be16(0).be32(11).be32(12),
     };
     for (const auto& table : tables) {
-        Placed<CKestro_PTT_SRPT> ptt(table, 1, false);
-        Placed<CKestro_VTS_PGCIT> pgcit(table, 1, false);
-        Placed<CKestro_VTS_TMAP> tmap(table, 1, false);
+        tt::Loaded<CKestro_PTT_SRPT> ptt(table, 1, false);
+        tt::Loaded<CKestro_VTS_PGCIT> pgcit(table, 1, false);
+        tt::Loaded<CKestro_VTS_TMAP> tmap(table, 1, false);
         const std::string ini = ptt.dir / "d.ini", bin = ptt.dir / "d.bin";
         ASSERT_EQ(ptt.loaded + pgcit.loaded + tmap.loaded, 3);
         EXPECT_LT(Report(ptt.t).size() + Report(pgcit.t).size() + Report(tmap.t).size(), 3u << 20);
