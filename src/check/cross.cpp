@@ -60,7 +60,8 @@ void Checker::CheckTitles(const VmgData& vmg) {
     }
     std::vector<bool> reported(size_t(kMaxTitleSets) + 256, false);
     std::map<std::pair<int, int>, bool> reached;
-    for (size_t i = 0; i < m.titles.size(); ++i) {
+    std::map<std::pair<int, int>, int> angles;
+    for (size_t i = 0; i < m.titles.size() && !f_.Full(); ++i) {
         const disc::TitleSearchPointer& t = m.titles[i];
         const int E = int(i + 1);
         if (t.titleSet == 0 || t.titleSet > m.titleSetCount) {
@@ -103,10 +104,15 @@ void Checker::CheckTitles(const VmgData& vmg) {
         if (t.partCount != own.size())
             f_.Error("title.parts", "TT_SRPT", E, "number of parts of title", Num(t.partCount),
                      Num(own.size()) + ", as " + TitleSetName(t.titleSet) + " VTS_PTT_SRPT lists");
-        const int angles = AnglesOf(vts->model, own);
-        if (t.angleCount != angles)
+        // Titles can share a title of the set; its angles are counted once.
+        auto known = angles.find({t.titleSet, t.titleInSet});
+        if (known == angles.end())
+            known = angles.emplace(std::make_pair(int(t.titleSet), int(t.titleInSet)),
+                                   AnglesOf(vts->model, own)).first;
+        const int angleCount = known->second;
+        if (t.angleCount != angleCount)
             f_.Warning("title.angles", "TT_SRPT", E, "number of angles", Num(t.angleCount),
-                       Num(angles) + ", as the title's angle blocks have");
+                       Num(angleCount) + ", as the title's angle blocks have");
     }
     for (const auto& [n, vts] : sets_) {
         if (!vts.readable) continue;
@@ -118,7 +124,7 @@ void Checker::CheckTitles(const VmgData& vmg) {
         }
         if (m.start.titles == 0) continue;
         for (size_t k = 1; k <= vts.model.parts.size(); ++k)
-            if (!reached.count({n, int(k)}))
+            if (!reached.count({n, int(k)}) && f_.Wants("title.unreachable", "TT_SRPT", Severity::Warning))
                 f_.Warning("title.unreachable", "TT_SRPT", 0, "",
                            "no title names title " + Num(k) + " of title set " + Num(n) +
                                ": only jumps within the set reach it",
@@ -197,7 +203,7 @@ void Checker::CheckParts(const VtsData& vts) {
     if (uint64_t(end) + 1 < pointers)
         f_.Error("table.end-address", "VTS_PTT_SRPT", 0, "end address",
                  Num(end) + " cuts off the title pointers", "at least " + Num(pointers - 1));
-    for (size_t i = 0; i < m.parts.size(); ++i) {
+    for (size_t i = 0; i < m.parts.size() && !f_.Full(); ++i) {
         const int E = int(i + 1);
         const uint32_t at = v.BE32(8 + 4 * i);
         if (at < pointers || at > end) {
@@ -214,8 +220,12 @@ void Checker::CheckParts(const VtsData& vts) {
                      Range(1, kMaxParts));
         for (size_t k = 0; k < parts.size(); ++k) {
             const auto& p = parts[k];
+            const bool pgcMissing = p.pgc == 0 || p.pgc > m.titles.pgcs.size();
+            if (!pgcMissing && p.program >= 1 && p.program <= m.titles.pgcs[p.pgc - 1].pgc.programCount)
+                continue;
+            if (!f_.Wants(pgcMissing ? "ptt.pgc" : "ptt.program", "VTS_PTT_SRPT")) continue;
             const std::string field = "part " + Num(k + 1);
-            if (p.pgc == 0 || p.pgc > m.titles.pgcs.size()) {
+            if (pgcMissing) {
                 f_.Error("ptt.pgc", "VTS_PTT_SRPT", E, field + " PGCN",
                          "PGC " + Num(p.pgc) + " does not exist", Range(1, m.titles.pgcs.size()));
                 continue;

@@ -252,14 +252,12 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                            const char* list, int line, int lines) {
     const std::string& T = place.table_name;
     const int E = place.entry;
-    const std::string field = std::string(list) + " command " + Num(line);
-    const std::string hex = [&] {
-        std::string s;
-        for (uint8_t b : c) s += Hex(b, 2);
-        return s;
-    }();
+    // Messages are built only for a command that has a finding.
     auto missing = [&](const char* id, const std::string& what, const std::string& expected) {
-        f_.Error(id, T, E, field, hex + ": " + what, expected);
+        if (!f_.Wants(id, T)) return;
+        std::string hex;
+        for (uint8_t b : c) hex += Hex(b, 2);
+        f_.Error(id, T, E, std::string(list) + " command " + Num(line), hex + ": " + what, expected);
     };
     auto reg = [&](uint8_t r) {
         if (!RegisterExists(r))
