@@ -151,12 +151,14 @@ auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) { 
 inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
 inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
 
-// A table loaded from dir/T.IFO, which holds `bytes` at `sector` (0 for a
-// management table), padded to whole sectors unless told otherwise. The file
-// stays open: tables read their bodies back from it.
+// A table loaded from dir/T.IFO, which holds `bytes` at `sector` (by default
+// 0 for a management table, 1 for any other), padded to whole sectors unless
+// told otherwise. The file stays open: tables read their bodies back from it.
 template <class T>
 struct Loaded {
-    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = 1, bool pad = true)
+    static constexpr unsigned long kSector =
+        std::is_same_v<T, CKestro_VMG_MAT> || std::is_same_v<T, CKestro_VTS_MAT> ? 0 : 1;
+    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = kSector, bool pad = true)
         : file(PutTable(dir, bytes, sector, pad)), h(file), loaded(LoadAt(t, h, sector)) {}
     kt::TempDir dir;
     std::string file, ini = dir / "t.ini", out = dir / "out.ifo";

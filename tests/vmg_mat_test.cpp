@@ -35,7 +35,7 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
 }
 
 TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
-    vt::Loaded<CKestro_VMG_MAT> l(Record());
+    tt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
     const std::string report = tt::Text(l.t);
     for (const char* lines : {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
@@ -62,7 +62,7 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     const auto back = kt::ReadBytes(l.out);
     EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96), "16" + id);
 
-    vt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
+    tt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
     EXPECT_EQ(vts.loaded, 0);
     EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
@@ -71,7 +71,7 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     auto rec = Record(), pgc = AddPgc("", 2);
     PutBE32(&rec[132], 1100);  // the PGC is still taken from byte 1024
     rec.insert(rec.begin() + 1024, pgc.begin(), pgc.end());
-    vt::Loaded<CKestro_VMG_MAT> l(rec);
+    tt::Loaded<CKestro_VMG_MAT> l(rec);
     CKestro_VMG_MAT fresh;
     ASSERT_EQ(l.loaded, 1);
     const std::string first = tt::Text(l.t);
@@ -148,7 +148,7 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
         {5 * 2048, 0x10000}, {6 * 2048, 7}};
     for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
 
-    vt::Loaded<CKestro_VMG_MAT> l(f);
+    tt::Loaded<CKestro_VMG_MAT> l(f);
     vt::Walk(l.t, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;

@@ -8,7 +8,7 @@
 
 namespace {
 
-using vt::Loaded;
+using tt::Loaded;
 
 // tt_pb_ty loses its first character whatever it is ("3c" is "c", 0xC0);
 // the angle count is a byte; the parental ID is written low byte first but

@@ -18,14 +18,6 @@ inline std::string Replace(std::string text, const std::string& from, const std:
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
-// A table loaded from a file made from `bytes`: the management table from
-// sector 0, a sub-table from sector 1.
-template <class T>
-struct Loaded : tt::Loaded<T> {
-    explicit Loaded(const std::vector<uint8_t>& bytes)
-        : tt::Loaded<T>(bytes, std::is_same<T, CKestro_VMG_MAT>::value ? 0 : 1) {}
-};
-
 // Sources: the management table, two titles, `sets` (at most 9) title set
 // attribute records.
 const char* const kMatSource =

@@ -9,10 +9,7 @@
 
 namespace {
 
-// A MAT loaded from a file holding exactly `file`, kept open: its tables re-read the file.
-struct Loaded : tt::Loaded<CKestro_VTS_MAT> {
-    explicit Loaded(const std::vector<uint8_t>& file) : tt::Loaded<CKestro_VTS_MAT>(file, 0, false) {}
-};
+using Loaded = tt::Loaded<CKestro_VTS_MAT>;  // kept open: its tables re-read the file
 
 TEST(VtsMat, ReportSourceAndWrite) {
     Loaded l(vt::SyntheticVtsi());
@@ -45,7 +42,7 @@ TEST(VtsMat, ReportSourceAndWrite) {
 // Load creates the file's tables, a second Load releases them, a non-title-set
 // leaves them alone; New replaces and Delete releases (sanitizer: leaks).
 TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
-    Loaded noMenus(vt::SyntheticVtsi(false)), cut(tt::Slice(vt::SyntheticMat({}), 0, 100));
+    Loaded noMenus(vt::SyntheticVtsi(false)), cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false);
     EXPECT_TRUE(noMenus.t.GetVTS_TMAPT() && !noMenus.t.GetVTSM_PGCI_UT() && !noMenus.t.GetVTSM_LU());
     EXPECT_TRUE(cut.loaded == 1 && !cut.t.GetVTS_PTT_SRPT() && !cut.t.GetVTS_PGCIT()) << "start sector 0: no table";
     Loaded l(vt::SyntheticVtsi());
