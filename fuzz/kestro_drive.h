@@ -134,8 +134,8 @@ struct ReportBuffer {
 };
 
 // The tables whose reports ran to a limit: their sources are not written
-// (a table whose report fills a quarter megabyte repeats one kind of entry
-// thousands of times, and its source would too).
+// (a table whose report runs past a hundred thousand characters repeats one
+// kind of entry thousands of times, and its source would too).
 class HeavyTables {
 public:
     explicit HeavyTables(size_t limit) : limit_(limit) {}
@@ -480,12 +480,12 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // of which size. Each input is reported once, in the form it picks: a
 // second load and report in another form cost as much as the first and
 // reach no code the corpus does not reach through inputs of either form.
-// A table whose report fills the ample room is not disassembled.
+// A table whose report passes half the ample room is not disassembled.
 // Traps when a file handle was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
-    run.disasmBelow = run.reportRoom - (4 << 10);
+    run.disasmBelow = run.reportRoom / 2;
     if (size > 20) {
         if (data[size - 1] != 0) run.reportRoom = 1 + data[size - 1] * 4;
         run.streamPiece = data[size - 2] % 4 * 300;
