@@ -123,6 +123,30 @@ struct Budget {
     explicit Budget(size_t fileSize) : pgcsLeft(fileSize / 236 * 4 + 64) {}
 };
 
+// Entries of tables whose records may point into each other's bytes (parts
+// of title per title, time map entries per map, parental masks per
+// country). In a sound file no two records share bytes, so all of them
+// together hold at most the file's bytes; a hostile file whose records all
+// point at the same long run would otherwise cost the square of its size.
+class EntryBudget {
+public:
+    EntryBudget(size_t fileSize, size_t entryBytes) : left_(fileSize / entryBytes + 64) {}
+    // How many of `want` entries may still be read; a shortfall is told once.
+    size_t Take(size_t want, TableReader& r) {
+        const size_t n = want < left_ ? want : left_;
+        left_ -= n;
+        if (n < want && !told_) {
+            r.Problem("records overlap: more entries than the file holds; the rest are left out");
+            told_ = true;
+        }
+        return n;
+    }
+
+private:
+    size_t left_;
+    bool told_ = false;
+};
+
 // A PGC table (VTS_PGCIT or a language unit) whose first byte `v` starts at.
 PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>& problems,
                       Budget& budget) {
@@ -253,12 +277,13 @@ bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
         p.present = true;
         p.titleSets = v.BE16(2);
         p.endAddress = v.BE32(4);
+        EntryBudget entries(ifo.size(), 2);
         for (size_t i = 0, n = pm.Held(8, v.BE16(0), 8); i < n; ++i) {
             ParentalCountry c;
             c.countryCode = v.BE16(8 + 8 * i);
             c.startByte = v.BE16(12 + 8 * i);
             const size_t masks = size_t(p.titleSets) + 1;
-            const size_t held = pm.Held(c.startByte, 8 * masks, 2);
+            const size_t held = entries.Take(pm.Held(c.startByte, 8 * masks, 2), pm);
             for (size_t k = 0; k < held; ++k) c.levels[k / masks].push_back(v.BE16(c.startByte + 2 * k));
             p.countries.push_back(std::move(c));
         }
@@ -320,12 +345,14 @@ bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
         const ByteView& v = pt.view();
         const size_t n = pt.Held(8, v.BE16(0), 4);
         const uint64_t end = uint64_t(v.BE32(4)) + 1;
+        EntryBudget entries(ifo.size(), 4);
         for (size_t i = 0; i < n; ++i) {
             const uint64_t from = v.BE32(8 + 4 * i);
             const uint64_t to = i + 1 < n ? v.BE32(8 + 4 * (i + 1)) : end;
             std::vector<PartOfTitle> parts;
             if (to > from) {
-                for (size_t k = 0, m = pt.Held(size_t(from), (to - from) / 4, 4); k < m; ++k)
+                for (size_t k = 0, m = entries.Take(pt.Held(size_t(from), (to - from) / 4, 4), pt);
+                     k < m; ++k)
                     parts.push_back({v.BE16(size_t(from) + 4 * k), v.BE16(size_t(from) + 4 * k + 2)});
             }
             out.parts.push_back(std::move(parts));
@@ -341,11 +368,13 @@ bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
     TableReader tm(ifo, s.timeMaps, "VTS_TMAPT", problems);
     if (tm.present()) {
         const ByteView& v = tm.view();
+        EntryBudget entries(ifo.size(), 4);
         for (size_t i = 0, n = tm.Held(8, v.BE16(0), 4); i < n; ++i) {
             const uint32_t at = v.BE32(8 + 4 * i);
             TimeMap m;
             m.unitSeconds = v.U8(at);
-            for (size_t k = 0, e = tm.Held(size_t(at) + 4, v.BE16(size_t(at) + 2), 4); k < e; ++k)
+            for (size_t k = 0, e = entries.Take(tm.Held(size_t(at) + 4, v.BE16(size_t(at) + 2), 4), tm);
+                 k < e; ++k)
                 m.entries.push_back(v.BE32(size_t(at) + 4 + 4 * k));
             out.timeMaps.push_back(std::move(m));
         }
