@@ -1,5 +1,4 @@
 // Cell address tables and VOBU address maps, three members each; the maps' side files.
-#include <chrono>
 
 #include "tables_util.h"
 
@@ -160,13 +159,12 @@ TEST(VobuMaps, LargestMapsStayLinear) {
     tt::File f(tt::PutTable(dir, map));
     const std::string shown = dir / "shown.ini", whole = dir / "whole.ini";
     kt::WriteText(whole, "[vts_vobu_admap]\n" + Keys(Steps(0xFFFF, 7)));
-    auto t0 = std::chrono::steady_clock::now();
     CKestro_VTS_ADMAP loaded, t;
     ASSERT_TRUE(loaded.Load(f, 1) && loaded.Disasm(shown.c_str()) && t.Asm(whole.c_str()));
     EXPECT_EQ(tt::Size(t).second, map.size());
     EXPECT_EQ(tt::Written(t, dir / "o.bin"), map);
-    // Linear work takes well under a second, even with sanitizers; quadratic work minutes.
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(30));
+    // Quadratic work would run into the test's time limit; the speed itself is
+    // measured by the benchmarks.
     EXPECT_EQ(tt::Values(shown, "vts_vobu_admap", {"vobu_sa16383", "vobu_sa16384"}), std::to_string(16383 * 7) + "|$|");
 }
 
