@@ -8,9 +8,9 @@
 // modification time) before it is used, so a file changed or deleted by
 // anyone else is never served stale; a file with pending changes is
 // authoritative until flushed. Outside an operation every call checks; inside
-// one (IniOperation: a library call, which reads or writes thousands of keys)
-// a file is checked when the operation first touches it and trusted for the
-// rest of it.
+// one (IniOperation, which the library opens for each source section a call
+// reads or writes, thousands of keys at a time) a file is checked when the
+// operation first touches it and trusted for the rest of it.
 #include <errno.h>
 #include <fcntl.h>
 #include <strings.h>
@@ -621,7 +621,10 @@ void INIWritePrivateProfileString(const char* section, const char* key, const ch
         l.valueLen = uint32_t(valueLen);
     } else {
         Line l;
-        if (!Append(*f, key, keyLen, &l.keyAt)) return;
+        if (!Append(*f, key, keyLen, &l.keyAt)) {
+            f->garbage += valueLen;
+            return;
+        }
         l.keyLen = uint32_t(keyLen);
         l.valueAt = at;
         l.valueLen = uint32_t(valueLen);
