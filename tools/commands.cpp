@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -101,16 +102,24 @@ bool LooksLikeTitleSetName(const std::string& name) {
            std::isdigit(static_cast<unsigned char>(name[5]));
 }
 
-// Copies side files of `source` (named by its stem) next to `privateIni`.
-void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
-    const std::string from = SideStem(source), to = SideStem(privateIni);
-    std::vector<std::string> suffixes = {kTmapBinSuffix, kVtsAdmapBinSuffix, kVtsmAdmapBinSuffix};
+// The suffixes of the side files that sit beside `source` (asm reads the
+// time map INI files in order up to the first that is missing).
+std::vector<std::string> SideSuffixesOf(const fs::path& source) {
+    const std::string stem = SideStem(source);
+    std::vector<std::string> suffixes;
+    for (const char* s : {kTmapBinSuffix, kVtsAdmapBinSuffix, kVtsmAdmapBinSuffix})
+        if (fs::exists(stem + s)) suffixes.push_back(s);
     for (int k = 1; k <= CKestro_VTS_TMAP::kMaxMaps; ++k) {
-        if (!fs::exists(from + TmapIniSuffix(k))) break;
+        if (!fs::exists(stem + TmapIniSuffix(k))) break;
         suffixes.push_back(TmapIniSuffix(k));
     }
-    for (const auto& s : suffixes)
-        if (fs::exists(from + s)) CopyFileTo(from + s, to + s);
+    return suffixes;
+}
+
+// Copies side files of `source` (named by its stem) next to `privateIni`.
+void CopySideFiles(const fs::path& source, const fs::path& privateIni) {
+    for (const auto& s : SideSuffixesOf(source))
+        CopyFileTo(SideStem(source) + s, SideStem(privateIni) + s);
 }
 
 }  // namespace
@@ -203,6 +212,12 @@ int RunDisasm(const DisasmArgs& args) {
     }
     staged[0]->Write(ReadAll(ini));
     for (size_t k = 0; k < sides.size(); ++k) staged[k + 1]->Write(ReadAll(SideStem(ini) + sides[k]));
+    // Side files of an earlier source of the same name that this one does
+    // not have would be read with it by asm: they go with the commit.
+    for (const auto& s : SideSuffixesOf(output))
+        if (std::find(sides.begin(), sides.end(), s) == sides.end())
+            staged.push_back(std::make_unique<StagedFile>(SideStem(output) + s, args.force,
+                                                          StagedFile::Removal{}));
     std::vector<StagedFile*> all;
     for (auto& f : staged) all.push_back(f.get());
     CommitAll(all);

@@ -49,23 +49,45 @@ fs::path MakeSiblingFile(const fs::path& final, const char* kind) {
     return fs::path(buf.data());
 }
 
-// Removes what killed runs left beside `final`: temporary names of a
-// process that no longer exists.
-void RemoveStaleSiblings(const fs::path& final) {
-    const std::string prefix = SiblingPrefix(final);
+// Whether `pid` names a process that has ended.
+bool Ended(long pid) { return pid > 0 && ::kill(pid_t(pid), 0) != 0 && errno == ESRCH; }
+
+// The process number in a temporary name "<prefix><PID>-...", or 0.
+long PidAfter(const std::string& name, const std::string& prefix) {
+    if (name.compare(0, prefix.size(), prefix) != 0) return 0;
+    const char* digits = name.c_str() + prefix.size();
+    char* end = nullptr;
+    const long pid = std::strtol(digits, &end, 10);
+    return end != digits && *end == '-' ? pid : 0;
+}
+
+// Removes what killed runs left in `dir` under names that start with
+// `prefix` and the number of a process that no longer exists. A folder
+// replaced with --force is moved aside as "<staging>/old" only for the
+// moment between two renames where the file system cannot swap folders in
+// one step: a run killed there left `final` missing, and the old folder
+// goes back in its place rather than away.
+void RemoveStale(const fs::path& dir, const std::string& prefix, const fs::path& final) {
     std::error_code ec;
-    for (auto& e : fs::directory_iterator(final.parent_path(), ec)) {
-        const std::string name = e.path().filename().string();
-        if (name.compare(0, prefix.size(), prefix) != 0) continue;
-        const char* digits = name.c_str() + prefix.size();
-        char* end = nullptr;
-        const long pid = std::strtol(digits, &end, 10);
-        if (end == digits || *end != '-' || pid <= 0) continue;
-        if (::kill(pid_t(pid), 0) == 0 || errno != ESRCH) continue;
+    for (auto& e : fs::directory_iterator(dir, ec)) {
+        const fs::path stale = e.path();
+        if (!Ended(PidAfter(stale.filename().string(), prefix))) continue;
         std::error_code ignored;
-        fs::remove_all(e.path(), ignored);
+        if (!final.empty() && !fs::exists(fs::symlink_status(final, ignored)) &&
+            fs::is_directory(fs::symlink_status(stale / "old", ignored)))
+            fs::rename(stale / "old", final, ignored);
+        fs::remove_all(stale, ignored);
     }
 }
+
+
+}  // namespace
+
+void RemoveStaleSiblings(const fs::path& final) {
+    RemoveStale(final.parent_path(), SiblingPrefix(final), final);
+}
+
+namespace {
 
 fs::path MakeTempDir(const std::string& pattern) {
     std::vector<char> buf(pattern.begin(), pattern.end());
@@ -77,21 +99,31 @@ fs::path MakeTempDir(const std::string& pattern) {
 
 }  // namespace
 
-PrivateDir::PrivateDir()
-    : path_(MakeTempDir((fs::temp_directory_path() / "kestro-XXXXXX").string())) {}
+namespace {
+
+// A working folder "kestro-PID-XXXXXX" in `dir`, after removing those of
+// runs that were killed (no cleanup of theirs ran).
+fs::path MakeWorkingDir(const fs::path& dir) {
+    RemoveStale(dir, "kestro-", fs::path());
+    return MakeTempDir((dir / ("kestro-" + std::to_string(::getpid()) + "-XXXXXX")).string());
+}
+
+}  // namespace
+
+PrivateDir::PrivateDir() : path_(MakeWorkingDir(fs::temp_directory_path())) {}
 
 PrivateDir::PrivateDir(InMemory) {
     const char* shm = "/dev/shm";
     std::error_code ec;
     if (fs::is_directory(shm, ec) && ::access(shm, W_OK | X_OK) == 0) {
         try {
-            path_ = MakeTempDir((fs::path(shm) / "kestro-XXXXXX").string());
+            path_ = MakeWorkingDir(shm);
             return;
         } catch (const ToolError&) {
             // full or refused: the temporary folder instead
         }
     }
-    path_ = MakeTempDir((fs::temp_directory_path() / "kestro-XXXXXX").string());
+    path_ = MakeWorkingDir(fs::temp_directory_path());
 }
 
 PrivateDir::PrivateDir(const fs::path& besides) {
@@ -120,8 +152,15 @@ StagedFile::StagedFile(const fs::path& finalPath, bool force) : final_(Absolute(
     temp_ = MakeSiblingFile(final_, "");
 }
 
+StagedFile::StagedFile(const fs::path& finalPath, bool force, Removal)
+    : final_(Absolute(finalPath)) {
+    std::error_code ec;
+    if (fs::exists(fs::symlink_status(final_, ec)) && !force)
+        throw ToolError(final_.string() + " exists (use --force to replace it)");
+}
+
 StagedFile::~StagedFile() {
-    if (committed_) return;
+    if (committed_ || temp_.empty()) return;
     std::error_code ec;
     fs::remove(temp_, ec);
 }
@@ -163,15 +202,21 @@ void CommitAll(const std::vector<StagedFile*>& files) {
             }
         }
     };
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
     for (StagedFile* f : files) {
         if (!f) continue;
-        // Staged files are created private (mode 0600); give them the usual mode.
-        ::chmod(f->temp_.c_str(), 0644);
         Step step{f, {}};
         struct stat st;
+        const bool exists = ::lstat(f->final_.c_str(), &st) == 0;
+        // Staged files are created private (mode 0600): a replaced file
+        // keeps its mode, a new one gets the usual mode.
+        if (!f->temp_.empty())
+            ::chmod(f->temp_.c_str(), exists && S_ISREG(st.st_mode) ? st.st_mode & 07777 : 0666 & ~mask);
         try {
-            if (::lstat(f->final_.c_str(), &st) == 0 && S_ISREG(st.st_mode))
-                step.kept = KeepOld(f->final_);
+            // Any existing name but a folder is kept (link() links a
+            // symbolic link itself), so that undoing puts it back.
+            if (exists && !S_ISDIR(st.st_mode)) step.kept = KeepOld(f->final_);
         } catch (...) {
             undo();
             throw;
@@ -179,6 +224,16 @@ void CommitAll(const std::vector<StagedFile*>& files) {
         steps.push_back(step);
     }
     for (auto& step : steps) {
+        if (step.file->temp_.empty()) {  // a removal
+            if (!step.kept.empty() && ::unlink(step.file->final_.c_str()) != 0) {
+                const int error = errno;
+                undo();
+                throw ToolError("cannot remove " + step.file->final_.string() + ": " +
+                                SystemReason(error));
+            }
+            step.renamed = !step.kept.empty();
+            continue;
+        }
         if (::rename(step.file->temp_.c_str(), step.file->final_.c_str()) != 0) {
             const int error = errno;
             undo();
@@ -375,11 +430,15 @@ fs::path Absolute(const fs::path& p) {
 }
 
 void CopyFileTo(const fs::path& from, const fs::path& to) {
-    std::error_code ec;
-    fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec);
-    if (ec)
-        throw ToolError("cannot make a working copy of " + from.string() + ": " + ec.message());
+    // Checked, so that a full working folder is told as such (a plain copy
+    // reports it as an I/O error, which makes the input look damaged).
+    try {
+        CopyFileChecked(from, to, to);
+    } catch (const ToolError& e) {
+        throw ToolError("cannot make a working copy of " + from.string() + ": " + e.what());
+    }
     // A copy of a file on read-only media is read-only too; the copy is ours.
+    std::error_code ec;
     fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add,
                     ec);
 }
@@ -397,13 +456,13 @@ std::vector<unsigned char> ReadAll(const fs::path& p) {
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
 }
 
-void CreateSizedFile(const fs::path& p, unsigned long long bytes) {
+void CreateSizedFile(const fs::path& p, unsigned long long bytes, const fs::path& shownAs) {
     int fd = ::open(p.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) throw ToolError("cannot create " + p.string() + ": " + SystemReason(errno));
+    if (fd < 0) Fail(shownAs, errno);
     int rc = ::ftruncate(fd, off_t(bytes));
     const int error = errno;
     ::close(fd);
-    if (rc != 0) throw ToolError("cannot size " + p.string() + ": " + SystemReason(error));
+    if (rc != 0) Fail(shownAs, error);
 }
 
 void LinkOrCopy(const fs::path& from, const fs::path& to, bool copy, const fs::path& shownAs) {

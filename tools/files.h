@@ -61,6 +61,10 @@ public:
     // Throws ToolError when `finalPath` exists and `force` is false, or when
     // its folder does not exist.
     StagedFile(const fs::path& finalPath, bool force);
+    // The removal of `finalPath`, where it exists, as part of a commit (an
+    // output of an earlier run that this run does not write again).
+    struct Removal {};
+    StagedFile(const fs::path& finalPath, bool force, Removal);
     ~StagedFile();
     StagedFile(const StagedFile&) = delete;
     StagedFile& operator=(const StagedFile&) = delete;
@@ -121,6 +125,11 @@ public:
 // Throws ToolError naming `shownAs` when the watch saw a failure.
 void CheckLibraryIo(const LibraryIoWatch& watch, const fs::path& shownAs);
 
+// Removes what killed runs left beside `final` (temporary names of processes
+// that no longer exist); a folder that a killed `--force` run had moved
+// aside goes back to `final` when `final` is missing.
+void RemoveStaleSiblings(const fs::path& final);
+
 // Absolute, normalised form of a path given on the command line.
 fs::path Absolute(const fs::path& p);
 // A private copy of an input (into a working folder); an input that cannot
@@ -131,7 +140,8 @@ void CopyFileTo(const fs::path& from, const fs::path& to);
 bool OpensForWriting(const fs::path& p);
 std::vector<unsigned char> ReadAll(const fs::path& p);
 // Creates a file of `bytes` zero bytes without writing them (sparse).
-void CreateSizedFile(const fs::path& p, unsigned long long bytes);
+// Failures name `shownAs`.
+void CreateSizedFile(const fs::path& p, unsigned long long bytes, const fs::path& shownAs);
 // Links `from` at `to` (hard link, else symbolic link, else a checked copy
 // whose failures name `shownAs`).
 void LinkOrCopy(const fs::path& from, const fs::path& to, bool copy, const fs::path& shownAs);

@@ -205,7 +205,10 @@ long SourceNumber(const fs::path& ini, const char* section, const char* key) {
 // come without their VOB files, so that the assembly measures the same
 // sizes. Title VOBs are split as on a disc, at most 524,287 sectors a file.
 void CreatePlaceholderVobs(const fs::path& ini, IfoKind kind, const std::string& ifoName,
-                           const fs::path& dir) {
+                           const fs::path& dir, const fs::path& shownDir) {
+    auto create = [&](const std::string& name, unsigned long long bytes) {
+        CreateSizedFile(dir / name, bytes, shownDir / name);
+    };
     if (kind == IfoKind::Vmg) {
         long vobs = SourceNumber(ini, "vmgi_mat", "vmgm_vobs_sa");
         long sectors = SourceNumber(ini, "vmgi_mat", "vmg_ea") + 1 -
@@ -213,7 +216,7 @@ void CreatePlaceholderVobs(const fs::path& ini, IfoKind kind, const std::string&
         // The menu VOB pointer is set whenever the file exists, so a menu
         // VOB of no sectors still gets a (empty) file.
         if (vobs != 0 && !ExistsNoCase(dir, "VIDEO_TS.VOB"))
-            CreateSizedFile(dir / "VIDEO_TS.VOB", (unsigned long long)std::max(sectors, 0L) * 2048);
+            create("VIDEO_TS.VOB", (unsigned long long)std::max(sectors, 0L) * 2048);
         return;
     }
     std::string nn = ifoName.size() >= 6 ? ifoName.substr(4, 2) : "01";
@@ -222,15 +225,13 @@ void CreatePlaceholderVobs(const fs::path& ini, IfoKind kind, const std::string&
     long last = SourceNumber(ini, "vtsi_mat", "vts_ea");
     long ifoLast = SourceNumber(ini, "vtsi_mat", "vtsi_ea");
     if (menu != 0 && !ExistsNoCase(dir, "VTS_" + nn + "_0.VOB"))
-        CreateSizedFile(dir / ("VTS_" + nn + "_0.VOB"),
-                        (unsigned long long)std::max(titles - menu, 0L) * 2048);
+        create("VTS_" + nn + "_0.VOB", (unsigned long long)std::max(titles - menu, 0L) * 2048);
     long long titleSectors = (long long)last - ifoLast - titles;
     if (titleSectors > 0 && !ExistsNoCase(dir, "VTS_" + nn + "_1.VOB")) {
         const long long perFile = 524287;
         for (int part = 1; titleSectors > 0 && part <= 9; ++part) {
             long long n = std::min(titleSectors, perFile);
-            CreateSizedFile(dir / ("VTS_" + nn + "_" + std::to_string(part) + ".VOB"),
-                            (unsigned long long)n * 2048);
+            create("VTS_" + nn + "_" + std::to_string(part) + ".VOB", (unsigned long long)n * 2048);
             titleSectors -= n;
         }
     }
@@ -301,6 +302,9 @@ void PlaceFolder(PrivateDir& staging, const fs::path& out, bool replacing) {
         if (ec) {
             std::error_code back;
             fs::rename(trash / "old", out, back);
+            // The old folder stays where it is rather than go with the trash;
+            // the next run for this output puts it back.
+            if (back) trash.Release();
             throw ToolError("cannot rename into " + out.string() + ": " + ec.message());
         }
     } else {
@@ -330,6 +334,7 @@ int RunRebuild(const RebuildArgs& args) {
     fs::path inRoot = Absolute(args.input);
     if (within(inRoot, out) || within(out, inRoot) || within(in, out))
         throw ToolError(out.string() + ": the output folder must lie outside the input");
+    if (fs::is_directory(out.parent_path(), ec)) RemoveStaleSiblings(out);
     const bool replacing = fs::exists(fs::symlink_status(out, ec));
     if (replacing && !args.force)
         throw ToolError(out.string() + " exists (use --force to replace it)");
@@ -347,7 +352,8 @@ int RunRebuild(const RebuildArgs& args) {
     fs::permissions(staging.path(), fs::perms(0755), ec);
     const fs::path shownDir = outIsVideoTs ? out : out / "VIDEO_TS";
     fs::path videoTs = outIsVideoTs ? staging.path() : staging / "VIDEO_TS";
-    if (!outIsVideoTs) fs::create_directory(videoTs);
+    if (!outIsVideoTs && !fs::create_directory(videoTs, ec) && ec)
+        throw ToolError("cannot write " + shownDir.string() + ": " + ec.message());
     for (auto& e : fs::directory_iterator(in))
         if (e.is_regular_file() && IsVob(e.path()))
             LinkOrCopy(e.path(), videoTs / e.path().filename(), args.copyVobs,
@@ -365,15 +371,15 @@ int RunRebuild(const RebuildArgs& args) {
         IfoKind kind = KindOfIfo(ifo);
         PrivateDir work(PrivateDir::InMemory{});
         fs::path copy = work / name;
-        CopyFileTo(ifo, copy);
         fs::path ini = work / "src.ini";
         fs::path built = work / "out.ifo";
         LibraryIoWatch watch;
         try {
+            CopyFileTo(ifo, copy);
             DisasmIfo(copy, ini, SideFiles::None, args.libraryRules);
-            CheckLibraryIo(watch, ini);
-            CheckSourceWritten(ini, ini);
-            if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs);
+            CheckLibraryIo(watch, shownDir / name);
+            CheckSourceWritten(ini, shownDir / name);
+            if (args.placeholderVobs) CreatePlaceholderVobs(ini, kind, name, videoTs, shownDir);
             bool absolute = args.absolute && kind == IfoKind::Vts;
             AsmOutcome outcome =
                 AsmIfo(ini, built, videoTs, name, absolute, args.lenient, args.libraryRules);

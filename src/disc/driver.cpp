@@ -340,15 +340,21 @@ void AsmVts(const std::string& ini, const std::vector<std::string>& sections,
             std::ifstream in(stem + kVtsmAdmapBinSuffix, std::ios::binary);
             counted.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
         }
-        std::string plain = stem + " vtsm_vobu_admap.plain";
+        // A scratch file beside the source, checked and removed again.
+        struct Scratch {
+            std::string path;
+            ~Scratch() { std::remove(path.c_str()); }
+        } plain{stem + " vtsm_vobu_admap.plain"};
         {
-            std::ofstream o(plain, std::ios::binary | std::ios::trunc);
+            std::ofstream o(plain.path, std::ios::binary | std::ios::trunc);
             if (counted.size() > 4)
                 o.write(reinterpret_cast<const char*>(counted.data() + 4),
                         std::streamsize(counted.size() - 4));
+            o.close();
+            if (!o) throw Failure{plain.path + ": " + std::strerror(errno)};
         }
         CKestro_VTSM_ADMAP* t = mat.NewVTSM_VOBU_ADMAP();
-        Require(t->AsmBinary(ini.c_str(), plain.c_str()), "VTSM_VOBU_ADMAP", ErrorOf(*t));
+        Require(t->AsmBinary(ini.c_str(), plain.path.c_str()), "VTSM_VOBU_ADMAP", ErrorOf(*t));
         outcome.tables.push_back("VTSM_VOBU_ADMAP");
     }
     if (HasSection(sections, "vts_c_adt")) AsmPlain(mat.NewVTS_C_ADT(), ini, "VTS_C_ADT", outcome);
