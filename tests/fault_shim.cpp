@@ -74,6 +74,15 @@ F Next(const char* name) {
     return reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
 }
 
+// A sync of a subject file fails when asked to; others go to `real`.
+int Sync(int (*real)(int), int fd) {
+    if (g_failSync && Subject(fd)) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd);
+}
+
 }  // namespace
 
 extern "C" {
@@ -121,20 +130,12 @@ ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
 
 int fsync(int fd) {
     static auto real = Next<int (*)(int)>("fsync");
-    if (g_failSync && Subject(fd)) {
-        errno = EIO;
-        return -1;
-    }
-    return real(fd);
+    return Sync(real, fd);
 }
 
 int fdatasync(int fd) {
     static auto real = Next<int (*)(int)>("fdatasync");
-    if (g_failSync && Subject(fd)) {
-        errno = EIO;
-        return -1;
-    }
-    return real(fd);
+    return Sync(real, fd);
 }
 
 }  // extern "C"

@@ -43,6 +43,21 @@ uint64_t SizeFromHeader(const std::vector<uint8_t>& file, uint32_t sector, size_
 }
 
 // The model's problems: tables cut short or lying outside the file.
+// An IFO file is whole sectors, as many as its last-sector field
+// (`field` of `table`) gives: fewer bytes cut a table off, more are unusual.
+void CheckIfoSize(Findings& f, uint64_t size, uint64_t sectors, const char* table, const char* field) {
+    if (size % kSectorBytes)
+        f.Warning("file.size", "", 0, "", Num(size) + " bytes, not whole sectors",
+                  "a multiple of 2048 bytes");
+    if (size == sectors * kSectorBytes) return;
+    const std::string what = "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes";
+    const std::string expected = Num(sectors * kSectorBytes) + " bytes";
+    if (size < sectors * kSectorBytes)
+        f.Error("file.size", table, 0, field, what, expected);
+    else
+        f.Warning("file.size", table, 0, field, what, expected);
+}
+
 void ReportProblems(Findings& f, const std::vector<std::string>& problems) {
     for (const std::string& p : problems) {
         const size_t colon = p.find(": ");
@@ -141,19 +156,8 @@ void Checker::CheckVmgFile(VmgData& vmg) {
     }
     const disc::VideoManager& m = vmg.model;
     ReportProblems(f_, m.problems);
-    const uint64_t size = vmg.image->bytes.size();
     const uint64_t sectors = uint64_t(m.vmgiEndSector) + 1;
-    if (size % kSectorBytes)
-        f_.Warning("file.size", "", 0, "", Num(size) + " bytes, not whole sectors",
-                   "a multiple of 2048 bytes");
-    if (size < sectors * kSectorBytes)
-        f_.Error("file.size", "VMGI_MAT", 0, "VMGI_EA",
-                 "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes",
-                 Num(sectors * kSectorBytes) + " bytes");
-    else if (size > sectors * kSectorBytes)
-        f_.Warning("file.size", "VMGI_MAT", 0, "VMGI_EA",
-                   "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes",
-                   Num(sectors * kSectorBytes) + " bytes");
+    CheckIfoSize(f_, vmg.image->bytes.size(), sectors, "VMGI_MAT", "VMGI_EA");
     if (uint64_t(m.vmgEndSector) + 1 < 2 * sectors)
         f_.Error("file.end-address", "VMGI_MAT", 0, "VMG_EA",
                  "sector " + Num(m.vmgEndSector) + " ends the video manager inside its IFO and BUP",
@@ -177,19 +181,8 @@ void Checker::CheckVtsFile(VtsData& vts) {
     }
     const disc::TitleSet& m = vts.model;
     ReportProblems(f_, m.problems);
-    const uint64_t size = vts.image->bytes.size();
     const uint64_t sectors = uint64_t(m.vtsiEndSector) + 1;
-    if (size % kSectorBytes)
-        f_.Warning("file.size", "", 0, "", Num(size) + " bytes, not whole sectors",
-                   "a multiple of 2048 bytes");
-    if (size < sectors * kSectorBytes)
-        f_.Error("file.size", "VTSI_MAT", 0, "VTSI_EA",
-                 "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes",
-                 Num(sectors * kSectorBytes) + " bytes");
-    else if (size > sectors * kSectorBytes)
-        f_.Warning("file.size", "VTSI_MAT", 0, "VTSI_EA",
-                   "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes",
-                   Num(sectors * kSectorBytes) + " bytes");
+    CheckIfoSize(f_, vts.image->bytes.size(), sectors, "VTSI_MAT", "VTSI_EA");
     CheckBackup(*vts.image, false);
     CheckVtsLayout(vts);
     CheckVtsVobs(vts);
