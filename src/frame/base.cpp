@@ -18,12 +18,12 @@ bool CBaseKestro::Write(int) { return false; }
 void CBaseKestro::Get(unsigned long*, unsigned long*) {}
 
 unsigned long CBaseKestro::OpenKestroFile(const char* path) {
-    m_hFile = kestro::FileOpen(path, 0x8002);
+    m_hFile = kestro::FileOpen(path, kestro::kOpenReadWrite);
     return static_cast<unsigned long>(static_cast<long>(m_hFile));
 }
 
 unsigned long CBaseKestro::CreateKestroFile(const char* path) {
-    return static_cast<unsigned long>(static_cast<long>(kestro::FileCreate(path, 0x180)));
+    return static_cast<unsigned long>(static_cast<long>(kestro::FileCreate(path, kestro::kCreateOwnerRW)));
 }
 
 void CBaseKestro::CloseKestroFile(unsigned long hFile) {

@@ -318,7 +318,11 @@ void Report::Sync() {
 bool Report::Text(const char* line) { return Append(line, std::strlen(line)); }
 
 bool Report::Append(const char* line, size_t n) {
-    if (!buf_ || len_ < 0 || used_ + n >= size_t(len_)) return false;
+    if (!ok_) return false;
+    if (!buf_ || len_ < 0 || used_ + n >= size_t(len_)) {
+        ok_ = false;
+        return false;
+    }
     std::memcpy(buf_ + used_, line, n);
     used_ += n;
     std::memcpy(buf_ + used_, "\r\n", 3);
@@ -336,6 +340,7 @@ bool Report::LineEnd(char* start, char* end, const char* aside) {
 }
 
 bool Report::Line(const char* fmt, ...) {
+    if (!ok_) return false;
     // A NUL formatted into a line (a %c of a zero byte) ends the line there.
     char aside[kLine];
     char* const start = LineStart(aside);
@@ -351,7 +356,7 @@ void Report::End() {
     // The closing line end takes no room test, but it must stay inside the
     // three bytes of headroom callers give beyond len: after a last line
     // that used the headroom it is left out.
-    if (!buf_ || len_ < 0 || used_ > size_t(len_)) return;
+    if (!ok_ || !buf_ || len_ < 0 || used_ > size_t(len_)) return;
     std::memcpy(buf_ + used_, "\r\n", 3);
     used_ += 2;
 }

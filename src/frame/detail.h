@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,17 @@ inline uint32_t GetBE32(const uint8_t* p) {
 inline void PutBE16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v >> 8); p[1] = uint8_t(v); }
 inline void PutBE32(uint8_t* p, uint32_t v) {
     p[0] = uint8_t(v >> 24); p[1] = uint8_t(v >> 16); p[2] = uint8_t(v >> 8); p[3] = uint8_t(v);
+}
+// A few fields are stored least significant byte first: the parental ID
+// field of a title search pointer, the VOBU map's entry count as the
+// library keeps it, the command-table header once the codec has swapped it.
+inline uint16_t GetLE16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8)); }
+inline uint32_t GetLE32(const uint8_t* p) {
+    return p[0] | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
+}
+inline void PutLE16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); }
+inline void PutLE32(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); p[2] = uint8_t(v >> 16); p[3] = uint8_t(v >> 24);
 }
 // Swaps the two bytes of a 16-bit word in place (the command-table header
 // is turned into little-endian words this way by the PGC report and source).
@@ -50,6 +62,7 @@ public:
         return (uint32_t(U8(off)) << 24) | (uint32_t(U8(off + 1)) << 16) |
                (uint32_t(U8(off + 2)) << 8) | U8(off + 3);
     }
+    uint16_t LE16(size_t off) const { return uint16_t(U8(off) | (U8(off + 1) << 8)); }
     // Copies n bytes from off into out, zero-filling what lies beyond the end.
     void Copy(size_t off, uint8_t* out, size_t n) const {
         for (size_t i = 0; i < n; ++i) out[i] = U8(off + i);
@@ -64,13 +77,43 @@ private:
     size_t size_ = 0;
 };
 
-// The entries of `entrySize` bytes a read-back body really holds, at most
-// the table's count: a damaged count cannot make a report or source list
-// tens of thousands of entries read as zeros past the body. A well-formed
-// table's body holds its whole count.
+// The entries of `entrySize` bytes that `bytes` bytes really hold (a last
+// partial entry counts: its missing bytes read as zeros), at most `count`.
+// Every count taken from a file goes through here before a loop walks it: a
+// damaged count cannot make a report or source list tens of thousands of
+// entries read as zeros past the body. A well-formed table holds its count.
+inline size_t HeldEntries(size_t count, size_t bytes, size_t entrySize) {
+    const size_t held = (bytes + entrySize - 1) / entrySize;
+    return held < count ? held : count;
+}
 inline int HeldEntries(const LoadedTable& t, size_t entrySize) {
-    size_t held = (t.body.size() + entrySize - 1) / entrySize;
-    return int(held < t.count ? held : t.count);
+    return int(HeldEntries(t.count, t.body.size(), entrySize));
+}
+
+// A loaded table's body, read back from its file for one Details or Disasm
+// call and released when the scope ends, on every path out of it.
+class BodyScope {
+public:
+    explicit BodyScope(LoadedTable& t) : t_(t) { t_.ReadBody(); }
+    ~BodyScope() { t_.FreeBody(); }
+    BodyScope(const BodyScope&) = delete;
+    BodyScope& operator=(const BodyScope&) = delete;
+
+    ByteView View() const { return ByteView(t_.body); }
+    // Entries of entrySize bytes the body holds, at most the table's count.
+    int Held(size_t entrySize) const { return HeldEntries(t_, entrySize); }
+
+private:
+    LoadedTable& t_;
+};
+
+// A sub-table object that its loader accepted, or null: an absent table
+// (start sector 0) or one its loader refused leaves no object behind.
+template <class T, class... Args>
+std::unique_ptr<T> LoadedOrNull(Args... args) {
+    auto t = std::make_unique<T>();
+    if (!t->Load(args...)) t.reset();
+    return t;
 }
 
 // ---- Sectors -----------------------------------------------------------------
@@ -82,6 +125,21 @@ inline unsigned long SectorsFor(unsigned long bytes) {
 // Writes zero bytes from the file's current position up to the next absolute
 // 2048-byte boundary (nothing when already on one).
 void PadToSector(int hFile);
+// Writes n bytes at the file's current position, then pads to the next
+// sector boundary: how every table ends its written form.
+void WriteSectorPadded(int hFile, const void* data, size_t n);
+inline void WriteSectorPadded(int hFile, const std::vector<uint8_t>& bytes) {
+    WriteSectorPadded(hFile, bytes.data(), bytes.size());
+}
+
+// ---- File-open modes -------------------------------------------------------------
+// The flag words FileOpen and FileCreate take (binary read, binary
+// read-write, plain read-write; a new file readable and writable by its
+// owner).
+constexpr unsigned kOpenRead = 0x8000;
+constexpr unsigned kOpenReadWrite = 0x8002;
+constexpr unsigned kOpenTextReadWrite = 0x0002;
+constexpr unsigned kCreateOwnerRW = 0x180;
 
 // ---- Formatting ----------------------------------------------------------------
 // printf into a fixed buffer, always terminated, never overrunning.
@@ -102,9 +160,17 @@ char* PutDecimal(char* out, int value);
 // counted, so callers give buf three bytes of headroom beyond len. The
 // length of buf is measured once and then tracked, so long reports stay
 // linear.
+//
+// The report keeps its first refusal: once a line did not fit, ok() is false
+// and every later append (lines, the closing line end) does nothing, so a
+// Details writes its lines one after another and ends with `return r.ok();`.
+// Code that must not run once the buffer is full (a nested PGC report written
+// at Cursor(), an error text) checks ok() first.
 class Report {
 public:
     Report(char* buf, int len);
+    // False once a line did not fit (or when there is no buffer at all).
+    bool ok() const { return ok_; }
     // Formats and appends one line; false when it does not fit.
     bool Line(const char* fmt, ...)
 #if defined(__GNUC__)
@@ -116,6 +182,7 @@ public:
     template <size_t H, size_t M>
     bool Numbers(const char (&head)[H], int a, const char (&mid)[M], int b) {
         static_assert(H + M + 2 * 11 < kLine, "a line is at most 511 characters");
+        if (!ok_) return false;
         char aside[kLine];
         char* const start = LineStart(aside);
         char* at = start;
@@ -128,7 +195,8 @@ public:
     // Appends a text that is already formatted, under the same rule.
     bool Text(const char* line);
     // Appends "\r\n" without the room test (the closing line end), as long
-    // as it stays within the caller's three bytes of headroom.
+    // as it stays within the caller's three bytes of headroom and no line
+    // was refused.
     void End();
     // Re-measures buf after someone else appended to it.
     void Sync();
@@ -167,6 +235,7 @@ private:
     char* buf_;
     int len_;
     size_t used_;
+    bool ok_ = true;
     size_t handed_ = 0;
     const ReportStream* stream_;
 };

@@ -238,7 +238,7 @@ void SetFileCreationTrace(bool enabled, const char* traceFilePath) {
 
 void TraceFileCreation(const char* path) {
     if (!g_traceEnabled) return;
-    int h = FileOpen(g_traceFilePath.c_str(), 0x8002);
+    int h = FileOpen(g_traceFilePath.c_str(), kOpenReadWrite);
     if (h == -1) return;
     FileSeek(h, FileSize(h), 0);
     char line[512];
@@ -253,6 +253,11 @@ void PadToSector(int hFile) {
     if (p == 0xFFFFFFFFul) return;
     unsigned long rest = p % kSector;
     if (rest) FileWrite(hFile, zeros, kSector - rest);
+}
+
+void WriteSectorPadded(int hFile, const void* data, size_t n) {
+    if (n) FileWrite(hFile, data, static_cast<unsigned long>(n));
+    PadToSector(hFile);
 }
 
 }  // namespace kestro

@@ -38,10 +38,6 @@ void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
     into.resize(got);
 }
 
-void PutLE32(uint8_t* p, uint32_t v) {
-    p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); p[2] = uint8_t(v >> 16); p[3] = uint8_t(v >> 24);
-}
-
 }  // namespace
 
 CKestroVobuAddressMap::CKestroVobuAddressMap(const VobuMapKind& kind)
