@@ -3,7 +3,7 @@
 # fresh Debian machine. Safe to run again.
 set -euo pipefail
 pkgs=(cmake g++ make googletest libgtest-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev
-      jq clang libclang-rt-dev pkg-config dvdauthor lsdvd ffmpeg)
+      jq clang clang-format libclang-rt-dev pkg-config dvdauthor lsdvd ffmpeg)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
