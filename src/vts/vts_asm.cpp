@@ -25,12 +25,6 @@ void Store(Table& mat, size_t offset, const uint8_t* bytes, size_t n) {
     for (size_t i = 0; i < n && offset + i < mat.size(); ++i) mat[offset + i] = bytes[i];
 }
 
-void StoreBE32(Table& mat, size_t offset, uint32_t v) {
-    uint8_t b[4];
-    PutBE32(b, v);
-    Store(mat, offset, b, 4);
-}
-
 // The folder part of a path (up to and including its last '/' or '\'),
 // empty when there is none, and the file name after it.
 size_t NameStart(const std::string& path) {
@@ -47,8 +41,8 @@ bool StoreField(Table& mat, const Field& f, int k, const char* value) {
             if (std::strncmp(value, kVtsId, kIdSize) != 0) return false;
             std::memcpy(mat.data(), value, kIdSize);
             break;
-        case Form::Decimal32: StoreBE32(mat, f.offset, uint32_t(std::atoi(value))); break;
-        case Form::Hex32: StoreBE32(mat, f.offset, uint32_t(axtoi(value))); break;
+        case Form::Decimal32: PutBE32(&mat[f.offset], uint32_t(std::atoi(value))); break;
+        case Form::Hex32: PutBE32(&mat[f.offset], uint32_t(axtoi(value))); break;
         case Form::Version: {
             // The second character is cut off: the major number is the
             // first character alone, the minor number the rest.
@@ -81,8 +75,7 @@ bool CKestro_VTS_MAT::ReadSource(const char* iniPath, bool absolute) {
     Source src(iniPath, kSection);
     for (const Field& f : kFields) {
         if (f.absoluteOnly && !absolute) continue;
-        const int n = f.form != Form::Run ? 1 : f.countAt ? m_mat[f.countAt] : f.fixedCount;
-        for (int k = 1; k <= n; ++k) {
+        for (int k = 1, n = Statements(f, m_mat.data()); k <= n; ++k) {
             if (!src.Read(f.form == Form::Run ? src.Key(f.key, k) : src.Key("%s", f.key))) {
                 const char* irregular = absolute && f.missingAbsolute ? f.missingAbsolute
                                                                       : f.missing;
@@ -120,12 +113,12 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
     for (size_t i = 0; i < kTableCount; ++i) {
         unsigned long sectors = 0, bytes = 0;
         if (tables[i]) tables[i]->Get(&sectors, &bytes);
-        StoreBE32(m_mat, kPttSrptSa + 4 * i, sectors ? next : 0);
+        PutBE32(&m_mat[kPttSrptSa + 4 * i], sectors ? next : 0);
         next += uint32_t(sectors);
     }
     const uint32_t vtsiEa = next - 1;
-    StoreBE32(m_mat, kVtsiMatEa, 2047);
-    StoreBE32(m_mat, kVtsiEa, vtsiEa);
+    PutBE32(&m_mat[kVtsiMatEa], 2047);
+    PutBE32(&m_mat[kVtsiEa], vtsiEa);
 
     // The VOB files beside the IFO file.
     const std::string folder = ifo.substr(0, nameAt);
@@ -150,13 +143,13 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
     Format(name, sizeof name, "vts_%02d_0.vob", titleSet);
     std::string vob = folder + name;
     if (FileExists(vob.c_str(), 0) == 0) {
-        StoreBE32(m_mat, kVtsmVobsSa, vtsiEa + 1);
+        PutBE32(&m_mat[kVtsmVobsSa], vtsiEa + 1);
         uint32_t size = 0;
         if (!measure(vob, &size)) return false;
         menuSectors = size / kSector;
     }
     const uint32_t titleStart = vtsiEa + 1 + menuSectors;
-    StoreBE32(m_mat, kVtsttVobsSa, titleStart);
+    PutBE32(&m_mat[kVtsttVobsSa], titleStart);
 
     // Title VOBs 1 to 9, up to the first one missing. The total is a 32-bit
     // count and wraps above 4 GiB.
@@ -178,7 +171,7 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
         return false;
     }
     // With the backup IFO after the title VOBs this is the set's last sector.
-    StoreBE32(m_mat, kVtsEa, vtsiEa + titleStart + titleBytes / kSector);
+    PutBE32(&m_mat[kVtsEa], vtsiEa + titleStart + titleBytes / kSector);
 
     FileWrite(hFile, m_mat.data(), m_mat.size());
     for (CBaseKestro* t : tables)

@@ -25,15 +25,11 @@ std::string HexRun(const ByteView& mat, size_t offset, size_t n) {
     return s;
 }
 
-// A run's entries: the count its count byte gives, or its fixed number.
-int RunCount(const ByteView& mat, const Field& f) {
-    return f.countAt ? mat.U8(f.countAt) : f.fixedCount;
-}
-
 // The text of a field (of a run, entry k) as the report and the source show
 // it; the 32-bit fields are read as held.
-std::string FieldText(const ByteView& mat, const Field& f, bool report, int k = 1) {
-    char text[32];
+std::string FieldText(const ByteView& mat, const Field& f, bool report, int k) {
+    char text[32] = {};
+    const uint32_t held = f.size == 4 ? GetLE32(mat.data() + f.offset) : 0;  // 32-bit fields
     switch (f.form) {
         case Form::Id: {
             // The identifier has no terminator: in the report it runs on into
@@ -45,17 +41,26 @@ std::string FieldText(const ByteView& mat, const Field& f, bool report, int k = 
             const void* end = std::memchr(id, 0, n);
             return std::string(id, end ? size_t(static_cast<const char*>(end) - id) : n);
         }
-        case Form::Decimal32: Format(text, sizeof text, "%d", int(GetLE32(mat.data() + f.offset))); break;
-        case Form::Hex32: Format(text, sizeof text, "%08x", GetLE32(mat.data() + f.offset)); break;
-        case Form::Version:
-            Format(text, sizeof text, "%d.%d", mat.U8(f.offset + 1) >> 4, mat.U8(f.offset + 1) & 15);
+        case Form::Decimal32: Format(text, sizeof text, "%d", int(held)); break;
+        case Form::Hex32: Format(text, sizeof text, "%08x", unsigned(held)); break;
+        case Form::Version: {
+            const uint8_t v = mat.U8(f.offset + 1);  // major << 4 | minor
+            Format(text, sizeof text, "%d.%d", v >> 4, v & 15);
             break;
+        }
         case Form::Count: Format(text, sizeof text, "%d", mat.U8(f.offset)); break;
         case Form::HexBytes:
         case Form::MenuVideo: return HexRun(mat, f.offset, f.size);
         case Form::Run: return HexRun(mat, f.offset + f.size * size_t(k - 1), f.size);
     }
     return text;
+}
+
+// A fresh object in a sub-table slot, releasing the one held before.
+template <class T>
+T* Fresh(std::unique_ptr<T>& slot) {
+    slot = std::make_unique<T>();
+    return slot.get();
 }
 
 }  // namespace
@@ -82,43 +87,18 @@ unsigned long CKestro_VTS_MAT::GetVTSM_PGCIT_SA() const { return Held32(kVtsmPgc
 
 // ---- Sub-table access ----------------------------------------------------------
 
-CKestro_PTT_SRPT* CKestro_VTS_MAT::NewVTS_PTT_SRPT() {
-    m_ptt = std::make_unique<CKestro_PTT_SRPT>();
-    return m_ptt.get();
-}
-CKestro_VTS_PGCIT* CKestro_VTS_MAT::NewVTS_PGCIT() {
-    m_pgcit = std::make_unique<CKestro_VTS_PGCIT>();
-    return m_pgcit.get();
-}
+CKestro_PTT_SRPT* CKestro_VTS_MAT::NewVTS_PTT_SRPT() { return Fresh(m_ptt); }
+CKestro_VTS_PGCIT* CKestro_VTS_MAT::NewVTS_PGCIT() { return Fresh(m_pgcit); }
 CKestro_VTSM_PGCI* CKestro_VTS_MAT::NewVTSM_PGCI_UT() {
     m_lu.reset();  // the language units describe the table being replaced
-    m_pgciUt = std::make_unique<CKestro_VTSM_PGCI>();
-    return m_pgciUt.get();
+    return Fresh(m_pgciUt);
 }
-CKestro_VTSM_LU* CKestro_VTS_MAT::NewVTSM_LU() {
-    m_lu = std::make_unique<CKestro_VTSM_LU>();
-    return m_lu.get();
-}
-CKestro_VTS_TMAP* CKestro_VTS_MAT::NewVTS_TMAPT() {
-    m_tmap = std::make_unique<CKestro_VTS_TMAP>();
-    return m_tmap.get();
-}
-CKestro_VTSM_CADT* CKestro_VTS_MAT::NewVTSM_C_ADT() {
-    m_vtsmCadt = std::make_unique<CKestro_VTSM_CADT>();
-    return m_vtsmCadt.get();
-}
-CKestro_VTSM_ADMAP* CKestro_VTS_MAT::NewVTSM_VOBU_ADMAP() {
-    m_vtsmAdmap = std::make_unique<CKestro_VTSM_ADMAP>();
-    return m_vtsmAdmap.get();
-}
-CKestro_VTS_CADT* CKestro_VTS_MAT::NewVTS_C_ADT() {
-    m_vtsCadt = std::make_unique<CKestro_VTS_CADT>();
-    return m_vtsCadt.get();
-}
-CKestro_VTS_ADMAP* CKestro_VTS_MAT::NewVTS_VOBU_ADMAP() {
-    m_vtsAdmap = std::make_unique<CKestro_VTS_ADMAP>();
-    return m_vtsAdmap.get();
-}
+CKestro_VTSM_LU* CKestro_VTS_MAT::NewVTSM_LU() { return Fresh(m_lu); }
+CKestro_VTS_TMAP* CKestro_VTS_MAT::NewVTS_TMAPT() { return Fresh(m_tmap); }
+CKestro_VTSM_CADT* CKestro_VTS_MAT::NewVTSM_C_ADT() { return Fresh(m_vtsmCadt); }
+CKestro_VTSM_ADMAP* CKestro_VTS_MAT::NewVTSM_VOBU_ADMAP() { return Fresh(m_vtsmAdmap); }
+CKestro_VTS_CADT* CKestro_VTS_MAT::NewVTS_C_ADT() { return Fresh(m_vtsCadt); }
+CKestro_VTS_ADMAP* CKestro_VTS_MAT::NewVTS_VOBU_ADMAP() { return Fresh(m_vtsAdmap); }
 
 void CKestro_VTS_MAT::DeleteVTS_PTT_SRPT() { m_ptt.reset(); }
 void CKestro_VTS_MAT::DeleteVTS_PGCIT() { m_pgcit.reset(); }
@@ -160,10 +140,13 @@ bool CKestro_VTS_MAT::Details(char* buf, int len) {
     const ByteView mat(m_mat.data(), m_mat.size());
     Report r(buf, len);
     for (const Field& f : kFields) {
-        if (!f.report) continue;
-        if (f.form != Form::Run) r.Line(f.report, FieldText(mat, f, true).c_str());
-        for (int k = 1, n = f.form == Form::Run ? RunCount(mat, f) : 0; r.ok() && k <= n; ++k)
-            r.Line(f.report, k, FieldText(mat, f, true, k).c_str());
+        for (int k = 1, n = Statements(f, m_mat.data()); f.report && r.ok() && k <= n; ++k) {
+            const std::string text = FieldText(mat, f, true, k);
+            if (f.form == Form::Run)
+                r.Line(f.report, k, text.c_str());
+            else
+                r.Line(f.report, text.c_str());
+        }
     }
     return r.ok();
 }
@@ -172,11 +155,10 @@ bool CKestro_VTS_MAT::Disasm(const char* iniPath) {
     FileDelete(iniPath);  // the management table starts a fresh source file
     const ByteView mat(m_mat.data(), m_mat.size());
     Source src(iniPath, kSection);
-    for (const Field& f : kFields) {
-        if (f.form != Form::Run) src.WriteRaw(f.key, FieldText(mat, f, false).c_str());
-        for (int k = 1, n = f.form == Form::Run ? RunCount(mat, f) : 0; k <= n; ++k)
-            src.WriteRaw(src.Key(f.key, k), FieldText(mat, f, false, k).c_str());
-    }
+    for (const Field& f : kFields)
+        for (int k = 1, n = Statements(f, m_mat.data()); k <= n; ++k)
+            src.WriteRaw(f.form == Form::Run ? src.Key(f.key, k) : f.key,
+                         FieldText(mat, f, false, k).c_str());
     INIFlushFiles();
     return true;
 }

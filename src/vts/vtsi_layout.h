@@ -16,8 +16,6 @@ constexpr size_t kIdSize = 12;
 // Field offsets (all integers big-endian in the file).
 constexpr size_t kVtsEa = 12;        // last sector of the title set
 constexpr size_t kVtsiEa = 28;       // last sector of the IFO file
-constexpr size_t kVern = 32;         // byte 33: major << 4 | minor
-constexpr size_t kVtsCat = 34;
 constexpr size_t kVtsiMatEa = 128;   // 2047 when assembled
 constexpr size_t kVtsmVobsSa = 192;  // counted from the title set's first sector
 constexpr size_t kVtsttVobsSa = 196;
@@ -33,17 +31,6 @@ constexpr size_t kVtsmAdmapSa = 220;
 constexpr size_t kVtsCadtSa = 224;
 constexpr size_t kVtsAdmapSa = 228;
 constexpr size_t kTableCount = 8;
-constexpr size_t kVtsmVatr = 256;
-constexpr size_t kVtsmAstNs = 258;   // count in the low byte (259)
-constexpr size_t kVtsmAstAtr = 260;
-constexpr size_t kVtsmSpstNs = 340;  // count in 341
-constexpr size_t kVtsmSpstAtr = 342;
-constexpr size_t kVtsVatr = 512;
-constexpr size_t kVtsAstNs = 514;    // count in 515
-constexpr size_t kVtsAstAtrt = 516;  // 8 bytes per stream
-constexpr size_t kVtsSpstNs = 596;   // count in 597
-constexpr size_t kVtsSpstAtrt = 598; // 6 bytes per stream
-constexpr size_t kVtsMuAstAtrt = 792;  // 24 bytes per stream, 8 streams
 
 // How a field reads in the report and the source, and how the assembler
 // stores its statement.
@@ -74,49 +61,56 @@ struct Field {
     const char* missingAbsolute = nullptr;
 };
 
+// An address or start sector: decimal, 32 bits, written by Asm itself and
+// read from the source by AsmAbs only.
+constexpr Field Address(const char* key, const char* report, size_t offset) {
+    return {key, report, Form::Decimal32, offset, 4, /*absoluteOnly=*/true};
+}
+
 // Every field in report, source and reading order.
 constexpr Field kFields[] = {
-    {"vts_id", "VTS Identifier: %s", Form::Id, 0, kIdSize, false, 0, 0, "VTS ID is missing"},
-    {"vts_ea", "End address of VTS: %s", Form::Decimal32, kVtsEa, 4, true},
-    {"vtsi_ea", "End address of VTSI: %s", Form::Decimal32, kVtsiEa, 4, true},
-    {"vern", "Specification version number: %s", Form::Version, kVern, 2},
-    {"vts_cat", "VTS Category: %s", Form::Hex32, kVtsCat, 4},
-    {"vtsi_mat_ea", "End byte address of VTSI_MAT: %s", Form::Decimal32, kVtsiMatEa, 4, true},
-    {"vtsm_vobs_sa", "Start sector address of VTSM_VOBS: %s", Form::Decimal32, kVtsmVobsSa, 4,
-     true},
-    {"vtstt_vobs_sa", "Start sector address of VTSTT_VOBS: %s", Form::Decimal32, kVtsttVobsSa, 4,
-     true},
-    {"vts_ptt_srpt_sa", "Start sector address of VTS_PTT_SRPT: %s", Form::Decimal32, kPttSrptSa,
-     4, true},
-    {"vts_pgcit_sa", "Start sector address of VTS_PGCIT: %s", Form::Decimal32, kPgcitSa, 4, true},
-    {"vtsm_pgci_ut_sa", "Start sector address of VTSM_PGCI_UT: %s", Form::Decimal32,
-     kVtsmPgciUtSa, 4, true},
-    {"vts_tmapt_sa", "Start sector address of VTS_TMAPT: %s", Form::Decimal32, kTmaptSa, 4, true},
-    {"vtsm_c_adt_sa", "Start sector address of VTSM_C_ADT: %s", Form::Decimal32, kVtsmCadtSa, 4,
-     true},
-    {"vtsm_vobu_admap_sa", "Start sector address of VTSM_VOBU_ADMAP: %s", Form::Decimal32,
-     kVtsmAdmapSa, 4, true},
-    {"vts_c_adt_sa", "Start sector address of VTS_C_ADT: %s", Form::Decimal32, kVtsCadtSa, 4,
-     true},
-    {"vts_vobu_admap_sa", "Start sector address of VTS_VOBU_ADMAP: %s", Form::Decimal32,
-     kVtsAdmapSa, 4, true},
-    {"vtsm_v_atr", "Video attributes of VTSM_VOBS: %s", Form::MenuVideo, kVtsmVatr, 2},
-    {"vtsm_ast_ns", "Number of audio streams in VTSM_VOBS: %s", Form::Count, kVtsmAstNs + 1, 1},
-    {"vtsm_ast_atr", "VTSM Audio attributes: %s", Form::HexBytes, kVtsmAstAtr, 8},
-    {"vtsm_spst_ns", "Number of VTSM subpicture streams: %s", Form::Count, kVtsmSpstNs + 1, 1},
-    {"vtsm_spst_atr", "VTSM subpicture attributes: %s", Form::HexBytes, kVtsmSpstAtr, 6},
-    {"vts_v_atr", "Video attributes of VTSTT_VOBS: %s", Form::HexBytes, kVtsVatr, 2},
-    {"vts_ast_ns", "Number of audio streams in VTSTT_VOBS: %s", Form::Count, kVtsAstNs + 1, 1},
+    {"vts_id", "VTS Identifier: %s", Form::Id, 0, kIdSize, false, 0, 0,
+     /*missing=*/"VTS ID is missing"},
+    Address("vts_ea", "End address of VTS: %s", kVtsEa),
+    Address("vtsi_ea", "End address of VTSI: %s", kVtsiEa),
+    {"vern", "Specification version number: %s", Form::Version, 32, 2},
+    {"vts_cat", "VTS Category: %s", Form::Hex32, 34, 4},
+    Address("vtsi_mat_ea", "End byte address of VTSI_MAT: %s", kVtsiMatEa),
+    Address("vtsm_vobs_sa", "Start sector address of VTSM_VOBS: %s", kVtsmVobsSa),
+    Address("vtstt_vobs_sa", "Start sector address of VTSTT_VOBS: %s", kVtsttVobsSa),
+    Address("vts_ptt_srpt_sa", "Start sector address of VTS_PTT_SRPT: %s", kPttSrptSa),
+    Address("vts_pgcit_sa", "Start sector address of VTS_PGCIT: %s", kPgcitSa),
+    Address("vtsm_pgci_ut_sa", "Start sector address of VTSM_PGCI_UT: %s", kVtsmPgciUtSa),
+    Address("vts_tmapt_sa", "Start sector address of VTS_TMAPT: %s", kTmaptSa),
+    Address("vtsm_c_adt_sa", "Start sector address of VTSM_C_ADT: %s", kVtsmCadtSa),
+    Address("vtsm_vobu_admap_sa", "Start sector address of VTSM_VOBU_ADMAP: %s", kVtsmAdmapSa),
+    Address("vts_c_adt_sa", "Start sector address of VTS_C_ADT: %s", kVtsCadtSa),
+    Address("vts_vobu_admap_sa", "Start sector address of VTS_VOBU_ADMAP: %s", kVtsAdmapSa),
+    {"vtsm_v_atr", "Video attributes of VTSM_VOBS: %s", Form::MenuVideo, 256, 2},
+    // The stream counts are 16-bit fields (at 258, 340, 514, 596) read and
+    // written in their low byte.
+    {"vtsm_ast_ns", "Number of audio streams in VTSM_VOBS: %s", Form::Count, 259, 1},
+    {"vtsm_ast_atr", "VTSM Audio attributes: %s", Form::HexBytes, 260, 8},
+    {"vtsm_spst_ns", "Number of VTSM subpicture streams: %s", Form::Count, 341, 1},
+    {"vtsm_spst_atr", "VTSM subpicture attributes: %s", Form::HexBytes, 342, 6},
+    {"vts_v_atr", "Video attributes of VTSTT_VOBS: %s", Form::HexBytes, 512, 2},
+    {"vts_ast_ns", "Number of audio streams in VTSTT_VOBS: %s", Form::Count, 515, 1},
     // Counts above 8 run past the audio area (and above 190 past the table:
     // reported and written as zeros, dropped when assembled).
-    {"vts_ast_atrt%02d", "  Audio %d attributes: %s", Form::Run, kVtsAstAtrt, 8, false,
-     kVtsAstNs + 1},
-    {"vts_spst_ns", "Number of subpicture streams in VTSTT_VOBS: %s", Form::Count, kVtsSpstNs + 1,
-     1, false, 0, 0, nullptr, /*missingAbsolute=*/"vts_spst_ns"},
-    {"vts_spst_atrt%02d", "  Subpicture stream %d attributes: %s", Form::Run, kVtsSpstAtrt, 6,
-     false, kVtsSpstNs + 1},
-    {"vts_mu_ast_atrt%02d", nullptr, Form::Run, kVtsMuAstAtrt, 24, false, 0, 8},
+    {"vts_ast_atrt%02d", "  Audio %d attributes: %s", Form::Run, 516, 8, false, /*countAt=*/515},
+    {"vts_spst_ns", "Number of subpicture streams in VTSTT_VOBS: %s", Form::Count, 597, 1, false,
+     0, 0, nullptr, /*missingAbsolute=*/"vts_spst_ns"},
+    {"vts_spst_atrt%02d", "  Subpicture stream %d attributes: %s", Form::Run, 598, 6, false,
+     /*countAt=*/597},
+    // Multichannel audio attributes: not reported.
+    {"vts_mu_ast_atrt%02d", nullptr, Form::Run, 792, 24, false, 0, /*fixedCount=*/8},
 };
+
+// The statements (and report lines) a row stands for: one, or a run's count,
+// read from the table as it stands (a count statement comes before its run).
+inline int Statements(const Field& f, const uint8_t* mat) {
+    return f.form != Form::Run ? 1 : f.countAt ? mat[f.countAt] : f.fixedCount;
+}
 
 }  // namespace vtsi
 }  // namespace kestro
