@@ -150,7 +150,8 @@ private:
         std::vector<uint32_t> entries;  // host order, bit 31 = discontinuity
     };
     // The assembly shared by Asm and AsmToFile; readEntries fills the
-    // zeroed entries of map m from wherever that form keeps them.
+    // zeroed entries of map m from wherever that form keeps them, false when
+    // a statement is missing.
     template <class Entries>
     bool Assemble(const char* iniPath, Entries readEntries);
     void ReleaseMaps();

@@ -180,40 +180,34 @@ bool CKestro_VTS_TMAP::Assemble(const char* iniPath, Entries readEntries) {
     }
     PutBE16(m_header, n);
     src.SetSection(kSectionMaps);
+    // A missing statement leaves its message in the error text. A missing time
+    // unit or entry count ends the assembly with the maps read so far (and
+    // true); the entries after a missing entry statement stay zero.
+    auto missing = [&] { SetError("[%s] Statement missing in %s", src.LastKey(), kSectionMaps); };
     while (m_maps.size() < n) {
-        int m = int(m_maps.size()) + 1;
+        const int m = int(m_maps.size()) + 1;
         Map map;
-        if (!src.Read(src.Key("vts_tmap%02d_tmu", m))) {
-            SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-            return true;
-        }
+        if (!src.Read(src.Key("vts_tmap%02d_tmu", m))) break;
         map.timeUnit = uint8_t(src.Int());
-        if (!src.Read(src.Key("vts_tmap%02d_map_en_ns", m))) {
-            SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-            return true;
-        }
+        if (!src.Read(src.Key("vts_tmap%02d_map_en_ns", m))) break;
         map.entries.assign(uint16_t(src.Int()), 0);
-        readEntries(src, m, map.entries);
+        if (!readEntries(src, m, map.entries)) missing();
         m_maps.push_back(std::move(map));
     }
+    if (m_maps.size() < n) missing();
     return true;
 }
 
 bool CKestro_VTS_TMAP::Asm(const char* iniPath) {
     ReleaseMaps();
-    return Assemble(iniPath, [this](Source& src, int m, std::vector<uint32_t>& entries) {
+    return Assemble(iniPath, [](Source& src, int m, std::vector<uint32_t>& entries) {
         for (size_t j = 1; j <= entries.size(); ++j) {
-            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_discon", m, int(j)))) {
-                SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-                return;  // the rest of this map stays zero
-            }
+            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_discon", m, int(j)))) return false;
             bool discontinuity = src.Value()[0] == '1';
-            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_address", m, int(j)))) {
-                SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-                return;
-            }
+            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_address", m, int(j)))) return false;
             entries[j - 1] = uint32_t(src.Int()) | (discontinuity ? kDiscontinuity : 0);
         }
+        return true;
     });
 }
 
@@ -228,6 +222,7 @@ bool CKestro_VTS_TMAP::AsmToFile(const char* iniPath, const char* binPath) {
         le.assign(4 * entries.size(), 0);
         if (!le.empty()) FileRead(hBin, le.data(), le.size());
         for (size_t j = 0; j < entries.size(); ++j) entries[j] = GetLE32(&le[4 * j]);
+        return true;
     });
     FileClose(hBin);
     return ok;
