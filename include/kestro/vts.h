@@ -150,7 +150,8 @@ private:
         std::vector<uint32_t> entries;  // host order, bit 31 = discontinuity
     };
     // The assembly shared by Asm and AsmToFile; readEntries fills the
-    // zeroed entries of map m from wherever that form keeps them.
+    // zeroed entries of map m from wherever that form keeps them, false when
+    // a statement is missing.
     template <class Entries>
     bool Assemble(const char* iniPath, Entries readEntries);
     void ReleaseMaps();
@@ -252,18 +253,7 @@ public:
     unsigned long GetVTSM_PGCIT_SA() const;
 
 private:
-    unsigned long GetVTS_PTT_SRPT_SA() const;
-    unsigned long GetVTS_PGCIT_SA() const;
-    unsigned long GetVTS_TMAP_SA() const;
-    unsigned long GetVTSM_C_ADT_SA() const;
-    unsigned long GetVTSM_VOUB_ADMAP_SA() const;
-    unsigned long GetVTS_C_ADT_SA() const;
-    unsigned long GetVTS_VOUB_ADMAP_SA() const;
-    bool LoadVTSM_VOBS() const;
-    bool LoadVTSTT_VOBS() const;
     unsigned long Held32(size_t offset) const;
-
-    void WriteAsmVTSI_MAT(unsigned short hFile);
     bool ReadSource(const char* iniPath, bool absolute);
     bool Assemble(const char* iniPath, int hFile, const char* ifoPath, bool absolute);
     void DeleteSubTables();

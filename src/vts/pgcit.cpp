@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "frame/detail.h"
-#include "kestro/ini.h"
 #include "kestro/vts.h"
 
 using namespace kestro;
@@ -19,10 +18,11 @@ constexpr unsigned short kPgcIndent = 5;
 // and at least its 236-byte general information inside the body, so this is
 // the count for well-formed tables. A damaged count is cut here; without the
 // cut a small file could announce thousands of PGCs, and writing each one's
-// source flushes the whole source file.
-uint32_t VisiblePgcs(const LoadedTable& t) {
-    size_t room = t.body.size() / (8 + CKestro_PGCI::kGeneralInfoSize);
-    return t.count < room ? t.count : uint32_t(room);
+// source flushes the whole source file. Only whole PGCs count (unlike the
+// shared clamp: that keeps today's report of a damaged table).
+int VisiblePgcs(const LoadedTable& t) {
+    constexpr size_t kLeast = 8 + CKestro_PGCI::kGeneralInfoSize;
+    return int(HeldEntries(t.count, t.body.size() / kLeast * kLeast, kLeast));
 }
 
 // The codec works on a mutable buffer; an empty body still needs an address.
@@ -44,63 +44,55 @@ int CKestro_VTS_PGCIT::Load(int hFile, unsigned long startSector) {
 bool CKestro_VTS_PGCIT::Details(CKestro_PGCI* pgci, char* buf, int len) {
     CKestro_PGCI own;
     if (!pgci) pgci = &own;
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    Report out(buf, len);
-    bool ok = [&] {
-        if (!out.Line("Number of VTS_PGCI_SRP: %d", m_loaded.count)) return false;
-        if (!out.Line("End byte address of VTS_PGCI table: %d", int(m_loaded.endAddress)))
-            return false;
-        uint32_t n = VisiblePgcs(m_loaded);
-        for (uint32_t i = 0; i < n; ++i) {
-            uint32_t start = body.BE32(8 * size_t(i) + 4);
-            if (!out.Line("  VTS_PGC Category %d: %08x", int(i + 1), body.BE32(8 * size_t(i))))
-                return false;
-            if (!out.Line("  VTS_PGCI memory offset address %d: %d", int(i + 1), int(start)))
-                return false;
-            if (!out.Line("    Program Chain Information Table (PGCI) %d", int(i + 1)))
-                return false;
-            // The PGC report tests only its own characters against its room
-            // and may pass it by its indentation plus two characters; give it
-            // what is left of the buffer minus that and the " \r\n" below, so
-            // that every report that fits the buffer comes out unchanged and
-            // none can overrun it. A report that does not fit returns 0 and
-            // the next lines overwrite its partial text.
-            long room = long(len) - long(out.Used()) - (kPgcIndent + 2);
-            int wrote = pgci->DetailsOfPGCI(kPgcIndent, BodyData(m_loaded), start - 8,
-                                            out.Cursor(), room > 0 ? int(room) : 0,
-                                            m_loaded.body.size());
-            size_t at = out.Used() + size_t(wrote > 0 ? wrote : 0);
-            if (at + 3 > size_t(len) + 2) return false;  // not even the line break fits
-            std::memcpy(buf + at, " \r\n", 4);
-            out.Sync();
-        }
-        return true;
-    }();
-    m_loaded.FreeBody();
-    return ok;
+    BodyScope scope(m_loaded);
+    const ByteView body = scope.View();
+    Report r(buf, len);
+    r.Line("Number of VTS_PGCI_SRP: %d", m_loaded.count);
+    r.Line("End byte address of VTS_PGCI table: %d", int(m_loaded.endAddress));
+    const int n = VisiblePgcs(m_loaded);
+    for (int i = 0; r.ok() && i < n; ++i) {
+        const uint32_t start = body.BE32(8 * size_t(i) + 4);
+        r.Line("  VTS_PGC Category %d: %08x", i + 1, body.BE32(8 * size_t(i)));
+        r.Line("  VTS_PGCI memory offset address %d: %d", i + 1, int(start));
+        r.Line("    Program Chain Information Table (PGCI) %d", i + 1);
+        if (!r.ok()) break;
+        // The PGC report tests only its own characters against its room and
+        // may pass it by its indentation plus two characters; give it what
+        // is left of the buffer minus that and the " \r\n" below, so that
+        // every report that fits the buffer comes out unchanged and none can
+        // overrun it. A report that does not fit returns 0 and the next lines
+        // overwrite its partial text.
+        const long room = long(len) - long(r.Used()) - (kPgcIndent + 2);
+        const int wrote = pgci->DetailsOfPGCI(kPgcIndent, BodyData(m_loaded), start - 8,
+                                              r.Cursor(), room > 0 ? int(room) : 0,
+                                              m_loaded.body.size());
+        const size_t at = r.Used() + size_t(wrote > 0 ? wrote : 0);
+        if (at + 3 > size_t(len) + 2) return false;  // not even the line break fits
+        std::memcpy(buf + at, " \r\n", 4);
+        r.Sync();
+    }
+    return r.ok();
 }
 
 bool CKestro_VTS_PGCIT::Disasm(const char* iniFile, CKestro_PGCI* pgci) {
     CKestro_PGCI own;
     if (!pgci) pgci = &own;
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
+    BodyScope scope(m_loaded);
+    const ByteView body = scope.View();
     Source src(iniFile, kSection);
     src.Write("vts_pgci_srp_ns", "%d", m_loaded.count);
     src.Write("vts_pgcit_ea", "%d", int(m_loaded.endAddress));
-    uint32_t n = VisiblePgcs(m_loaded);
+    const int n = VisiblePgcs(m_loaded);
     char section[32];
     FlushBatch batch;  // the codec flushes per PGC: write the file once
-    for (uint32_t i = 0; i < n; ++i) {
-        uint32_t start = body.BE32(8 * size_t(i) + 4);
-        src.Write(src.Key("vts_pgc_cat%02d", int(i + 1)), "%08x", body.BE32(8 * size_t(i)));
-        src.Write(src.Key("vts_pgci_sa%02d", int(i + 1)), "%d", int(start));
-        Format(section, sizeof section, "vts_pgcit%02d", int(i + 1));
+    for (int i = 0; i < n; ++i) {
+        const uint32_t start = body.BE32(8 * size_t(i) + 4);
+        src.Write(src.Key("vts_pgc_cat%02d", i + 1), "%08x", body.BE32(8 * size_t(i)));
+        src.Write(src.Key("vts_pgci_sa%02d", i + 1), "%d", int(start));
+        Format(section, sizeof section, "vts_pgcit%02d", i + 1);
         pgci->DisasmPGCI(iniFile, BodyData(m_loaded), start - 8, kPgcPrefix, section,
                          m_loaded.body.size());
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }
@@ -168,8 +160,7 @@ bool CKestro_VTS_PGCIT::Write(int hFile) {
         start += uint32_t(m_images[i].size());
     }
     for (const auto& image : m_images) out.insert(out.end(), image.begin(), image.end());
-    FileWrite(hFile, out.data(), out.size());
+    WriteSectorPadded(hFile, out);
     ReleaseAssembled();
-    PadToSector(hFile);
     return true;
 }

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "frame/detail.h"
-#include "kestro/ini.h"
 #include "kestro/vts.h"
 
 using namespace kestro;
@@ -39,11 +38,11 @@ struct TtuRuns {
     size_t budget;
 };
 
-// Title units a loaded table can really describe: each needs a 4-byte start
-// address inside the body. Equal to the count for well-formed tables.
-uint32_t VisibleTtus(const LoadedTable& t) {
-    size_t room = t.body.size() / 4;
-    return t.count < room ? t.count : uint32_t(room);
+// Title units a loaded table can really describe: each needs a whole 4-byte
+// start address inside the body (a last partial one is not counted, unlike
+// the shared clamp: that keeps today's report of a damaged table).
+int VisibleTtus(const LoadedTable& t) {
+    return int(HeldEntries(t.count, t.body.size() / 4 * 4, 4));
 }
 
 }  // namespace
@@ -57,57 +56,45 @@ int CKestro_PTT_SRPT::Load(int hFile, unsigned long startSector) {
 }
 
 bool CKestro_PTT_SRPT::Details(char* buf, int len) {
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    Report out(buf, len);
-    bool ok = [&] {
-        if (!out.Line("Number of Title Unit Serch Pointers TTUs in the VTS: %d", m_loaded.count))
-            return false;
-        if (!out.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress)))
-            return false;
-        if (m_loaded.count == 0) {
-            SetError("  ERROR: vts_ttu_ns = 0");
-            return false;
-        }
-        uint32_t n = VisibleTtus(m_loaded);
-        for (uint32_t k = 0; k < n; ++k)
-            if (!out.Line("  Starting memory address of TTU %d: %d", int(k + 1),
-                          int(body.BE32(4 * size_t(k)))))
-                return false;
-        TtuRuns runs(body, n, m_loaded.endAddress);
-        for (uint32_t k = 0; k < n; ++k) {
-            if (!out.Line("PTT Number %d:", int(k + 1))) return false;
-            bool fits = true;
-            runs.ForEach(k, [&](uint32_t off) {
-                if (fits)
-                    fits = out.Line("    Program chain number (PGCN): %d Program number (PG): %d",
-                                    body.BE16(off), body.U8(off + 3));
-            });
-            if (!fits) return false;
-        }
-        return true;
-    }();
-    m_loaded.FreeBody();
-    return ok;
+    BodyScope scope(m_loaded);
+    const ByteView body = scope.View();
+    Report r(buf, len);
+    r.Line("Number of Title Unit Serch Pointers TTUs in the VTS: %d", m_loaded.count);
+    r.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress));
+    if (m_loaded.count == 0) {
+        if (r.ok()) SetError("  ERROR: vts_ttu_ns = 0");
+        return false;
+    }
+    const int n = VisibleTtus(m_loaded);
+    for (int k = 0; r.ok() && k < n; ++k)
+        r.Line("  Starting memory address of TTU %d: %d", k + 1, int(body.BE32(4 * size_t(k))));
+    TtuRuns runs(body, uint32_t(n), m_loaded.endAddress);
+    for (int k = 0; r.ok() && k < n; ++k) {
+        r.Line("PTT Number %d:", k + 1);
+        runs.ForEach(uint32_t(k), [&](uint32_t off) {
+            r.Line("    Program chain number (PGCN): %d Program number (PG): %d", body.BE16(off),
+                   body.U8(off + 3));
+        });
+    }
+    return r.ok();
 }
 
 bool CKestro_PTT_SRPT::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
+    BodyScope scope(m_loaded);
+    const ByteView body = scope.View();
     Source src(iniPath, kSection);
     src.Write("vts_ttu_ns", "%d", m_loaded.count);
     src.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
-    uint32_t n = VisibleTtus(m_loaded);
-    TtuRuns runs(body, n, m_loaded.endAddress);
+    const int n = VisibleTtus(m_loaded);
+    TtuRuns runs(body, uint32_t(n), m_loaded.endAddress);
     int j = 0;  // one running index over the entries of all TTUs
-    for (uint32_t k = 0; k < n; ++k) {
-        src.Write(src.Key("ttu_sa%02d", int(k + 1)), "%d", int(runs.bound[k] + 8));
-        runs.ForEach(k, [&](uint32_t off) {
-            src.Write(src.Key("%03dptt_srp", j++), "%03d %03d %03d", int(k + 1), body.BE16(off),
+    for (int k = 0; k < n; ++k) {
+        src.Write(src.Key("ttu_sa%02d", k + 1), "%d", int(runs.bound[size_t(k)] + 8));
+        runs.ForEach(uint32_t(k), [&](uint32_t off) {
+            src.Write(src.Key("%03dptt_srp", j++), "%03d %03d %03d", k + 1, body.BE16(off),
                       body.U8(off + 3));
         });
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }
@@ -174,8 +161,7 @@ bool CKestro_PTT_SRPT::Write(int hFile) {
         std::memcpy(p, e.data(), 4);
         p += 4;
     }
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
+    WriteSectorPadded(hFile, out);
     m_entries.clear();
     return false;  // the required result, also after a complete write
 }

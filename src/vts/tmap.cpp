@@ -5,7 +5,6 @@
 #include <string>
 
 #include "frame/detail.h"
-#include "kestro/ini.h"
 #include "kestro/vts.h"
 
 using namespace kestro;
@@ -36,9 +35,10 @@ struct LoadedMap {
 // that announces more (or points many maps at one) is cut at that budget.
 class MapWalk {
 public:
+    // Only whole 4-byte start addresses count (unlike the shared clamp: that
+    // keeps today's report of a damaged table).
     explicit MapWalk(const LoadedTable& t)
-        : body_(t.body),
-          maps_(t.count < t.body.size() / 4 ? t.count : uint32_t(t.body.size() / 4)),
+        : body_(t.body), maps_(uint32_t(HeldEntries(t.count, t.body.size() / 4 * 4, 4))),
           budget_(t.body.size() / 4) {}
     uint32_t Maps() const { return maps_; }
     const ByteView& Body() const { return body_; }
@@ -55,7 +55,6 @@ private:
     uint32_t maps_;
     size_t budget_;
 };
-
 
 }  // namespace
 
@@ -77,36 +76,26 @@ void CKestro_VTS_TMAP::SideFilePath(const char* iniPath, int map, char* out, int
 }
 
 bool CKestro_VTS_TMAP::Details(char* buf, int len) {
-    m_loaded.ReadBody();
+    BodyScope scope(m_loaded);
     MapWalk walk(m_loaded);
-    const ByteView& body = walk.Body();
-    Report out(buf, len);
-    bool ok = [&] {
-        if (!out.Line("Number of VTS_TMAPS: %d", m_loaded.count)) return false;
-        if (!out.Line("End byte address of VTS_TMAPT_EA table: %d", int(m_loaded.endAddress)))
-            return false;
-        for (uint32_t k = 0; k < walk.Maps(); ++k) {
-            LoadedMap m = walk.Map(k);
-            if (!out.Line("  Time map %d byte start address %d.", int(k + 1), int(m.start)))
-                return false;
-            if (!out.Line("  Time map %d contains %d entries using time unit of %d seconds.",
-                          int(k + 1), m.entries, m.timeUnit))
-                return false;
-            uint32_t e = walk.Take(m);
-            for (uint32_t j = 0; j < e; ++j) {
-                uint32_t v = m.Entry(body, j);
-                bool fits = (v & kDiscontinuity)
-                                ? out.Numbers("    Discontinuity Entry ", int(j + 1),
-                                              " at sector address ", int(v & ~kDiscontinuity))
-                                : out.Numbers("    Entry ", int(j + 1), " at sector address ",
-                                              int(v));
-                if (!fits) return false;
-            }
+    Report r(buf, len);
+    r.Line("Number of VTS_TMAPS: %d", m_loaded.count);
+    r.Line("End byte address of VTS_TMAPT_EA table: %d", int(m_loaded.endAddress));
+    for (uint32_t k = 0; r.ok() && k < walk.Maps(); ++k) {
+        const LoadedMap m = walk.Map(k);
+        r.Line("  Time map %d byte start address %d.", int(k + 1), int(m.start));
+        r.Line("  Time map %d contains %d entries using time unit of %d seconds.", int(k + 1),
+               m.entries, m.timeUnit);
+        for (uint32_t j = 0, e = walk.Take(m); r.ok() && j < e; ++j) {
+            const uint32_t v = m.Entry(walk.Body(), j);
+            if (v & kDiscontinuity)
+                r.Numbers("    Discontinuity Entry ", int(j + 1), " at sector address ",
+                          int(v & ~kDiscontinuity));
+            else
+                r.Numbers("    Entry ", int(j + 1), " at sector address ", int(v));
         }
-        return true;
-    }();
-    m_loaded.FreeBody();
-    return ok;
+    }
+    return r.ok();
 }
 
 namespace {
@@ -116,7 +105,7 @@ namespace {
 // the form keeps them.
 template <class Entries>
 void WriteSource(LoadedTable& loaded, const char* iniPath, Entries entries) {
-    loaded.ReadBody();
+    BodyScope scope(loaded);
     MapWalk walk(loaded);
     Source src(iniPath, kSectionTable);
     src.Write("vts_tmap_ns", "%d", loaded.count);
@@ -129,7 +118,6 @@ void WriteSource(LoadedTable& loaded, const char* iniPath, Entries entries) {
         src.Write(src.Key("vts_tmap%02d_map_en_ns", int(k)), "%d", m.entries);
         entries(src, k, m, walk);
     }
-    loaded.FreeBody();
     INIFlushFiles();
 }
 
@@ -153,10 +141,10 @@ bool CKestro_VTS_TMAP::Disasm(const char* iniPath) {
 }
 
 bool CKestro_VTS_TMAP::DisasmToFile(const char* iniPath, const char* binPath) {
-    int hBin = FileCreate(binPath, 0x180);
+    int hBin = FileCreate(binPath, kCreateOwnerRW);
     if (hBin != -1) {
         FileClose(hBin);
-        hBin = FileOpen(binPath, 2);
+        hBin = FileOpen(binPath, kOpenTextReadWrite);
     }
     if (hBin == -1) {
         SetError("Can not create input TMAP file [%s]. This file is required.",
@@ -168,10 +156,7 @@ bool CKestro_VTS_TMAP::DisasmToFile(const char* iniPath, const char* binPath) {
         src.Write(src.Key("vts_tmap%02d_file_offset", int(k)), "%d", int(FileTell(hBin)));
         uint32_t e = walk.Take(m);
         le.assign(4 * size_t(e), 0);
-        for (uint32_t j = 0; j < e; ++j) {
-            uint32_t v = m.Entry(walk.Body(), j);
-            for (int b = 0; b < 4; ++b) le[4 * size_t(j) + b] = uint8_t(v >> (8 * b));
-        }
+        for (uint32_t j = 0; j < e; ++j) PutLE32(&le[4 * size_t(j)], m.Entry(walk.Body(), j));
         if (!le.empty()) FileWrite(hBin, le.data(), le.size());
     });
     FileClose(hBin);
@@ -195,46 +180,40 @@ bool CKestro_VTS_TMAP::Assemble(const char* iniPath, Entries readEntries) {
     }
     PutBE16(m_header, n);
     src.SetSection(kSectionMaps);
+    // A missing statement leaves its message in the error text. A missing time
+    // unit or entry count ends the assembly with the maps read so far (and
+    // true); the entries after a missing entry statement stay zero.
+    auto missing = [&] { SetError("[%s] Statement missing in %s", src.LastKey(), kSectionMaps); };
     while (m_maps.size() < n) {
-        int m = int(m_maps.size()) + 1;
+        const int m = int(m_maps.size()) + 1;
         Map map;
-        if (!src.Read(src.Key("vts_tmap%02d_tmu", m))) {
-            SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-            return true;
-        }
+        if (!src.Read(src.Key("vts_tmap%02d_tmu", m))) break;
         map.timeUnit = uint8_t(src.Int());
-        if (!src.Read(src.Key("vts_tmap%02d_map_en_ns", m))) {
-            SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-            return true;
-        }
+        if (!src.Read(src.Key("vts_tmap%02d_map_en_ns", m))) break;
         map.entries.assign(uint16_t(src.Int()), 0);
-        readEntries(src, m, map.entries);
+        if (!readEntries(src, m, map.entries)) missing();
         m_maps.push_back(std::move(map));
     }
+    if (m_maps.size() < n) missing();
     return true;
 }
 
 bool CKestro_VTS_TMAP::Asm(const char* iniPath) {
     ReleaseMaps();
-    return Assemble(iniPath, [this](Source& src, int m, std::vector<uint32_t>& entries) {
+    return Assemble(iniPath, [](Source& src, int m, std::vector<uint32_t>& entries) {
         for (size_t j = 1; j <= entries.size(); ++j) {
-            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_discon", m, int(j)))) {
-                SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-                return;  // the rest of this map stays zero
-            }
+            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_discon", m, int(j)))) return false;
             bool discontinuity = src.Value()[0] == '1';
-            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_address", m, int(j)))) {
-                SetError("[%s] Statement missing in vts_tmapti", src.LastKey());
-                return;
-            }
+            if (!src.Read(src.Key("vts_tmap%02d_entry%02d_address", m, int(j)))) return false;
             entries[j - 1] = uint32_t(src.Int()) | (discontinuity ? kDiscontinuity : 0);
         }
+        return true;
     });
 }
 
 bool CKestro_VTS_TMAP::AsmToFile(const char* iniPath, const char* binPath) {
     ReleaseMaps();
-    int hBin = FileOpen(binPath, 2);
+    int hBin = FileOpen(binPath, kOpenTextReadWrite);
     if (hBin == -1) return false;
     // Entries come from the binary file strictly in sequence; a short file
     // leaves the rest zero.
@@ -242,9 +221,8 @@ bool CKestro_VTS_TMAP::AsmToFile(const char* iniPath, const char* binPath) {
     bool ok = Assemble(iniPath, [&](Source&, int, std::vector<uint32_t>& entries) {
         le.assign(4 * entries.size(), 0);
         if (!le.empty()) FileRead(hBin, le.data(), le.size());
-        for (size_t j = 0; j < entries.size(); ++j)
-            entries[j] = uint32_t(le[4 * j]) | uint32_t(le[4 * j + 1]) << 8 |
-                         uint32_t(le[4 * j + 2]) << 16 | uint32_t(le[4 * j + 3]) << 24;
+        for (size_t j = 0; j < entries.size(); ++j) entries[j] = GetLE32(&le[4 * j]);
+        return true;
     });
     FileClose(hBin);
     return ok;
@@ -288,8 +266,7 @@ bool CKestro_VTS_TMAP::Write(int hFile) {
             p += 4;
         }
     }
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
+    WriteSectorPadded(hFile, out);
     ReleaseMaps();
     return true;
 }

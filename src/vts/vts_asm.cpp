@@ -15,88 +15,14 @@ using namespace kestro::vtsi;
 
 namespace {
 
-enum class Reader { Both, AbsoluteOnly };
-
-enum class Form {
-    Decimal32,  // atoi, 32-bit big-endian
-    Hex32,      // axtoi, 32-bit big-endian
-    Version,    // "M.m": major from the first character, minor from the third on
-    MenuVideo,  // axtoi; byte 0 cleared, byte 1 the value's low byte
-    Count,      // atoi, low byte
-    HexBytes,   // two hexadecimal characters per byte, optional leading x
-    Run,        // numbered keys of `size` hexadecimal bytes each
-};
-
-struct Statement {
-    const char* key;  // for runs: the pattern of the numbered key
-    Reader reader;
-    Form form;
-    size_t offset;
-    size_t size;        // bytes of a HexBytes value, or of each run entry
-    size_t countAt;     // runs: the byte holding their count (0: fixed)
-    int fixedCount;     // runs without a count byte
-    const char* missing;          // message of Asm (runs: formatted with the key)
-    const char* missingAbsolute;  // message of AsmAbs
-};
-
-constexpr const char* kNumberedMissing = "[%s] Statement missing in vtsi_mat";
-
-// The statements before the ten start sectors, in reading order.
-constexpr Statement kHead[] = {
-    {"vts_ea", Reader::AbsoluteOnly, Form::Decimal32, kVtsEa, 4, 0, 0, nullptr,
-     "[vts_ea] Statement missing in vtsi_mat"},
-    {"vtsi_ea", Reader::AbsoluteOnly, Form::Decimal32, kVtsiEa, 4, 0, 0, nullptr,
-     "[vtsi_ea] Statement missing in vtsi_mat"},
-    {"vern", Reader::Both, Form::Version, kVern, 2, 0, 0, "[vern] Statement missing in vtsi_mat",
-     "[vern] Statement missing in vtsi_mat"},
-    {"vts_cat", Reader::Both, Form::Hex32, kVtsCat, 4, 0, 0,
-     "[vts_cat] Statement missing in vtsi_mat", "[vts_cat] Statement missing in vtsi_mat"},
-    {"vtsi_mat_ea", Reader::AbsoluteOnly, Form::Decimal32, kVtsiMatEa, 4, 0, 0, nullptr,
-     "[vtsi_mat_ea] Statement missing in vtsi_mat"},
-};
-
-// The statements after the ten start sectors, in reading order.
-constexpr Statement kAttributes[] = {
-    {"vtsm_v_atr", Reader::Both, Form::MenuVideo, kVtsmVatr, 2, 0, 0,
-     "[vtsm_v_atr] Statement missing in vtsi_mat", "[vtsm_v_atr] Statement missing in vtsi_mat"},
-    {"vtsm_ast_ns", Reader::Both, Form::Count, kVtsmAstNs + 1, 1, 0, 0,
-     "[vtsm_ast_ns] Statement missing in vtsi_mat", "[vtsm_ast_ns] Statement missing in vtsi_mat"},
-    {"vtsm_ast_atr", Reader::Both, Form::HexBytes, kVtsmAstAtr, 8, 0, 0,
-     "[vtsm_ast_atr] Statement missing in vtsi_mat",
-     "[vtsm_ast_atr] Statement missing in vtsi_mat"},
-    {"vtsm_spst_ns", Reader::Both, Form::Count, kVtsmSpstNs + 1, 1, 0, 0,
-     "[vtsm_spst_ns] Statement missing in vtsi_mat",
-     "[vtsm_spst_ns] Statement missing in vtsi_mat"},
-    {"vtsm_spst_atr", Reader::Both, Form::HexBytes, kVtsmSpstAtr, 6, 0, 0,
-     "[vtsm_spst_atr] Statement missing in vtsi_mat",
-     "[vtsm_spst_atr] Statement missing in vtsi_mat"},
-    {"vts_v_atr", Reader::Both, Form::HexBytes, kVtsVatr, 2, 0, 0,
-     "[vts_v_atr] Statement missing in vtsi_mat", "[vts_v_atr] Statement missing in vtsi_mat"},
-    {"vts_ast_ns", Reader::Both, Form::Count, kVtsAstNs + 1, 1, 0, 0,
-     "[vts_ast_ns] Statement missing in vtsi_mat", "[vts_ast_ns] Statement missing in vtsi_mat"},
-    {"vts_ast_atrt%02d", Reader::Both, Form::Run, kVtsAstAtrt, 8, kVtsAstNs + 1, 0,
-     kNumberedMissing, kNumberedMissing},
-    {"vts_spst_ns", Reader::Both, Form::Count, kVtsSpstNs + 1, 1, 0, 0,
-     "[vts_spst_ns] Statement missing in vtsi_mat", "vts_spst_ns"},
-    {"vts_spst_atrt%02d", Reader::Both, Form::Run, kVtsSpstAtrt, 6, kVtsSpstNs + 1, 0,
-     kNumberedMissing, kNumberedMissing},
-    {"vts_mu_ast_atrt%02d", Reader::Both, Form::Run, kVtsMuAstAtrt, 24, 0, kMultichannelStreams,
-     kNumberedMissing, kNumberedMissing},
-};
-
 constexpr unsigned long long kMaxTitleSetBytes = 8000000000ULL;
+
+using Table = std::array<uint8_t, CKestro_VTS_MAT::kTableSize>;
 
 // Stores bytes into the management table; whatever a count pushes past its
 // 2048 bytes is dropped.
-void Store(std::array<uint8_t, CKestro_VTS_MAT::kTableSize>& mat, size_t offset,
-           const uint8_t* bytes, size_t n) {
+void Store(Table& mat, size_t offset, const uint8_t* bytes, size_t n) {
     for (size_t i = 0; i < n && offset + i < mat.size(); ++i) mat[offset + i] = bytes[i];
-}
-
-void StoreBE32(std::array<uint8_t, CKestro_VTS_MAT::kTableSize>& mat, size_t offset, uint32_t v) {
-    uint8_t b[4];
-    PutBE32(b, v);
-    Store(mat, offset, b, 4);
 }
 
 // The folder part of a path (up to and including its last '/' or '\'),
@@ -106,84 +32,65 @@ size_t NameStart(const std::string& path) {
     return cut == std::string::npos ? 0 : cut + 1;
 }
 
+// Stores the value of field f (of a run, entry k) into the management table;
+// false, storing nothing, for an identifier other than DVDVIDEO-VTS.
+bool StoreField(Table& mat, const Field& f, int k, const char* value) {
+    uint8_t bytes[24];
+    switch (f.form) {
+        case Form::Id:
+            if (std::strncmp(value, kVtsId, kIdSize) != 0) return false;
+            std::memcpy(mat.data(), value, kIdSize);
+            break;
+        case Form::Decimal32: PutBE32(&mat[f.offset], uint32_t(std::atoi(value))); break;
+        case Form::Hex32: PutBE32(&mat[f.offset], uint32_t(axtoi(value))); break;
+        case Form::Version: {
+            // The second character is cut off: the major number is the
+            // first character alone, the minor number the rest.
+            char v[Source::kValueSize] = {};
+            Format(v, sizeof v, "%s", value);
+            v[1] = 0;
+            int major = std::atoi(v), minor = std::atoi(v + 2);
+            mat[f.offset + 1] = uint8_t(major * 16 + minor % 16);
+            break;
+        }
+        case Form::Count: mat[f.offset] = uint8_t(std::atoi(value)); break;
+        case Form::MenuVideo:
+            // Only the low byte of the whole number is kept.
+            mat[f.offset] = 0;
+            mat[f.offset + 1] = uint8_t(axtoi(value));
+            break;
+        case Form::HexBytes:
+        case Form::Run:
+            HexBytes(value, bytes, f.size);
+            Store(mat, f.offset + f.size * size_t(k - 1), bytes, f.size);
+            break;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool CKestro_VTS_MAT::ReadSource(const char* iniPath, bool absolute) {
     m_mat.fill(0);
     Source src(iniPath, kSection);
-
-    if (!src.Read("vts_id")) {
-        SetError("VTS ID is missing");
-        return false;
-    }
-    if (std::strncmp(src.Value(), kVtsId, kIdSize) != 0) {
-        SetError("[DVDVIDEO-VTS] missing Illegal VTS_ID field");
-        return false;
-    }
-    std::memcpy(m_mat.data(), src.Value(), kIdSize);
-
-    auto read = [&](const Statement& s) {
-        if (s.reader == Reader::AbsoluteOnly && !absolute) return true;
-        const char* missing = absolute ? s.missingAbsolute : s.missing;
-        if (s.form == Form::Run) {
-            int count = s.countAt ? m_mat[s.countAt] : s.fixedCount;
-            uint8_t bytes[24];
-            for (int k = 1; k <= count; ++k) {
-                if (!src.Read(src.Key(s.key, k))) {
-                    SetError(missing, src.LastKey());
-                    return false;
-                }
-                HexBytes(src.Value(), bytes, s.size);
-                Store(m_mat, s.offset + s.size * size_t(k - 1), bytes, s.size);
-            }
-            return true;
-        }
-        if (!src.Read(s.key)) {
-            SetError("%s", missing);
-            return false;
-        }
-        switch (s.form) {
-            case Form::Decimal32: StoreBE32(m_mat, s.offset, uint32_t(src.Int())); break;
-            case Form::Hex32: StoreBE32(m_mat, s.offset, uint32_t(axtoi(src.Value()))); break;
-            case Form::Version: {
-                // The second character is cut off: the major number is the
-                // first character alone, the minor number the rest.
-                char v[Source::kValueSize] = {};
-                Format(v, sizeof v, "%s", src.Value());
-                v[1] = 0;
-                int major = std::atoi(v), minor = std::atoi(v + 2);
-                m_mat[s.offset + 1] = uint8_t(major * 16 + minor % 16);
-                break;
-            }
-            case Form::MenuVideo:
-                // Only the low byte of the whole number is kept.
-                m_mat[s.offset] = 0;
-                m_mat[s.offset + 1] = uint8_t(axtoi(src.Value()));
-                break;
-            case Form::Count: m_mat[s.offset] = uint8_t(src.Int()); break;
-            case Form::HexBytes: {
-                uint8_t bytes[8];
-                HexBytes(src.Value(), bytes, s.size);
-                Store(m_mat, s.offset, bytes, s.size);
-                break;
-            }
-            case Form::Run: break;
-        }
-        return true;
-    };
-
-    for (const auto& s : kHead)
-        if (!read(s)) return false;
-    if (absolute)
-        for (const auto& sa : kStartSectors) {
-            if (!src.Read(sa.key)) {
-                SetError("%s", sa.missing);
+    for (const Field& f : kFields) {
+        if (f.absoluteOnly && !absolute) continue;
+        for (int k = 1, n = Statements(f, m_mat.data()); k <= n; ++k) {
+            if (!src.Read(f.form == Form::Run ? src.Key(f.key, k) : src.Key("%s", f.key))) {
+                const char* irregular = absolute && f.missingAbsolute ? f.missingAbsolute
+                                                                      : f.missing;
+                if (irregular)
+                    SetError("%s", irregular);
+                else
+                    SetError("[%s] Statement missing in %s", src.LastKey(), kSection);
                 return false;
             }
-            StoreBE32(m_mat, sa.offset, uint32_t(src.Int()));
+            if (!StoreField(m_mat, f, k, src.Value())) {
+                SetError("[DVDVIDEO-VTS] missing Illegal VTS_ID field");
+                return false;
+            }
         }
-    for (const auto& s : kAttributes)
-        if (!read(s)) return false;
+    }
     return true;
 }
 
@@ -206,18 +113,18 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
     for (size_t i = 0; i < kTableCount; ++i) {
         unsigned long sectors = 0, bytes = 0;
         if (tables[i]) tables[i]->Get(&sectors, &bytes);
-        StoreBE32(m_mat, kStartSectors[kFirstTableSa + i].offset, sectors ? next : 0);
+        PutBE32(&m_mat[kPttSrptSa + 4 * i], sectors ? next : 0);
         next += uint32_t(sectors);
     }
     const uint32_t vtsiEa = next - 1;
-    StoreBE32(m_mat, kVtsiMatEa, 2047);
-    StoreBE32(m_mat, kVtsiEa, vtsiEa);
+    PutBE32(&m_mat[kVtsiMatEa], 2047);
+    PutBE32(&m_mat[kVtsiEa], vtsiEa);
 
     // The VOB files beside the IFO file.
     const std::string folder = ifo.substr(0, nameAt);
     char name[32];
     auto measure = [&](const std::string& path, uint32_t* size) {
-        int h = FileOpen(path.c_str(), 0x8000);
+        int h = FileOpen(path.c_str(), kOpenRead);
         if (h == -1) {
             SetError("Can not open %s", path.c_str());
             return false;
@@ -225,13 +132,8 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
         *size = uint32_t(FileSize(h));
         FileClose(h);
         if (*size % kSector) {
-            if (absolute)
-                SetError(
-                    "Warning! VOB file %s is not divisble by 2048, a requirement of DVD-Video standards.",
-                    path.c_str());
-            else
-                SetError("VOB file %s is not divisble by 2048, a requirement of DVD-Video standards.",
-                         path.c_str());
+            SetError("%sVOB file %s is not divisble by 2048, a requirement of DVD-Video standards.",
+                     absolute ? "Warning! " : "", path.c_str());
             return false;
         }
         return true;
@@ -241,13 +143,13 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
     Format(name, sizeof name, "vts_%02d_0.vob", titleSet);
     std::string vob = folder + name;
     if (FileExists(vob.c_str(), 0) == 0) {
-        StoreBE32(m_mat, kVtsmVobsSa, vtsiEa + 1);
+        PutBE32(&m_mat[kVtsmVobsSa], vtsiEa + 1);
         uint32_t size = 0;
         if (!measure(vob, &size)) return false;
         menuSectors = size / kSector;
     }
     const uint32_t titleStart = vtsiEa + 1 + menuSectors;
-    StoreBE32(m_mat, kVtsttVobsSa, titleStart);
+    PutBE32(&m_mat[kVtsttVobsSa], titleStart);
 
     // Title VOBs 1 to 9, up to the first one missing. The total is a 32-bit
     // count and wraps above 4 GiB.
@@ -269,9 +171,9 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
         return false;
     }
     // With the backup IFO after the title VOBs this is the set's last sector.
-    StoreBE32(m_mat, kVtsEa, vtsiEa + titleStart + titleBytes / kSector);
+    PutBE32(&m_mat[kVtsEa], vtsiEa + titleStart + titleBytes / kSector);
 
-    WriteAsmVTSI_MAT(static_cast<unsigned short>(hFile));
+    FileWrite(hFile, m_mat.data(), m_mat.size());
     for (CBaseKestro* t : tables)
         if (t) t->Write(hFile);
     return true;

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "frame/detail.h"
-#include "kestro/ini.h"
 #include "kestro/vts.h"
 #include "vts/vtsi_layout.h"
 
@@ -12,14 +11,6 @@ using namespace kestro;
 using namespace kestro::vtsi;
 
 namespace {
-
-// Loads one sub-table into its slot; a table that is absent (start sector 0)
-// does not stay.
-template <class T, class... Args>
-void LoadSubTable(std::unique_ptr<T>& slot, Args... args) {
-    slot = std::make_unique<T>();
-    if (!slot->Load(args...)) slot.reset();
-}
 
 // "%02x" for each of n bytes of the table, bytes beyond it reading as zero.
 std::string HexRun(const ByteView& mat, size_t offset, size_t n) {
@@ -32,6 +23,44 @@ std::string HexRun(const ByteView& mat, size_t offset, size_t n) {
         s += digits[b & 15];
     }
     return s;
+}
+
+// The text of a field (of a run, entry k) as the report and the source show
+// it; the 32-bit fields are read as held.
+std::string FieldText(const ByteView& mat, const Field& f, bool report, int k) {
+    char text[32] = {};
+    const uint32_t held = f.size == 4 ? GetLE32(mat.data() + f.offset) : 0;  // 32-bit fields
+    switch (f.form) {
+        case Form::Id: {
+            // The identifier has no terminator: in the report it runs on into
+            // VTS_EA as held (least significant byte first) up to the first
+            // zero byte, which is the established text of that line. It never
+            // runs past the management table. The source gives 12 characters.
+            const char* id = reinterpret_cast<const char*>(mat.data());
+            const size_t n = report ? mat.size() : kIdSize;
+            const void* end = std::memchr(id, 0, n);
+            return std::string(id, end ? size_t(static_cast<const char*>(end) - id) : n);
+        }
+        case Form::Decimal32: Format(text, sizeof text, "%d", int(held)); break;
+        case Form::Hex32: Format(text, sizeof text, "%08x", unsigned(held)); break;
+        case Form::Version: {
+            const uint8_t v = mat.U8(f.offset + 1);  // major << 4 | minor
+            Format(text, sizeof text, "%d.%d", v >> 4, v & 15);
+            break;
+        }
+        case Form::Count: Format(text, sizeof text, "%d", mat.U8(f.offset)); break;
+        case Form::HexBytes:
+        case Form::MenuVideo: return HexRun(mat, f.offset, f.size);
+        case Form::Run: return HexRun(mat, f.offset + f.size * size_t(k - 1), f.size);
+    }
+    return text;
+}
+
+// A fresh object in a sub-table slot, releasing the one held before.
+template <class T>
+T* Fresh(std::unique_ptr<T>& slot) {
+    slot = std::make_unique<T>();
+    return slot.get();
 }
 
 }  // namespace
@@ -52,61 +81,24 @@ void CKestro_VTS_MAT::DeleteSubTables() {
     m_vtsAdmap.reset();
 }
 
-// ---- Fields as held --------------------------------------------------------
-
-unsigned long CKestro_VTS_MAT::Held32(size_t offset) const {
-    return GetHeld32(m_mat.data() + offset);
-}
-unsigned long CKestro_VTS_MAT::GetVTS_PTT_SRPT_SA() const { return Held32(kPttSrptSa); }
-unsigned long CKestro_VTS_MAT::GetVTS_PGCIT_SA() const { return Held32(kPgcitSa); }
+// Fields as held: the 32-bit fields least significant byte first after Load.
+unsigned long CKestro_VTS_MAT::Held32(size_t offset) const { return GetLE32(&m_mat[offset]); }
 unsigned long CKestro_VTS_MAT::GetVTSM_PGCIT_SA() const { return Held32(kVtsmPgciUtSa); }
-unsigned long CKestro_VTS_MAT::GetVTS_TMAP_SA() const { return Held32(kTmaptSa); }
-unsigned long CKestro_VTS_MAT::GetVTSM_C_ADT_SA() const { return Held32(kVtsmCadtSa); }
-unsigned long CKestro_VTS_MAT::GetVTSM_VOUB_ADMAP_SA() const { return Held32(kVtsmAdmapSa); }
-unsigned long CKestro_VTS_MAT::GetVTS_C_ADT_SA() const { return Held32(kVtsCadtSa); }
-unsigned long CKestro_VTS_MAT::GetVTS_VOUB_ADMAP_SA() const { return Held32(kVtsAdmapSa); }
-bool CKestro_VTS_MAT::LoadVTSM_VOBS() const { return Held32(kVtsmVobsSa) != 0; }
-bool CKestro_VTS_MAT::LoadVTSTT_VOBS() const { return Held32(kVtsttVobsSa) != 0; }
 
 // ---- Sub-table access ----------------------------------------------------------
 
-CKestro_PTT_SRPT* CKestro_VTS_MAT::NewVTS_PTT_SRPT() {
-    m_ptt = std::make_unique<CKestro_PTT_SRPT>();
-    return m_ptt.get();
-}
-CKestro_VTS_PGCIT* CKestro_VTS_MAT::NewVTS_PGCIT() {
-    m_pgcit = std::make_unique<CKestro_VTS_PGCIT>();
-    return m_pgcit.get();
-}
+CKestro_PTT_SRPT* CKestro_VTS_MAT::NewVTS_PTT_SRPT() { return Fresh(m_ptt); }
+CKestro_VTS_PGCIT* CKestro_VTS_MAT::NewVTS_PGCIT() { return Fresh(m_pgcit); }
 CKestro_VTSM_PGCI* CKestro_VTS_MAT::NewVTSM_PGCI_UT() {
     m_lu.reset();  // the language units describe the table being replaced
-    m_pgciUt = std::make_unique<CKestro_VTSM_PGCI>();
-    return m_pgciUt.get();
+    return Fresh(m_pgciUt);
 }
-CKestro_VTSM_LU* CKestro_VTS_MAT::NewVTSM_LU() {
-    m_lu = std::make_unique<CKestro_VTSM_LU>();
-    return m_lu.get();
-}
-CKestro_VTS_TMAP* CKestro_VTS_MAT::NewVTS_TMAPT() {
-    m_tmap = std::make_unique<CKestro_VTS_TMAP>();
-    return m_tmap.get();
-}
-CKestro_VTSM_CADT* CKestro_VTS_MAT::NewVTSM_C_ADT() {
-    m_vtsmCadt = std::make_unique<CKestro_VTSM_CADT>();
-    return m_vtsmCadt.get();
-}
-CKestro_VTSM_ADMAP* CKestro_VTS_MAT::NewVTSM_VOBU_ADMAP() {
-    m_vtsmAdmap = std::make_unique<CKestro_VTSM_ADMAP>();
-    return m_vtsmAdmap.get();
-}
-CKestro_VTS_CADT* CKestro_VTS_MAT::NewVTS_C_ADT() {
-    m_vtsCadt = std::make_unique<CKestro_VTS_CADT>();
-    return m_vtsCadt.get();
-}
-CKestro_VTS_ADMAP* CKestro_VTS_MAT::NewVTS_VOBU_ADMAP() {
-    m_vtsAdmap = std::make_unique<CKestro_VTS_ADMAP>();
-    return m_vtsAdmap.get();
-}
+CKestro_VTSM_LU* CKestro_VTS_MAT::NewVTSM_LU() { return Fresh(m_lu); }
+CKestro_VTS_TMAP* CKestro_VTS_MAT::NewVTS_TMAPT() { return Fresh(m_tmap); }
+CKestro_VTSM_CADT* CKestro_VTS_MAT::NewVTSM_C_ADT() { return Fresh(m_vtsmCadt); }
+CKestro_VTSM_ADMAP* CKestro_VTS_MAT::NewVTSM_VOBU_ADMAP() { return Fresh(m_vtsmAdmap); }
+CKestro_VTS_CADT* CKestro_VTS_MAT::NewVTS_C_ADT() { return Fresh(m_vtsCadt); }
+CKestro_VTS_ADMAP* CKestro_VTS_MAT::NewVTS_VOBU_ADMAP() { return Fresh(m_vtsAdmap); }
 
 void CKestro_VTS_MAT::DeleteVTS_PTT_SRPT() { m_ptt.reset(); }
 void CKestro_VTS_MAT::DeleteVTS_PGCIT() { m_pgcit.reset(); }
@@ -125,111 +117,48 @@ int CKestro_VTS_MAT::Load(int hFile) {
     FileSeek(hFile, 0, 0);
     FileRead(hFile, m_mat.data(), m_mat.size());  // a short file leaves zeros
     if (std::memcmp(m_mat.data(), kVtsId, kIdSize) != 0) return 0;
-
-    for (size_t offset : kAddressFields) PutHeld32(&m_mat[offset], GetBE32(&m_mat[offset]));
-    LoadVTSM_VOBS();
-    LoadVTSTT_VOBS();
+    for (const Field& f : kFields)
+        if (f.form == Form::Decimal32 || f.form == Form::Hex32)
+            PutLE32(&m_mat[f.offset], GetBE32(&m_mat[f.offset]));
 
     DeleteSubTables();
-    LoadSubTable(m_ptt, hFile, GetVTS_PTT_SRPT_SA());
-    LoadSubTable(m_pgcit, hFile, GetVTS_PGCIT_SA());
-    LoadSubTable(m_pgciUt, hFile, GetVTSM_PGCIT_SA());
-    if (m_pgciUt) LoadSubTable(m_lu, hFile, GetVTSM_PGCIT_SA(), m_pgciUt.get());
-    LoadSubTable(m_tmap, hFile, GetVTS_TMAP_SA());
-    LoadSubTable(m_vtsmCadt, hFile, GetVTSM_C_ADT_SA());
-    LoadSubTable(m_vtsmAdmap, hFile, GetVTSM_VOUB_ADMAP_SA());
-    LoadSubTable(m_vtsCadt, hFile, GetVTS_C_ADT_SA());
-    LoadSubTable(m_vtsAdmap, hFile, GetVTS_VOUB_ADMAP_SA());
+    m_ptt = LoadedOrNull<CKestro_PTT_SRPT>(hFile, Held32(kPttSrptSa));
+    m_pgcit = LoadedOrNull<CKestro_VTS_PGCIT>(hFile, Held32(kPgcitSa));
+    m_pgciUt = LoadedOrNull<CKestro_VTSM_PGCI>(hFile, GetVTSM_PGCIT_SA());
+    if (m_pgciUt) m_lu = LoadedOrNull<CKestro_VTSM_LU>(hFile, GetVTSM_PGCIT_SA(), m_pgciUt.get());
+    m_tmap = LoadedOrNull<CKestro_VTS_TMAP>(hFile, Held32(kTmaptSa));
+    m_vtsmCadt = LoadedOrNull<CKestro_VTSM_CADT>(hFile, Held32(kVtsmCadtSa));
+    m_vtsmAdmap = LoadedOrNull<CKestro_VTSM_ADMAP>(hFile, Held32(kVtsmAdmapSa));
+    m_vtsCadt = LoadedOrNull<CKestro_VTS_CADT>(hFile, Held32(kVtsCadtSa));
+    m_vtsAdmap = LoadedOrNull<CKestro_VTS_ADMAP>(hFile, Held32(kVtsAdmapSa));
     return 1;
 }
 
-// ---- Report ----------------------------------------------------------------------
+// ---- Report and source -------------------------------------------------------------
 
 bool CKestro_VTS_MAT::Details(char* buf, int len) {
-    ByteView mat(m_mat.data(), m_mat.size());
-    Report out(buf, len);
-    // The identifier has no terminator: printed as a string it runs on into
-    // VTS_EA as held (least significant byte first) up to the first zero
-    // byte, which is the established text of this line. It never runs past
-    // the management table.
-    const char* id = reinterpret_cast<const char*>(m_mat.data());
-    const void* end = std::memchr(id, 0, m_mat.size());
-    std::string idText(id, end ? size_t(static_cast<const char*>(end) - id) : m_mat.size());
-    if (!out.Line("VTS Identifier: %s", idText.c_str())) return false;
-    if (!out.Line("End address of VTS: %d", int(Held32(kVtsEa)))) return false;
-    if (!out.Line("End address of VTSI: %d", int(Held32(kVtsiEa)))) return false;
-    if (!out.Line("Specification version number: %d.%d", m_mat[kVern + 1] >> 4,
-                  m_mat[kVern + 1] & 15))
-        return false;
-    if (!out.Line("VTS Category: %08x", unsigned(Held32(kVtsCat)))) return false;
-    if (!out.Line("End byte address of VTSI_MAT: %d", int(Held32(kVtsiMatEa)))) return false;
-    for (const auto& sa : kStartSectors)
-        if (!out.Line(sa.report, int(Held32(sa.offset)))) return false;
-    const uint8_t* m = m_mat.data();
-    if (!out.Line("Video attributes of VTSM_VOBS: %02x%02x", m[256], m[257])) return false;
-    if (!out.Line("Number of audio streams in VTSM_VOBS: %d", m[259])) return false;
-    if (!out.Line("VTSM Audio attributes: %02x%02x%02x%02x%02x%02x%02x%02x", m[260], m[261],
-                  m[262], m[263], m[264], m[265], m[266], m[267]))
-        return false;
-    if (!out.Line("Number of VTSM subpicture streams: %d", m[341])) return false;
-    if (!out.Line("VTSM subpicture attributes: %02x%02x%02x%02x%02x%02x", m[342], m[343],
-                  m[344], m[345], m[346], m[347]))
-        return false;
-    if (!out.Line("Video attributes of VTSTT_VOBS: %02x%02x", m[512], m[513])) return false;
-    int audio = m[515];
-    if (!out.Line("Number of audio streams in VTSTT_VOBS: %d", audio)) return false;
-    for (int k = 1; k <= audio; ++k) {
-        // Counts above 8 run past the audio area (and above 190 past the
-        // table, read as zeros).
-        size_t a = kVtsAstAtrt + 8 * size_t(k - 1);
-        if (!out.Line("  Audio %d attributes: %02x%02x%02x%02x%02x%02x%02x%02x", k, mat.U8(a),
-                      mat.U8(a + 1), mat.U8(a + 2), mat.U8(a + 3), mat.U8(a + 4), mat.U8(a + 5),
-                      mat.U8(a + 6), mat.U8(a + 7)))
-            return false;
+    const ByteView mat(m_mat.data(), m_mat.size());
+    Report r(buf, len);
+    for (const Field& f : kFields) {
+        for (int k = 1, n = Statements(f, m_mat.data()); f.report && r.ok() && k <= n; ++k) {
+            const std::string text = FieldText(mat, f, true, k);
+            if (f.form == Form::Run)
+                r.Line(f.report, k, text.c_str());
+            else
+                r.Line(f.report, text.c_str());
+        }
     }
-    int subpictures = m[597];
-    if (!out.Line("Number of subpicture streams in VTSTT_VOBS: %d", subpictures)) return false;
-    for (int k = 1; k <= subpictures; ++k) {
-        size_t a = kVtsSpstAtrt + 6 * size_t(k - 1);
-        if (!out.Line("  Subpicture stream %d attributes: %02x%02x%02x%02x%02x%02x", k, mat.U8(a),
-                      mat.U8(a + 1), mat.U8(a + 2), mat.U8(a + 3), mat.U8(a + 4), mat.U8(a + 5)))
-            return false;
-    }
-    return true;
+    return r.ok();
 }
-
-// ---- Source ----------------------------------------------------------------------
 
 bool CKestro_VTS_MAT::Disasm(const char* iniPath) {
     FileDelete(iniPath);  // the management table starts a fresh source file
-    ByteView mat(m_mat.data(), m_mat.size());
+    const ByteView mat(m_mat.data(), m_mat.size());
     Source src(iniPath, kSection);
-    src.Write("vts_id", "%.12s", reinterpret_cast<const char*>(m_mat.data()));
-    src.Write("vts_ea", "%d", int(Held32(kVtsEa)));
-    src.Write("vtsi_ea", "%d", int(Held32(kVtsiEa)));
-    src.Write("vern", "%d.%d", m_mat[kVern + 1] >> 4, m_mat[kVern + 1] & 15);
-    src.Write("vts_cat", "%08x", unsigned(Held32(kVtsCat)));
-    src.Write("vtsi_mat_ea", "%d", int(Held32(kVtsiMatEa)));
-    for (const auto& sa : kStartSectors) src.Write(sa.key, "%d", int(Held32(sa.offset)));
-    src.WriteRaw("vtsm_v_atr", HexRun(mat, kVtsmVatr, 2).c_str());
-    src.Write("vtsm_ast_ns", "%d", mat.U8(kVtsmAstNs + 1));
-    src.WriteRaw("vtsm_ast_atr", HexRun(mat, kVtsmAstAtr, 8).c_str());
-    src.Write("vtsm_spst_ns", "%d", mat.U8(kVtsmSpstNs + 1));
-    src.WriteRaw("vtsm_spst_atr", HexRun(mat, kVtsmSpstAtr, 6).c_str());
-    src.WriteRaw("vts_v_atr", HexRun(mat, kVtsVatr, 2).c_str());
-    int audio = mat.U8(kVtsAstNs + 1);
-    src.Write("vts_ast_ns", "%d", audio);
-    for (int k = 1; k <= audio; ++k)
-        src.WriteRaw(src.Key("vts_ast_atrt%02d", k),
-                     HexRun(mat, kVtsAstAtrt + 8 * size_t(k - 1), 8).c_str());
-    int subpictures = mat.U8(kVtsSpstNs + 1);
-    src.Write("vts_spst_ns", "%d", subpictures);
-    for (int k = 1; k <= subpictures; ++k)
-        src.WriteRaw(src.Key("vts_spst_atrt%02d", k),
-                     HexRun(mat, kVtsSpstAtrt + 6 * size_t(k - 1), 6).c_str());
-    for (int k = 1; k <= kMultichannelStreams; ++k)
-        src.WriteRaw(src.Key("vts_mu_ast_atrt%02d", k),
-                     HexRun(mat, kVtsMuAstAtrt + 24 * size_t(k - 1), 24).c_str());
+    for (const Field& f : kFields)
+        for (int k = 1, n = Statements(f, m_mat.data()); k <= n; ++k)
+            src.WriteRaw(f.form == Form::Run ? src.Key(f.key, k) : f.key,
+                         FieldText(mat, f, false, k).c_str());
     INIFlushFiles();
     return true;
 }
@@ -239,10 +168,6 @@ bool CKestro_VTS_MAT::Disasm(const char* iniPath) {
 bool CKestro_VTS_MAT::Write(int hFile) {
     FileWrite(hFile, m_mat.data(), m_mat.size());
     return true;
-}
-
-void CKestro_VTS_MAT::WriteAsmVTSI_MAT(unsigned short hFile) {
-    FileWrite(hFile, m_mat.data(), m_mat.size());
 }
 
 bool CKestro_VTS_MAT::Asm(const char*) { return false; }
