@@ -310,6 +310,19 @@ void HexWords(const char* value, uint8_t* out, size_t words);
 // when it is a lower-case x (way b of the source grammar).
 const char* SkipOptionalX(const char* value);
 
+// ---- vmg: hex digit runs ---------------------------------------------------------
+// The first n bytes of v as two lower-case hex digits each ("%02x" per
+// byte): how attribute bytes are shown in reports and, after an x, sources.
+inline std::string HexDigits(const ByteView& v, size_t n) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string out;
+    for (size_t i = 0; i < n; ++i) {
+        out += kDigits[v.U8(i) >> 4];
+        out += kDigits[v.U8(i) & 15];
+    }
+    return out;
+}
+
 }  // namespace kestro
 
 #endif

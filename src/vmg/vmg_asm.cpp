@@ -18,57 +18,30 @@ namespace {
 // The format version is written "%d.%d". The value is cut after its first
 // character, so only one-digit major numbers survive; the minor number is
 // read from the third character on ("10.2" gives major 1, minor 0).
-void StoreVersion(uint8_t* rec, const char* value) {
+uint8_t Version(const char* value) {
     char v[Source::kValueSize] = {};
     std::strncpy(v, value, sizeof v - 1);
     v[1] = 0;
     const int major = std::atoi(v);
     const int minor = std::atoi(v + 2);
-    rec[kVersion] = static_cast<uint8_t>(uint8_t(major << 4) | (minor & 0x0F));
+    return static_cast<uint8_t>(uint8_t(major << 4) | (minor & 0x0F));
 }
 
-void StoreCategory(uint8_t* rec, const char* value) {
-    PutBE32(rec + kCategory, static_cast<uint32_t>(axtoi(value)));
+// Stores a statement's value into its field as the field's form reads it.
+void Store(uint8_t* rec, const Field& f, const char* value) {
+    uint8_t* p = rec + f.at;
+    switch (f.form) {
+    case Form::Text: std::strncpy(reinterpret_cast<char*>(p), value, f.size); break;
+    case Form::Dec:  // the assembler reads counts of one and two bytes only
+        if (f.size == 1) p[0] = static_cast<uint8_t>(std::atoi(value));
+        else PutBE16(p, static_cast<uint32_t>(std::atoi(value)));
+        break;
+    case Form::Version: p[0] = Version(value); break;
+    case Form::Category: PutBE32(p, static_cast<uint32_t>(axtoi(value))); break;
+    case Form::VolumeSet: HexWords(value, p, f.size / 2); break;
+    case Form::Bytes: HexBytes(value, p, f.size); break;
+    }
 }
-void StoreVolumeSet(uint8_t* rec, const char* value) { HexWords(value, rec + kVolumeSet, 4); }
-void StoreTitleSets(uint8_t* rec, const char* value) {
-    PutBE16(rec + kTitleSets, static_cast<uint32_t>(std::atoi(value)));
-}
-void StoreProvider(uint8_t* rec, const char* value) {
-    std::strncpy(reinterpret_cast<char*>(rec + kProviderId), value, kProviderSize);
-}
-void StorePosCode(uint8_t* rec, const char* value) { HexBytes(value, rec + kPosCode, 8); }
-void StoreMenuVideo(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuVideo, 2); }
-void StoreMenuAudioCount(uint8_t* rec, const char* value) {
-    rec[kMenuAudioCount] = static_cast<uint8_t>(std::atoi(value));
-}
-void StoreMenuAudio(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuAudio, 8); }
-void StoreMenuSubpCount(uint8_t* rec, const char* value) {
-    rec[kMenuSubpCount] = static_cast<uint8_t>(std::atoi(value));
-}
-void StoreMenuSubp(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuSubp, 6); }
-
-// The statements of "vmgi_mat" in the order they are read, each with the
-// message raised when it is missing. The title set count is read as
-// "vmg_ns" but reported as "vts_ns". End addresses and start sectors are
-// computed, never read.
-const struct Statement {
-    const char* key;
-    const char* missing;
-    void (*store)(uint8_t* rec, const char* value);
-} kStatements[] = {
-    {"vern", "[vern] Statement missing in vmgi_mat", StoreVersion},
-    {"vmg_cat", "[vmg_cat] Statement missing in vmgi_mat", StoreCategory},
-    {"vlms_id", "[vlms_id] Statement missing in vmgi_mat", StoreVolumeSet},
-    {"vmg_ns", "[vts_ns] Statement missing in vmgi_mat", StoreTitleSets},
-    {"pvr_id", "[pvr_id] Statement missing in vmgi_mat", StoreProvider},
-    {"pos_cd", "[pos_cd] Statement missing in vmgi_mat", StorePosCode},
-    {"vmgm_v_atr", "[vmgm_v_atr] Statement missing in vmgi_mat", StoreMenuVideo},
-    {"vmgm_ast_ns", "[vmgm_ast_ns] Statement missing in vmgi_mat", StoreMenuAudioCount},
-    {"vmgm_ast_atr", "[vmgm_ast_atr] Statement missing in vmgi_mat", StoreMenuAudio},
-    {"vmgm_spst_ns", "[vmgm_spst_ns] Statement missing in vmgi_mat", StoreMenuSubpCount},
-    {"vmgm_spst_atr", "[vmgm_spst_atr] Statement missing in vmgi_mat", StoreMenuSubp},
-};
 
 // Sectors of the menu VOB file that lies next to the IFO file ("VIDEO_TS.IFO"
 // gives "VIDEO_TS.vob"; the file layer matches the name case-insensitively).
@@ -79,7 +52,7 @@ bool MenuVobSectors(const char* ifoPath, unsigned long* sectors) {
     if (path.size() < 3) return false;
     path.replace(path.size() - 3, 3, "vob");
     if (FileExists(path.c_str(), 0) == -1) return false;
-    const int h = FileOpen(path.c_str(), 0x8000);
+    const int h = FileOpen(path.c_str(), kOpenRead);
     if (h > 0) {
         *sectors = SectorsFor(FileSize(h));
         FileClose(h);
@@ -94,22 +67,18 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
     uint8_t* rec = m_record.data();
     Source s(iniPath, "vmgi_mat");
 
-    if (!s.Read("vmg_id")) {
-        SetError("VMG ID is missing");
-        return false;
-    }
-    if (std::strncmp(s.Value(), "DVDVIDEO-VMG", kIdSize) != 0) {
-        SetError("[vmg_id] Illegal VIDEO_TS field");
-        return false;
-    }
-    std::memcpy(rec, s.Value(), kIdSize);
-
-    for (const auto& st : kStatements) {
-        if (!s.Read(st.key)) {
-            SetError("%s", st.missing);
+    for (const Field& f : kFields) {
+        if (f.reader == Reader::Computed) continue;
+        if (!s.Read(f.key)) {
+            if (f.missing) SetError("%s", f.missing);
+            else SetError("[%s] Statement missing in vmgi_mat", f.key);
             return false;
         }
-        st.store(rec, s.Value());
+        if (f.reader == Reader::Identifier && std::strncmp(s.Value(), kVmgId, f.size) != 0) {
+            SetError("[%s] Illegal VIDEO_TS field", f.key);
+            return false;
+        }
+        Store(rec, f, s.Value());
     }
 
     // The First Play PGC, when the source has one, is built into the record
