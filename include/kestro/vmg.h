@@ -209,8 +209,7 @@ private:
     // Bytes 0-2291 of the file, kept in file byte order; fields are decoded
     // where they are used.
     std::array<uint8_t, kRecordSize> m_record{};
-    uint32_t m_matEa = 0;       // end address computed by Asm
-    uint32_t m_matSectors = 0;  // sectors of table and First Play PGC
+    uint32_t m_matEa = 0;  // end address computed by Asm
 };
 
 #endif

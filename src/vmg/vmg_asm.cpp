@@ -2,6 +2,7 @@
 // "vmgi_mat" section, the First Play PGC from "fp_pgci", then the layout of
 // the sub-tables the host has created and assembled, one after another in
 // 2048-byte sectors right after the management table, and the writes.
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -15,15 +16,12 @@ using namespace kestro::vmgi;
 
 namespace {
 
-// The format version is written "%d.%d". The value is cut after its first
-// character, so only one-digit major numbers survive; the minor number is
-// read from the third character on ("10.2" gives major 1, minor 0).
-uint8_t Version(const char* value) {
-    char v[Source::kValueSize] = {};
-    std::strncpy(v, value, sizeof v - 1);
-    v[1] = 0;
-    const int major = std::atoi(v);
-    const int minor = std::atoi(v + 2);
+// The format version is written "%d.%d". Only its first character is read
+// as the major number, so only one-digit major numbers survive; the minor
+// number is read from the third character on ("10.2" gives major 1, minor 0).
+uint8_t Version(const char* v) {
+    const int major = std::isdigit(static_cast<unsigned char>(v[0])) ? v[0] - '0' : 0;
+    const int minor = v[0] && v[1] ? std::atoi(v + 2) : 0;
     return static_cast<uint8_t>(uint8_t(major << 4) | (minor & 0x0F));
 }
 
@@ -32,10 +30,7 @@ void Store(uint8_t* rec, const Field& f, const char* value) {
     uint8_t* p = rec + f.at;
     switch (f.form) {
     case Form::Text: std::strncpy(reinterpret_cast<char*>(p), value, f.size); break;
-    case Form::Dec:  // the assembler reads counts of one and two bytes only
-        if (f.size == 1) p[0] = static_cast<uint8_t>(std::atoi(value));
-        else PutBE16(p, static_cast<uint32_t>(std::atoi(value)));
-        break;
+    case Form::Dec: PutBE(p, f.size, static_cast<uint32_t>(std::atoi(value))); break;
     case Form::Version: p[0] = Version(value); break;
     case Form::Category: PutBE32(p, static_cast<uint32_t>(axtoi(value))); break;
     case Form::VolumeSet: HexWords(value, p, f.size / 2); break;
@@ -104,7 +99,6 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
     // rounded up to whole sectors. An end address of exactly 2048 therefore
     // counts one sector, as files assembled here have always been laid out.
     m_matEa = matEa;
-    m_matSectors = static_cast<uint32_t>(SectorsFor(matEa));
 
     // The sub-tables in layout order. Absent tables and tables with nothing
     // to write take no sectors and get start sector 0. The language units
@@ -114,9 +108,10 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         size_t field;
     } const layout[] = {
         {m_ptt.get(), kTtSrptSa},   {m_pgci.get(), kVmgmPgciUtSa}, {m_mait.get(), kPtlMaitSa},
-        {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},   {m_admap.get(), kVmgmVobuAdmapSa},
+        {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},
+        {m_admap.get(), kVmgmVobuAdmapSa},
     };
-    uint32_t next = m_matSectors;
+    auto next = static_cast<uint32_t>(SectorsFor(matEa));
     for (const auto& slot : layout) {
         unsigned long sectors = 0, bytes = 0;
         if (slot.table) slot.table->Get(&sectors, &bytes);

@@ -22,9 +22,12 @@ constexpr uint32_t kRecordEnd = 775;
 
 // How a field's value is shown in the report and the source.
 enum class Form {
-    Dec,        // a big-endian number of 1 or 4 bytes, in decimal in both
-    Hex,        // the bytes as hex digits, in the source after an x
-    FirstByte,  // as Hex in the source; the report shows only the first byte, as %x
+    Dec,  // a big-endian number of 1 or 4 bytes, in decimal in both
+    Hex,  // the bytes as hex digits, in the source after an x
+    // As Hex in the source. The report shows only the first byte, as %x, on
+    // a line numbered by the characters the report has written so far plus
+    // one, not by the stream.
+    FirstByte,
 };
 // How the assembler reads a field.
 enum class Reader {
@@ -41,41 +44,39 @@ enum class Reader {
 // stream, as many as the byte at countAt says; its key takes the stream
 // number after the title set's.
 struct AttrField {
+    const char* key;
     size_t at, size;
     Form form;
     Reader reader;
-    const char* key;
     const char* line;
-    size_t countAt = 0;  // stream lists only
-    // The stream lines numbered by the characters the report has written so
-    // far plus one, not by the stream.
-    bool numberedByWritten = false;
-    const char* streams = nullptr;  // the streams' name in the too-many message
+    size_t countAt = 0;             // stream lists only
+    const char* streams = nullptr;  // their name when too many do not fit the record
 };
 const AttrField kAttrFields[] = {
-    {0, 4, Form::Dec, Reader::Computed, "vts_atrt_srp%03d_vts_atr_ea",
+    {"vts_atrt_srp%03d_vts_atr_ea", 0, 4, Form::Dec, Reader::Computed,
      "    VTS Attribute end byte address %d"},
-    {4, 4, Form::Dec, Reader::EndsTable, "vts_atrt_srp%03d_vts_cat", "    VTS_CAT Application type %d"},
-    {8, 2, Form::Hex, Reader::Required, "vts_atrt_srp%03d_vtsm_v_atr",
+    {"vts_atrt_srp%03d_vts_cat", 4, 4, Form::Dec, Reader::EndsTable,
+     "    VTS_CAT Application type %d"},
+    {"vts_atrt_srp%03d_vtsm_v_atr", 8, 2, Form::Hex, Reader::Required,
      "    Attributes of VTSM_VOBS: %s"},
-    {11, 1, Form::Dec, Reader::Required, "vts_atrt_srp%03d_vtsm_ast_ns",
+    {"vts_atrt_srp%03d_vtsm_ast_ns", 11, 1, Form::Dec, Reader::Required,
      "    Number of audio streams in VTSM_VOBS: %d"},
-    {12, 1, Form::FirstByte, Reader::DecimalAfterX, "vts_atrt_srp%03d_vtsm_ast_atr%02d",
-     "      Audio %d attributes: %x", 11, true, "audio"},
-    {93, 1, Form::Dec, Reader::Required, "vts_atrt_srp%03d_vtsm_spst_ns",
+    {"vts_atrt_srp%03d_vtsm_ast_atr%02d", 12, 1, Form::FirstByte, Reader::DecimalAfterX,
+     "      Audio %d attributes: %x", 11},
+    {"vts_atrt_srp%03d_vtsm_spst_ns", 93, 1, Form::Dec, Reader::Required,
      "    Number of subpicture streams: %d"},
-    {94, 1, Form::FirstByte, Reader::DecimalAfterX, "vts_atrt_srp%03d_vtsm_spst_atr%02d",
-     "      Subpicture stream %d attributes: %x", 93, true, "subpicture"},
-    {264, 2, Form::Hex, Reader::Required, "vts_atrt_srp%03d_vts_v_atr",
+    {"vts_atrt_srp%03d_vtsm_spst_atr%02d", 94, 1, Form::FirstByte, Reader::DecimalAfterX,
+     "      Subpicture stream %d attributes: %x", 93},
+    {"vts_atrt_srp%03d_vts_v_atr", 264, 2, Form::Hex, Reader::Required,
      "    Video attributes of VTSTT_VOBS: %s"},
-    {267, 1, Form::Dec, Reader::Required, "vts_atrt_srp%03d_vts_ast_ns",
+    {"vts_atrt_srp%03d_vts_ast_ns", 267, 1, Form::Dec, Reader::Required,
      "    Number of audio streams in VTSTT_VOBS: %d"},
-    {268, 8, Form::Hex, Reader::Required, "vts_atrt_srp%03d_vts_ast_atr%02d",
-     "      Audio %d attributes: %s", 267, false, "audio"},
-    {349, 1, Form::Dec, Reader::Required, "vts_atrt_srp%03d_vts_spst_ns",
+    {"vts_atrt_srp%03d_vts_ast_atr%02d", 268, 8, Form::Hex, Reader::Required,
+     "      Audio %d attributes: %s", 267, "audio"},
+    {"vts_atrt_srp%03d_vts_spst_ns", 349, 1, Form::Dec, Reader::Required,
      "    Number of subpicture streams in VTSTT_VOBS: %d"},
-    {350, 6, Form::FirstByte, Reader::Required, "vts_atrt_srp%03d_vts_spst_atr%02d",
-     "      Subpicture stream %d attributes: %x", 349, true, "subpicture"},
+    {"vts_atrt_srp%03d_vts_spst_atr%02d", 350, 6, Form::FirstByte, Reader::Required,
+     "      Subpicture stream %d attributes: %x", 349, "subpicture"},
 };
 
 // Start address of title set k (1-based) as the table is written.
@@ -94,10 +95,6 @@ int Streams(const ByteView& rec, const AttrField& f) { return f.countAt ? rec.U8
 // The field of stream j (1-based; 1 for a field that is not a list).
 ByteView FieldAt(const ByteView& rec, const AttrField& f, int j) {
     return rec.From(f.at + f.size * size_t(j - 1));
-}
-
-int Number(const ByteView& v, const AttrField& f) {
-    return f.size == 1 ? v.U8(0) : int(v.BE32(0));
 }
 
 }  // namespace
@@ -128,10 +125,9 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
         for (const auto& f : kAttrFields) {
             for (int j = 1, m = Streams(rec, f); r.ok() && j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
-                const int k = f.numberedByWritten ? int(r.Written() + 1) : j;
-                if (f.form == Form::Dec) r.Line(f.line, Number(v, f));
-                else if (f.form == Form::FirstByte) r.Line(f.line, k, v.U8(0));
-                else if (f.countAt) r.Line(f.line, k, HexDigits(v, f.size).c_str());
+                if (f.form == Form::Dec) r.Line(f.line, int(GetBE(v, 0, f.size)));
+                else if (f.form == Form::FirstByte) r.Line(f.line, int(r.Written() + 1), v.U8(0));
+                else if (f.countAt) r.Line(f.line, j, HexDigits(v, f.size).c_str());
                 else r.Line(f.line, HexDigits(v, f.size).c_str());
             }
         }
@@ -153,8 +149,9 @@ bool CKestro_VMG_ATRT::Disasm(const char* iniPath) {
         for (const auto& f : kAttrFields) {
             for (int j = 1, m = Streams(rec, f); j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
-                if (f.form == Form::Dec) s.Write(s.Key(f.key, i, j), "%d", Number(v, f));
-                else s.Write(s.Key(f.key, i, j), "x%s", HexDigits(v, f.size).c_str());
+                const char* key = s.Key(f.key, i, j);
+                if (f.form == Form::Dec) s.Write(key, "%d", int(GetBE(v, 0, f.size)));
+                else s.Write(key, "x%s", HexDigits(v, f.size).c_str());
             }
         }
     }
@@ -208,10 +205,8 @@ bool CKestro_VMG_ATRT::Asm(const char* iniPath) {
                 }
                 if (f.reader == Reader::DecimalAfterX)
                     *field = static_cast<uint8_t>(std::atoi(SkipOptionalX(s.Value())));
-                else if (f.form == Form::Dec && f.size == 1)
-                    *field = static_cast<uint8_t>(s.Int());
                 else if (f.form == Form::Dec)
-                    PutBE32(field, static_cast<uint32_t>(s.Int()));
+                    PutBE(field, f.size, static_cast<uint32_t>(s.Int()));
                 else
                     HexBytes(s.Value(), field, f.size);
             }

@@ -23,11 +23,6 @@ std::string TextAt(const uint8_t* p, size_t size) {
     return std::string(p, std::find(p, p + size, 0));
 }
 
-// A big-endian number field of 1, 2 or 4 bytes.
-int NumberAt(const uint8_t* p, size_t size) {
-    return size == 1 ? p[0] : size == 2 ? GetBE16(p) : int(GetBE32(p));
-}
-
 }  // namespace
 
 CKestro_VMG_MAT::CKestro_VMG_MAT() = default;
@@ -118,6 +113,7 @@ int CKestro_VMG_MAT::Load(int hFile) {
 
 bool CKestro_VMG_MAT::Details(char* buf, int len) {
     const uint8_t* rec = m_record.data();
+    const ByteView mat(rec, m_record.size());
     Report r(buf, len);
     for (const Field& f : kFields) {
         const uint8_t* p = rec + f.at;
@@ -126,7 +122,7 @@ bool CKestro_VMG_MAT::Details(char* buf, int len) {
             if (f.empty && p[0] == 0) r.Text(f.empty);
             else r.Line(f.line, TextAt(p, f.size).c_str());
             break;
-        case Form::Dec: r.Line(f.line, NumberAt(p, f.size)); break;
+        case Form::Dec: r.Line(f.line, int(GetBE(mat, f.at, f.size))); break;
         case Form::Version: r.Line(f.line, p[0] >> 4, p[0] & 0x0F); break;
         case Form::Category: r.Line(f.line, GetBE32(p)); break;
         case Form::VolumeSet:
@@ -170,21 +166,20 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
     // their sections to it afterwards.
     FileDelete(iniPath);
     Source s(iniPath, "vmgi_mat");
+    const ByteView mat(rec, m_record.size());
 
     for (const Field& f : kFields) {
         const uint8_t* p = rec + f.at;
         switch (f.form) {
         case Form::Text: s.WriteRaw(f.key, TextAt(p, f.size).c_str()); break;
-        case Form::Dec: s.Write(f.key, "%d", NumberAt(p, f.size)); break;
+        case Form::Dec: s.Write(f.key, "%d", int(GetBE(mat, f.at, f.size))); break;
         case Form::Version: s.Write(f.key, "%d.%d", p[0] >> 4, p[0] & 0x0F); break;
         case Form::Category: s.Write(f.key, "x%08x", GetBE32(p)); break;
         case Form::VolumeSet:
             s.Write(f.key, "x%04x%04x%04x%04x", GetBE16(p), GetBE16(p + 2), GetBE16(p + 4),
                     GetBE16(p + 6));
             break;
-        case Form::Bytes:
-            s.Write(f.key, "x%s", HexDigits(ByteView(p, f.size), f.size).c_str());
-            break;
+        case Form::Bytes: s.Write(f.key, "x%s", HexDigits(mat.From(f.at), f.size).c_str()); break;
         }
     }
 
@@ -203,6 +198,7 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
 bool CKestro_VMG_MAT::Write(int hFile) {
     // The management table with the First Play PGC as Asm left it. Before any
     // Asm the end address is 0: one byte and the padding.
-    WriteSectorPadded(hFile, m_record.data(), std::min<size_t>(size_t(m_matEa) + 1, m_record.size()));
+    const size_t n = std::min<size_t>(size_t(m_matEa) + 1, m_record.size());
+    WriteSectorPadded(hFile, m_record.data(), n);
     return true;
 }

@@ -42,32 +42,27 @@ struct TitleField {
     Store store;
 };
 constexpr TitleField kTitleFields[] = {
-    {0, 1, "tt_pb_ty%02d", "    Title set %d: Title playback type: %x", "x%02x", Store::HexAfterFirst},
+    {0, 1, "tt_pb_ty%02d", "    Title set %d: Title playback type: %x", "x%02x",
+     Store::HexAfterFirst},
     {1, 1, "tt_agl_ns%02d", "    Title set %d: Number of angles: %d", "%d", Store::BigEndian},
     {2, 2, "tt_ptt_ns%02d", "    Title set %d: Number of PTTs: %d", "%d", Store::BigEndian},
-    {4, 2, "tt_ptl_id_fld%02d", "    Title set %d: Parental ID field: %d", "%d", Store::LowByteFirst},
+    {4, 2, "tt_ptl_id_fld%02d", "    Title set %d: Parental ID field: %d", "%d",
+     Store::LowByteFirst},
     {6, 1, "vtsn%02d", "    Title set %d: Title set number: %d", "%d", Store::BigEndian},
     {7, 1, "vts_ttn%02d", "    Title set %d: VTS_TTN: %d", "%d", Store::One},
     {8, 4, "vts_sa%02d", "    Title set %d: Title set starting sector number: %d", "%d",
      Store::BigEndian},
 };
 
-// A field as the report and the source show it: big-endian.
-int FieldValue(const ByteView& e, const TitleField& f) {
-    return f.size == 1 ? e.U8(f.at) : f.size == 2 ? e.BE16(f.at) : int(e.BE32(f.at));
-}
-
 void StoreField(uint8_t* rec, const TitleField& f, const char* value) {
     const auto v = static_cast<uint32_t>(std::atoi(value));
     switch (f.store) {
-    case Store::HexAfterFirst: rec[f.at] = static_cast<uint8_t>(axtoib(value[0] ? value + 1 : value)); break;
+    case Store::HexAfterFirst:
+        rec[f.at] = static_cast<uint8_t>(axtoib(value[0] ? value + 1 : value));
+        break;
     case Store::LowByteFirst: PutLE16(rec + f.at, v); break;
     case Store::One: rec[f.at] = 1; break;
-    case Store::BigEndian:
-        if (f.size == 1) rec[f.at] = static_cast<uint8_t>(v);
-        else if (f.size == 2) PutBE16(rec + f.at, v);
-        else PutBE32(rec + f.at, v);
-        break;
+    case Store::BigEndian: PutBE(rec + f.at, f.size, v); break;
     }
 }
 
@@ -87,7 +82,7 @@ bool CKestro_VMG_PTT::Details(char* buf, int len) {
     r.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress));
     for (int i = 1, n = body.Held(kEntrySize); r.ok() && i <= n; ++i) {
         ByteView e = body.View().From(size_t(kEntrySize) * (i - 1));
-        for (const auto& f : kTitleFields) r.Line(f.line, i, FieldValue(e, f));
+        for (const auto& f : kTitleFields) r.Line(f.line, i, int(GetBE(e, f.at, f.size)));
     }
     r.End();
     return r.ok();
@@ -100,7 +95,8 @@ bool CKestro_VMG_PTT::Disasm(const char* iniPath) {
     s.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
     for (int i = 1, n = body.Held(kEntrySize); i <= n; ++i) {
         ByteView e = body.View().From(size_t(kEntrySize) * (i - 1));
-        for (const auto& f : kTitleFields) s.Write(s.Key(f.key, i), f.value, FieldValue(e, f));
+        for (const auto& f : kTitleFields)
+            s.Write(s.Key(f.key, i), f.value, int(GetBE(e, f.at, f.size)));
     }
     INIFlushFiles();
     return true;
