@@ -23,6 +23,13 @@ std::string TextAt(const uint8_t* p, size_t size) {
     return std::string(p, std::find(p, p + size, 0));
 }
 
+// Stores a fresh table in slot, releasing the one it held, and returns it.
+template <class T>
+T* Fresh(std::unique_ptr<T>& slot) {
+    slot = std::make_unique<T>();
+    return slot.get();
+}
+
 }  // namespace
 
 CKestro_VMG_MAT::CKestro_VMG_MAT() = default;
@@ -46,32 +53,16 @@ bool CKestro_VMG_MAT::HasFirstPlayPGC() const { return Field32(kFpPgcSa) != 0; }
 
 // ---- Sub-table ownership ------------------------------------------------------
 
-CKestro_VMG_PTT* CKestro_VMG_MAT::NewVMGM_PTT() {
-    m_ptt = std::make_unique<CKestro_VMG_PTT>();
-    return m_ptt.get();
-}
+CKestro_VMG_PTT* CKestro_VMG_MAT::NewVMGM_PTT() { return Fresh(m_ptt); }
 CKestro_VMGM_PGCI* CKestro_VMG_MAT::NewVMGM_PGCI() {
     // The language units describe the table being replaced.
     m_lu.reset();
-    m_pgci = std::make_unique<CKestro_VMGM_PGCI>();
-    return m_pgci.get();
+    return Fresh(m_pgci);
 }
-CKestro_VMG_MAIT* CKestro_VMG_MAT::NewVMGM_MAIT() {
-    m_mait = std::make_unique<CKestro_VMG_MAIT>();
-    return m_mait.get();
-}
-CKestro_VMG_ATRT* CKestro_VMG_MAT::NewVMGM_ATRT() {
-    m_atrt = std::make_unique<CKestro_VMG_ATRT>();
-    return m_atrt.get();
-}
-CKestro_VMG_CADT* CKestro_VMG_MAT::NewVMGM_C_ADT() {
-    m_cadt = std::make_unique<CKestro_VMG_CADT>();
-    return m_cadt.get();
-}
-CKestro_VMGM_ADMAP* CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP() {
-    m_admap = std::make_unique<CKestro_VMGM_ADMAP>();
-    return m_admap.get();
-}
+CKestro_VMG_MAIT* CKestro_VMG_MAT::NewVMGM_MAIT() { return Fresh(m_mait); }
+CKestro_VMG_ATRT* CKestro_VMG_MAT::NewVMGM_ATRT() { return Fresh(m_atrt); }
+CKestro_VMG_CADT* CKestro_VMG_MAT::NewVMGM_C_ADT() { return Fresh(m_cadt); }
+CKestro_VMGM_ADMAP* CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP() { return Fresh(m_admap); }
 
 void CKestro_VMG_MAT::DeleteVMGM_PTT() { m_ptt.reset(); }
 void CKestro_VMG_MAT::DeleteVMGM_PGCI() {
