@@ -94,10 +94,6 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         matEa = kNoFirstPlayEa + uint32_t(size);
         PutBE32(rec + kVmgiMatEa, matEa);
     }
-
-    // Sectors of the management table: the end address (not the byte count)
-    // rounded up to whole sectors. An end address of exactly 2048 therefore
-    // counts one sector, as files assembled here have always been laid out.
     m_matEa = matEa;
 
     // The sub-tables in layout order. Absent tables and tables with nothing
@@ -111,6 +107,10 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},
         {m_admap.get(), kVmgmVobuAdmapSa},
     };
+    // The first sub-table follows the management table: its end address (not
+    // the byte count) rounded up to whole sectors. An end address of exactly
+    // 2048 therefore counts one sector, as files assembled here have always
+    // been laid out.
     auto next = static_cast<uint32_t>(SectorsFor(matEa));
     for (const auto& slot : layout) {
         unsigned long sectors = 0, bytes = 0;
