@@ -60,20 +60,20 @@ bool MenuVobSectors(const char* ifoPath, unsigned long* sectors) {
 bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
     m_record.fill(0);
     uint8_t* rec = m_record.data();
-    Source s(iniPath, "vmgi_mat");
+    Source src(iniPath, "vmgi_mat");
 
     for (const Field& f : kFields) {
         if (f.reader == Reader::Computed) continue;
-        if (!s.Read(f.key)) {
+        if (!src.Read(f.key)) {
             if (f.missing) SetError("%s", f.missing);
             else SetError("[%s] Statement missing in vmgi_mat", f.key);
             return false;
         }
-        if (f.reader == Reader::Identifier && std::strncmp(s.Value(), kVmgId, f.size) != 0) {
+        if (f.reader == Reader::Identifier && std::strncmp(src.Value(), kVmgId, f.size) != 0) {
             SetError("[%s] Illegal VIDEO_TS field", f.key);
             return false;
         }
-        Store(rec, f, s.Value());
+        Store(rec, f, src.Value());
     }
 
     // The First Play PGC, when the source has one, is built into the record

@@ -111,17 +111,16 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
     Report r(buf, len);
     r.Line("Number of Video Title Sets: %d", m_loaded.count);
     r.Line("End byte address of VTS_ATR table: %d", int(m_loaded.endAddress));
-    BodyScope scope(m_loaded);
-    const ByteView body = scope.View();
-    for (int i = 1, n = scope.Held(4); r.ok() && i <= n; ++i) {
-        const uint32_t start = body.BE32(4 * size_t(i - 1));
+    BodyScope body(m_loaded);
+    for (int i = 1, n = body.Held(4); r.ok() && i <= n; ++i) {
+        const uint32_t start = body.View().BE32(4 * size_t(i - 1));
         char head[128];
         Format(head, sizeof head, "  VTS %d Attribute start byte address %d", i, int(start));
         r.Text(head);
         // The attribute lines describe the bytes at body offset (length of
         // the line above) - 8, not the record the start address names; the
         // report has always shown them so.
-        ByteView rec = body.From(std::strlen(head) - 8);
+        ByteView rec = body.View().From(std::strlen(head) - 8);
         for (const auto& f : kAttrFields) {
             for (int j = 1, m = Streams(rec, f); r.ok() && j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
@@ -137,21 +136,20 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
 }
 
 bool CKestro_VMG_ATRT::Disasm(const char* iniPath) {
-    Source s(iniPath, kSection);
-    s.Write("vts_ns", "%d", m_loaded.count);
-    s.Write("vts_atrt_ea", "%d", int(m_loaded.endAddress));
-    BodyScope scope(m_loaded);
-    const ByteView body = scope.View();
-    for (int i = 1, n = scope.Held(4); i <= n; ++i) {
-        const uint32_t start = body.BE32(4 * size_t(i - 1));
-        ByteView rec = RecordAt(body, start);
-        s.Write(s.Key("vts_atrt_srp%03d_vts_atr_sa", i), "%d", int(start));
+    Source src(iniPath, kSection);
+    src.Write("vts_ns", "%d", m_loaded.count);
+    src.Write("vts_atrt_ea", "%d", int(m_loaded.endAddress));
+    BodyScope body(m_loaded);
+    for (int i = 1, n = body.Held(4); i <= n; ++i) {
+        const uint32_t start = body.View().BE32(4 * size_t(i - 1));
+        ByteView rec = RecordAt(body.View(), start);
+        src.Write(src.Key("vts_atrt_srp%03d_vts_atr_sa", i), "%d", int(start));
         for (const auto& f : kAttrFields) {
             for (int j = 1, m = Streams(rec, f); j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
-                const char* key = s.Key(f.key, i, j);
-                if (f.form == Form::Dec) s.Write(key, "%d", int(GetBE(v, 0, f.size)));
-                else s.Write(key, "x%s", HexDigits(v, f.size).c_str());
+                const char* key = src.Key(f.key, i, j);
+                if (f.form == Form::Dec) src.Write(key, "%d", int(GetBE(v, 0, f.size)));
+                else src.Write(key, "x%s", HexDigits(v, f.size).c_str());
             }
         }
     }
@@ -164,12 +162,12 @@ bool CKestro_VMG_ATRT::Asm(const char* iniPath) {
     m_recordCount = 0;
     m_header.fill(0);
 
-    Source s(iniPath, kSection);
-    if (!s.Read("vts_ns")) {
+    Source src(iniPath, kSection);
+    if (!src.Read("vts_ns")) {
         SetError("vts_ns");
         return false;
     }
-    const auto n = static_cast<uint16_t>(s.Int());
+    const auto n = static_cast<uint16_t>(src.Int());
     if (n > kMaxTitleSets) {
         SetError("[vts_ns] %u title sets exceed the %d a title set attribute table can hold",
                  unsigned(n), kMaxTitleSets);
@@ -188,27 +186,27 @@ bool CKestro_VMG_ATRT::Asm(const char* iniPath) {
             const int m = f.countAt ? rec[f.countAt] : 1;
             if (f.countAt && size_t(m) > (kRecordSize - f.at) / f.size) {
                 SetError("[%s] %d %s streams do not fit a title set attribute record",
-                         s.LastKey(), m, f.streams);
+                         src.LastKey(), m, f.streams);
                 return false;
             }
             for (int j = 1; j <= m; ++j) {
                 uint8_t* field = rec.data() + f.at + f.size * size_t(j - 1);
-                if (!s.Read(s.Key(f.key, i, j))) {
+                if (!src.Read(src.Key(f.key, i, j))) {
                     // A title set without a category ends the table; the
                     // count keeps what the source said.
                     if (f.reader == Reader::EndsTable) {
                         m_records.pop_back();
                         return true;
                     }
-                    SetError("[%s] Statement missing in vts_atrt!", s.LastKey());
+                    SetError("[%s] Statement missing in vts_atrt!", src.LastKey());
                     return false;
                 }
                 if (f.reader == Reader::DecimalAfterX)
-                    *field = static_cast<uint8_t>(std::atoi(SkipOptionalX(s.Value())));
+                    *field = static_cast<uint8_t>(std::atoi(SkipOptionalX(src.Value())));
                 else if (f.form == Form::Dec)
-                    PutBE(field, f.size, static_cast<uint32_t>(s.Int()));
+                    PutBE(field, f.size, static_cast<uint32_t>(src.Int()));
                 else
-                    HexBytes(s.Value(), field, f.size);
+                    HexBytes(src.Value(), field, f.size);
             }
         }
     }

@@ -46,17 +46,17 @@ bool CKestro_VMG_MAIT::Details(char* buf, int len) {
 
 bool CKestro_VMG_MAIT::Disasm(const char* iniPath) {
     BodyScope body(m_loaded);
-    Source s(iniPath, "ptl_mait");
-    s.Write("cty_ns", "%d", m_loaded.count);
-    s.Write("vts_ns", "%d", m_loaded.reserved);
-    s.Write("ptl_maait_ea", "%d", int(m_loaded.endAddress));
+    Source src(iniPath, "ptl_mait");
+    src.Write("cty_ns", "%d", m_loaded.count);
+    src.Write("vts_ns", "%d", m_loaded.reserved);
+    src.Write("ptl_maait_ea", "%d", int(m_loaded.endAddress));
     // The per-country statements go to the title search pointer section;
     // their keys do not collide with that table's.
-    s.SetSection("vmg_ptt_srpt");
+    src.SetSection("vmg_ptt_srpt");
     for (int i = 1, n = body.Held(kPointerSize); i <= n; ++i) {
         ByteView p = body.View().From(kPointerSize * (i - 1));
-        s.Write(s.Key("ptl_mai_srp%02d_cty_cd", i), "%c%c", p.U8(0), p.U8(1));
-        s.Write(s.Key("ptl_mai_srp%02d_ptl_mai_sa", i), "%d", p.BE16(4));
+        src.Write(src.Key("ptl_mai_srp%02d_cty_cd", i), "%c%c", p.U8(0), p.U8(1));
+        src.Write(src.Key("ptl_mai_srp%02d_ptl_mai_sa", i), "%d", p.BE16(4));
     }
     INIFlushFiles();
     return true;

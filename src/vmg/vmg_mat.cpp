@@ -156,21 +156,21 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
     // The management table starts a fresh source file; the sub-tables add
     // their sections to it afterwards.
     FileDelete(iniPath);
-    Source s(iniPath, "vmgi_mat");
+    Source src(iniPath, "vmgi_mat");
     const ByteView mat(rec, m_record.size());
 
     for (const Field& f : kFields) {
         const uint8_t* p = rec + f.at;
         switch (f.form) {
-        case Form::Text: s.WriteRaw(f.key, TextAt(p, f.size).c_str()); break;
-        case Form::Dec: s.Write(f.key, "%d", int(GetBE(mat, f.at, f.size))); break;
-        case Form::Version: s.Write(f.key, "%d.%d", p[0] >> 4, p[0] & 0x0F); break;
-        case Form::Category: s.Write(f.key, "x%08x", GetBE32(p)); break;
+        case Form::Text: src.WriteRaw(f.key, TextAt(p, f.size).c_str()); break;
+        case Form::Dec: src.Write(f.key, "%d", int(GetBE(mat, f.at, f.size))); break;
+        case Form::Version: src.Write(f.key, "%d.%d", p[0] >> 4, p[0] & 0x0F); break;
+        case Form::Category: src.Write(f.key, "x%08x", GetBE32(p)); break;
         case Form::VolumeSet:
-            s.Write(f.key, "x%04x%04x%04x%04x", GetBE16(p), GetBE16(p + 2), GetBE16(p + 4),
+            src.Write(f.key, "x%04x%04x%04x%04x", GetBE16(p), GetBE16(p + 2), GetBE16(p + 4),
                     GetBE16(p + 6));
             break;
-        case Form::Bytes: s.Write(f.key, "x%s", HexDigits(mat.From(f.at), f.size).c_str()); break;
+        case Form::Bytes: src.Write(f.key, "x%s", HexDigits(mat.From(f.at), f.size).c_str()); break;
         }
     }
 

@@ -90,13 +90,13 @@ bool CKestro_VMG_PTT::Details(char* buf, int len) {
 
 bool CKestro_VMG_PTT::Disasm(const char* iniPath) {
     BodyScope body(m_loaded);
-    Source s(iniPath, kSection);
-    s.Write("vts_ttu_ns", "%d", m_loaded.count);
-    s.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
+    Source src(iniPath, kSection);
+    src.Write("vts_ttu_ns", "%d", m_loaded.count);
+    src.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
     for (int i = 1, n = body.Held(kEntrySize); i <= n; ++i) {
         ByteView e = body.View().From(size_t(kEntrySize) * (i - 1));
         for (const auto& f : kTitleFields)
-            s.Write(s.Key(f.key, i), f.value, int(GetBE(e, f.at, f.size)));
+            src.Write(src.Key(f.key, i), f.value, int(GetBE(e, f.at, f.size)));
     }
     INIFlushFiles();
     return true;
@@ -107,12 +107,12 @@ bool CKestro_VMG_PTT::Asm(const char* iniPath) {
     m_recordCount = 0;
     m_header.fill(0);
 
-    Source s(iniPath, kSection);
-    if (!s.Read("vts_ttu_ns")) {
+    Source src(iniPath, kSection);
+    if (!src.Read("vts_ttu_ns")) {
         SetError("Statement missing in vmg_ptt_srpt!");
         return false;
     }
-    const auto n = static_cast<uint16_t>(s.Int());
+    const auto n = static_cast<uint16_t>(src.Int());
     // The table holds at most 999 titles (key numbers have room for three
     // digits); refuse more before anything is stored.
     if (n > kMaxTitles) {
@@ -126,11 +126,11 @@ bool CKestro_VMG_PTT::Asm(const char* iniPath) {
     for (int i = 1; i <= n; ++i) {
         uint8_t* rec = m_records.emplace_back().data();
         for (const auto& f : kTitleFields) {
-            if (!s.Read(s.Key(f.key, i))) {
-                SetError("[%s] Statement missing in vmg_ptt_srpt!", s.LastKey());
+            if (!src.Read(src.Key(f.key, i))) {
+                SetError("[%s] Statement missing in vmg_ptt_srpt!", src.LastKey());
                 return false;
             }
-            StoreField(rec, f, s.Value());
+            StoreField(rec, f, src.Value());
         }
     }
     return true;

@@ -39,10 +39,10 @@ bool CKestro_VMG_TXTDT::Disasm(const char* iniPath) {
     // The identifier has no terminator of its own: at most its 12 characters.
     char id[kIdSize + 1] = {};
     std::memcpy(id, m_header.data(), kIdSize);
-    Source s(iniPath, "txtdt_mg");
-    s.WriteRaw("txtdt_id", id);
-    s.Write("txtdt_lu_ns", "%d", GetBE16(m_header.data() + kUnitsAt));
-    s.Write("txtdt_mg_ea", "%d", int(GetBE32(m_header.data() + kEndAt)));
+    Source src(iniPath, "txtdt_mg");
+    src.WriteRaw("txtdt_id", id);
+    src.Write("txtdt_lu_ns", "%d", GetBE16(m_header.data() + kUnitsAt));
+    src.Write("txtdt_mg_ea", "%d", int(GetBE32(m_header.data() + kEndAt)));
     INIFlushFiles();
     return true;
 }
