@@ -310,7 +310,7 @@ void HexWords(const char* value, uint8_t* out, size_t words);
 // when it is a lower-case x (way b of the source grammar).
 const char* SkipOptionalX(const char* value);
 
-// ---- vmg: hex digit runs, numbers by width ------------------------------------------------------
+// ---- vmg: hex digit runs, numbers by width ----------------------------------
 // The first n bytes of v as two lower-case hex digits each ("%02x" per
 // byte): how attribute bytes are shown in reports and, after an x, sources.
 inline std::string HexDigits(const ByteView& v, size_t n) {
