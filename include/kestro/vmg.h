@@ -117,8 +117,7 @@ public:
     void Get(unsigned long* a, unsigned long* b);
 
 private:
-    std::array<uint8_t, kHeaderSize> m_header{};  // as read
-    LoadedTable m_body;                            // where the rest lies
+    std::array<uint8_t, kHeaderSize> m_header{};  // as read, in file byte order
 };
 
 // VMGI_MAT with the First Play PGC, and the owner of every other table of
@@ -194,16 +193,8 @@ public:
     unsigned long GetVMGM_PGCIT_SA() const;
 
 private:
-    unsigned long GetVMG_PTT_SRPT_SA() const;
-    unsigned long GetVMG_MAIT_SA() const;
-    unsigned long GetVMG_ATRT_SA() const;
-    unsigned long GetVMG_TXTDT_SA() const;
-    unsigned long GetVMG_C_ADT_SA() const;
-    unsigned long GetVMGM_VOBU_ADMAP_SA() const;
-    bool LoadVMGM_VOBS() const;
     bool HasFirstPlayPGC() const;
     uint32_t Field32(size_t at) const;
-    uint16_t Field16(size_t at) const;
     void DeleteSubTables();
 
     std::unique_ptr<CKestro_VMG_PTT> m_ptt;
@@ -218,8 +209,7 @@ private:
     // Bytes 0-2291 of the file, kept in file byte order; fields are decoded
     // where they are used.
     std::array<uint8_t, kRecordSize> m_record{};
-    uint32_t m_matEa = 0;       // end address computed by Asm
-    uint32_t m_matSectors = 0;  // sectors of table and First Play PGC
+    uint32_t m_matEa = 0;  // end address computed by Asm
 };
 
 #endif

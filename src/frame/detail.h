@@ -310,6 +310,28 @@ void HexWords(const char* value, uint8_t* out, size_t words);
 // when it is a lower-case x (way b of the source grammar).
 const char* SkipOptionalX(const char* value);
 
+// ---- vmg: hex digit runs, numbers by width ----------------------------------
+// The first n bytes of v as two lower-case hex digits each ("%02x" per
+// byte): how attribute bytes are shown in reports and, after an x, sources.
+inline std::string HexDigits(const ByteView& v, size_t n) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string out;
+    for (size_t i = 0; i < n; ++i) {
+        out += kDigits[v.U8(i) >> 4];
+        out += kDigits[v.U8(i) & 15];
+    }
+    return out;
+}
+// A big-endian number of 1, 2 or 4 bytes, as table rows give a field's width.
+inline uint32_t GetBE(const ByteView& v, size_t off, size_t size) {
+    return size == 1 ? v.U8(off) : size == 2 ? v.BE16(off) : v.BE32(off);
+}
+inline void PutBE(uint8_t* p, size_t size, uint32_t v) {
+    if (size == 1) p[0] = uint8_t(v);
+    else if (size == 2) PutBE16(p, v);
+    else PutBE32(p, v);
+}
+
 }  // namespace kestro
 
 #endif

@@ -2,6 +2,7 @@
 // "vmgi_mat" section, the First Play PGC from "fp_pgci", then the layout of
 // the sub-tables the host has created and assembled, one after another in
 // 2048-byte sectors right after the management table, and the writes.
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -15,60 +16,27 @@ using namespace kestro::vmgi;
 
 namespace {
 
-// The format version is written "%d.%d". The value is cut after its first
-// character, so only one-digit major numbers survive; the minor number is
-// read from the third character on ("10.2" gives major 1, minor 0).
-void StoreVersion(uint8_t* rec, const char* value) {
-    char v[Source::kValueSize] = {};
-    std::strncpy(v, value, sizeof v - 1);
-    v[1] = 0;
-    const int major = std::atoi(v);
-    const int minor = std::atoi(v + 2);
-    rec[kVersion] = static_cast<uint8_t>(uint8_t(major << 4) | (minor & 0x0F));
+// The format version is written "%d.%d". Only its first character is read
+// as the major number, so only one-digit major numbers survive; the minor
+// number is read from the third character on ("10.2" gives major 1, minor 0).
+uint8_t Version(const char* v) {
+    const int major = std::isdigit(static_cast<unsigned char>(v[0])) ? v[0] - '0' : 0;
+    const int minor = v[0] && v[1] ? std::atoi(v + 2) : 0;
+    return static_cast<uint8_t>(uint8_t(major << 4) | (minor & 0x0F));
 }
 
-void StoreCategory(uint8_t* rec, const char* value) {
-    PutBE32(rec + kCategory, static_cast<uint32_t>(axtoi(value)));
+// Stores a statement's value into its field as the field's form reads it.
+void Store(uint8_t* rec, const Field& f, const char* value) {
+    uint8_t* p = rec + f.at;
+    switch (f.form) {
+    case Form::Text: std::strncpy(reinterpret_cast<char*>(p), value, f.size); break;
+    case Form::Dec: PutBE(p, f.size, static_cast<uint32_t>(std::atoi(value))); break;
+    case Form::Version: p[0] = Version(value); break;
+    case Form::Category: PutBE32(p, static_cast<uint32_t>(axtoi(value))); break;
+    case Form::VolumeSet: HexWords(value, p, f.size / 2); break;
+    case Form::Bytes: HexBytes(value, p, f.size); break;
+    }
 }
-void StoreVolumeSet(uint8_t* rec, const char* value) { HexWords(value, rec + kVolumeSet, 4); }
-void StoreTitleSets(uint8_t* rec, const char* value) {
-    PutBE16(rec + kTitleSets, static_cast<uint32_t>(std::atoi(value)));
-}
-void StoreProvider(uint8_t* rec, const char* value) {
-    std::strncpy(reinterpret_cast<char*>(rec + kProviderId), value, kProviderSize);
-}
-void StorePosCode(uint8_t* rec, const char* value) { HexBytes(value, rec + kPosCode, 8); }
-void StoreMenuVideo(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuVideo, 2); }
-void StoreMenuAudioCount(uint8_t* rec, const char* value) {
-    rec[kMenuAudioCount] = static_cast<uint8_t>(std::atoi(value));
-}
-void StoreMenuAudio(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuAudio, 8); }
-void StoreMenuSubpCount(uint8_t* rec, const char* value) {
-    rec[kMenuSubpCount] = static_cast<uint8_t>(std::atoi(value));
-}
-void StoreMenuSubp(uint8_t* rec, const char* value) { HexBytes(value, rec + kMenuSubp, 6); }
-
-// The statements of "vmgi_mat" in the order they are read, each with the
-// message raised when it is missing. The title set count is read as
-// "vmg_ns" but reported as "vts_ns". End addresses and start sectors are
-// computed, never read.
-const struct Statement {
-    const char* key;
-    const char* missing;
-    void (*store)(uint8_t* rec, const char* value);
-} kStatements[] = {
-    {"vern", "[vern] Statement missing in vmgi_mat", StoreVersion},
-    {"vmg_cat", "[vmg_cat] Statement missing in vmgi_mat", StoreCategory},
-    {"vlms_id", "[vlms_id] Statement missing in vmgi_mat", StoreVolumeSet},
-    {"vmg_ns", "[vts_ns] Statement missing in vmgi_mat", StoreTitleSets},
-    {"pvr_id", "[pvr_id] Statement missing in vmgi_mat", StoreProvider},
-    {"pos_cd", "[pos_cd] Statement missing in vmgi_mat", StorePosCode},
-    {"vmgm_v_atr", "[vmgm_v_atr] Statement missing in vmgi_mat", StoreMenuVideo},
-    {"vmgm_ast_ns", "[vmgm_ast_ns] Statement missing in vmgi_mat", StoreMenuAudioCount},
-    {"vmgm_ast_atr", "[vmgm_ast_atr] Statement missing in vmgi_mat", StoreMenuAudio},
-    {"vmgm_spst_ns", "[vmgm_spst_ns] Statement missing in vmgi_mat", StoreMenuSubpCount},
-    {"vmgm_spst_atr", "[vmgm_spst_atr] Statement missing in vmgi_mat", StoreMenuSubp},
-};
 
 // Sectors of the menu VOB file that lies next to the IFO file ("VIDEO_TS.IFO"
 // gives "VIDEO_TS.vob"; the file layer matches the name case-insensitively).
@@ -79,7 +47,7 @@ bool MenuVobSectors(const char* ifoPath, unsigned long* sectors) {
     if (path.size() < 3) return false;
     path.replace(path.size() - 3, 3, "vob");
     if (FileExists(path.c_str(), 0) == -1) return false;
-    const int h = FileOpen(path.c_str(), 0x8000);
+    const int h = FileOpen(path.c_str(), kOpenRead);
     if (h > 0) {
         *sectors = SectorsFor(FileSize(h));
         FileClose(h);
@@ -92,24 +60,20 @@ bool MenuVobSectors(const char* ifoPath, unsigned long* sectors) {
 bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
     m_record.fill(0);
     uint8_t* rec = m_record.data();
-    Source s(iniPath, "vmgi_mat");
+    Source src(iniPath, "vmgi_mat");
 
-    if (!s.Read("vmg_id")) {
-        SetError("VMG ID is missing");
-        return false;
-    }
-    if (std::strncmp(s.Value(), "DVDVIDEO-VMG", kIdSize) != 0) {
-        SetError("[vmg_id] Illegal VIDEO_TS field");
-        return false;
-    }
-    std::memcpy(rec, s.Value(), kIdSize);
-
-    for (const auto& st : kStatements) {
-        if (!s.Read(st.key)) {
-            SetError("%s", st.missing);
+    for (const Field& f : kFields) {
+        if (f.reader == Reader::Computed) continue;
+        if (!src.Read(f.key)) {
+            if (f.missing) SetError("%s", f.missing);
+            else SetError("[%s] Statement missing in vmgi_mat", f.key);
             return false;
         }
-        st.store(rec, s.Value());
+        if (f.reader == Reader::Identifier && std::strncmp(src.Value(), kVmgId, f.size) != 0) {
+            SetError("[%s] Illegal VIDEO_TS field", f.key);
+            return false;
+        }
+        Store(rec, f, src.Value());
     }
 
     // The First Play PGC, when the source has one, is built into the record
@@ -130,12 +94,7 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         matEa = kNoFirstPlayEa + uint32_t(size);
         PutBE32(rec + kVmgiMatEa, matEa);
     }
-
-    // Sectors of the management table: the end address (not the byte count)
-    // rounded up to whole sectors. An end address of exactly 2048 therefore
-    // counts one sector, as files assembled here have always been laid out.
     m_matEa = matEa;
-    m_matSectors = static_cast<uint32_t>(SectorsFor(matEa));
 
     // The sub-tables in layout order. Absent tables and tables with nothing
     // to write take no sectors and get start sector 0. The language units
@@ -145,9 +104,14 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         size_t field;
     } const layout[] = {
         {m_ptt.get(), kTtSrptSa},   {m_pgci.get(), kVmgmPgciUtSa}, {m_mait.get(), kPtlMaitSa},
-        {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},   {m_admap.get(), kVmgmVobuAdmapSa},
+        {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},
+        {m_admap.get(), kVmgmVobuAdmapSa},
     };
-    uint32_t next = m_matSectors;
+    // The first sub-table follows the management table: its end address (not
+    // the byte count) rounded up to whole sectors. An end address of exactly
+    // 2048 therefore counts one sector, as files assembled here have always
+    // been laid out.
+    auto next = static_cast<uint32_t>(SectorsFor(matEa));
     for (const auto& slot : layout) {
         unsigned long sectors = 0, bytes = 0;
         if (slot.table) slot.table->Get(&sectors, &bytes);

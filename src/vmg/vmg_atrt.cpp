@@ -19,10 +19,65 @@ namespace {
 
 constexpr const char* kSection = "vts_atrt";
 constexpr uint32_t kRecordEnd = 775;
-constexpr size_t kTitleAudioAt = 268, kTitleAudioSize = 8;
-constexpr size_t kTitleSubpAt = 350, kTitleSubpSize = 6;
-constexpr int kMaxTitleAudio = int((CKestro_VMG_ATRT::kRecordSize - kTitleAudioAt) / kTitleAudioSize);
-constexpr int kMaxTitleSubp = int((CKestro_VMG_ATRT::kRecordSize - kTitleSubpAt) / kTitleSubpSize);
+
+// How a field's value is shown in the report and the source.
+enum class Form {
+    Dec,  // a big-endian number of 1 or 4 bytes, in decimal in both
+    Hex,  // the bytes as hex digits, in the source after an x
+    // As Hex in the source. The report shows only the first byte, as %x, on
+    // a line numbered by the characters the report has written so far plus
+    // one, not by the stream.
+    FirstByte,
+};
+// How the assembler reads a field.
+enum class Reader {
+    Computed,   // written by the assembler, never read
+    EndsTable,  // a title set without it ends the table
+    Required,   // "[key] Statement missing in vts_atrt!" without it
+    // Menu stream attributes are written in hexadecimal but read back in
+    // decimal (x0c reads as 0, x12 as 12); the pairing is part of the
+    // format as this library carries it.
+    DecimalAfterX,
+};
+// The fields of an attribute record in the order they are reported,
+// written and read. A stream list holds one field of `size` bytes per
+// stream, as many as the byte at countAt says; its key takes the stream
+// number after the title set's.
+struct AttrField {
+    const char* key;
+    size_t at, size;
+    Form form;
+    Reader reader;
+    const char* line;
+    size_t countAt = 0;             // stream lists only
+    const char* streams = nullptr;  // their name when too many do not fit the record
+};
+const AttrField kAttrFields[] = {
+    {"vts_atrt_srp%03d_vts_atr_ea", 0, 4, Form::Dec, Reader::Computed,
+     "    VTS Attribute end byte address %d"},
+    {"vts_atrt_srp%03d_vts_cat", 4, 4, Form::Dec, Reader::EndsTable,
+     "    VTS_CAT Application type %d"},
+    {"vts_atrt_srp%03d_vtsm_v_atr", 8, 2, Form::Hex, Reader::Required,
+     "    Attributes of VTSM_VOBS: %s"},
+    {"vts_atrt_srp%03d_vtsm_ast_ns", 11, 1, Form::Dec, Reader::Required,
+     "    Number of audio streams in VTSM_VOBS: %d"},
+    {"vts_atrt_srp%03d_vtsm_ast_atr%02d", 12, 1, Form::FirstByte, Reader::DecimalAfterX,
+     "      Audio %d attributes: %x", 11},
+    {"vts_atrt_srp%03d_vtsm_spst_ns", 93, 1, Form::Dec, Reader::Required,
+     "    Number of subpicture streams: %d"},
+    {"vts_atrt_srp%03d_vtsm_spst_atr%02d", 94, 1, Form::FirstByte, Reader::DecimalAfterX,
+     "      Subpicture stream %d attributes: %x", 93},
+    {"vts_atrt_srp%03d_vts_v_atr", 264, 2, Form::Hex, Reader::Required,
+     "    Video attributes of VTSTT_VOBS: %s"},
+    {"vts_atrt_srp%03d_vts_ast_ns", 267, 1, Form::Dec, Reader::Required,
+     "    Number of audio streams in VTSTT_VOBS: %d"},
+    {"vts_atrt_srp%03d_vts_ast_atr%02d", 268, 8, Form::Hex, Reader::Required,
+     "      Audio %d attributes: %s", 267, "audio"},
+    {"vts_atrt_srp%03d_vts_spst_ns", 349, 1, Form::Dec, Reader::Required,
+     "    Number of subpicture streams in VTSTT_VOBS: %d"},
+    {"vts_atrt_srp%03d_vts_spst_atr%02d", 350, 6, Form::FirstByte, Reader::Required,
+     "      Subpicture stream %d attributes: %x", 349, "subpicture"},
+};
 
 // Start address of title set k (1-based) as the table is written.
 uint32_t StartAddress(uint32_t count, uint32_t k) {
@@ -32,6 +87,14 @@ uint32_t StartAddress(uint32_t count, uint32_t k) {
 // The record a start address points at, as a body offset (start - 8).
 ByteView RecordAt(const ByteView& body, uint32_t start) {
     return start >= 8 ? body.From(start - 8) : ByteView();
+}
+
+// Fields in one record: a stream list has its count of them, any other field one.
+int Streams(const ByteView& rec, const AttrField& f) { return f.countAt ? rec.U8(f.countAt) : 1; }
+
+// The field of stream j (1-based; 1 for a field that is not a list).
+ByteView FieldAt(const ByteView& rec, const AttrField& f, int j) {
+    return rec.From(f.at + f.size * size_t(j - 1));
 }
 
 }  // namespace
@@ -46,89 +109,50 @@ int CKestro_VMG_ATRT::Load(int hFile, unsigned long startSector) {
 
 bool CKestro_VMG_ATRT::Details(char* buf, int len) {
     Report r(buf, len);
-    if (!r.Line("Number of Video Title Sets: %d", m_loaded.count) ||
-        !r.Line("End byte address of VTS_ATR table: %d", int(m_loaded.endAddress)))
-        return false;
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    for (int i = 1, n = HeldEntries(m_loaded, 4); i <= n; ++i) {
-        const uint32_t start = body.BE32(4 * size_t(i - 1));
+    r.Line("Number of Video Title Sets: %d", m_loaded.count);
+    r.Line("End byte address of VTS_ATR table: %d", int(m_loaded.endAddress));
+    BodyScope body(m_loaded);
+    for (int i = 1, n = body.Held(4); r.ok() && i <= n; ++i) {
+        const uint32_t start = body.View().BE32(4 * size_t(i - 1));
         char head[128];
         Format(head, sizeof head, "  VTS %d Attribute start byte address %d", i, int(start));
+        r.Text(head);
         // The attribute lines describe the bytes at body offset (length of
         // the line above) - 8, not the record the start address names; the
         // report has always shown them so.
-        ByteView rec = body.From(std::strlen(head) - 8);
-        if (!r.Text(head) ||
-            !r.Line("    VTS Attribute end byte address %d", int(rec.BE32(0))) ||
-            !r.Line("    VTS_CAT Application type %d", int(rec.BE32(4))) ||
-            !r.Line("    Attributes of VTSM_VOBS: %02x%02x", rec.U8(8), rec.U8(9)) ||
-            !r.Line("    Number of audio streams in VTSM_VOBS: %d", rec.U8(11)))
-            return false;
-        // These stream lines are numbered by the characters the report has
-        // written so far plus one, not by the stream.
-        for (int j = 1; j <= rec.U8(11); ++j)
-            if (!r.Line("      Audio %d attributes: %x", int(r.Written() + 1), rec.U8(11 + j)))
-                return false;
-        if (!r.Line("    Number of subpicture streams: %d", rec.U8(93))) return false;
-        for (int j = 1; j <= rec.U8(93); ++j)
-            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Written() + 1),
-                        rec.U8(93 + j)))
-                return false;
-        if (!r.Line("    Video attributes of VTSTT_VOBS: %02x%02x", rec.U8(264), rec.U8(265)) ||
-            !r.Line("    Number of audio streams in VTSTT_VOBS: %d", rec.U8(267)))
-            return false;
-        for (int j = 1; j <= rec.U8(267); ++j) {
-            ByteView a = rec.From(kTitleAudioAt + kTitleAudioSize * (j - 1));
-            if (!r.Line("      Audio %d attributes: %02x%02x%02x%02x%02x%02x%02x%02x", j, a.U8(0),
-                        a.U8(1), a.U8(2), a.U8(3), a.U8(4), a.U8(5), a.U8(6), a.U8(7)))
-                return false;
+        ByteView rec = body.View().From(std::strlen(head) - 8);
+        for (const auto& f : kAttrFields) {
+            for (int j = 1, m = Streams(rec, f); r.ok() && j <= m; ++j) {
+                const ByteView v = FieldAt(rec, f, j);
+                if (f.form == Form::Dec) r.Line(f.line, int(GetBE(v, 0, f.size)));
+                else if (f.form == Form::FirstByte) r.Line(f.line, int(r.Written() + 1), v.U8(0));
+                else if (f.countAt) r.Line(f.line, j, HexDigits(v, f.size).c_str());
+                else r.Line(f.line, HexDigits(v, f.size).c_str());
+            }
         }
-        if (!r.Line("    Number of subpicture streams in VTSTT_VOBS: %d", rec.U8(349))) return false;
-        for (int j = 1; j <= rec.U8(349); ++j)
-            if (!r.Line("      Subpicture stream %d attributes: %x", int(r.Written() + 1),
-                        rec.U8(kTitleSubpAt + kTitleSubpSize * (j - 1))))
-                return false;
     }
-    m_loaded.FreeBody();
-    return true;
+    // This report ends without the closing line end the other tables write.
+    return r.ok();
 }
 
 bool CKestro_VMG_ATRT::Disasm(const char* iniPath) {
-    Source s(iniPath, kSection);
-    s.Write("vts_ns", "%d", m_loaded.count);
-    s.Write("vts_atrt_ea", "%d", int(m_loaded.endAddress));
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    for (int i = 1, n = HeldEntries(m_loaded, 4); i <= n; ++i) {
-        const uint32_t start = body.BE32(4 * size_t(i - 1));
-        ByteView rec = RecordAt(body, start);
-        s.Write(s.Key("vts_atrt_srp%03d_vts_atr_sa", i), "%d", int(start));
-        s.Write(s.Key("vts_atrt_srp%03d_vts_atr_ea", i), "%d", int(rec.BE32(0)));
-        s.Write(s.Key("vts_atrt_srp%03d_vts_cat", i), "%d", int(rec.BE32(4)));
-        s.Write(s.Key("vts_atrt_srp%03d_vtsm_v_atr", i), "x%02x%02x", rec.U8(8), rec.U8(9));
-        s.Write(s.Key("vts_atrt_srp%03d_vtsm_ast_ns", i), "%d", rec.U8(11));
-        for (int j = 1; j <= rec.U8(11); ++j)
-            s.Write(s.Key("vts_atrt_srp%03d_vtsm_ast_atr%02d", i, j), "x%02x", rec.U8(11 + j));
-        s.Write(s.Key("vts_atrt_srp%03d_vtsm_spst_ns", i), "%d", rec.U8(93));
-        for (int j = 1; j <= rec.U8(93); ++j)
-            s.Write(s.Key("vts_atrt_srp%03d_vtsm_spst_atr%02d", i, j), "x%02x", rec.U8(93 + j));
-        s.Write(s.Key("vts_atrt_srp%03d_vts_v_atr", i), "x%02x%02x", rec.U8(264), rec.U8(265));
-        s.Write(s.Key("vts_atrt_srp%03d_vts_ast_ns", i), "%d", rec.U8(267));
-        for (int j = 1; j <= rec.U8(267); ++j) {
-            ByteView a = rec.From(kTitleAudioAt + kTitleAudioSize * (j - 1));
-            s.Write(s.Key("vts_atrt_srp%03d_vts_ast_atr%02d", i, j),
-                    "x%02x%02x%02x%02x%02x%02x%02x%02x", a.U8(0), a.U8(1), a.U8(2), a.U8(3),
-                    a.U8(4), a.U8(5), a.U8(6), a.U8(7));
-        }
-        s.Write(s.Key("vts_atrt_srp%03d_vts_spst_ns", i), "%d", rec.U8(349));
-        for (int j = 1; j <= rec.U8(349); ++j) {
-            ByteView a = rec.From(kTitleSubpAt + kTitleSubpSize * (j - 1));
-            s.Write(s.Key("vts_atrt_srp%03d_vts_spst_atr%02d", i, j), "x%02x%02x%02x%02x%02x%02x",
-                    a.U8(0), a.U8(1), a.U8(2), a.U8(3), a.U8(4), a.U8(5));
+    Source src(iniPath, kSection);
+    src.Write("vts_ns", "%d", m_loaded.count);
+    src.Write("vts_atrt_ea", "%d", int(m_loaded.endAddress));
+    BodyScope body(m_loaded);
+    for (int i = 1, n = body.Held(4); i <= n; ++i) {
+        const uint32_t start = body.View().BE32(4 * size_t(i - 1));
+        ByteView rec = RecordAt(body.View(), start);
+        src.Write(src.Key("vts_atrt_srp%03d_vts_atr_sa", i), "%d", int(start));
+        for (const auto& f : kAttrFields) {
+            for (int j = 1, m = Streams(rec, f); j <= m; ++j) {
+                const ByteView v = FieldAt(rec, f, j);
+                const char* key = src.Key(f.key, i, j);
+                if (f.form == Form::Dec) src.Write(key, "%d", int(GetBE(v, 0, f.size)));
+                else src.Write(key, "x%s", HexDigits(v, f.size).c_str());
+            }
         }
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }
@@ -138,12 +162,12 @@ bool CKestro_VMG_ATRT::Asm(const char* iniPath) {
     m_recordCount = 0;
     m_header.fill(0);
 
-    Source s(iniPath, kSection);
-    if (!s.Read("vts_ns")) {
+    Source src(iniPath, kSection);
+    if (!src.Read("vts_ns")) {
         SetError("vts_ns");
         return false;
     }
-    const auto n = static_cast<uint16_t>(s.Int());
+    const auto n = static_cast<uint16_t>(src.Int());
     if (n > kMaxTitleSets) {
         SetError("[vts_ns] %u title sets exceed the %d a title set attribute table can hold",
                  unsigned(n), kMaxTitleSets);
@@ -154,67 +178,36 @@ bool CKestro_VMG_ATRT::Asm(const char* iniPath) {
     if (n == 0) return true;
     m_records.reserve(n);
 
-    auto missing = [&] {
-        SetError("[%s] Statement missing in vts_atrt!", s.LastKey());
-        return false;
-    };
-    // Reads a count statement into its one-byte field and returns the count.
-    auto count = [&](uint8_t* field) {
-        *field = static_cast<uint8_t>(s.Int());
-        return int(*field);
-    };
-
     for (int i = 1; i <= n; ++i) {
-        // A title set without a category ends the table; the count keeps
-        // what the source said.
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vts_cat", i))) return true;
-        m_records.emplace_back();
-        uint8_t* rec = m_records.back().data();
-        std::memset(rec, 0, kRecordSize);
-        PutBE32(rec + 4, static_cast<uint32_t>(s.Int()));
-
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vtsm_v_atr", i))) return missing();
-        HexBytes(s.Value(), rec + 8, 2);
-
-        // Menu stream attributes are written in hexadecimal but read back in
-        // decimal (x0c reads as 0, x12 as 12); the pairing is part of the
-        // format as this library carries it.
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vtsm_ast_ns", i))) return missing();
-        for (int j = 1, m = count(rec + 11); j <= m; ++j) {
-            if (!s.Read(s.Key("vts_atrt_srp%03d_vtsm_ast_atr%02d", i, j))) return missing();
-            rec[11 + j] = static_cast<uint8_t>(std::atoi(SkipOptionalX(s.Value())));
-        }
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vtsm_spst_ns", i))) return missing();
-        for (int j = 1, m = count(rec + 93); j <= m; ++j) {
-            if (!s.Read(s.Key("vts_atrt_srp%03d_vtsm_spst_atr%02d", i, j))) return missing();
-            rec[93 + j] = static_cast<uint8_t>(std::atoi(SkipOptionalX(s.Value())));
-        }
-
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vts_v_atr", i))) return missing();
-        HexBytes(s.Value(), rec + 264, 2);
-
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vts_ast_ns", i))) return missing();
-        const int audio = count(rec + 267);
-        if (audio > kMaxTitleAudio) {
-            SetError("[%s] %d audio streams do not fit a title set attribute record", s.LastKey(),
-                     audio);
-            return false;
-        }
-        for (int j = 1; j <= audio; ++j) {
-            if (!s.Read(s.Key("vts_atrt_srp%03d_vts_ast_atr%02d", i, j))) return missing();
-            HexBytes(s.Value(), rec + kTitleAudioAt + kTitleAudioSize * (j - 1), kTitleAudioSize);
-        }
-
-        if (!s.Read(s.Key("vts_atrt_srp%03d_vts_spst_ns", i))) return missing();
-        const int subp = count(rec + 349);
-        if (subp > kMaxTitleSubp) {
-            SetError("[%s] %d subpicture streams do not fit a title set attribute record",
-                     s.LastKey(), subp);
-            return false;
-        }
-        for (int j = 1; j <= subp; ++j) {
-            if (!s.Read(s.Key("vts_atrt_srp%03d_vts_spst_atr%02d", i, j))) return missing();
-            HexBytes(s.Value(), rec + kTitleSubpAt + kTitleSubpSize * (j - 1), kTitleSubpSize);
+        auto& rec = m_records.emplace_back();
+        for (const auto& f : kAttrFields) {
+            if (f.reader == Reader::Computed) continue;
+            // A stream list follows its count, the statement read last.
+            const int m = f.countAt ? rec[f.countAt] : 1;
+            if (f.countAt && size_t(m) > (kRecordSize - f.at) / f.size) {
+                SetError("[%s] %d %s streams do not fit a title set attribute record",
+                         src.LastKey(), m, f.streams);
+                return false;
+            }
+            for (int j = 1; j <= m; ++j) {
+                uint8_t* field = rec.data() + f.at + f.size * size_t(j - 1);
+                if (!src.Read(src.Key(f.key, i, j))) {
+                    // A title set without a category ends the table; the
+                    // count keeps what the source said.
+                    if (f.reader == Reader::EndsTable) {
+                        m_records.pop_back();
+                        return true;
+                    }
+                    SetError("[%s] Statement missing in vts_atrt!", src.LastKey());
+                    return false;
+                }
+                if (f.reader == Reader::DecimalAfterX)
+                    *field = static_cast<uint8_t>(std::atoi(SkipOptionalX(src.Value())));
+                else if (f.form == Form::Dec)
+                    PutBE(field, f.size, static_cast<uint32_t>(src.Int()));
+                else
+                    HexBytes(src.Value(), field, f.size);
+            }
         }
     }
     return true;

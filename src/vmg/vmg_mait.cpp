@@ -31,38 +31,33 @@ int CKestro_VMG_MAIT::Load(int hFile, unsigned long startSector) {
 
 bool CKestro_VMG_MAIT::Details(char* buf, int len) {
     Report r(buf, len);
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    if (!r.Line("Number of Countries: %d", m_loaded.count) ||
-        !r.Line("Number of Video Title Sets: %d", m_loaded.reserved) ||
-        !r.Line("End byte address of PTL_MAIT table: %d", int(m_loaded.endAddress)))
-        return false;
-    for (int i = 1; i <= m_loaded.count; ++i) {
-        ByteView p = body.From(kPointerSize * (i - 1));
-        if (!r.Line("  Country Code of %d: %c%c", i, p.U8(0), p.U8(1)) ||
-            !r.Line("  Start byte address of PTL_MAI of %d: %d", i, p.BE16(4)))
-            return false;
+    BodyScope body(m_loaded);
+    r.Line("Number of Countries: %d", m_loaded.count);
+    r.Line("Number of Video Title Sets: %d", m_loaded.reserved);
+    r.Line("End byte address of PTL_MAIT table: %d", int(m_loaded.endAddress));
+    for (int i = 1, n = body.Held(kPointerSize); r.ok() && i <= n; ++i) {
+        ByteView p = body.View().From(kPointerSize * (i - 1));
+        r.Line("  Country Code of %d: %c%c", i, p.U8(0), p.U8(1));
+        r.Line("  Start byte address of PTL_MAI of %d: %d", i, p.BE16(4));
     }
-    m_loaded.FreeBody();
-    return true;
+    // This report ends without the closing line end the other tables write.
+    return r.ok();
 }
 
 bool CKestro_VMG_MAIT::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    Source s(iniPath, "ptl_mait");
-    s.Write("cty_ns", "%d", m_loaded.count);
-    s.Write("vts_ns", "%d", m_loaded.reserved);
-    s.Write("ptl_maait_ea", "%d", int(m_loaded.endAddress));
+    BodyScope body(m_loaded);
+    Source src(iniPath, "ptl_mait");
+    src.Write("cty_ns", "%d", m_loaded.count);
+    src.Write("vts_ns", "%d", m_loaded.reserved);
+    src.Write("ptl_maait_ea", "%d", int(m_loaded.endAddress));
     // The per-country statements go to the title search pointer section;
     // their keys do not collide with that table's.
-    s.SetSection("vmg_ptt_srpt");
-    for (int i = 1; i <= m_loaded.count; ++i) {
-        ByteView p = body.From(kPointerSize * (i - 1));
-        s.Write(s.Key("ptl_mai_srp%02d_cty_cd", i), "%c%c", p.U8(0), p.U8(1));
-        s.Write(s.Key("ptl_mai_srp%02d_ptl_mai_sa", i), "%d", p.BE16(4));
+    src.SetSection("vmg_ptt_srpt");
+    for (int i = 1, n = body.Held(kPointerSize); i <= n; ++i) {
+        ByteView p = body.View().From(kPointerSize * (i - 1));
+        src.Write(src.Key("ptl_mai_srp%02d_cty_cd", i), "%c%c", p.U8(0), p.U8(1));
+        src.Write(src.Key("ptl_mai_srp%02d_ptl_mai_sa", i), "%d", p.BE16(4));
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }

@@ -6,6 +6,7 @@
 // It is kept in file byte order; the fields are decoded where they are used.
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "frame/detail.h"
 #include "kestro/ini.h"
@@ -17,14 +18,16 @@ using namespace kestro::vmgi;
 
 namespace {
 
-const char kVmgId[] = "DVDVIDEO-VMG";
+// A text field: its characters up to the first zero, at most size of them.
+std::string TextAt(const uint8_t* p, size_t size) {
+    return std::string(p, std::find(p, p + size, 0));
+}
 
-// A sub-table object that its loader accepted, or null.
-template <class T, class... Args>
-std::unique_ptr<T> Loaded(Args... args) {
-    auto t = std::make_unique<T>();
-    if (!t->Load(args...)) t.reset();
-    return t;
+// Stores a fresh table in slot, releasing the one it held, and returns it.
+template <class T>
+T* Fresh(std::unique_ptr<T>& slot) {
+    slot = std::make_unique<T>();
+    return slot.get();
 }
 
 }  // namespace
@@ -45,46 +48,21 @@ void CKestro_VMG_MAT::DeleteSubTables() {
 }
 
 uint32_t CKestro_VMG_MAT::Field32(size_t at) const { return GetBE32(m_record.data() + at); }
-uint16_t CKestro_VMG_MAT::Field16(size_t at) const { return GetBE16(m_record.data() + at); }
-
 unsigned long CKestro_VMG_MAT::GetVMGM_PGCIT_SA() const { return Field32(kVmgmPgciUtSa); }
-unsigned long CKestro_VMG_MAT::GetVMG_PTT_SRPT_SA() const { return Field32(kTtSrptSa); }
-unsigned long CKestro_VMG_MAT::GetVMG_MAIT_SA() const { return Field32(kPtlMaitSa); }
-unsigned long CKestro_VMG_MAT::GetVMG_ATRT_SA() const { return Field32(kVtsAtrtSa); }
-unsigned long CKestro_VMG_MAT::GetVMG_TXTDT_SA() const { return Field32(kTxtdtMgSa); }
-unsigned long CKestro_VMG_MAT::GetVMG_C_ADT_SA() const { return Field32(kVmgmCAdtSa); }
-unsigned long CKestro_VMG_MAT::GetVMGM_VOBU_ADMAP_SA() const { return Field32(kVmgmVobuAdmapSa); }
-bool CKestro_VMG_MAT::LoadVMGM_VOBS() const { return Field32(kVmgmVobsSa) != 0; }
 bool CKestro_VMG_MAT::HasFirstPlayPGC() const { return Field32(kFpPgcSa) != 0; }
 
 // ---- Sub-table ownership ------------------------------------------------------
 
-CKestro_VMG_PTT* CKestro_VMG_MAT::NewVMGM_PTT() {
-    m_ptt = std::make_unique<CKestro_VMG_PTT>();
-    return m_ptt.get();
-}
+CKestro_VMG_PTT* CKestro_VMG_MAT::NewVMGM_PTT() { return Fresh(m_ptt); }
 CKestro_VMGM_PGCI* CKestro_VMG_MAT::NewVMGM_PGCI() {
     // The language units describe the table being replaced.
     m_lu.reset();
-    m_pgci = std::make_unique<CKestro_VMGM_PGCI>();
-    return m_pgci.get();
+    return Fresh(m_pgci);
 }
-CKestro_VMG_MAIT* CKestro_VMG_MAT::NewVMGM_MAIT() {
-    m_mait = std::make_unique<CKestro_VMG_MAIT>();
-    return m_mait.get();
-}
-CKestro_VMG_ATRT* CKestro_VMG_MAT::NewVMGM_ATRT() {
-    m_atrt = std::make_unique<CKestro_VMG_ATRT>();
-    return m_atrt.get();
-}
-CKestro_VMG_CADT* CKestro_VMG_MAT::NewVMGM_C_ADT() {
-    m_cadt = std::make_unique<CKestro_VMG_CADT>();
-    return m_cadt.get();
-}
-CKestro_VMGM_ADMAP* CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP() {
-    m_admap = std::make_unique<CKestro_VMGM_ADMAP>();
-    return m_admap.get();
-}
+CKestro_VMG_MAIT* CKestro_VMG_MAT::NewVMGM_MAIT() { return Fresh(m_mait); }
+CKestro_VMG_ATRT* CKestro_VMG_MAT::NewVMGM_ATRT() { return Fresh(m_atrt); }
+CKestro_VMG_CADT* CKestro_VMG_MAT::NewVMGM_C_ADT() { return Fresh(m_cadt); }
+CKestro_VMGM_ADMAP* CKestro_VMG_MAT::NewVMGM_VOBU_ADMAP() { return Fresh(m_admap); }
 
 void CKestro_VMG_MAT::DeleteVMGM_PTT() { m_ptt.reset(); }
 void CKestro_VMG_MAT::DeleteVMGM_PGCI() {
@@ -106,19 +84,19 @@ int CKestro_VMG_MAT::Load(int hFile) {
     FileRead(hFile, m_record.data(), m_record.size());
     if (std::memcmp(m_record.data(), kVmgId, kIdSize) != 0) return 0;
 
-    LoadVMGM_VOBS();  // the menu VOB file itself is not opened
     // Each loader seeks to its start sector itself; a table whose start
-    // sector is 0 (absent) or whose loader refuses stays null.
-    m_ptt = Loaded<CKestro_VMG_PTT>(hFile, GetVMG_PTT_SRPT_SA());
-    m_pgci = Loaded<CKestro_VMGM_PGCI>(hFile, GetVMGM_PGCIT_SA());
+    // sector is 0 (absent) or whose loader refuses stays null. The menu VOB
+    // file is not opened.
+    m_ptt = LoadedOrNull<CKestro_VMG_PTT>(hFile, Field32(kTtSrptSa));
+    m_pgci = LoadedOrNull<CKestro_VMGM_PGCI>(hFile, GetVMGM_PGCIT_SA());
     // The language units are read through the unit table object, so they
     // exist only when that table loaded.
-    if (m_pgci) m_lu = Loaded<CKestro_VMGM_LU>(hFile, GetVMGM_PGCIT_SA(), m_pgci.get());
-    m_mait = Loaded<CKestro_VMG_MAIT>(hFile, GetVMG_MAIT_SA());
-    m_atrt = Loaded<CKestro_VMG_ATRT>(hFile, GetVMG_ATRT_SA());
-    m_txtdt = Loaded<CKestro_VMG_TXTDT>(hFile, GetVMG_TXTDT_SA());
-    m_cadt = Loaded<CKestro_VMG_CADT>(hFile, GetVMG_C_ADT_SA());
-    m_admap = Loaded<CKestro_VMGM_ADMAP>(hFile, GetVMGM_VOBU_ADMAP_SA());
+    if (m_pgci) m_lu = LoadedOrNull<CKestro_VMGM_LU>(hFile, GetVMGM_PGCIT_SA(), m_pgci.get());
+    m_mait = LoadedOrNull<CKestro_VMG_MAIT>(hFile, Field32(kPtlMaitSa));
+    m_atrt = LoadedOrNull<CKestro_VMG_ATRT>(hFile, Field32(kVtsAtrtSa));
+    m_txtdt = LoadedOrNull<CKestro_VMG_TXTDT>(hFile, Field32(kTxtdtMgSa));
+    m_cadt = LoadedOrNull<CKestro_VMG_CADT>(hFile, Field32(kVmgmCAdtSa));
+    m_admap = LoadedOrNull<CKestro_VMGM_ADMAP>(hFile, Field32(kVmgmVobuAdmapSa));
     return 1;
 }
 
@@ -126,61 +104,34 @@ int CKestro_VMG_MAT::Load(int hFile) {
 
 bool CKestro_VMG_MAT::Details(char* buf, int len) {
     const uint8_t* rec = m_record.data();
+    const ByteView mat(rec, m_record.size());
     Report r(buf, len);
-    // Neither text has a terminator of its own in the record.
-    char id[kIdSize + 1] = {};
-    std::memcpy(id, rec, kIdSize);
-    char provider[kProviderSize + 1] = {};
-    std::memcpy(provider, rec + kProviderId, kProviderSize);
-
-    if (!r.Line("VMG Identifier: %s", id) ||
-        !r.Line("End address of VMG: %d", int(Field32(kVmgEa))) ||
-        !r.Line("End address of VMGI: %d", int(Field32(kVmgiEa))) ||
-        !r.Line("Specification version number: %d.%d", rec[kVersion] >> 4, rec[kVersion] & 0x0F) ||
-        !r.Line("VMG Category: %x", Field32(kCategory)) ||
-        !r.Line("VMG Number of Vols: %d This Vol: %d Disk side ID: %d", Field16(kVolumeSet),
-                Field16(kVolumeSet + 2), (Field16(kVolumeSet + 4) >> 8) & 3) ||
-        !r.Line("VMG Number of Title Sets: %d", Field16(kTitleSets)))
-        return false;
-    if (rec[kProviderId] != 0 ? !r.Line("VMG Provider ID: %s", provider)
-                              : !r.Line("VMG No Provider ID available:"))
-        return false;
-    const uint8_t* pos = rec + kPosCode;
-    if (!r.Line("VMG POS Code: %x%x%x%x%x%x%x%x", pos[0], pos[1], pos[2], pos[3], pos[4], pos[5],
-                pos[6], pos[7]) ||
-        !r.Line("End byte address of VMGI_MAT: %d", int(Field32(kVmgiMatEa))) ||
-        !r.Line("Start byte address of First Play PGC FP_PGC: %d", int(Field32(kFpPgcSa))))
-        return false;
-    static const struct {
-        size_t at;
-        const char* line;
-    } kStartSectors[] = {
-        {kVmgmVobsSa, "Start sector address of VMGM_VOBS: %d"},
-        {kTtSrptSa, "Start sector address of VMG_PTT_SRPT: %d"},
-        {kVmgmPgciUtSa, "Start sector address of VMGM_PGCI_UT: %d"},
-        {kPtlMaitSa, "Start sector address of VMG_PTL_MAIT: %d"},
-        {kVtsAtrtSa, "Start sector address of VMG_VTS_ATRT: %d"},
-        {kTxtdtMgSa, "Start sector address of VMG_TXTDT_MG: %d"},
-        {kVmgmCAdtSa, "Start sector address of VMGM_C_ADT: %d"},
-        {kVmgmVobuAdmapSa, "Start sector address of VMGM_VOBU_ADMAP: %d"},
-    };
-    for (const auto& s : kStartSectors) {
-        char line[96];
-        Format(line, sizeof line, s.line, int(Field32(s.at)));
-        if (!r.Text(line)) return false;
+    for (const Field& f : kFields) {
+        const uint8_t* p = rec + f.at;
+        switch (f.form) {
+        case Form::Text:
+            if (f.empty && p[0] == 0) r.Text(f.empty);
+            else r.Line(f.line, TextAt(p, f.size).c_str());
+            break;
+        case Form::Dec: r.Line(f.line, int(GetBE(mat, f.at, f.size))); break;
+        case Form::Version: r.Line(f.line, p[0] >> 4, p[0] & 0x0F); break;
+        case Form::Category: r.Line(f.line, GetBE32(p)); break;
+        case Form::VolumeSet:
+            r.Line(f.line, GetBE16(p), GetBE16(p + 2), (GetBE16(p + 4) >> 8) & 3);
+            break;
+        case Form::Bytes:
+            // The line's format takes as many of the bytes as it shows.
+            if (!f.countAt) r.Line(f.line, p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7]);
+            for (int k = 1; f.countAt && r.ok() && k <= rec[f.countAt]; ++k)
+                r.Line(f.line, k, p[k - 1]);
+            break;
+        }
     }
-    if (!r.Line("Video attributes of VMGM_VOBS: %02x%02x", rec[kMenuVideo], rec[kMenuVideo + 1]))
-        return false;
-    // One byte per stream is shown, not the stream's whole attribute.
-    if (!r.Line("Number of audio streams in VMGM_VOBS: %d", rec[kMenuAudioCount])) return false;
-    for (int k = 1; k <= rec[kMenuAudioCount]; ++k)
-        if (!r.Line("  Audio %d attributes: %x", k, rec[kMenuAudio + k - 1])) return false;
-    if (!r.Line("VMGM Number of subpicture streams: %d", rec[kMenuSubpCount])) return false;
-    for (int k = 1; k <= rec[kMenuSubpCount]; ++k)
-        if (!r.Line("  Subpicture stream %d attributes: %x", k, rec[kMenuSubp + k - 1]))
-            return false;
-
-    if (!HasFirstPlayPGC()) return r.Line("VMG has no First Play PGC");
+    if (!HasFirstPlayPGC()) {
+        r.Line("VMG has no First Play PGC");
+        return r.ok();
+    }
+    // Nothing is written at the cursor once a line was refused.
     if (!r.Line("VMG First Play PGC:")) return false;
     // The codec byte-swaps the command-table header of the PGC it reports,
     // in the record itself, and leaves it so: a second report or source run
@@ -205,45 +156,23 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
     // The management table starts a fresh source file; the sub-tables add
     // their sections to it afterwards.
     FileDelete(iniPath);
-    Source s(iniPath, "vmgi_mat");
+    Source src(iniPath, "vmgi_mat");
+    const ByteView mat(rec, m_record.size());
 
-    char id[kIdSize + 1] = {};
-    std::memcpy(id, rec, kIdSize);
-    char provider[kProviderSize + 1] = {};
-    std::memcpy(provider, rec + kProviderId, kProviderSize);
-
-    s.WriteRaw("vmg_id", id);
-    s.Write("vmg_ea", "%d", int(Field32(kVmgEa)));
-    s.Write("vmgi_ea", "%d", int(Field32(kVmgiEa)));
-    s.Write("vern", "%d.%d", rec[kVersion] >> 4, rec[kVersion] & 0x0F);
-    s.Write("vmg_cat", "x%08x", Field32(kCategory));
-    s.Write("vlms_id", "x%04x%04x%04x%04x", Field16(kVolumeSet), Field16(kVolumeSet + 2),
-            Field16(kVolumeSet + 4), Field16(kVolumeSet + 6));
-    s.Write("vmg_ns", "%d", Field16(kTitleSets));
-    s.WriteRaw("pvr_id", provider);
-    const uint8_t* pos = rec + kPosCode;
-    s.Write("pos_cd", "x%02x%02x%02x%02x%02x%02x%02x%02x", pos[0], pos[1], pos[2], pos[3], pos[4],
-            pos[5], pos[6], pos[7]);
-    s.Write("vmgi_mat_ea", "%d", int(Field32(kVmgiMatEa)));
-    s.Write("fp_pgci_sa", "%d", int(Field32(kFpPgcSa)));
-    static const struct {
-        const char* key;
-        size_t at;
-    } kStartSectors[] = {
-        {"vmgm_vobs_sa", kVmgmVobsSa},   {"tt_srpt_sa", kTtSrptSa},
-        {"vmgm_pgci_ut_sa", kVmgmPgciUtSa}, {"ptl_mait_sa", kPtlMaitSa},
-        {"vts_atrt_sa", kVtsAtrtSa},     {"txtdt_mg_sa", kTxtdtMgSa},
-        {"vmgm_c_adt_sa", kVmgmCAdtSa},  {"vmgm_vobu_admap_sa", kVmgmVobuAdmapSa},
-    };
-    for (const auto& k : kStartSectors) s.Write(k.key, "%d", int(Field32(k.at)));
-    s.Write("vmgm_v_atr", "x%02x%02x", rec[kMenuVideo], rec[kMenuVideo + 1]);
-    s.Write("vmgm_ast_ns", "%d", rec[kMenuAudioCount]);
-    const uint8_t* a = rec + kMenuAudio;
-    s.Write("vmgm_ast_atr", "x%02x%02x%02x%02x%02x%02x%02x%02x", a[0], a[1], a[2], a[3], a[4], a[5],
-            a[6], a[7]);
-    s.Write("vmgm_spst_ns", "%d", rec[kMenuSubpCount]);
-    const uint8_t* sp = rec + kMenuSubp;
-    s.Write("vmgm_spst_atr", "x%02x%02x%02x%02x%02x%02x", sp[0], sp[1], sp[2], sp[3], sp[4], sp[5]);
+    for (const Field& f : kFields) {
+        const uint8_t* p = rec + f.at;
+        switch (f.form) {
+        case Form::Text: src.WriteRaw(f.key, TextAt(p, f.size).c_str()); break;
+        case Form::Dec: src.Write(f.key, "%d", int(GetBE(mat, f.at, f.size))); break;
+        case Form::Version: src.Write(f.key, "%d.%d", p[0] >> 4, p[0] & 0x0F); break;
+        case Form::Category: src.Write(f.key, "x%08x", GetBE32(p)); break;
+        case Form::VolumeSet:
+            src.Write(f.key, "x%04x%04x%04x%04x", GetBE16(p), GetBE16(p + 2), GetBE16(p + 4),
+                    GetBE16(p + 6));
+            break;
+        case Form::Bytes: src.Write(f.key, "x%s", HexDigits(mat.From(f.at), f.size).c_str()); break;
+        }
+    }
 
     if (HasFirstPlayPGC()) {
         // In the record itself, as in Details (the header swap stays).
@@ -261,7 +190,6 @@ bool CKestro_VMG_MAT::Write(int hFile) {
     // The management table with the First Play PGC as Asm left it. Before any
     // Asm the end address is 0: one byte and the padding.
     const size_t n = std::min<size_t>(size_t(m_matEa) + 1, m_record.size());
-    FileWrite(hFile, m_record.data(), n);
-    PadToSector(hFile);
+    WriteSectorPadded(hFile, m_record.data(), n);
     return true;
 }

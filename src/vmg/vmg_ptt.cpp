@@ -4,7 +4,7 @@
 // followed by one 12-byte search pointer per title: playback type, angles,
 // parts of title, parental ID field, title set number, title number within
 // the set, start sector of the set.
-#include <cstring>
+#include <cstdlib>
 
 #include "frame/detail.h"
 #include "kestro/ini.h"
@@ -13,8 +13,60 @@
 using namespace kestro;
 
 namespace {
+
 constexpr const char* kSection = "vmg_ptt_srpt";
+
+// How the assembler stores a field read from the source.
+enum class Store {
+    BigEndian,  // the decimal value, most significant byte first
+    // The first character stands for the x of the written form and is
+    // skipped whatever it is, so a value written without the x loses its
+    // first digit; the next two characters are read as hexadecimal.
+    HexAfterFirst,
+    // The parental ID field is stored low byte first: the one field of the
+    // table that is not converted to big-endian (its report and source read
+    // it big-endian all the same).
+    LowByteFirst,
+    // Required, but every title is written as title 1 of its set.
+    One,
+};
+
+// The fields of a search pointer, in the order they are reported, written
+// and read: offset, width in bytes, source key and report line (both take
+// the title number), the value form in the source, and how it is stored.
+struct TitleField {
+    size_t at, size;
+    const char* key;
+    const char* line;
+    const char* value;
+    Store store;
+};
+constexpr TitleField kTitleFields[] = {
+    {0, 1, "tt_pb_ty%02d", "    Title set %d: Title playback type: %x", "x%02x",
+     Store::HexAfterFirst},
+    {1, 1, "tt_agl_ns%02d", "    Title set %d: Number of angles: %d", "%d", Store::BigEndian},
+    {2, 2, "tt_ptt_ns%02d", "    Title set %d: Number of PTTs: %d", "%d", Store::BigEndian},
+    {4, 2, "tt_ptl_id_fld%02d", "    Title set %d: Parental ID field: %d", "%d",
+     Store::LowByteFirst},
+    {6, 1, "vtsn%02d", "    Title set %d: Title set number: %d", "%d", Store::BigEndian},
+    {7, 1, "vts_ttn%02d", "    Title set %d: VTS_TTN: %d", "%d", Store::One},
+    {8, 4, "vts_sa%02d", "    Title set %d: Title set starting sector number: %d", "%d",
+     Store::BigEndian},
+};
+
+void StoreField(uint8_t* rec, const TitleField& f, const char* value) {
+    const auto v = static_cast<uint32_t>(std::atoi(value));
+    switch (f.store) {
+    case Store::HexAfterFirst:
+        rec[f.at] = static_cast<uint8_t>(axtoib(value[0] ? value + 1 : value));
+        break;
+    case Store::LowByteFirst: PutLE16(rec + f.at, v); break;
+    case Store::One: rec[f.at] = 1; break;
+    case Store::BigEndian: PutBE(rec + f.at, f.size, v); break;
+    }
 }
+
+}  // namespace
 
 CKestro_VMG_PTT::CKestro_VMG_PTT() = default;
 CKestro_VMG_PTT::~CKestro_VMG_PTT() = default;
@@ -25,48 +77,27 @@ int CKestro_VMG_PTT::Load(int hFile, unsigned long startSector) {
 
 bool CKestro_VMG_PTT::Details(char* buf, int len) {
     Report r(buf, len);
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    auto fail = [this] {
-        m_loaded.FreeBody();
-        return false;
-    };
-    if (!r.Line("Number of Title Unit Serch Pointers TTUs in the VTS: %d", m_loaded.count))
-        return fail();
-    if (!r.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress))) return fail();
-    for (int i = 1, n = HeldEntries(m_loaded, kEntrySize); i <= n; ++i) {
-        ByteView e = body.From(size_t(kEntrySize) * (i - 1));
-        if (!r.Line("    Title set %d: Title playback type: %x", i, e.U8(0)) ||
-            !r.Line("    Title set %d: Number of angles: %d", i, e.U8(1)) ||
-            !r.Line("    Title set %d: Number of PTTs: %d", i, e.BE16(2)) ||
-            !r.Line("    Title set %d: Parental ID field: %d", i, e.BE16(4)) ||
-            !r.Line("    Title set %d: Title set number: %d", i, e.U8(6)) ||
-            !r.Line("    Title set %d: VTS_TTN: %d", i, e.U8(7)) ||
-            !r.Line("    Title set %d: Title set starting sector number: %d", i, int(e.BE32(8))))
-            return fail();
+    BodyScope body(m_loaded);
+    r.Line("Number of Title Unit Serch Pointers TTUs in the VTS: %d", m_loaded.count);
+    r.Line("End byte address of PTT_SRPT table: %d", int(m_loaded.endAddress));
+    for (int i = 1, n = body.Held(kEntrySize); r.ok() && i <= n; ++i) {
+        ByteView e = body.View().From(size_t(kEntrySize) * (i - 1));
+        for (const auto& f : kTitleFields) r.Line(f.line, i, int(GetBE(e, f.at, f.size)));
     }
-    m_loaded.FreeBody();
     r.End();
-    return true;
+    return r.ok();
 }
 
 bool CKestro_VMG_PTT::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    ByteView body(m_loaded.body);
-    Source s(iniPath, kSection);
-    s.Write("vts_ttu_ns", "%d", m_loaded.count);
-    s.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
-    for (int i = 1, n = HeldEntries(m_loaded, kEntrySize); i <= n; ++i) {
-        ByteView e = body.From(size_t(kEntrySize) * (i - 1));
-        s.Write(s.Key("tt_pb_ty%02d", i), "x%02x", e.U8(0));
-        s.Write(s.Key("tt_agl_ns%02d", i), "%d", e.U8(1));
-        s.Write(s.Key("tt_ptt_ns%02d", i), "%d", e.BE16(2));
-        s.Write(s.Key("tt_ptl_id_fld%02d", i), "%d", e.BE16(4));
-        s.Write(s.Key("vtsn%02d", i), "%d", e.U8(6));
-        s.Write(s.Key("vts_ttn%02d", i), "%d", e.U8(7));
-        s.Write(s.Key("vts_sa%02d", i), "%d", int(e.BE32(8)));
+    BodyScope body(m_loaded);
+    Source src(iniPath, kSection);
+    src.Write("vts_ttu_ns", "%d", m_loaded.count);
+    src.Write("vts_ptt_srpt_ea", "%d", int(m_loaded.endAddress));
+    for (int i = 1, n = body.Held(kEntrySize); i <= n; ++i) {
+        ByteView e = body.View().From(size_t(kEntrySize) * (i - 1));
+        for (const auto& f : kTitleFields)
+            src.Write(src.Key(f.key, i), f.value, int(GetBE(e, f.at, f.size)));
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }
@@ -76,12 +107,12 @@ bool CKestro_VMG_PTT::Asm(const char* iniPath) {
     m_recordCount = 0;
     m_header.fill(0);
 
-    Source s(iniPath, kSection);
-    if (!s.Read("vts_ttu_ns")) {
+    Source src(iniPath, kSection);
+    if (!src.Read("vts_ttu_ns")) {
         SetError("Statement missing in vmg_ptt_srpt!");
         return false;
     }
-    const auto n = static_cast<uint16_t>(s.Int());
+    const auto n = static_cast<uint16_t>(src.Int());
     // The table holds at most 999 titles (key numbers have room for three
     // digits); refuse more before anything is stored.
     if (n > kMaxTitles) {
@@ -92,45 +123,15 @@ bool CKestro_VMG_PTT::Asm(const char* iniPath) {
     PutBE16(m_header.data(), n);
     m_recordCount = n;
     m_records.reserve(n);
-
-    auto missing = [&] {
-        SetError("[%s] Statement missing in vmg_ptt_srpt!", s.LastKey());
-        return false;
-    };
     for (int i = 1; i <= n; ++i) {
-        m_records.emplace_back();
-        uint8_t* rec = m_records.back().data();
-        std::memset(rec, 0, kEntrySize);
-
-        // The first character stands for the x of the written form and is
-        // skipped whatever it is, so a value written without the x loses its
-        // first digit.
-        if (!s.Read(s.Key("tt_pb_ty%02d", i))) return missing();
-        const char* v = s.Value();
-        rec[0] = static_cast<uint8_t>(axtoib(v[0] ? v + 1 : v));
-
-        if (!s.Read(s.Key("tt_agl_ns%02d", i))) return missing();
-        rec[1] = static_cast<uint8_t>(s.Int());
-
-        if (!s.Read(s.Key("tt_ptt_ns%02d", i))) return missing();
-        PutBE16(rec + 2, static_cast<uint32_t>(s.Int()));
-
-        // The parental ID field is stored low byte first: the one field of
-        // the table that is not converted to big-endian.
-        if (!s.Read(s.Key("tt_ptl_id_fld%02d", i))) return missing();
-        const auto ptl = static_cast<uint16_t>(s.Int());
-        rec[4] = static_cast<uint8_t>(ptl & 0xFF);
-        rec[5] = static_cast<uint8_t>(ptl >> 8);
-
-        if (!s.Read(s.Key("vtsn%02d", i))) return missing();
-        rec[6] = static_cast<uint8_t>(s.Int());
-
-        // Required, but every title is written as title 1 of its set.
-        if (!s.Read(s.Key("vts_ttn%02d", i))) return missing();
-        rec[7] = 1;
-
-        if (!s.Read(s.Key("vts_sa%02d", i))) return missing();
-        PutBE32(rec + 8, static_cast<uint32_t>(s.Int()));
+        uint8_t* rec = m_records.emplace_back().data();
+        for (const auto& f : kTitleFields) {
+            if (!src.Read(src.Key(f.key, i))) {
+                SetError("[%s] Statement missing in vmg_ptt_srpt!", src.LastKey());
+                return false;
+            }
+            StoreField(rec, f, src.Value());
+        }
     }
     return true;
 }

@@ -12,7 +12,9 @@ using namespace kestro;
 
 namespace {
 constexpr size_t kIdSize = 12;
-}
+constexpr size_t kUnitsAt = 14;  // number of text language units
+constexpr size_t kEndAt = 16;    // end address
+}  // namespace
 
 CKestro_VMG_TXTDT::CKestro_VMG_TXTDT() = default;
 CKestro_VMG_TXTDT::~CKestro_VMG_TXTDT() = default;
@@ -22,36 +24,25 @@ int CKestro_VMG_TXTDT::Load(int hFile, unsigned long startSector) {
     FileSeek(hFile, static_cast<unsigned long>(uint32_t(startSector * kSector)), 0);
     m_header.fill(0);
     FileRead(hFile, m_header.data(), m_header.size());
-    m_body.hFile = static_cast<uint16_t>(hFile);
-    m_body.bodyPos = static_cast<uint32_t>(FileTell(hFile));
-    m_body.count = GetBE16(m_header.data() + 14);
-    m_body.endAddress = GetBE32(m_header.data() + 16);
-    m_body.bodySize = m_body.endAddress & 0xFFFF;
     return 1;
 }
 
 bool CKestro_VMG_TXTDT::Details(char* buf, int len) {
     Report r(buf, len);
-    // The body is read back as for every loaded table although the report
-    // does not use it.
-    m_body.ReadBody();
-    if (!r.Line("Number of Text Language Units %d", m_body.count) ||
-        !r.Line("End byte address of VMG_TXTDT_MGI table: %d", int(m_body.endAddress)))
-        return false;
-    m_body.FreeBody();
-    return true;
+    r.Line("Number of Text Language Units %d", GetBE16(m_header.data() + kUnitsAt));
+    r.Line("End byte address of VMG_TXTDT_MGI table: %d", int(GetBE32(m_header.data() + kEndAt)));
+    // This report ends without the closing line end the other tables write.
+    return r.ok();
 }
 
 bool CKestro_VMG_TXTDT::Disasm(const char* iniPath) {
-    m_body.ReadBody();
     // The identifier has no terminator of its own: at most its 12 characters.
     char id[kIdSize + 1] = {};
     std::memcpy(id, m_header.data(), kIdSize);
-    Source s(iniPath, "txtdt_mg");
-    s.WriteRaw("txtdt_id", id);
-    s.Write("txtdt_lu_ns", "%d", m_body.count);
-    s.Write("txtdt_mg_ea", "%d", int(m_body.endAddress));
-    m_body.FreeBody();
+    Source src(iniPath, "txtdt_mg");
+    src.WriteRaw("txtdt_id", id);
+    src.Write("txtdt_lu_ns", "%d", GetBE16(m_header.data() + kUnitsAt));
+    src.Write("txtdt_mg_ea", "%d", int(GetBE32(m_header.data() + kEndAt)));
     INIFlushFiles();
     return true;
 }
