@@ -35,7 +35,10 @@ bool CKestro_VMG_MAIT::Details(char* buf, int len) {
     r.Line("Number of Countries: %d", m_loaded.count);
     r.Line("Number of Video Title Sets: %d", m_loaded.reserved);
     r.Line("End byte address of PTL_MAIT table: %d", int(m_loaded.endAddress));
-    for (int i = 1, n = body.Held(kPointerSize); r.ok() && i <= n; ++i) {
+    // Every country the count announces is listed, zeros past the body
+    // included (the loader keeps only the end address's low 16 bits, so a
+    // large table is read back cut): the one count not clamped to the body.
+    for (int i = 1; r.ok() && i <= m_loaded.count; ++i) {
         ByteView p = body.View().From(kPointerSize * (i - 1));
         r.Line("  Country Code of %d: %c%c", i, p.U8(0), p.U8(1));
         r.Line("  Start byte address of PTL_MAI of %d: %d", i, p.BE16(4));
@@ -53,7 +56,7 @@ bool CKestro_VMG_MAIT::Disasm(const char* iniPath) {
     // The per-country statements go to the title search pointer section;
     // their keys do not collide with that table's.
     src.SetSection("vmg_ptt_srpt");
-    for (int i = 1, n = body.Held(kPointerSize); i <= n; ++i) {
+    for (int i = 1; i <= m_loaded.count; ++i) {
         ByteView p = body.View().From(kPointerSize * (i - 1));
         src.Write(src.Key("ptl_mai_srp%02d_cty_cd", i), "%c%c", p.U8(0), p.U8(1));
         src.Write(src.Key("ptl_mai_srp%02d_ptl_mai_sa", i), "%d", p.BE16(4));
