@@ -48,14 +48,11 @@ public:
 protected:
     explicit CKestroCellAddressTable(const kestro::CellTableKind& kind);
     int LoadCells(int hFile, unsigned long startSector);
-    void ReleaseRecords(uint32_t slots);
 
     const kestro::CellTableKind* m_kind;
     LoadedTable m_loaded;
     uint8_t m_header[8];  // assembled header, file byte order
-    std::array<std::unique_ptr<std::array<uint8_t, 12>>, kMaxCells> m_records;
-    uint16_t m_vobCounter;
-    uint32_t m_recordCount;
+    std::vector<std::array<uint8_t, 12>> m_records;  // assembled entries, file byte order
 };
 
 class KESTRO_API CKestro_VMG_CADT : public CKestroCellAddressTable {
@@ -109,8 +106,8 @@ protected:
     // the announced size can be had.
     bool ReadMapBack(std::vector<uint8_t>& into);
     bool WriteSideFile(const char* path);
-    bool ReadCountedSideFile(const char* path);
-    bool ReadPlainSideFile(const char* path);
+    // Counted (true) or plain side file into the assembled view.
+    bool ReadSideFile(const char* path, bool counted);
     void FreeAssembled();
 
     const kestro::VobuMapKind* m_kind;

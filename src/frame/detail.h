@@ -14,6 +14,9 @@
 
 #include "kestro/frame.h"
 #include "kestro/ini.h"
+// Flush batches (FlushBatch) belong to the INI store; the tables reach them
+// through here.
+#include "ini/ini_batch.h"
 
 namespace kestro {
 
@@ -283,21 +286,6 @@ private:
     char section_[64];
     char key_[256];
     char value_[kValueSize];
-};
-
-// ---- Flush batching -------------------------------------------------------------
-void IniBeginBatch();
-void IniEndBatch();
-// While one is alive, INIFlushFiles only notes the request; the last batch
-// to end performs it. Tables that pass many PGCs to the codec (whose source
-// writer flushes after every PGC) hold one around the loop, so the source
-// file is written once instead of once per PGC.
-class FlushBatch {
-public:
-    FlushBatch() { IniBeginBatch(); }
-    ~FlushBatch() { IniEndBatch(); }
-    FlushBatch(const FlushBatch&) = delete;
-    FlushBatch& operator=(const FlushBatch&) = delete;
 };
 
 // Hexadecimal byte string: skips one leading "x", then converts two

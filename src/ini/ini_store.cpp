@@ -26,6 +26,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "ini/ini_batch.h"
 #include "kestro/ini.h"
 
 namespace {
@@ -662,7 +663,6 @@ void INIEndOperation() {
 
 namespace kestro {
 
-// A batch lies within one library call: it is an operation too.
 void IniBeginBatch() {
     ++g_batchDepth;
     INIBeginOperation();

@@ -94,8 +94,7 @@ public:
             size_t at = cmdtSa + 2 * w;
             if (pgc_.Has(at, 2)) Swap16InPlace(p + at);
         }
-        auto le = [&](size_t at) { return unsigned(pgc_.U8(at) | (pgc_.U8(at + 1) << 8)); };
-        return {le(cmdtSa), le(cmdtSa + 2), le(cmdtSa + 4)};
+        return {pgc_.LE16(cmdtSa), pgc_.LE16(cmdtSa + 2), pgc_.LE16(cmdtSa + 4)};
     }
 
 private:

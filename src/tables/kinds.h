@@ -14,8 +14,6 @@ struct CellTableKind {
     const char* countLine;      // report line 1
     const char* endLine;        // report line 2
     bool bodySize16;            // loader keeps only the end address's low 16 bits
-    bool keepBodyOnFirstLineRefusal;  // Details' first-line exit leaves the body held
-    bool writeReleasesVobSlots;       // Write frees the first VOB-counter slots only
 };
 
 struct VobuMapKind {

@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "frame/detail.h"
-#include "pgc/pgc_model.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
+#include "pgc/pgc_header.h"
 #include "tables/kinds.h"
 
 using namespace kestro;
@@ -105,46 +105,36 @@ unsigned long CKestroMenuPgcTable::UnitPosition(unsigned short index, unsigned l
     return uint32_t(startSector * kSector + start);
 }
 
-namespace {
 // The unit search pointers listed: those the body really holds, and no more
 // than the 16 a table can hold (its units are read no further, and a source
 // with more would be refused).
-uint32_t VisibleUnits(const LoadedTable& t) {
-    return std::min<uint32_t>(uint32_t(HeldEntries(t, 8)), kMaxLoadedUnits);
-}
-}  // namespace
-
 bool CKestroMenuPgcTable::Details(char* buf, int len) {
-    m_loaded.ReadBody();
-    ByteView srp(m_loaded.body);
+    BodyScope scope(m_loaded);
+    const ByteView srp = scope.View();
     Report r(buf, len);
-    if (!r.Line(m_kind->countLine, m_loaded.count) ||
-        !r.Line(m_kind->endLine, int(m_loaded.endAddress)))
-        return false;
-    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
-        size_t p = 8 * size_t(i - 1);
-        if (!r.Line(m_kind->lcdLine, int(i), srp.U8(p), srp.U8(p + 1)) ||
-            !r.Line(m_kind->exstLine, int(i), unsigned(srp.U8(p + 3))) ||
-            !r.Line(m_kind->startLine, int(i), int(srp.BE32(p + 4))))
-            return false;
+    r.Line(m_kind->countLine, m_loaded.count);
+    r.Line(m_kind->endLine, int(m_loaded.endAddress));
+    for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); r.ok() && i <= n; ++i) {
+        const ByteView e = srp.From(8 * size_t(i - 1));
+        r.Line(m_kind->lcdLine, i, e.U8(0), e.U8(1));
+        r.Line(m_kind->exstLine, i, unsigned(e.U8(3)));
+        r.Line(m_kind->startLine, i, int(e.BE32(4)));
     }
-    m_loaded.FreeBody();
-    return true;
+    return r.ok();
 }
 
 bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    ByteView srp(m_loaded.body);
+    BodyScope scope(m_loaded);
+    const ByteView srp = scope.View();
     Source src(iniPath, m_kind->tableSection);
     src.Write(m_kind->countKey, "%d", m_loaded.count);
     src.Write(m_kind->endAddressKey, "%d", int(m_loaded.endAddress));
-    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
-        size_t p = 8 * size_t(i - 1);
-        src.Write(src.Key(m_kind->lcdKey, int(i)), "%c%c", srp.U8(p), srp.U8(p + 1));
-        src.Write(src.Key(m_kind->exstKey, int(i)), "%02x", unsigned(srp.U8(p + 3)));
-        src.Write(src.Key(m_kind->unitStartKey, int(i)), "%d", int(srp.BE32(p + 4)));
+    for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); i <= n; ++i) {
+        const ByteView e = srp.From(8 * size_t(i - 1));
+        src.Write(src.Key(m_kind->lcdKey, i), "%c%c", e.U8(0), e.U8(1));
+        src.Write(src.Key(m_kind->exstKey, i), "%02x", unsigned(e.U8(3)));
+        src.Write(src.Key(m_kind->unitStartKey, i), "%d", int(e.BE32(4)));
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
 }
@@ -292,8 +282,7 @@ bool CKestroMenuPgcTable::Write(int hFile) {
         }
         for (const auto& p : u.pgcs) put(p.image.data(), p.image.size());
     }
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
+    WriteSectorPadded(hFile, out);
     DiscardAssembled();
     return true;
 }
@@ -328,7 +317,7 @@ namespace {
 // stays inside len and the headroom callers give.
 void AppendUnchecked(Report& r, const char* text) {
     size_t n = std::strlen(text);
-    if (r.Len() < 0 || r.Used() + n + 1 > size_t(r.Len()) + kReportHeadroom) return;
+    if (!r.ok() || r.Len() < 0 || r.Used() + n + 1 > size_t(r.Len()) + kReportHeadroom) return;
     std::memcpy(r.Cursor(), text, n + 1);
     r.Sync();
 }
@@ -357,11 +346,8 @@ uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned lon
     if (m_unitHeld < 8) std::fill(m_unit.get() + m_unitHeld, m_unit.get() + 8, 0);
     // The header's count and end address are kept in host (little-endian)
     // order in place; the rest stays as the file has it.
-    uint16_t count = GetBE16(m_unit.get());
-    uint32_t end = GetBE32(m_unit.get() + 4);
-    m_unit[0] = uint8_t(count);
-    m_unit[1] = uint8_t(count >> 8);
-    for (int b = 0; b < 4; ++b) m_unit[size_t(4 + b)] = uint8_t(end >> (8 * b));
+    PutLE16(m_unit.get(), GetBE16(m_unit.get()));
+    PutLE32(m_unit.get() + 4, GetBE32(m_unit.get() + 4));
     return m_unitHeld;
 }
 
@@ -371,8 +357,7 @@ struct UnitHeader {
     uint32_t end;
 };
 UnitHeader HeaderOf(const uint8_t* u) {
-    return {uint16_t(u[0] | (u[1] << 8)),
-            uint32_t(u[4]) | uint32_t(u[5]) << 8 | uint32_t(u[6]) << 16 | uint32_t(u[7]) << 24};
+    return {GetLE16(u), GetLE32(u + 4)};
 }
 }  // namespace
 
@@ -384,8 +369,8 @@ UnitHeader HeaderOf(const uint8_t* u) {
 // break): a report that fits so is the same text as one given the whole
 // len. Only a report that does not fit so is rendered again in scratch and
 // copied. The report swaps its PGC's command-table header in the unit's
-// bytes; the first attempt's swap is undone before the second, so that the
-// PGC is reported once as far as the bytes can tell.
+// bytes; the first attempt's bytes are put back before the second, so that
+// the PGC is reported once as far as the bytes can tell.
 namespace {
 
 void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
@@ -393,16 +378,13 @@ void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
     const int len = r.Len();
     const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
     if (limit > r.Used() + kScratchSlack) {
-        const ByteView bytes(unit, held);
-        const size_t swapAt = size_t(start) + bytes.BE16(size_t(start) + pgc::kGiCmdtSa);
-        uint8_t saved[8];
-        bytes.Copy(swapAt, saved, sizeof saved);
+        const pgc::CommandHeaderBytes header(unit, held, start);
         const size_t room = std::min<size_t>(limit - r.Used() - kScratchSlack, INT_MAX);
         if (pgc.DetailsOfPGCI(4, unit, start, r.Cursor(), int(room), held) > 0) {
             r.Sync();
             return;
         }
-        for (size_t b = 0; b < sizeof saved && swapAt + b < held; ++b) unit[swapAt + b] = saved[b];
+        header.Restore();
     }
     size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
     if (scratchSize < room + kScratchSlack) {
@@ -425,43 +407,43 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
     const MenuPgcKind& k = *m_kind;
     Report r(buf, len);
     if (k.unitCountPreamble) {
-        if (!r.Line("There are %d LU PGCs", m_unitCount)) return false;
+        r.Line("There are %d LU PGCs", m_unitCount);
         AppendUnchecked(r, " \r\n");
     }
-    if (!table) return true;
+    if (!table) return r.ok();
     // Scratch for the PGC reports that do not fit in place (below): grown,
     // never cleared (a report writes its own terminator), so a large caller
     // buffer costs no zero-filling.
     std::unique_ptr<char[]> scratch;
     size_t scratchSize = 0;
-    uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
-    for (uint32_t i = 1; i <= units; ++i) {
-        unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
+    const uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
+    for (uint32_t i = 1; r.ok() && i <= units; ++i) {
+        const unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
         if (position == 0) {
-            if (!r.Line("Language Unit %d is not defined.", int(i))) return false;
+            r.Line("Language Unit %d is not defined.", int(i));
             continue;
         }
         ReadUnit(table, position);
-        UnitHeader h = HeaderOf(m_unit.get());
-        ByteView unit(m_unit.get(), m_unitHeld);
-        if (!r.Line(k.unitPgcCountLine, int(i), h.pgcs) ||
-            !r.Line(k.unitEndLine, int(i), int(h.end)))
-            return false;
+        const UnitHeader h = HeaderOf(m_unit.get());
+        const ByteView unit(m_unit.get(), m_unitHeld);
+        r.Line(k.unitPgcCountLine, int(i), h.pgcs);
+        r.Line(k.unitEndLine, int(i), int(h.end));
         if (k.breakAfterUnitEndLine) AppendUnchecked(r, "\r\n");
-        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
-        for (uint32_t j = 1; j <= pgcs; ++j) {
-            size_t p = 8 * size_t(j);
-            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+        const uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
+        for (uint32_t j = 1; r.ok() && j <= pgcs; ++j) {
+            const ByteView e = unit.From(8 * size_t(j));
             char line[128];
-            int lineLen = Format(line, sizeof line, k.categoryLine, int(j), unsigned(category));
-            if (!r.Text(line)) return false;
-            int number = k.byteAddressNumberedByLine ? lineLen + 1 : int(j);
-            if (!r.Line(k.byteAddressLine, number, int(start))) return false;
-            if (pgc) ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, start, scratch, scratchSize);
+            const int lineLen = Format(line, sizeof line, k.categoryLine, int(j), unsigned(e.BE32(0)));
+            r.Text(line);
+            r.Line(k.byteAddressLine, k.byteAddressNumberedByLine ? lineLen + 1 : int(j),
+                   int(e.BE32(4)));
+            // The PGC report's own refusal does not stop the unit report.
+            if (pgc && r.ok())
+                ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, e.BE32(4), scratch, scratchSize);
             AppendUnchecked(r, k.pgcSeparator);
         }
     }
-    return true;
+    return r.ok();
 }
 
 bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startSector,

@@ -80,11 +80,10 @@ bool CKestroVobuAddressMap::Details(char* buf, int len) {
     if (!m_kind->mapReadAtLoad && !ReadMapBack(readBack)) return false;
     ByteView map(m_kind->mapReadAtLoad ? m_loadedMap : readBack);
     Report r(buf, len);
-    if (m_kind->headerLine && !r.Line(m_kind->headerLine, m_loadedCount)) return false;
-    for (uint32_t i = 1; i <= m_loadedCount; ++i)
-        if (!r.Numbers("  VOBU ", int(i), " starts at sector ", int(map.BE32(4 * (i - 1)))))
-            return false;
-    return true;
+    if (m_kind->headerLine) r.Line(m_kind->headerLine, m_loadedCount);
+    for (uint32_t i = 1; r.ok() && i <= m_loadedCount; ++i)
+        r.Numbers("  VOBU ", int(i), " starts at sector ", int(map.BE32(4 * (i - 1))));
+    return r.ok();
 }
 
 bool CKestroVobuAddressMap::Disasm(const char* iniPath) {
@@ -103,13 +102,13 @@ bool CKestroVobuAddressMap::Disasm(const char* iniPath) {
 }
 
 bool CKestroVobuAddressMap::WriteSideFile(const char* path) {
-    int h = FileCreate(path, 0x180);
+    int h = FileCreate(path, kCreateOwnerRW);
     if (h == -1) {
         SetError("Can not create input ADMAP file [%s]. This file is required.", path);
         return false;
     }
     FileClose(h);
-    h = FileOpen(path, 0x8002);
+    h = FileOpen(path, kOpenReadWrite);
     std::vector<uint8_t> readBack;
     if (!ReadMapBack(readBack)) {
         FileClose(h);
@@ -136,44 +135,27 @@ void CKestroVobuAddressMap::FreeAssembled() {
     m_assembledCount = 0;
 }
 
-bool CKestroVobuAddressMap::ReadCountedSideFile(const char* path) {
+// A counted side file holds a little-endian count (its low 16 bits are used)
+// and the entries as they are to be stored; a plain one only little-endian
+// entries, as many as its size (its low 16 bits) holds. A short file leaves
+// zeros.
+bool CKestroVobuAddressMap::ReadSideFile(const char* path, bool counted) {
     FreeAssembled();
-    int h = FileOpen(path, 0x8002);
+    const int h = FileOpen(path, kOpenReadWrite);
     if (h == -1) return false;
     uint8_t count[4] = {};
-    FileRead(h, count, 4);
-    uint16_t n = uint16_t(count[0] | (count[1] << 8));
-    if (n == 0) {
-        FileClose(h);
-        return false;
+    if (counted) FileRead(h, count, 4);
+    const uint16_t n = counted ? GetLE16(count) : uint16_t(uint16_t(FileSize(h)) / 4);
+    if (n != 0) {
+        m_assembled.assign(4 * size_t(n), 0);
+        FileRead(h, m_assembled.data(), m_assembled.size());
+        if (!counted)
+            for (size_t i = 0; i < m_assembled.size(); i += 4)
+                PutBE32(&m_assembled[i], GetLE32(&m_assembled[i]));
+        m_assembledCount = n;
     }
-    // Entries are copied as they are stored; a short file leaves zeros.
-    m_assembled.assign(4 * size_t(n), 0);
-    FileRead(h, m_assembled.data(), m_assembled.size());
-    m_assembledCount = n;
     FileClose(h);
-    return true;
-}
-
-bool CKestroVobuAddressMap::ReadPlainSideFile(const char* path) {
-    FreeAssembled();
-    int h = FileOpen(path, 0x8002);
-    if (h == -1) return false;
-    uint16_t n = uint16_t(FileSize(h)) / 4;
-    if (n == 0) {
-        FileClose(h);
-        return false;
-    }
-    m_assembled.assign(4 * size_t(n), 0);
-    FileRead(h, m_assembled.data(), m_assembled.size());
-    for (size_t i = 0; i < m_assembled.size(); i += 4) {
-        uint8_t* e = m_assembled.data() + i;
-        PutBE32(e, uint32_t(e[0]) | uint32_t(e[1]) << 8 | uint32_t(e[2]) << 16 |
-                       uint32_t(e[3]) << 24);
-    }
-    m_assembledCount = n;
-    FileClose(h);
-    return true;
+    return n != 0;
 }
 
 bool CKestroVobuAddressMap::Asm(const char* iniPath) {
@@ -205,8 +187,7 @@ bool CKestroVobuAddressMap::Write(int hFile) {
     std::vector<uint8_t> out(4 + 4 * size_t(m_assembledCount), 0);
     PutBE32(out.data(), 4u * m_assembledCount + 3);
     std::memcpy(out.data() + 4, m_assembled.data(), 4 * size_t(m_assembledCount));
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
+    WriteSectorPadded(hFile, out);
     FreeAssembled();
     return true;
 }
@@ -218,10 +199,10 @@ int CKestro_VMGM_ADMAP::Load(int hFile, unsigned long startSector) {
     return LoadMap(hFile, startSector);
 }
 bool CKestro_VMGM_ADMAP::AsmBinaryNT(const char*, unsigned short, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VMGM_ADMAP::AsmBinary(const char*, unsigned short, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
 
 CKestro_VTS_ADMAP::CKestro_VTS_ADMAP() : CKestroVobuAddressMap(kVtsMap) {}
@@ -232,10 +213,10 @@ bool CKestro_VTS_ADMAP::Disasm_ToFile(const char*, const char* path) {
     return WriteSideFile(path);
 }
 bool CKestro_VTS_ADMAP::Asm_FromFile(const char*, unsigned short, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VTS_ADMAP::Asm_Binary(const char*, unsigned short, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
 
 CKestro_VTSM_ADMAP::CKestro_VTSM_ADMAP() : CKestroVobuAddressMap(kVtsmMap) {}
@@ -246,8 +227,8 @@ bool CKestro_VTSM_ADMAP::DisasmToFile(const char*, const char* path) {
     return WriteSideFile(path);
 }
 bool CKestro_VTSM_ADMAP::AsmFromFile(const char*, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VTSM_ADMAP::AsmBinary(const char*, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
