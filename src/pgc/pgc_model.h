@@ -63,6 +63,28 @@ constexpr GeneralKey kGeneralKeys[] = {
     {"%ssp_plt%02d", kGiPalette, kPaletteColours, GeneralForm::Hex32},
 };
 
+// The source keys of one cell's entry in C_PBIT and in C_POSIT, in the order
+// they are written and read. Bytes are four hexadecimal bytes; Sector a
+// signed 32-bit, Word a 16-bit and Byte an 8-bit decimal number.
+enum class CellForm { Bytes, Sector, Word, Byte };
+struct CellKey {
+    const char* key;
+    size_t at;
+    CellForm form;
+};
+constexpr CellKey kPbitKeys[] = {
+    {"%sc_pbit_cell%03d_cat", 0, CellForm::Bytes},
+    {"%sc_pbit_cell%03d_pbtm", 4, CellForm::Bytes},
+    {"%sc_pbit_cell%03d_fvobu_sa", 8, CellForm::Sector},
+    {"%sc_pbit_cell%03d_filvu_ea", 12, CellForm::Sector},
+    {"%sc_pbit_cell%03d_lvobu_sa", 16, CellForm::Sector},
+    {"%sc_pbit_cell%03d_lvobu_ea", 20, CellForm::Sector},
+};
+constexpr CellKey kPositKeys[] = {
+    {"%sc_posit_cell%03d_vobid", 0, CellForm::Word},
+    {"%sc_posit_cell%03d_cellid", 3, CellForm::Byte},
+};
+
 // The binary PGC that starts at data + offset, read through a bounded view
 // of the dataSize bytes the caller holds: whatever an offset or count points
 // at beyond them reads as zero. The unsized entry points trust the caller

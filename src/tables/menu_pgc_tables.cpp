@@ -322,59 +322,18 @@ void AppendUnchecked(Report& r, const char* text) {
     r.Sync();
 }
 
-}  // namespace
-
-CKestroLanguageUnits::CKestroLanguageUnits(const MenuPgcKind& kind)
-    : m_kind(&kind), m_unit(new uint8_t[kUnitBuffer]), m_unitHeld(0), m_unitCount(0) {}
-
-CKestroLanguageUnits::~CKestroLanguageUnits() = default;
-
-int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTable* table) {
-    if (!table) return 0;
-    m_unitCount = table->UnitCount();
-    // Loaded when at least one unit is defined.
-    for (uint32_t i = 0; i < m_unitCount; ++i)
-        if (table->UnitPosition(uint16_t(i), startSector) != 0) return 1;
-    return 0;
-}
-
-uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
-    int h = table->LoadedHandle();
-    FileSeek(h, position, 0);
-    m_unitHeld = uint32_t(FileRead(h, m_unit.get(), kUnitBuffer));
-    // The header is read whole whatever the file held.
-    if (m_unitHeld < 8) std::fill(m_unit.get() + m_unitHeld, m_unit.get() + 8, 0);
-    // The header's count and end address are kept in host (little-endian)
-    // order in place; the rest stays as the file has it.
-    PutLE16(m_unit.get(), GetBE16(m_unit.get()));
-    PutLE32(m_unit.get() + 4, GetBE32(m_unit.get() + 4));
-    return m_unitHeld;
-}
-
-namespace {
-struct UnitHeader {
-    uint16_t pgcs;
-    uint32_t end;
-};
-UnitHeader HeaderOf(const uint8_t* u) {
-    return {GetLE16(u), GetLE32(u + 4)};
-}
-}  // namespace
-
-// One PGC of the unit in the unit report. As the report rule has it, the
-// PGC report gets the whole len as its room and is kept as far as the
-// caller's buffer reaches (len plus the headroom). Nearly always it fits
-// what is left of the buffer, and is then written there directly, with a
-// room cut by what its room test lets it pass (its indentation and the line
-// break): a report that fits so is the same text as one given the whole
-// len. Only a report that does not fit so is rendered again in scratch and
-// copied. The report swaps its PGC's command-table header in the unit's
-// bytes; the first attempt's bytes are put back before the second, so that
-// the PGC is reported once as far as the bytes can tell.
-namespace {
-
-void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
-                   uint32_t start, std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
+// One PGC of a unit in the unit report. As the report rule has it, the PGC
+// report gets the whole len as its room and is kept as far as the caller's
+// buffer reaches (len plus the headroom). Nearly always it fits what is left
+// of the buffer, and is then written there directly, with a room cut by
+// what its room test lets it pass (its indentation and the line break): a
+// report that fits so is the same text as one given the whole len. Only a
+// report that does not fit so is rendered again in scratch and copied. The
+// report swaps its PGC's command-table header in the unit's bytes; the
+// first attempt's bytes are put back before the second, so that the PGC is
+// reported once as far as the bytes can tell.
+void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held, uint32_t start,
+                   std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
     const int len = r.Len();
     const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
     if (limit > r.Used() + kScratchSlack) {
@@ -402,6 +361,34 @@ void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
 
 }  // namespace
 
+CKestroLanguageUnits::CKestroLanguageUnits(const MenuPgcKind& kind)
+    : m_kind(&kind), m_unit(new uint8_t[kUnitBuffer]), m_unitHeld(0), m_unitCount(0) {}
+
+CKestroLanguageUnits::~CKestroLanguageUnits() = default;
+
+int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTable* table) {
+    if (!table) return 0;
+    m_unitCount = table->UnitCount();
+    // Loaded when at least one unit is defined.
+    for (uint32_t i = 0; i < m_unitCount; ++i)
+        if (table->UnitPosition(uint16_t(i), startSector) != 0) return 1;
+    return 0;
+}
+
+uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
+    int h = table->LoadedHandle();
+    FileSeek(h, position, 0);
+    m_unitHeld = uint32_t(FileRead(h, m_unit.get(), kUnitBuffer));
+    // The header is read whole whatever the file held.
+    if (m_unitHeld < 8) std::fill(m_unit.get() + m_unitHeld, m_unit.get() + 8, 0);
+    // The header's count and end address are kept in host (little-endian)
+    // order in place (a PGC overlapping them is reported so); the rest stays
+    // as the file has it.
+    PutLE16(m_unit.get(), GetBE16(m_unit.get()));
+    PutLE32(m_unit.get() + 4, GetBE32(m_unit.get() + 4));
+    return m_unitHeld;
+}
+
 bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
                                         CKestroMenuPgcTable* table, unsigned long startSector) {
     const MenuPgcKind& k = *m_kind;
@@ -424,16 +411,16 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
             continue;
         }
         ReadUnit(table, position);
-        const UnitHeader h = HeaderOf(m_unit.get());
+        const uint16_t count = GetLE16(m_unit.get());
         const ByteView unit(m_unit.get(), m_unitHeld);
-        r.Line(k.unitPgcCountLine, int(i), h.pgcs);
-        r.Line(k.unitEndLine, int(i), int(h.end));
+        r.Line(k.unitPgcCountLine, int(i), count);
+        r.Line(k.unitEndLine, int(i), int(GetLE32(m_unit.get() + 4)));
         if (k.breakAfterUnitEndLine) AppendUnchecked(r, "\r\n");
-        const uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
-        for (uint32_t j = 1; r.ok() && j <= pgcs; ++j) {
+        for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); r.ok() && j <= n; ++j) {
             const ByteView e = unit.From(8 * size_t(j));
             char line[128];
-            const int lineLen = Format(line, sizeof line, k.categoryLine, int(j), unsigned(e.BE32(0)));
+            const int lineLen =
+                Format(line, sizeof line, k.categoryLine, int(j), unsigned(e.BE32(0)));
             r.Text(line);
             r.Line(k.byteAddressLine, k.byteAddressNumberedByLine ? lineLen + 1 : int(j),
                    int(e.BE32(4)));
@@ -452,24 +439,22 @@ bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startS
     if (!table) return false;
     Source units(iniPath, k.unitSection);
     FlushBatch batch;  // the codec flushes per PGC: write the file once
-    uint32_t count = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
-    for (uint32_t i = 1; i <= count; ++i) {
+    for (uint32_t i = 1, n = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits); i <= n; ++i) {
         // An undefined unit (start byte 0) is read from the file's start.
         ReadUnit(table, table->UnitPosition(uint16_t(i - 1), startSector));
-        UnitHeader h = HeaderOf(m_unit.get());
-        ByteView unit(m_unit.get(), m_unitHeld);
-        units.Write(units.Key(k.pgcCountKey, int(i)), "%d", h.pgcs);
-        units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(h.end));
-        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
-        for (uint32_t j = 1; j <= pgcs; ++j) {
-            size_t p = 8 * size_t(j);
-            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+        const uint16_t count = GetLE16(m_unit.get());
+        const ByteView unit(m_unit.get(), m_unitHeld);
+        units.Write(units.Key(k.pgcCountKey, int(i)), "%d", count);
+        units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(GetLE32(m_unit.get() + 4)));
+        for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); j <= n; ++j) {
+            const ByteView e = unit.From(8 * size_t(j));
             char section[64];
             Format(section, sizeof section, k.pgcSection, int(i), int(j));
             Source one(iniPath, section);
-            one.Write(k.categoryKey, "%08x", unsigned(category));
-            one.Write(k.pgcStartKey, "%d", int(start));
-            if (pgc) pgc->DisasmPGCI(iniPath, m_unit.get(), start, k.pgcPrefix, section, m_unitHeld);
+            one.Write(k.categoryKey, "%08x", unsigned(e.BE32(0)));
+            one.Write(k.pgcStartKey, "%d", int(e.BE32(4)));
+            if (pgc)
+                pgc->DisasmPGCI(iniPath, m_unit.get(), e.BE32(4), k.pgcPrefix, section, m_unitHeld);
         }
     }
     INIFlushFiles();
