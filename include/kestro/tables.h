@@ -190,12 +190,12 @@ protected:
     unsigned long AssembledBytes() const;
 
     struct AssembledPgc {
-        uint8_t srp[8];             // search pointer, file byte order
+        uint8_t srp[8] = {};         // search pointer, file byte order
         std::vector<uint8_t> image;  // binary PGC from the codec
     };
     struct AssembledUnit {
-        uint8_t srp[8];     // unit search pointer, file byte order
-        uint8_t header[8];  // unit header, count big-endian
+        uint8_t srp[8] = {};     // unit search pointer, file byte order
+        uint8_t header[8] = {};  // unit header, count big-endian
         std::vector<AssembledPgc> pgcs;
     };
 

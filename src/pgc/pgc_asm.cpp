@@ -96,17 +96,10 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
     Model& m = M();
     m.commandCount = 0;
     PgcSource s(iniFile, section, prefix);
-    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
-    const struct {
-        const char* countKey;
-        const char* commandKey;
-    } groups[] = {{"%scmdt_pre_ns", "%spre%d"},
-                  {"%scmdt_post_ns", "%spost%d"},
-                  {"%scmdt_cmds_ns", "%scell%d"}};
     uint16_t counts[3];
     unsigned total = 0;
     for (size_t g = 0; g < 3; ++g) {
-        counts[g] = s.Read(groups[g].countKey) ? uint16_t(s.Int()) : 0;
+        counts[g] = s.Read(kCommandGroups[g].countKey) ? uint16_t(s.Int()) : 0;
         total += counts[g];
     }
     // The command store holds 384 commands; a larger table is refused as a
@@ -116,16 +109,13 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
                  s.Section(), s.Ini(), total, kMaxCommands);
         return false;
     }
-    for (size_t g = 0; g < 3; ++g) {
-        for (int i = 1; i <= counts[g]; ++i) {
-            if (!s.Read(groups[g].commandKey, i)) return missing();
+    for (size_t g = 0; g < 3; ++g)
+        for (int i = 1; i <= counts[g]; ++i, ++m.commandCount) {
+            if (!s.Read(kCommandGroups[g].commandKey, i)) return Missing(s.Key(), s.Section(), s.Ini());
             HexBytes(s.Value(), &m.commands[kCommandSize * m.commandCount], kCommandSize);
-            ++m.commandCount;
         }
-    }
-    PutBE16(&m.cmdtHeader[0], counts[0]);
-    PutBE16(&m.cmdtHeader[2], counts[1]);
-    PutBE16(&m.cmdtHeader[4], counts[2]);
+    // The header changes only once every command was read.
+    for (size_t g = 0; g < 3; ++g) PutBE16(&m.cmdtHeader[2 * g], counts[g]);
     PutBE16(&m.cmdtHeader[6], uint32_t(kCommandSize * total + 7));
     return true;
 }

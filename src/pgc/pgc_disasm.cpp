@@ -37,23 +37,17 @@ void WriteCommands(Source& src, const char* px, PgcBytes& p) {
     const size_t cmdt = p.BE16(kGiCmdtSa);
     src.Write(src.Key("%scmdt_sa", px), "%d", int(cmdt));
     if (cmdt == 0) return;
-    const PgcBytes::CommandCounts n = p.SwapCommandHeader(cmdt);
-    src.Write(src.Key("%scmdt_pre_ns", px), "%d", n.pre);
-    src.Write(src.Key("%scmdt_post_ns", px), "%d", n.post);
-    src.Write(src.Key("%scmdt_cmds_ns", px), "%d", n.cell);
-    const struct {
-        const char* key;
-        unsigned count;
-    } groups[] = {{"%spre%d", n.pre}, {"%spost%d", n.post}, {"%scell%d", n.cell}};
+    const std::array<unsigned, 3> n = p.SwapCommandHeader(cmdt);
+    for (size_t g = 0; g < 3; ++g) src.Write(src.Key(kCommandGroups[g].countKey, px), "%d", n[g]);
     size_t at = cmdt + kCmdtHeader;
-    for (const auto& g : groups) {
+    for (size_t g = 0; g < 3; ++g) {
         // Counts come from the file: commands that would lie beyond the
         // bytes the caller holds are not invented (a damaged header can
         // announce 196,605 of them).
-        for (unsigned i = 1; i <= g.count && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
+        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
             uint8_t c[kCommandSize];
             p.View().Copy(at, c, kCommandSize);
-            src.Write(src.Key(g.key, px, int(i)), "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1],
+            src.Write(src.Key(kCommandGroups[g].commandKey, px, int(i)), "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1],
                       c[2], c[3], c[4], c[5], c[6], c[7]);
         }
     }

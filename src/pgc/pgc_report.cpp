@@ -125,17 +125,11 @@ bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
         r.Line("    There is no PGC Command Table");
     } else if (r.ok()) {
         // A report stopped before here leaves the caller's bytes as they are.
-        const PgcBytes::CommandCounts n = p.SwapCommandHeader(cmdt);
-        const struct {
-            const char* heading;
-            unsigned count;
-        } groups[] = {{"    There are %d Pre Commands", n.pre},
-                      {"    There are %d Post Commands", n.post},
-                      {"    There are %d Cell Commands", n.cell}};
+        const std::array<unsigned, 3> n = p.SwapCommandHeader(cmdt);
         size_t at = cmdt + kCmdtHeader;
-        for (const auto& g : groups) {
-            r.Line(g.heading, g.count);
-            for (unsigned i = 1; r.ok() && i <= g.count; ++i, at += kCommandSize) {
+        for (size_t g = 0; g < 3; ++g) {
+            r.Line(kCommandGroups[g].heading, n[g]);
+            for (unsigned i = 1; r.ok() && i <= n[g]; ++i, at += kCommandSize) {
                 uint8_t c[kCommandSize];
                 p.View().Copy(at, c, kCommandSize);
                 r.Command(codec, i, c);

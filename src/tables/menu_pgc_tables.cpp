@@ -153,8 +153,7 @@ unsigned long CKestroMenuPgcTable::AssembledBytes() const {
 
 bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     const MenuPgcKind& k = *m_kind;
-    if (m_assembledCount != 0) DiscardAssembled();
-    m_units.clear();
+    DiscardAssembled();
     std::memset(m_header, 0, sizeof m_header);
 
     Source table(iniPath, k.tableSection);
@@ -182,10 +181,6 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     // Every unit has its records from here on, so a failure part-way leaves
     // a view that Get and Write can still walk.
     m_units.resize(size_t(n));
-    for (auto& u : m_units) {
-        std::memset(u.srp, 0, sizeof u.srp);
-        std::memset(u.header, 0, sizeof u.header);
-    }
 
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
@@ -222,16 +217,13 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
         int m = units.Int();
         PutBE16(u.header, uint32_t(m));
         u.pgcs.resize(size_t(m));
-        for (auto& p : u.pgcs) std::memset(p.srp, 0, sizeof p.srp);
         for (int j = 1; j <= m; ++j) {
             AssembledPgc& p = u.pgcs[size_t(j - 1)];
             char section[64];
             Format(section, sizeof section, k.pgcSection, i, j);
             Source one(iniPath, section);
             if (!one.Read(k.categoryKey)) return missing(k.categoryKey);
-            const char* cat = one.Value();
-            if (cat[0] == 'x') ++cat;
-            PutBE32(p.srp, uint32_t(axtoi(cat)));
+            PutBE32(p.srp, uint32_t(axtoi(SkipOptionalX(one.Value()))));
             if (!pgc) {
                 SetError("[%s] No PGC codec to assemble %s with", k.categoryKey, section);
                 return false;
