@@ -108,7 +108,6 @@ protected:
     bool WriteSideFile(const char* path);
     // Counted (true) or plain side file into the assembled view.
     bool ReadSideFile(const char* path, bool counted);
-    void FreeAssembled();
 
     const kestro::VobuMapKind* m_kind;
     uint32_t m_entriesPos;   // file position of entry 1
@@ -116,8 +115,7 @@ protected:
     std::vector<uint8_t> m_loadedMap;  // entries as in the file (big-endian)
     uint16_t m_loadedCount;
     uint16_t m_hLoaded;
-    uint16_t m_assembledCount;
-    std::vector<uint8_t> m_assembled;  // 4 * count bytes, big-endian
+    std::vector<uint8_t> m_assembled;  // the assembled entries, big-endian
 };
 
 class KESTRO_API CKestro_VMGM_ADMAP : public CKestroVobuAddressMap {
@@ -186,7 +184,6 @@ public:
 protected:
     explicit CKestroMenuPgcTable(const kestro::MenuPgcKind& kind);
     int LoadTable(int hFile, unsigned long startSector);
-    void DiscardAssembled();
     unsigned long AssembledBytes() const;
 
     struct AssembledPgc {
@@ -203,11 +200,8 @@ protected:
     // Loaded view: header, handle and where the search pointers lie (the
     // body size is the end address's low 16 bits).
     LoadedTable m_loaded;
-    unsigned long m_startSector;
-    int m_hFull;
     // Assembled view.
     uint8_t m_header[8];
-    int m_assembledCount;
     std::vector<AssembledUnit> m_units;
 };
 
@@ -248,9 +242,8 @@ protected:
                       unsigned long startSector);
     bool DisasmUnits(const char* iniPath, unsigned long startSector, CKestro_PGCI* pgc,
                      CKestroMenuPgcTable* table);
-    // Reads the unit at position into the unit buffer; returns the number of
-    // bytes that hold data.
-    uint32_t ReadUnit(CKestroMenuPgcTable* table, unsigned long position);
+    // Reads the unit at position into the unit buffer.
+    void ReadUnit(CKestroMenuPgcTable* table, unsigned long position);
 
     const kestro::MenuPgcKind* m_kind;
     // kUnitBuffer bytes; only the first m_unitHeld (the bytes read from the

@@ -75,14 +75,12 @@ constexpr size_t kScratchSlack = 16;
 // ============================================================================
 
 CKestroMenuPgcTable::CKestroMenuPgcTable(const MenuPgcKind& kind)
-    : m_kind(&kind), m_startSector(0), m_hFull(0), m_header{}, m_assembledCount(0) {}
+    : m_kind(&kind), m_header{} {}
 
 CKestroMenuPgcTable::~CKestroMenuPgcTable() = default;
 
 int CKestroMenuPgcTable::LoadTable(int hFile, unsigned long startSector) {
     if (m_kind->clearLoadedViewFirst) m_loaded = LoadedTable();
-    else m_hFull = hFile;
-    m_startSector = startSector;
     if (!m_loaded.LoadTableHeader(hFile, startSector)) return 0;
     m_loaded.bodySize = m_loaded.endAddress & 0xFFFF;
     return 1;
@@ -139,11 +137,6 @@ bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
     return true;
 }
 
-void CKestroMenuPgcTable::DiscardAssembled() {
-    m_units.clear();
-    m_assembledCount = 0;
-}
-
 unsigned long CKestroMenuPgcTable::AssembledBytes() const {
     unsigned long total = 8 + 16ul * m_units.size();
     for (const auto& u : m_units)
@@ -153,7 +146,7 @@ unsigned long CKestroMenuPgcTable::AssembledBytes() const {
 
 bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     const MenuPgcKind& k = *m_kind;
-    DiscardAssembled();
+    m_units.clear();
     std::memset(m_header, 0, sizeof m_header);
 
     Source table(iniPath, k.tableSection);
@@ -176,7 +169,6 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
             return false;
         }
     }
-    m_assembledCount = n;
     PutBE16(m_header, uint32_t(n));
     // Every unit has its records from here on, so a failure part-way leaves
     // a view that Get and Write can still walk.
@@ -238,13 +230,13 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
 }
 
 void CKestroMenuPgcTable::Get(unsigned long* sectors, unsigned long* bytes) {
-    unsigned long b = m_assembledCount ? AssembledBytes() : 0;
+    unsigned long b = m_units.empty() ? 0 : AssembledBytes();
     if (bytes) *bytes = b;
     if (sectors) *sectors = SectorsFor(b);
 }
 
 bool CKestroMenuPgcTable::Write(int hFile) {
-    if (m_assembledCount == 0) return false;
+    if (m_units.empty()) return false;
     unsigned long total = AssembledBytes();
     std::vector<uint8_t> out;
     out.reserve(total);
@@ -275,7 +267,7 @@ bool CKestroMenuPgcTable::Write(int hFile) {
         for (const auto& p : u.pgcs) put(p.image.data(), p.image.size());
     }
     WriteSectorPadded(hFile, out);
-    DiscardAssembled();
+    m_units.clear();
     return true;
 }
 
@@ -367,7 +359,7 @@ int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTab
     return 0;
 }
 
-uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
+void CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
     int h = table->LoadedHandle();
     FileSeek(h, position, 0);
     m_unitHeld = uint32_t(FileRead(h, m_unit.get(), kUnitBuffer));
@@ -378,7 +370,6 @@ uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned lon
     // as the file has it.
     PutLE16(m_unit.get(), GetBE16(m_unit.get()));
     PutLE32(m_unit.get() + 4, GetBE32(m_unit.get() + 4));
-    return m_unitHeld;
 }
 
 bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,

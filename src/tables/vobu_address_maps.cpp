@@ -41,8 +41,7 @@ void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
 }  // namespace
 
 CKestroVobuAddressMap::CKestroVobuAddressMap(const VobuMapKind& kind)
-    : m_kind(&kind), m_entriesPos(0), m_endAddress(0), m_loadedCount(0), m_hLoaded(0),
-      m_assembledCount(0) {}
+    : m_kind(&kind), m_entriesPos(0), m_endAddress(0), m_loadedCount(0), m_hLoaded(0) {}
 
 CKestroVobuAddressMap::~CKestroVobuAddressMap() = default;
 
@@ -129,18 +128,12 @@ bool CKestroVobuAddressMap::WriteSideFile(const char* path) {
     return true;
 }
 
-void CKestroVobuAddressMap::FreeAssembled() {
-    m_assembled.clear();
-    m_assembled.shrink_to_fit();
-    m_assembledCount = 0;
-}
-
 // A counted side file holds a little-endian count (its low 16 bits are used)
 // and the entries as they are to be stored; a plain one only little-endian
 // entries, as many as its size (its low 16 bits) holds. A short file leaves
 // zeros.
 bool CKestroVobuAddressMap::ReadSideFile(const char* path, bool counted) {
-    FreeAssembled();
+    m_assembled.clear();
     const int h = FileOpen(path, kOpenReadWrite);
     if (h == -1) return false;
     uint8_t count[4] = {};
@@ -152,43 +145,36 @@ bool CKestroVobuAddressMap::ReadSideFile(const char* path, bool counted) {
         if (!counted)
             for (size_t i = 0; i < m_assembled.size(); i += 4)
                 PutBE32(&m_assembled[i], GetLE32(&m_assembled[i]));
-        m_assembledCount = n;
     }
     FileClose(h);
     return n != 0;
 }
 
 bool CKestroVobuAddressMap::Asm(const char* iniPath) {
-    FreeAssembled();
+    m_assembled.clear();
     // The count is the run of consecutive keys from vobu_sa0001 on, at most
     // what the 16-bit count can hold; each value is kept as it is read.
     Source src(iniPath, m_kind->section);
-    std::vector<uint8_t> entries;
-    for (uint32_t k = 1; k <= 0xFFFF; ++k) {
-        if (!src.Read(src.Key("vobu_sa%04d", int(k)))) break;
-        uint8_t e[4];
-        PutBE32(e, uint32_t(src.Int()));
-        entries.insert(entries.end(), e, e + 4);
+    for (uint32_t k = 1; k <= 0xFFFF && src.Read(src.Key("vobu_sa%04d", int(k))); ++k) {
+        m_assembled.resize(m_assembled.size() + 4);
+        PutBE32(&m_assembled[m_assembled.size() - 4], uint32_t(src.Int()));
     }
-    if (entries.empty()) return false;
-    m_assembledCount = uint16_t(entries.size() / 4);
-    m_assembled = std::move(entries);
-    return true;
+    return !m_assembled.empty();
 }
 
 void CKestroVobuAddressMap::Get(unsigned long* sectors, unsigned long* bytes) {
-    unsigned long b = m_assembledCount ? 4ul * m_assembledCount + 4 : 0;
+    unsigned long b = m_assembled.empty() ? 0 : m_assembled.size() + 4;
     if (bytes) *bytes = b;
     if (sectors) *sectors = SectorsFor(b);
 }
 
 bool CKestroVobuAddressMap::Write(int hFile) {
-    if (!m_assembledCount) return false;
-    std::vector<uint8_t> out(4 + 4 * size_t(m_assembledCount), 0);
-    PutBE32(out.data(), 4u * m_assembledCount + 3);
-    std::memcpy(out.data() + 4, m_assembled.data(), 4 * size_t(m_assembledCount));
+    if (m_assembled.empty()) return false;
+    std::vector<uint8_t> out(4);
+    PutBE32(out.data(), uint32_t(m_assembled.size() + 3));
+    out.insert(out.end(), m_assembled.begin(), m_assembled.end());
     WriteSectorPadded(hFile, out);
-    FreeAssembled();
+    m_assembled.clear();
     return true;
 }
 
