@@ -298,6 +298,11 @@ void HexWords(const char* value, uint8_t* out, size_t words);
 // when it is a lower-case x (way b of the source grammar).
 const char* SkipOptionalX(const char* value);
 
+// ---- Tables: bounded reads ------------------------------------------------------
+// Reads up to `want` bytes at hFile's current position, never more than the
+// file holds from there; `into` holds exactly what was read.
+void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into);
+
 }  // namespace kestro
 
 #endif

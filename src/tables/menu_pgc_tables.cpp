@@ -43,12 +43,13 @@ const MenuPgcKind kVtsmMenus = {
     "VTSM_PGCI_UT is missing AN vtsm_lu_srpnn_lcd statuement",
     "VTSM_PGCI_UT is missing an vtsm_lu_srpnn_exst statuement",
     "VTSM_LU: is missing the %s statement",
-    true, true,
+    /*wrapIllegalFormat=*/true, /*clearLoadedViewFirst=*/true,
     "vtsm_lui%02d_pgci_srp_ns", "vtsm_lui%02d_lu_ea", "vtsm_lui_pgc_cat", "vtsm_lui_pgc_pgci_sa",
     "vtsm_pgc_",
     "LU %d Number of VTSM_PGCI_SRP: %d", "LU %d End byte address of VTSM_LU_EA table: %d",
     "  VTSM_PGC Category %d: %x", "  VTSM_PGCI byte address %d: %d",
-    false, true, false, "\r\n",
+    /*unitCountPreamble=*/false, /*breakAfterUnitEndLine=*/true,
+    /*byteAddressNumberedByLine=*/false, /*pgcSeparator=*/"\r\n",
 };
 
 // Units and PGCs the language-unit reports and sources walk: the capacity of

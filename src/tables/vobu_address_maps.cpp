@@ -1,5 +1,8 @@
 // VOBU address maps (VMGM_VOBU_ADMAP, VTSM_VOBU_ADMAP, VTS_VOBU_ADMAP) and
 // their binary side files: one behaviour, three descriptions.
+//
+// Layout: a 4-byte end address (the map's size less one, counting itself),
+// then the start sector of every VOBU, 4 bytes each, all big-endian.
 #include "frame/detail.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
@@ -15,10 +18,12 @@ const VobuMapKind kVmgmMap = {
     /*mapReadAtLoad=*/false, /*silentBufferFailure=*/true, /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsMap = {
-    "vts_vobu_admap", nullptr, false, false, false,
+    "vts_vobu_admap", nullptr,
+    /*mapReadAtLoad=*/false, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsmMap = {
-    "vtsm_vobu_admap", nullptr, true, false, true,
+    "vtsm_vobu_admap", nullptr,
+    /*mapReadAtLoad=*/true, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/true,
 };
 
 constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP";
@@ -27,16 +32,6 @@ constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_
 // almost 4 GiB) cannot be buffered: the read-back fails as an allocation
 // of that size would.
 constexpr uint32_t kMaxMapBytes = 0x7FFFFFFF;
-
-// Reads up to `want` bytes at the current position, never more than the file
-// holds from there; `into` holds exactly what was read.
-void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
-    uint32_t pos = uint32_t(FileTell(hFile)), size = uint32_t(FileSize(hFile));
-    uint32_t avail = size > pos ? size - pos : 0;
-    into.assign(want < avail ? want : avail, 0);
-    unsigned long got = into.empty() ? 0 : FileRead(hFile, into.data(), into.size());
-    into.resize(got);
-}
 
 }  // namespace
 
