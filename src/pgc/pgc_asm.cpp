@@ -42,7 +42,8 @@ private:
 // a cell without its first statement ends the table (true); a cell without
 // a later one is false, with that key in s.Key().
 template <size_t N, size_t K>
-bool ReadCells(PgcSource& s, const CellKey (&keys)[K], std::vector<std::array<uint8_t, N>>& cells) {
+bool ReadCells(PgcSource& s, const CellKey (&keys)[K],
+               std::vector<std::array<uint8_t, N>>& cells) {
     cells.clear();
     while (cells.size() < kMaxCells) {
         const int index = int(cells.size()) + 1;
@@ -111,7 +112,8 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
     }
     for (size_t g = 0; g < 3; ++g)
         for (int i = 1; i <= counts[g]; ++i, ++m.commandCount) {
-            if (!s.Read(kCommandGroups[g].commandKey, i)) return Missing(s.Key(), s.Section(), s.Ini());
+            if (!s.Read(kCommandGroups[g].commandKey, i))
+                return Missing(s.Key(), s.Section(), s.Ini());
             HexBytes(s.Value(), &m.commands[kCommandSize * m.commandCount], kCommandSize);
         }
     // The header changes only once every command was read.

@@ -44,11 +44,13 @@ void WriteCommands(Source& src, const char* px, PgcBytes& p) {
         // Counts come from the file: commands that would lie beyond the
         // bytes the caller holds are not invented (a damaged header can
         // announce 196,605 of them).
-        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
+        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize);
+             ++i, at += kCommandSize) {
             uint8_t c[kCommandSize];
             p.View().Copy(at, c, kCommandSize);
-            src.Write(src.Key(kCommandGroups[g].commandKey, px, int(i)), "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1],
-                      c[2], c[3], c[4], c[5], c[6], c[7]);
+            src.Write(src.Key(kCommandGroups[g].commandKey, px, int(i)),
+                      "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1], c[2], c[3], c[4], c[5],
+                      c[6], c[7]);
         }
     }
 }
