@@ -1,10 +1,18 @@
 // Menu PGC information unit tables (VMGM_PGCI_UT, VTSM_PGCI_UT) and their
 // language units: one behaviour, two descriptions.
+//
+// Layout: an 8-byte header (unit count, reserved, end address), an 8-byte
+// search pointer per language unit (language code, reserved byte, menu
+// existence flags, start byte of the unit), then the units. A unit: an
+// 8-byte header (PGC count, reserved, end address), an 8-byte search
+// pointer per PGC (category, start byte within the unit), then the binary
+// PGCs. Every number is big-endian.
 #include <algorithm>
 #include <climits>
 #include <memory>
 
 #include "frame/detail.h"
+#include "ini/ini_batch.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
 #include "pgc/pgc_header.h"
