@@ -2,7 +2,7 @@
 // language units: one behaviour, two descriptions.
 //
 // Layout: an 8-byte header (unit count, reserved, end address), an 8-byte
-// search pointer per language unit (language code, reserved byte, menu
+// search pointer per language unit (language code, a byte not read, menu
 // existence flags, start byte of the unit), then the units. A unit: an
 // 8-byte header (PGC count, reserved, end address), an 8-byte search
 // pointer per PGC (category, start byte within the unit), then the binary
