@@ -205,13 +205,7 @@ std::string NormalisePath(const char* p) {
 }
 
 Stamp StampOf(const struct stat& st) {
-    Stamp s;
-    s.exists = true;
-    s.dev = st.st_dev;
-    s.ino = st.st_ino;
-    s.size = st.st_size;
-    s.mtime = st.st_mtim;
-    return s;
+    return Stamp{true, st.st_dev, st.st_ino, st.st_size, st.st_mtim};
 }
 
 Stamp StampOf(const std::string& path) {

@@ -202,13 +202,9 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     if (n < 1) return true;
 
     auto missing = [&](const char* key) {
-        if (k.wrapIllegalFormat) {
-            char inner[KESTRO_ERROR_TEXT];
-            Format(inner, sizeof inner, k.missingUnitKey, key);
-            SetError("[%s] Illegal source format!", inner);
-        } else {
-            SetError(k.missingUnitKey, key);
-        }
+        char text[KESTRO_ERROR_TEXT];
+        Format(text, sizeof text, k.missingUnitKey, key);
+        SetError(k.wrapIllegalFormat ? "[%s] Illegal source format!" : "%s", text);
         return false;
     };
 
