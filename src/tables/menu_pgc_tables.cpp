@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <string>
 
 #include "frame/detail.h"
 #include "ini/ini_batch.h"
@@ -23,39 +24,14 @@ using namespace kestro;
 namespace {
 
 const MenuPgcKind kVmgmMenus = {
-    "vmgm_pgci_ut", "vmgm_lu", "vmgm_lu%02d_%02d",
-    "vmgm_lu_ns", "vmgm_pgci_lu_ea", "vmgm_lu_srp%02d_lcd", "vmgm_lu_srp%02d_exst",
-    "vmgm_lu_srp%02d_lu_sa",
-    "Number of VMGM_PGCI_LUs: %d", "End byte address of VMGM_PGCI_LUs table: %d",
-    "  Video Manager Menu Language Code %d: %c%c", "  Video Manager Menu Existence %d: %x",
-    "  Video Manager Menu Language Start Address %d: %d",
-    "VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement",
-    "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement",
-    "VMGM_LU: is missing the %s statement",
+    "vmgm", "VMGM", "Video Manager",
     /*wrapIllegalFormat=*/false, /*clearLoadedViewFirst=*/false,
-    "vmgm_lui%02d_pgci_srp_ns", "vmgm_lui%02d_lu_ea", "vmgm_lui_pgc_cat", "vmgm_lui_pgc_pgci_sa",
-    "vmgm_pgc_",
-    "LU %d Number of VMGM_PGCI_SRP: %d", "LU %d End byte address of VMGM_LU_EA table: %d",
-    "  VMGM_PGC Category %d: %x", "  VMGM_PGCI byte address %d: %d",
     /*unitCountPreamble=*/true, /*breakAfterUnitEndLine=*/false,
     /*byteAddressNumberedByLine=*/true, /*pgcSeparator=*/" \r\n",
 };
-
 const MenuPgcKind kVtsmMenus = {
-    "vtsm_pgci_ut", "vtsm_lu", "vtsm_lu%02d_%02d",
-    "vtsm_lu_ns", "vtsm_pgci_lu_ea", "vtsm_lu_srp%02d_lcd", "vtsm_lu_srp%02d_exst",
-    "vtsm_lu_srp%02d_lu_sa",
-    "Number of VTSM_PGCI_LUs: %d", "End byte address of VTSM_PGCI_LUs table: %d",
-    "  Video Title Set Menu Language Code %d: %c%c", "  Video Title Set Menu Existence %d: %x",
-    "  Video Title Set Menu Language Start Address %d: %d",
-    "VTSM_PGCI_UT is missing AN vtsm_lu_srpnn_lcd statuement",
-    "VTSM_PGCI_UT is missing an vtsm_lu_srpnn_exst statuement",
-    "VTSM_LU: is missing the %s statement",
+    "vtsm", "VTSM", "Video Title Set",
     /*wrapIllegalFormat=*/true, /*clearLoadedViewFirst=*/true,
-    "vtsm_lui%02d_pgci_srp_ns", "vtsm_lui%02d_lu_ea", "vtsm_lui_pgc_cat", "vtsm_lui_pgc_pgci_sa",
-    "vtsm_pgc_",
-    "LU %d Number of VTSM_PGCI_SRP: %d", "LU %d End byte address of VTSM_LU_EA table: %d",
-    "  VTSM_PGC Category %d: %x", "  VTSM_PGCI byte address %d: %d",
     /*unitCountPreamble=*/false, /*breakAfterUnitEndLine=*/true,
     /*byteAddressNumberedByLine=*/false, /*pgcSeparator=*/"\r\n",
 };
@@ -76,6 +52,11 @@ constexpr size_t kReportHeadroom = 3;
 constexpr size_t kMaxPgcReport = size_t(1) << 26;
 // What a PGC report may write beyond its room: indentation, line break, NUL.
 constexpr size_t kScratchSlack = 16;
+
+// A member's source sections and the key prefix of its PGCs.
+std::string TableSection(const MenuPgcKind& k) { return std::string(k.key) + "_pgci_ut"; }
+std::string UnitSection(const MenuPgcKind& k) { return std::string(k.key) + "_lu"; }
+std::string PgcPrefix(const MenuPgcKind& k) { return std::string(k.key) + "_pgc_"; }
 
 }  // namespace
 
@@ -119,13 +100,14 @@ bool CKestroMenuPgcTable::Details(char* buf, int len) {
     BodyScope scope(m_loaded);
     const ByteView srp = scope.View();
     Report r(buf, len);
-    r.Line(m_kind->countLine, m_loaded.count);
-    r.Line(m_kind->endLine, int(m_loaded.endAddress));
+    const MenuPgcKind& k = *m_kind;
+    r.Line("Number of %s_PGCI_LUs: %d", k.name, m_loaded.count);
+    r.Line("End byte address of %s_PGCI_LUs table: %d", k.name, int(m_loaded.endAddress));
     for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); r.ok() && i <= n; ++i) {
         const ByteView e = srp.From(8 * size_t(i - 1));
-        r.Line(m_kind->lcdLine, i, e.U8(0), e.U8(1));
-        r.Line(m_kind->exstLine, i, unsigned(e.U8(3)));
-        r.Line(m_kind->startLine, i, int(e.BE32(4)));
+        r.Line("  %s Menu Language Code %d: %c%c", k.menu, i, e.U8(0), e.U8(1));
+        r.Line("  %s Menu Existence %d: %x", k.menu, i, unsigned(e.U8(3)));
+        r.Line("  %s Menu Language Start Address %d: %d", k.menu, i, int(e.BE32(4)));
     }
     return r.ok();
 }
@@ -133,14 +115,15 @@ bool CKestroMenuPgcTable::Details(char* buf, int len) {
 bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
     BodyScope scope(m_loaded);
     const ByteView srp = scope.View();
-    Source src(iniPath, m_kind->tableSection);
-    src.Write(m_kind->countKey, "%d", m_loaded.count);
-    src.Write(m_kind->endAddressKey, "%d", int(m_loaded.endAddress));
+    const char* const key = m_kind->key;
+    Source src(iniPath, TableSection(*m_kind).c_str());
+    src.Write(src.Key("%s_lu_ns", key), "%d", m_loaded.count);
+    src.Write(src.Key("%s_pgci_lu_ea", key), "%d", int(m_loaded.endAddress));
     for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); i <= n; ++i) {
         const ByteView e = srp.From(8 * size_t(i - 1));
-        src.Write(src.Key(m_kind->lcdKey, i), "%c%c", e.U8(0), e.U8(1));
-        src.Write(src.Key(m_kind->exstKey, i), "%02x", unsigned(e.U8(3)));
-        src.Write(src.Key(m_kind->unitStartKey, i), "%d", int(e.BE32(4)));
+        src.Write(src.Key("%s_lu_srp%02d_lcd", key, i), "%c%c", e.U8(0), e.U8(1));
+        src.Write(src.Key("%s_lu_srp%02d_exst", key, i), "%02x", unsigned(e.U8(3)));
+        src.Write(src.Key("%s_lu_srp%02d_lu_sa", key, i), "%d", int(e.BE32(4)));
     }
     INIFlushFiles();
     return true;
@@ -158,19 +141,19 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     m_units.clear();
     std::memset(m_header, 0, sizeof m_header);
 
-    Source table(iniPath, k.tableSection);
-    if (!table.Read(k.countKey)) return false;
+    Source table(iniPath, TableSection(k).c_str());
+    if (!table.Read(table.Key("%s_lu_ns", k.key))) return false;
     int n = table.Int();
     if (n < 0 || n > kMaxUnits) {
-        SetError("[%s] %d language units in %s: a table holds 0 to %d", k.countKey, n,
-                 k.tableSection, kMaxUnits);
+        SetError("[%s] %d language units in %s: a table holds 0 to %d", table.LastKey(), n,
+                 table.Section(), kMaxUnits);
         return false;
     }
     // PGC counts beyond the capacity are refused before anything is stored;
     // missing ones are reported in order below.
-    Source units(iniPath, k.unitSection);
+    Source units(iniPath, UnitSection(k).c_str());
     for (int i = 1; i <= n; ++i) {
-        if (!units.Read(units.Key(k.pgcCountKey, i))) continue;
+        if (!units.Read(units.Key("%s_lui%02d_pgci_srp_ns", k.key, i))) continue;
         int m = units.Int();
         if (m < 0 || m > kMaxPgcs) {
             SetError("[%s] %d PGCs in language unit %d: a unit holds 0 to %d", units.LastKey(), m,
@@ -185,16 +168,16 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
 
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
-        if (!table.Read(table.Key(k.lcdKey, i))) {
-            SetError("%s", k.missingLcd);
+        if (!table.Read(table.Key("%s_lu_srp%02d_lcd", k.key, i))) {
+            SetError("%s_PGCI_UT is missing AN %s_lu_srpnn_lcd statuement", k.name, k.key);
             return false;
         }
         // The code's first two characters as they stand: a one-character code
         // keeps its terminator as the second byte.
         u.srp[0] = uint8_t(table.Value()[0]);
         u.srp[1] = uint8_t(table.Value()[1]);
-        if (!table.Read(table.Key(k.exstKey, i))) {
-            SetError("%s", k.missingExst);
+        if (!table.Read(table.Key("%s_lu_srp%02d_exst", k.key, i))) {
+            SetError("%s_PGCI_UT is missing an %s_lu_srpnn_exst statuement", k.name, k.key);
             return false;
         }
         u.srp[3] = uint8_t(axtoib(table.Value()));
@@ -203,29 +186,30 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
 
     auto missing = [&](const char* key) {
         char text[KESTRO_ERROR_TEXT];
-        Format(text, sizeof text, k.missingUnitKey, key);
+        Format(text, sizeof text, "%s_LU: is missing the %s statement", k.name, key);
         SetError(k.wrapIllegalFormat ? "[%s] Illegal source format!" : "%s", text);
         return false;
     };
 
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
-        if (!units.Read(units.Key(k.pgcCountKey, i))) return missing(units.LastKey());
+        if (!units.Read(units.Key("%s_lui%02d_pgci_srp_ns", k.key, i)))
+            return missing(units.LastKey());
         int m = units.Int();
         PutBE16(u.header, uint32_t(m));
         u.pgcs.resize(size_t(m));
         for (int j = 1; j <= m; ++j) {
             AssembledPgc& p = u.pgcs[size_t(j - 1)];
             char section[64];
-            Format(section, sizeof section, k.pgcSection, i, j);
+            Format(section, sizeof section, "%s_lu%02d_%02d", k.key, i, j);
             Source one(iniPath, section);
-            if (!one.Read(k.categoryKey)) return missing(k.categoryKey);
+            if (!one.Read(one.Key("%s_lui_pgc_cat", k.key))) return missing(one.LastKey());
             PutBE32(p.srp, uint32_t(axtoi(SkipOptionalX(one.Value()))));
             if (!pgc) {
-                SetError("[%s] No PGC codec to assemble %s with", k.categoryKey, section);
+                SetError("[%s] No PGC codec to assemble %s with", one.LastKey(), section);
                 return false;
             }
-            pgc->AsmPGCI(iniPath, section, k.pgcPrefix);
+            pgc->AsmPGCI(iniPath, section, PgcPrefix(k).c_str());
             unsigned long size = pgc->GetPGCISize();
             p.image.assign(size, 0);
             pgc->GetPGCData(p.image.data(), size);
@@ -401,17 +385,18 @@ bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
         ReadUnit(table, position);
         const uint16_t count = GetLE16(m_unit.get());
         const ByteView unit(m_unit.get(), m_unitHeld);
-        r.Line(k.unitPgcCountLine, int(i), count);
-        r.Line(k.unitEndLine, int(i), int(GetLE32(m_unit.get() + 4)));
+        r.Line("LU %d Number of %s_PGCI_SRP: %d", int(i), k.name, count);
+        r.Line("LU %d End byte address of %s_LU_EA table: %d", int(i), k.name,
+               int(GetLE32(m_unit.get() + 4)));
         if (k.breakAfterUnitEndLine) AppendUnchecked(r, "\r\n");
         for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); r.ok() && j <= n; ++j) {
             const ByteView e = unit.From(8 * size_t(j));
             char line[128];
-            const int lineLen =
-                Format(line, sizeof line, k.categoryLine, int(j), unsigned(e.BE32(0)));
+            const int lineLen = Format(line, sizeof line, "  %s_PGC Category %d: %x", k.name,
+                                       int(j), unsigned(e.BE32(0)));
             r.Text(line);
-            r.Line(k.byteAddressLine, k.byteAddressNumberedByLine ? lineLen + 1 : int(j),
-                   int(e.BE32(4)));
+            r.Line("  %s_PGCI byte address %d: %d", k.name,
+                   k.byteAddressNumberedByLine ? lineLen + 1 : int(j), int(e.BE32(4)));
             // The PGC report's own refusal does not stop the unit report.
             if (pgc && r.ok())
                 ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, e.BE32(4), scratch, scratchSize);
@@ -425,24 +410,27 @@ bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startS
                                        CKestro_PGCI* pgc, CKestroMenuPgcTable* table) {
     const MenuPgcKind& k = *m_kind;
     if (!table) return false;
-    Source units(iniPath, k.unitSection);
+    Source units(iniPath, UnitSection(k).c_str());
+    const std::string prefix = PgcPrefix(k);
     FlushBatch batch;  // the codec flushes per PGC: write the file once
     for (uint32_t i = 1, n = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits); i <= n; ++i) {
         // An undefined unit (start byte 0) is read from the file's start.
         ReadUnit(table, table->UnitPosition(uint16_t(i - 1), startSector));
         const uint16_t count = GetLE16(m_unit.get());
         const ByteView unit(m_unit.get(), m_unitHeld);
-        units.Write(units.Key(k.pgcCountKey, int(i)), "%d", count);
-        units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(GetLE32(m_unit.get() + 4)));
+        units.Write(units.Key("%s_lui%02d_pgci_srp_ns", k.key, int(i)), "%d", count);
+        units.Write(units.Key("%s_lui%02d_lu_ea", k.key, int(i)), "%d",
+                    int(GetLE32(m_unit.get() + 4)));
         for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); j <= n; ++j) {
             const ByteView e = unit.From(8 * size_t(j));
             char section[64];
-            Format(section, sizeof section, k.pgcSection, int(i), int(j));
+            Format(section, sizeof section, "%s_lu%02d_%02d", k.key, int(i), int(j));
             Source one(iniPath, section);
-            one.Write(k.categoryKey, "%08x", unsigned(e.BE32(0)));
-            one.Write(k.pgcStartKey, "%d", int(e.BE32(4)));
+            one.Write(one.Key("%s_lui_pgc_cat", k.key), "%08x", unsigned(e.BE32(0)));
+            one.Write(one.Key("%s_lui_pgc_pgci_sa", k.key), "%d", int(e.BE32(4)));
             if (pgc)
-                pgc->DisasmPGCI(iniPath, m_unit.get(), e.BE32(4), k.pgcPrefix, section, m_unitHeld);
+                pgc->DisasmPGCI(iniPath, m_unit.get(), e.BE32(4), prefix.c_str(), section,
+                                m_unitHeld);
         }
     }
     INIFlushFiles();
