@@ -125,10 +125,9 @@ bool CKestroCellAddressTable::Asm(const char* iniPath) {
             // The entry counts from its first statement on, also when a later
             // one is missing.
             uint8_t* e = m_records.emplace_back().data();
-            PutField(e, kFields[0], src.Int());
             for (const EntryField& f : kFields) {
-                if (&f == kFields) continue;
-                if (!src.Read(src.Key(kFieldKey, c, v, f.key))) {
+                // The first field's statement is the one just read.
+                if (&f != kFields && !src.Read(src.Key(kFieldKey, c, v, f.key))) {
                     SetError(kMissingEntry, src.LastKey());
                     return false;
                 }
