@@ -48,14 +48,11 @@ public:
 protected:
     explicit CKestroCellAddressTable(const kestro::CellTableKind& kind);
     int LoadCells(int hFile, unsigned long startSector);
-    void ReleaseRecords(uint32_t slots);
 
     const kestro::CellTableKind* m_kind;
     LoadedTable m_loaded;
     uint8_t m_header[8];  // assembled header, file byte order
-    std::array<std::unique_ptr<std::array<uint8_t, 12>>, kMaxCells> m_records;
-    uint16_t m_vobCounter;
-    uint32_t m_recordCount;
+    std::vector<std::array<uint8_t, 12>> m_records;  // assembled entries, file byte order
 };
 
 class KESTRO_API CKestro_VMG_CADT : public CKestroCellAddressTable {
@@ -109,9 +106,8 @@ protected:
     // the announced size can be had.
     bool ReadMapBack(std::vector<uint8_t>& into);
     bool WriteSideFile(const char* path);
-    bool ReadCountedSideFile(const char* path);
-    bool ReadPlainSideFile(const char* path);
-    void FreeAssembled();
+    // Counted (true) or plain side file into the assembled view.
+    bool ReadSideFile(const char* path, bool counted);
 
     const kestro::VobuMapKind* m_kind;
     uint32_t m_entriesPos;   // file position of entry 1
@@ -119,8 +115,7 @@ protected:
     std::vector<uint8_t> m_loadedMap;  // entries as in the file (big-endian)
     uint16_t m_loadedCount;
     uint16_t m_hLoaded;
-    uint16_t m_assembledCount;
-    std::vector<uint8_t> m_assembled;  // 4 * count bytes, big-endian
+    std::vector<uint8_t> m_assembled;  // the assembled entries, big-endian
 };
 
 class KESTRO_API CKestro_VMGM_ADMAP : public CKestroVobuAddressMap {
@@ -189,16 +184,15 @@ public:
 protected:
     explicit CKestroMenuPgcTable(const kestro::MenuPgcKind& kind);
     int LoadTable(int hFile, unsigned long startSector);
-    void DiscardAssembled();
     unsigned long AssembledBytes() const;
 
     struct AssembledPgc {
-        uint8_t srp[8];             // search pointer, file byte order
+        uint8_t srp[8] = {};         // search pointer, file byte order
         std::vector<uint8_t> image;  // binary PGC from the codec
     };
     struct AssembledUnit {
-        uint8_t srp[8];     // unit search pointer, file byte order
-        uint8_t header[8];  // unit header, count big-endian
+        uint8_t srp[8] = {};     // unit search pointer, file byte order
+        uint8_t header[8] = {};  // unit header, count big-endian
         std::vector<AssembledPgc> pgcs;
     };
 
@@ -206,11 +200,8 @@ protected:
     // Loaded view: header, handle and where the search pointers lie (the
     // body size is the end address's low 16 bits).
     LoadedTable m_loaded;
-    unsigned long m_startSector;
-    int m_hFull;
     // Assembled view.
     uint8_t m_header[8];
-    int m_assembledCount;
     std::vector<AssembledUnit> m_units;
 };
 
@@ -251,9 +242,8 @@ protected:
                       unsigned long startSector);
     bool DisasmUnits(const char* iniPath, unsigned long startSector, CKestro_PGCI* pgc,
                      CKestroMenuPgcTable* table);
-    // Reads the unit at position into the unit buffer; returns the number of
-    // bytes that hold data.
-    uint32_t ReadUnit(CKestroMenuPgcTable* table, unsigned long position);
+    // Reads the unit at position into the unit buffer.
+    void ReadUnit(CKestroMenuPgcTable* table, unsigned long position);
 
     const kestro::MenuPgcKind* m_kind;
     // kUnitBuffer bytes; only the first m_unitHeld (the bytes read from the

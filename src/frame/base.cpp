@@ -23,7 +23,8 @@ unsigned long CBaseKestro::OpenKestroFile(const char* path) {
 }
 
 unsigned long CBaseKestro::CreateKestroFile(const char* path) {
-    return static_cast<unsigned long>(static_cast<long>(kestro::FileCreate(path, kestro::kCreateOwnerRW)));
+    const int h = kestro::FileCreate(path, kestro::kCreateOwnerRW);
+    return static_cast<unsigned long>(static_cast<long>(h));
 }
 
 void CBaseKestro::CloseKestroFile(unsigned long hFile) {

@@ -118,7 +118,8 @@ void PutInteger(Sink& out, const Conversion& s, va_list* ap) {
         default: sv = va_arg(*ap, int); break;
         }
         negative = sv < 0;
-        v = negative ? 0ULL - static_cast<unsigned long long>(sv) : static_cast<unsigned long long>(sv);
+        v = static_cast<unsigned long long>(sv);
+        if (negative) v = 0ULL - v;
     } else {
         switch (s.length) {
         case -2: v = static_cast<unsigned char>(va_arg(*ap, unsigned)); break;

@@ -14,6 +14,9 @@
 
 #include "kestro/frame.h"
 #include "kestro/ini.h"
+// Flush batches (FlushBatch) belong to the INI store; the tables reach them
+// through here.
+#include "ini/ini_batch.h"
 
 namespace kestro {
 
@@ -285,21 +288,6 @@ private:
     char value_[kValueSize];
 };
 
-// ---- Flush batching -------------------------------------------------------------
-void IniBeginBatch();
-void IniEndBatch();
-// While one is alive, INIFlushFiles only notes the request; the last batch
-// to end performs it. Tables that pass many PGCs to the codec (whose source
-// writer flushes after every PGC) hold one around the loop, so the source
-// file is written once instead of once per PGC.
-class FlushBatch {
-public:
-    FlushBatch() { IniBeginBatch(); }
-    ~FlushBatch() { IniEndBatch(); }
-    FlushBatch(const FlushBatch&) = delete;
-    FlushBatch& operator=(const FlushBatch&) = delete;
-};
-
 // Hexadecimal byte string: skips one leading "x", then converts two
 // characters at a time into out[0..n); digits missing at the end count as 0
 // and never read past the value's terminator.
@@ -331,6 +319,11 @@ inline void PutBE(uint8_t* p, size_t size, uint32_t v) {
     else if (size == 2) PutBE16(p, v);
     else PutBE32(p, v);
 }
+
+// ---- Tables: bounded reads ------------------------------------------------------
+// Reads up to `want` bytes at hFile's current position, never more than the
+// file holds from there; `into` holds exactly what was read.
+void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into);
 
 }  // namespace kestro
 

@@ -78,6 +78,13 @@ std::string Resolve(const char* path) {
     return slash == std::string::npos ? found : p.substr(0, slash + 1) + found;
 }
 
+// False (the error EMFILE) when every slot is taken.
+bool HaveSlot() {
+    if (FreeSlot() >= 0) return true;
+    g_lastError = uint32_t(EMFILE);
+    return false;
+}
+
 int TakeSlot(int fd) {
     int slot = FreeSlot();
     g_table[slot].fd = fd;
@@ -95,10 +102,7 @@ void ResolvePath(const char* path, char* out, int outSize) {
 
 int FileOpen(const char* path, unsigned int flags) {
     EnsureTable();
-    if (FreeSlot() < 0) {
-        g_lastError = uint32_t(EMFILE);
-        return -1;
-    }
+    if (!HaveSlot()) return -1;
     int access = (flags & 2) ? O_RDWR : (flags & 1) ? O_WRONLY : O_RDONLY;
     std::string p = Resolve(path);
     int fd = ::open(p.c_str(), access | O_CLOEXEC);
@@ -114,10 +118,7 @@ int FileOpen(const char* path, unsigned int flags) {
 int FileCreate(const char* path, unsigned int flags) {
     TraceFileCreation(path);
     EnsureTable();
-    if (FreeSlot() < 0) {
-        g_lastError = uint32_t(EMFILE);
-        return -1;
-    }
+    if (!HaveSlot()) return -1;
     bool rd = flags & 0x100, wr = flags & 0x80;
     int access = (rd && !wr) ? O_RDONLY : (wr && !rd) ? O_WRONLY : O_RDWR;
     std::string p = Normalise(path);

@@ -24,13 +24,15 @@ void LoadedTable::ReadBody() {
     FileSeek(hFile, bodyPos, 0);
     // Bounded by what the file holds: a damaged end address can announce
     // gigabytes; the view reads zeros beyond what was really read.
-    uint32_t size = static_cast<uint32_t>(FileSize(hFile));
-    uint32_t avail = size > bodyPos ? size - bodyPos : 0;
-    uint32_t want = bodySize < avail ? bodySize : avail;
-    body.assign(want, 0);
-    unsigned long got = want ? FileRead(hFile, body.data(), want) : 0;
-    body.resize(got);
+    ReadBounded(hFile, bodySize, body);
     FileSeek(hFile, savedPos, 0);
+}
+
+void kestro::ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
+    const uint32_t pos = uint32_t(FileTell(hFile)), size = uint32_t(FileSize(hFile));
+    const uint32_t avail = size > pos ? size - pos : 0;
+    into.assign(want < avail ? want : avail, 0);
+    into.resize(into.empty() ? 0 : FileRead(hFile, into.data(), into.size()));
 }
 
 void LoadedTable::FreeBody() {

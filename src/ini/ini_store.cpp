@@ -26,6 +26,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "ini/ini_batch.h"
 #include "kestro/ini.h"
 
 namespace {
@@ -204,13 +205,7 @@ std::string NormalisePath(const char* p) {
 }
 
 Stamp StampOf(const struct stat& st) {
-    Stamp s;
-    s.exists = true;
-    s.dev = st.st_dev;
-    s.ino = st.st_ino;
-    s.size = st.st_size;
-    s.mtime = st.st_mtim;
-    return s;
+    return Stamp{true, st.st_dev, st.st_ino, st.st_size, st.st_mtim};
 }
 
 Stamp StampOf(const std::string& path) {
@@ -662,7 +657,6 @@ void INIEndOperation() {
 
 namespace kestro {
 
-// A batch lies within one library call: it is an operation too.
 void IniBeginBatch() {
     ++g_batchDepth;
     INIBeginOperation();

@@ -38,6 +38,30 @@ private:
     const char* prefix_;
 };
 
+// Reads the entries of one cell table, cell by cell from 1 on, at most 256:
+// a cell without its first statement ends the table (true); a cell without
+// a later one is false, with that key in s.Key().
+template <size_t N, size_t K>
+bool ReadCells(PgcSource& s, const CellKey (&keys)[K],
+               std::vector<std::array<uint8_t, N>>& cells) {
+    cells.clear();
+    while (cells.size() < kMaxCells) {
+        const int index = int(cells.size()) + 1;
+        std::array<uint8_t, N> e{};
+        for (const CellKey& k : keys) {
+            if (!s.Read(k.key, index)) return &k == keys;
+            switch (k.form) {
+            case CellForm::Bytes: HexBytes(s.Value(), &e[k.at], 4); break;
+            case CellForm::Sector: PutBE32(&e[k.at], uint32_t(s.Int())); break;
+            case CellForm::Word: PutBE16(&e[k.at], uint32_t(s.Int())); break;
+            case CellForm::Byte: e[k.at] = uint8_t(s.Int()); break;
+            }
+        }
+        cells.push_back(e);
+    }
+    return true;
+}
+
 }  // namespace
 
 bool CKestro_PGCI::Missing(const char* key, const char* section, const char* iniFile) {
@@ -46,44 +70,13 @@ bool CKestro_PGCI::Missing(const char* key, const char* section, const char* ini
 }
 
 bool CKestro_PGCI::AsmPGC_C_POSIT(const char* iniFile, const char* section, const char* prefix) {
-    Model& m = M();
-    m.posit.clear();
     PgcSource s(iniFile, section, prefix);
-    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
-    while (m.posit.size() < kMaxCells) {
-        const int index = int(m.posit.size()) + 1;
-        if (!s.Read("%sc_posit_cell%03d_vobid", index)) return true;
-        std::array<uint8_t, kPositEntry> e{};
-        PutBE16(&e[0], uint32_t(s.Int()));
-        if (!s.Read("%sc_posit_cell%03d_cellid", index)) return missing();
-        e[3] = uint8_t(s.Int());
-        m.posit.push_back(e);
-    }
-    return true;
+    return ReadCells(s, kPositKeys, M().posit) || Missing(s.Key(), s.Section(), s.Ini());
 }
 
 bool CKestro_PGCI::AsmPGC_C_PBIT(const char* iniFile, const char* section, const char* prefix) {
-    Model& m = M();
-    m.pbit.clear();
     PgcSource s(iniFile, section, prefix);
-    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
-    static const char* const kSectors[] = {
-        "%sc_pbit_cell%03d_fvobu_sa", "%sc_pbit_cell%03d_filvu_ea",
-        "%sc_pbit_cell%03d_lvobu_sa", "%sc_pbit_cell%03d_lvobu_ea"};
-    while (m.pbit.size() < kMaxCells) {
-        const int index = int(m.pbit.size()) + 1;
-        if (!s.Read("%sc_pbit_cell%03d_cat", index)) return true;
-        std::array<uint8_t, kPbitEntry> e{};
-        HexBytes(s.Value(), &e[0], 4);
-        if (!s.Read("%sc_pbit_cell%03d_pbtm", index)) return missing();
-        HexBytes(s.Value(), &e[4], 4);
-        for (size_t k = 0; k < 4; ++k) {
-            if (!s.Read(kSectors[k], index)) return missing();
-            PutBE32(&e[8 + 4 * k], uint32_t(s.Int()));
-        }
-        m.pbit.push_back(e);
-    }
-    return true;
+    return ReadCells(s, kPbitKeys, M().pbit) || Missing(s.Key(), s.Section(), s.Ini());
 }
 
 bool CKestro_PGCI::AsmPGC_PGMAP(const char* iniFile, const char* section, const char* prefix) {
@@ -104,17 +97,10 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
     Model& m = M();
     m.commandCount = 0;
     PgcSource s(iniFile, section, prefix);
-    auto missing = [&] { return Missing(s.Key(), s.Section(), s.Ini()); };
-    const struct {
-        const char* countKey;
-        const char* commandKey;
-    } groups[] = {{"%scmdt_pre_ns", "%spre%d"},
-                  {"%scmdt_post_ns", "%spost%d"},
-                  {"%scmdt_cmds_ns", "%scell%d"}};
     uint16_t counts[3];
     unsigned total = 0;
     for (size_t g = 0; g < 3; ++g) {
-        counts[g] = s.Read(groups[g].countKey) ? uint16_t(s.Int()) : 0;
+        counts[g] = s.Read(kCommandGroups[g].countKey) ? uint16_t(s.Int()) : 0;
         total += counts[g];
     }
     // The command store holds 384 commands; a larger table is refused as a
@@ -124,16 +110,14 @@ bool CKestro_PGCI::AsmPGC_CMDT(const char* iniFile, const char* section, const c
                  s.Section(), s.Ini(), total, kMaxCommands);
         return false;
     }
-    for (size_t g = 0; g < 3; ++g) {
-        for (int i = 1; i <= counts[g]; ++i) {
-            if (!s.Read(groups[g].commandKey, i)) return missing();
+    for (size_t g = 0; g < 3; ++g)
+        for (int i = 1; i <= counts[g]; ++i, ++m.commandCount) {
+            if (!s.Read(kCommandGroups[g].commandKey, i))
+                return Missing(s.Key(), s.Section(), s.Ini());
             HexBytes(s.Value(), &m.commands[kCommandSize * m.commandCount], kCommandSize);
-            ++m.commandCount;
         }
-    }
-    PutBE16(&m.cmdtHeader[0], counts[0]);
-    PutBE16(&m.cmdtHeader[2], counts[1]);
-    PutBE16(&m.cmdtHeader[4], counts[2]);
+    // The header changes only once every command was read.
+    for (size_t g = 0; g < 3; ++g) PutBE16(&m.cmdtHeader[2 * g], counts[g]);
     PutBE16(&m.cmdtHeader[6], uint32_t(kCommandSize * total + 7));
     return true;
 }

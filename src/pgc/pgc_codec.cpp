@@ -5,6 +5,7 @@
 #include "frame/detail.h"
 #include "kestro/ini.h"
 #include "kestro/pgc.h"
+#include "pgc/pgc_header.h"
 #include "pgc/pgc_model.h"
 
 using namespace kestro;
@@ -100,4 +101,15 @@ bool CKestro_PGCI::GetPGCData(unsigned char* data, unsigned long size) {
     }
     m.ReleaseCells();
     return true;
+}
+
+pgc::CommandHeaderBytes::CommandHeaderBytes(uint8_t* data, size_t size, size_t start)
+    : data_(data), size_(size) {
+    const ByteView bytes(data, size);
+    at_ = start + bytes.BE16(start + kGiCmdtSa);
+    bytes.Copy(at_, saved_, sizeof saved_);
+}
+
+void pgc::CommandHeaderBytes::Restore() const {
+    for (size_t b = 0; b < sizeof saved_ && at_ + b < size_; ++b) data_[at_ + b] = saved_[b];
 }

@@ -48,9 +48,9 @@ int Link(const uint8_t* c, char* out) {
     const unsigned highlight = c[6] >> 2;
     switch (c[1] & 0x0F) {
     case 1: return Append(out, " SIns (additional parameters not decoded)");
-    case 4: return Append(out, " to PGC %d", ((c[6] & 0x3F) << 8) | c[7]);
+    case 4: return Append(out, " to PGC %d", GetBE16(c + 6) & 0x3FFF);
     case 5: {
-        int ptt = ((c[6] & 0x03) << 8) | c[7];
+        int ptt = GetBE16(c + 6) & 0x3FF;
         if (c[6] < 4) return Append(out, " to PTT %d ", ptt);
         return Append(out, " to PTT %d Highlight: %d", ptt, highlight);
     }
@@ -68,7 +68,7 @@ int Link(const uint8_t* c, char* out) {
 int SystemSpace(const uint8_t* c, char* out, bool call) {
     const unsigned domain = c[5] >> 6;
     const char* menu = MenuName(c[5] & 0x0F);
-    const int pgcn = ((c[2] & 0x7F) << 8) | c[3];
+    const int pgcn = GetBE16(c + 2) & 0x7FFF;
     if (!call) {
         switch (domain) {
         case 0: return Put(out, " JmpInSystemSpace To First Play PGC ");

@@ -37,24 +37,20 @@ void WriteCommands(Source& src, const char* px, PgcBytes& p) {
     const size_t cmdt = p.BE16(kGiCmdtSa);
     src.Write(src.Key("%scmdt_sa", px), "%d", int(cmdt));
     if (cmdt == 0) return;
-    const PgcBytes::CommandCounts n = p.SwapCommandHeader(cmdt);
-    src.Write(src.Key("%scmdt_pre_ns", px), "%d", n.pre);
-    src.Write(src.Key("%scmdt_post_ns", px), "%d", n.post);
-    src.Write(src.Key("%scmdt_cmds_ns", px), "%d", n.cell);
-    const struct {
-        const char* key;
-        unsigned count;
-    } groups[] = {{"%spre%d", n.pre}, {"%spost%d", n.post}, {"%scell%d", n.cell}};
+    const std::array<unsigned, 3> n = p.SwapCommandHeader(cmdt);
+    for (size_t g = 0; g < 3; ++g) src.Write(src.Key(kCommandGroups[g].countKey, px), "%d", n[g]);
     size_t at = cmdt + kCmdtHeader;
-    for (const auto& g : groups) {
+    for (size_t g = 0; g < 3; ++g) {
         // Counts come from the file: commands that would lie beyond the
         // bytes the caller holds are not invented (a damaged header can
         // announce 196,605 of them).
-        for (unsigned i = 1; i <= g.count && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
+        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize);
+             ++i, at += kCommandSize) {
             uint8_t c[kCommandSize];
             p.View().Copy(at, c, kCommandSize);
-            src.Write(src.Key(g.key, px, int(i)), "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1],
-                      c[2], c[3], c[4], c[5], c[6], c[7]);
+            src.Write(src.Key(kCommandGroups[g].commandKey, px, int(i)),
+                      "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1], c[2], c[3], c[4], c[5],
+                      c[6], c[7]);
         }
     }
 }
@@ -67,29 +63,24 @@ void WriteProgramMap(Source& src, const char* px, const PgcBytes& p) {
         src.Write(src.Key("%spgmap_prog_entry_cell%02d", px, int(i)), "%d", p.U8(map + i - 1));
 }
 
-void WriteCells(Source& src, const char* px, const PgcBytes& p) {
-    const unsigned cells = p.Cells();
-    const size_t pbit = p.BE16(kGiCpbitSa);
-    src.Write(src.Key("%sc_pbit_sa", px), "%d", int(pbit));
-    if (pbit != 0) {
-        for (unsigned c = 1; c <= cells; ++c) {
-            const size_t e = pbit + kPbitEntry * (c - 1);
-            const int n = int(c);
-            WriteHex4(src, src.Key("%sc_pbit_cell%03d_cat", px, n), p, e);
-            WriteHex4(src, src.Key("%sc_pbit_cell%03d_pbtm", px, n), p, e + 4);
-            src.Write(src.Key("%sc_pbit_cell%03d_fvobu_sa", px, n), "%d", int32_t(p.BE32(e + 8)));
-            src.Write(src.Key("%sc_pbit_cell%03d_filvu_ea", px, n), "%d", int32_t(p.BE32(e + 12)));
-            src.Write(src.Key("%sc_pbit_cell%03d_lvobu_sa", px, n), "%d", int32_t(p.BE32(e + 16)));
-            src.Write(src.Key("%sc_pbit_cell%03d_lvobu_ea", px, n), "%d", int32_t(p.BE32(e + 20)));
-        }
-    }
-    const size_t posit = p.BE16(kGiCpositSa);
-    src.Write(src.Key("%sc_posit_sa", px), "%d", int(posit));
-    if (posit != 0) {
-        for (unsigned c = 1; c <= cells; ++c) {
-            const size_t e = posit + kPositEntry * (c - 1);
-            src.Write(src.Key("%sc_posit_cell%03d_vobid", px, int(c)), "%d", p.BE16(e));
-            src.Write(src.Key("%sc_posit_cell%03d_cellid", px, int(c)), "%d", p.U8(e + 3));
+// One cell table (C_PBIT or C_POSIT): its start offset, then the entry of
+// every cell the PGC counts.
+template <size_t K>
+void WriteCells(Source& src, const char* px, const PgcBytes& p, const char* startKey,
+                size_t startAt, const CellKey (&keys)[K], size_t entrySize) {
+    const size_t start = p.BE16(startAt);
+    src.Write(src.Key(startKey, px), "%d", int(start));
+    if (start == 0) return;
+    for (unsigned c = 1; c <= p.Cells(); ++c) {
+        const size_t e = start + entrySize * (c - 1);
+        for (const CellKey& k : keys) {
+            const char* key = src.Key(k.key, px, int(c));
+            switch (k.form) {
+            case CellForm::Bytes: WriteHex4(src, key, p, e + k.at); break;
+            case CellForm::Sector: src.Write(key, "%d", int32_t(p.BE32(e + k.at))); break;
+            case CellForm::Word: src.Write(key, "%d", p.BE16(e + k.at)); break;
+            case CellForm::Byte: src.Write(key, "%d", p.U8(e + k.at)); break;
+            }
         }
     }
 }
@@ -109,7 +100,8 @@ bool CKestro_PGCI::DisasmPGCI(const char* iniFile, unsigned char* data, unsigned
     WriteGeneral(src, px, pgc);
     WriteCommands(src, px, pgc);
     WriteProgramMap(src, px, pgc);
-    WriteCells(src, px, pgc);
+    WriteCells(src, px, pgc, "%sc_pbit_sa", kGiCpbitSa, kPbitKeys, kPbitEntry);
+    WriteCells(src, px, pgc, "%sc_posit_sa", kGiCpositSa, kPositKeys, kPositEntry);
     INIFlushFiles();
     return true;
 }

@@ -63,6 +63,41 @@ constexpr GeneralKey kGeneralKeys[] = {
     {"%ssp_plt%02d", kGiPalette, kPaletteColours, GeneralForm::Hex32},
 };
 
+// The three groups of the command table, in file order: the source key of
+// the count, the source key of each command and the report's heading.
+struct CommandGroup {
+    const char* countKey;
+    const char* commandKey;
+    const char* heading;
+};
+constexpr CommandGroup kCommandGroups[] = {
+    {"%scmdt_pre_ns", "%spre%d", "    There are %d Pre Commands"},
+    {"%scmdt_post_ns", "%spost%d", "    There are %d Post Commands"},
+    {"%scmdt_cmds_ns", "%scell%d", "    There are %d Cell Commands"},
+};
+
+// The source keys of one cell's entry in C_PBIT and in C_POSIT, in the order
+// they are written and read. Bytes are four hexadecimal bytes; Sector a
+// signed 32-bit, Word a 16-bit and Byte an 8-bit decimal number.
+enum class CellForm { Bytes, Sector, Word, Byte };
+struct CellKey {
+    const char* key;
+    size_t at;
+    CellForm form;
+};
+constexpr CellKey kPbitKeys[] = {
+    {"%sc_pbit_cell%03d_cat", 0, CellForm::Bytes},
+    {"%sc_pbit_cell%03d_pbtm", 4, CellForm::Bytes},
+    {"%sc_pbit_cell%03d_fvobu_sa", 8, CellForm::Sector},
+    {"%sc_pbit_cell%03d_filvu_ea", 12, CellForm::Sector},
+    {"%sc_pbit_cell%03d_lvobu_sa", 16, CellForm::Sector},
+    {"%sc_pbit_cell%03d_lvobu_ea", 20, CellForm::Sector},
+};
+constexpr CellKey kPositKeys[] = {
+    {"%sc_posit_cell%03d_vobid", 0, CellForm::Word},
+    {"%sc_posit_cell%03d_cellid", 3, CellForm::Byte},
+};
+
 // The binary PGC that starts at data + offset, read through a bounded view
 // of the dataSize bytes the caller holds: whatever an offset or count points
 // at beyond them reads as zero. The unsized entry points trust the caller
@@ -81,21 +116,18 @@ public:
     unsigned Programs() const { return pgc_.U8(kGiPrograms) & 0x7F; }
     unsigned Cells() const { return pgc_.U8(kGiCells); }
 
-    struct CommandCounts {
-        unsigned pre, post, cell;
-    };
     // Turns the four words of the command-table header at cmdtSa into
     // little-endian words in the caller's buffer (only words that lie wholly
-    // inside it) and reads the three counts back as little-endian. Reading
-    // the same buffer again therefore gives byte-swapped counts.
-    CommandCounts SwapCommandHeader(size_t cmdtSa) {
+    // inside it) and reads the three counts back as little-endian, in the
+    // order of kCommandGroups. Reading the same buffer again therefore gives
+    // byte-swapped counts.
+    std::array<unsigned, 3> SwapCommandHeader(size_t cmdtSa) {
         uint8_t* p = const_cast<uint8_t*>(pgc_.data());
         for (size_t w = 0; w < 4; ++w) {
             size_t at = cmdtSa + 2 * w;
             if (pgc_.Has(at, 2)) Swap16InPlace(p + at);
         }
-        auto le = [&](size_t at) { return unsigned(pgc_.U8(at) | (pgc_.U8(at + 1) << 8)); };
-        return {le(cmdtSa), le(cmdtSa + 2), le(cmdtSa + 4)};
+        return {pgc_.LE16(cmdtSa), pgc_.LE16(cmdtSa + 2), pgc_.LE16(cmdtSa + 4)};
     }
 
 private:

@@ -14,8 +14,6 @@ struct CellTableKind {
     const char* countLine;      // report line 1
     const char* endLine;        // report line 2
     bool bodySize16;            // loader keeps only the end address's low 16 bits
-    bool keepBodyOnFirstLineRefusal;  // Details' first-line exit leaves the body held
-    bool writeReleasesVobSlots;       // Write frees the first VOB-counter slots only
 };
 
 struct VobuMapKind {
@@ -26,40 +24,18 @@ struct VobuMapKind {
     bool sideFileLittleEndian;         // side-file writer converts the entries
 };
 
+// The two menu tables name everything alike: every section and key starts
+// with `key`, every table named in a report line or message with `name`.
 struct MenuPgcKind {
-    // Table.
-    const char* tableSection;  // "..._pgci_ut"
-    const char* unitSection;   // "..._lu"
-    const char* pgcSection;    // "..._lu%02d_%02d"
-    const char* countKey;
-    const char* endAddressKey;
-    const char* lcdKey;
-    const char* exstKey;
-    const char* unitStartKey;
-    const char* countLine;
-    const char* endLine;
-    const char* lcdLine;
-    const char* exstLine;
-    const char* startLine;
-    const char* missingLcd;
-    const char* missingExst;
-    const char* missingUnitKey;   // "..._LU: is missing the %s statement"
-    bool wrapIllegalFormat;       // missing unit key wrapped in "[%s] Illegal source format!"
-    bool clearLoadedViewFirst;    // Load empties the loaded view before anything else
-    // Units.
-    const char* pgcCountKey;   // "..._lui%02d_pgci_srp_ns"
-    const char* unitEndKey;    // "..._lui%02d_lu_ea"
-    const char* categoryKey;
-    const char* pgcStartKey;
-    const char* pgcPrefix;
-    const char* unitPgcCountLine;
-    const char* unitEndLine;
-    const char* categoryLine;
-    const char* byteAddressLine;
-    bool unitCountPreamble;        // "There are %d LU PGCs" and " \r\n" first
-    bool breakAfterUnitEndLine;    // "\r\n" after the end-address line
+    const char* key;   // "vmgm" or "vtsm"
+    const char* name;  // "VMGM" or "VTSM"
+    const char* menu;  // whose menus the report lines of the search pointers name
+    bool wrapIllegalFormat;     // missing unit key wrapped in "[%s] Illegal source format!"
+    bool clearLoadedViewFirst;  // Load empties the loaded view before anything else
+    bool unitCountPreamble;     // "There are %d LU PGCs" and " \r\n" first
+    bool breakAfterUnitEndLine;      // "\r\n" after the end-address line
     bool byteAddressNumberedByLine;  // numbered by category line length + 1, not j
-    const char* pgcSeparator;      // appended after each PGC report
+    const char* pgcSeparator;        // appended after each PGC report
 };
 
 }  // namespace kestro

@@ -1,13 +1,22 @@
 // Menu PGC information unit tables (VMGM_PGCI_UT, VTSM_PGCI_UT) and their
 // language units: one behaviour, two descriptions.
+//
+// Layout: an 8-byte header (unit count, reserved, end address), an 8-byte
+// search pointer per language unit (language code, a byte not read, menu
+// existence flags, start byte of the unit), then the units. A unit: an
+// 8-byte header (PGC count, reserved, end address), an 8-byte search
+// pointer per PGC (category, start byte within the unit), then the binary
+// PGCs. Every number is big-endian.
 #include <algorithm>
 #include <climits>
 #include <memory>
+#include <string>
 
 #include "frame/detail.h"
-#include "pgc/pgc_model.h"
+#include "ini/ini_batch.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
+#include "pgc/pgc_header.h"
 #include "tables/kinds.h"
 
 using namespace kestro;
@@ -15,40 +24,16 @@ using namespace kestro;
 namespace {
 
 const MenuPgcKind kVmgmMenus = {
-    "vmgm_pgci_ut", "vmgm_lu", "vmgm_lu%02d_%02d",
-    "vmgm_lu_ns", "vmgm_pgci_lu_ea", "vmgm_lu_srp%02d_lcd", "vmgm_lu_srp%02d_exst",
-    "vmgm_lu_srp%02d_lu_sa",
-    "Number of VMGM_PGCI_LUs: %d", "End byte address of VMGM_PGCI_LUs table: %d",
-    "  Video Manager Menu Language Code %d: %c%c", "  Video Manager Menu Existence %d: %x",
-    "  Video Manager Menu Language Start Address %d: %d",
-    "VMGM_PGCI_UT is missing AN vmgm_lu_srpnn_lcd statuement",
-    "VMGM_PGCI_UT is missing an vmgm_lu_srpnn_exst statuement",
-    "VMGM_LU: is missing the %s statement",
+    "vmgm", "VMGM", "Video Manager",
     /*wrapIllegalFormat=*/false, /*clearLoadedViewFirst=*/false,
-    "vmgm_lui%02d_pgci_srp_ns", "vmgm_lui%02d_lu_ea", "vmgm_lui_pgc_cat", "vmgm_lui_pgc_pgci_sa",
-    "vmgm_pgc_",
-    "LU %d Number of VMGM_PGCI_SRP: %d", "LU %d End byte address of VMGM_LU_EA table: %d",
-    "  VMGM_PGC Category %d: %x", "  VMGM_PGCI byte address %d: %d",
     /*unitCountPreamble=*/true, /*breakAfterUnitEndLine=*/false,
     /*byteAddressNumberedByLine=*/true, /*pgcSeparator=*/" \r\n",
 };
-
 const MenuPgcKind kVtsmMenus = {
-    "vtsm_pgci_ut", "vtsm_lu", "vtsm_lu%02d_%02d",
-    "vtsm_lu_ns", "vtsm_pgci_lu_ea", "vtsm_lu_srp%02d_lcd", "vtsm_lu_srp%02d_exst",
-    "vtsm_lu_srp%02d_lu_sa",
-    "Number of VTSM_PGCI_LUs: %d", "End byte address of VTSM_PGCI_LUs table: %d",
-    "  Video Title Set Menu Language Code %d: %c%c", "  Video Title Set Menu Existence %d: %x",
-    "  Video Title Set Menu Language Start Address %d: %d",
-    "VTSM_PGCI_UT is missing AN vtsm_lu_srpnn_lcd statuement",
-    "VTSM_PGCI_UT is missing an vtsm_lu_srpnn_exst statuement",
-    "VTSM_LU: is missing the %s statement",
-    true, true,
-    "vtsm_lui%02d_pgci_srp_ns", "vtsm_lui%02d_lu_ea", "vtsm_lui_pgc_cat", "vtsm_lui_pgc_pgci_sa",
-    "vtsm_pgc_",
-    "LU %d Number of VTSM_PGCI_SRP: %d", "LU %d End byte address of VTSM_LU_EA table: %d",
-    "  VTSM_PGC Category %d: %x", "  VTSM_PGCI byte address %d: %d",
-    false, true, false, "\r\n",
+    "vtsm", "VTSM", "Video Title Set",
+    /*wrapIllegalFormat=*/true, /*clearLoadedViewFirst=*/true,
+    /*unitCountPreamble=*/false, /*breakAfterUnitEndLine=*/true,
+    /*byteAddressNumberedByLine=*/false, /*pgcSeparator=*/"\r\n",
 };
 
 // Units and PGCs the language-unit reports and sources walk: the capacity of
@@ -68,6 +53,11 @@ constexpr size_t kMaxPgcReport = size_t(1) << 26;
 // What a PGC report may write beyond its room: indentation, line break, NUL.
 constexpr size_t kScratchSlack = 16;
 
+// A member's source sections and the key prefix of its PGCs.
+std::string TableSection(const MenuPgcKind& k) { return std::string(k.key) + "_pgci_ut"; }
+std::string UnitSection(const MenuPgcKind& k) { return std::string(k.key) + "_lu"; }
+std::string PgcPrefix(const MenuPgcKind& k) { return std::string(k.key) + "_pgc_"; }
+
 }  // namespace
 
 // ============================================================================
@@ -75,14 +65,12 @@ constexpr size_t kScratchSlack = 16;
 // ============================================================================
 
 CKestroMenuPgcTable::CKestroMenuPgcTable(const MenuPgcKind& kind)
-    : m_kind(&kind), m_startSector(0), m_hFull(0), m_header{}, m_assembledCount(0) {}
+    : m_kind(&kind), m_header{} {}
 
 CKestroMenuPgcTable::~CKestroMenuPgcTable() = default;
 
 int CKestroMenuPgcTable::LoadTable(int hFile, unsigned long startSector) {
     if (m_kind->clearLoadedViewFirst) m_loaded = LoadedTable();
-    else m_hFull = hFile;
-    m_startSector = startSector;
     if (!m_loaded.LoadTableHeader(hFile, startSector)) return 0;
     m_loaded.bodySize = m_loaded.endAddress & 0xFFFF;
     return 1;
@@ -105,53 +93,40 @@ unsigned long CKestroMenuPgcTable::UnitPosition(unsigned short index, unsigned l
     return uint32_t(startSector * kSector + start);
 }
 
-namespace {
 // The unit search pointers listed: those the body really holds, and no more
 // than the 16 a table can hold (its units are read no further, and a source
 // with more would be refused).
-uint32_t VisibleUnits(const LoadedTable& t) {
-    return std::min<uint32_t>(uint32_t(HeldEntries(t, 8)), kMaxLoadedUnits);
-}
-}  // namespace
-
 bool CKestroMenuPgcTable::Details(char* buf, int len) {
-    m_loaded.ReadBody();
-    ByteView srp(m_loaded.body);
+    BodyScope scope(m_loaded);
+    const ByteView srp = scope.View();
     Report r(buf, len);
-    if (!r.Line(m_kind->countLine, m_loaded.count) ||
-        !r.Line(m_kind->endLine, int(m_loaded.endAddress)))
-        return false;
-    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
-        size_t p = 8 * size_t(i - 1);
-        if (!r.Line(m_kind->lcdLine, int(i), srp.U8(p), srp.U8(p + 1)) ||
-            !r.Line(m_kind->exstLine, int(i), unsigned(srp.U8(p + 3))) ||
-            !r.Line(m_kind->startLine, int(i), int(srp.BE32(p + 4))))
-            return false;
+    const MenuPgcKind& k = *m_kind;
+    r.Line("Number of %s_PGCI_LUs: %d", k.name, m_loaded.count);
+    r.Line("End byte address of %s_PGCI_LUs table: %d", k.name, int(m_loaded.endAddress));
+    for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); r.ok() && i <= n; ++i) {
+        const ByteView e = srp.From(8 * size_t(i - 1));
+        r.Line("  %s Menu Language Code %d: %c%c", k.menu, i, e.U8(0), e.U8(1));
+        r.Line("  %s Menu Existence %d: %x", k.menu, i, unsigned(e.U8(3)));
+        r.Line("  %s Menu Language Start Address %d: %d", k.menu, i, int(e.BE32(4)));
     }
-    m_loaded.FreeBody();
-    return true;
+    return r.ok();
 }
 
 bool CKestroMenuPgcTable::Disasm(const char* iniPath) {
-    m_loaded.ReadBody();
-    ByteView srp(m_loaded.body);
-    Source src(iniPath, m_kind->tableSection);
-    src.Write(m_kind->countKey, "%d", m_loaded.count);
-    src.Write(m_kind->endAddressKey, "%d", int(m_loaded.endAddress));
-    for (uint32_t i = 1, n = VisibleUnits(m_loaded); i <= n; ++i) {
-        size_t p = 8 * size_t(i - 1);
-        src.Write(src.Key(m_kind->lcdKey, int(i)), "%c%c", srp.U8(p), srp.U8(p + 1));
-        src.Write(src.Key(m_kind->exstKey, int(i)), "%02x", unsigned(srp.U8(p + 3)));
-        src.Write(src.Key(m_kind->unitStartKey, int(i)), "%d", int(srp.BE32(p + 4)));
+    BodyScope scope(m_loaded);
+    const ByteView srp = scope.View();
+    const char* const key = m_kind->key;
+    Source src(iniPath, TableSection(*m_kind).c_str());
+    src.Write(src.Key("%s_lu_ns", key), "%d", m_loaded.count);
+    src.Write(src.Key("%s_pgci_lu_ea", key), "%d", int(m_loaded.endAddress));
+    for (int i = 1, n = std::min(scope.Held(8), kMaxUnits); i <= n; ++i) {
+        const ByteView e = srp.From(8 * size_t(i - 1));
+        src.Write(src.Key("%s_lu_srp%02d_lcd", key, i), "%c%c", e.U8(0), e.U8(1));
+        src.Write(src.Key("%s_lu_srp%02d_exst", key, i), "%02x", unsigned(e.U8(3)));
+        src.Write(src.Key("%s_lu_srp%02d_lu_sa", key, i), "%d", int(e.BE32(4)));
     }
-    m_loaded.FreeBody();
     INIFlushFiles();
     return true;
-}
-
-void CKestroMenuPgcTable::DiscardAssembled() {
-    m_units.clear();
-    m_assembledCount = 0;
 }
 
 unsigned long CKestroMenuPgcTable::AssembledBytes() const {
@@ -163,23 +138,22 @@ unsigned long CKestroMenuPgcTable::AssembledBytes() const {
 
 bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     const MenuPgcKind& k = *m_kind;
-    if (m_assembledCount != 0) DiscardAssembled();
     m_units.clear();
     std::memset(m_header, 0, sizeof m_header);
 
-    Source table(iniPath, k.tableSection);
-    if (!table.Read(k.countKey)) return false;
+    Source table(iniPath, TableSection(k).c_str());
+    if (!table.Read(table.Key("%s_lu_ns", k.key))) return false;
     int n = table.Int();
     if (n < 0 || n > kMaxUnits) {
-        SetError("[%s] %d language units in %s: a table holds 0 to %d", k.countKey, n,
-                 k.tableSection, kMaxUnits);
+        SetError("[%s] %d language units in %s: a table holds 0 to %d", table.LastKey(), n,
+                 table.Section(), kMaxUnits);
         return false;
     }
     // PGC counts beyond the capacity are refused before anything is stored;
     // missing ones are reported in order below.
-    Source units(iniPath, k.unitSection);
+    Source units(iniPath, UnitSection(k).c_str());
     for (int i = 1; i <= n; ++i) {
-        if (!units.Read(units.Key(k.pgcCountKey, i))) continue;
+        if (!units.Read(units.Key("%s_lui%02d_pgci_srp_ns", k.key, i))) continue;
         int m = units.Int();
         if (m < 0 || m > kMaxPgcs) {
             SetError("[%s] %d PGCs in language unit %d: a unit holds 0 to %d", units.LastKey(), m,
@@ -187,28 +161,23 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
             return false;
         }
     }
-    m_assembledCount = n;
     PutBE16(m_header, uint32_t(n));
     // Every unit has its records from here on, so a failure part-way leaves
     // a view that Get and Write can still walk.
     m_units.resize(size_t(n));
-    for (auto& u : m_units) {
-        std::memset(u.srp, 0, sizeof u.srp);
-        std::memset(u.header, 0, sizeof u.header);
-    }
 
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
-        if (!table.Read(table.Key(k.lcdKey, i))) {
-            SetError("%s", k.missingLcd);
+        if (!table.Read(table.Key("%s_lu_srp%02d_lcd", k.key, i))) {
+            SetError("%s_PGCI_UT is missing AN %s_lu_srpnn_lcd statuement", k.name, k.key);
             return false;
         }
         // The code's first two characters as they stand: a one-character code
         // keeps its terminator as the second byte.
         u.srp[0] = uint8_t(table.Value()[0]);
         u.srp[1] = uint8_t(table.Value()[1]);
-        if (!table.Read(table.Key(k.exstKey, i))) {
-            SetError("%s", k.missingExst);
+        if (!table.Read(table.Key("%s_lu_srp%02d_exst", k.key, i))) {
+            SetError("%s_PGCI_UT is missing an %s_lu_srpnn_exst statuement", k.name, k.key);
             return false;
         }
         u.srp[3] = uint8_t(axtoib(table.Value()));
@@ -216,37 +185,31 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
     if (n < 1) return true;
 
     auto missing = [&](const char* key) {
-        if (k.wrapIllegalFormat) {
-            char inner[KESTRO_ERROR_TEXT];
-            Format(inner, sizeof inner, k.missingUnitKey, key);
-            SetError("[%s] Illegal source format!", inner);
-        } else {
-            SetError(k.missingUnitKey, key);
-        }
+        char text[KESTRO_ERROR_TEXT];
+        Format(text, sizeof text, "%s_LU: is missing the %s statement", k.name, key);
+        SetError(k.wrapIllegalFormat ? "[%s] Illegal source format!" : "%s", text);
         return false;
     };
 
     for (int i = 1; i <= n; ++i) {
         AssembledUnit& u = m_units[size_t(i - 1)];
-        if (!units.Read(units.Key(k.pgcCountKey, i))) return missing(units.LastKey());
+        if (!units.Read(units.Key("%s_lui%02d_pgci_srp_ns", k.key, i)))
+            return missing(units.LastKey());
         int m = units.Int();
         PutBE16(u.header, uint32_t(m));
         u.pgcs.resize(size_t(m));
-        for (auto& p : u.pgcs) std::memset(p.srp, 0, sizeof p.srp);
         for (int j = 1; j <= m; ++j) {
             AssembledPgc& p = u.pgcs[size_t(j - 1)];
             char section[64];
-            Format(section, sizeof section, k.pgcSection, i, j);
+            Format(section, sizeof section, "%s_lu%02d_%02d", k.key, i, j);
             Source one(iniPath, section);
-            if (!one.Read(k.categoryKey)) return missing(k.categoryKey);
-            const char* cat = one.Value();
-            if (cat[0] == 'x') ++cat;
-            PutBE32(p.srp, uint32_t(axtoi(cat)));
+            if (!one.Read(one.Key("%s_lui_pgc_cat", k.key))) return missing(one.LastKey());
+            PutBE32(p.srp, uint32_t(axtoi(SkipOptionalX(one.Value()))));
             if (!pgc) {
-                SetError("[%s] No PGC codec to assemble %s with", k.categoryKey, section);
+                SetError("[%s] No PGC codec to assemble %s with", one.LastKey(), section);
                 return false;
             }
-            pgc->AsmPGCI(iniPath, section, k.pgcPrefix);
+            pgc->AsmPGCI(iniPath, section, PgcPrefix(k).c_str());
             unsigned long size = pgc->GetPGCISize();
             p.image.assign(size, 0);
             pgc->GetPGCData(p.image.data(), size);
@@ -256,13 +219,13 @@ bool CKestroMenuPgcTable::Asm(const char* iniPath, CKestro_PGCI* pgc) {
 }
 
 void CKestroMenuPgcTable::Get(unsigned long* sectors, unsigned long* bytes) {
-    unsigned long b = m_assembledCount ? AssembledBytes() : 0;
+    unsigned long b = m_units.empty() ? 0 : AssembledBytes();
     if (bytes) *bytes = b;
     if (sectors) *sectors = SectorsFor(b);
 }
 
 bool CKestroMenuPgcTable::Write(int hFile) {
-    if (m_assembledCount == 0) return false;
+    if (m_units.empty()) return false;
     unsigned long total = AssembledBytes();
     std::vector<uint8_t> out;
     out.reserve(total);
@@ -292,9 +255,8 @@ bool CKestroMenuPgcTable::Write(int hFile) {
         }
         for (const auto& p : u.pgcs) put(p.image.data(), p.image.size());
     }
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
-    DiscardAssembled();
+    WriteSectorPadded(hFile, out);
+    m_units.clear();
     return true;
 }
 
@@ -328,8 +290,45 @@ namespace {
 // stays inside len and the headroom callers give.
 void AppendUnchecked(Report& r, const char* text) {
     size_t n = std::strlen(text);
-    if (r.Len() < 0 || r.Used() + n + 1 > size_t(r.Len()) + kReportHeadroom) return;
+    if (!r.ok() || r.Len() < 0 || r.Used() + n + 1 > size_t(r.Len()) + kReportHeadroom) return;
     std::memcpy(r.Cursor(), text, n + 1);
+    r.Sync();
+}
+
+// One PGC of a unit in the unit report. As the report rule has it, the PGC
+// report gets the whole len as its room and is kept as far as the caller's
+// buffer reaches (len plus the headroom). Nearly always it fits what is left
+// of the buffer, and is then written there directly, with a room cut by
+// what its room test lets it pass (its indentation and the line break): a
+// report that fits so is the same text as one given the whole len. Only a
+// report that does not fit so is rendered again in scratch and copied. The
+// report swaps its PGC's command-table header in the unit's bytes; the
+// first attempt's bytes are put back before the second, so that the PGC is
+// reported once as far as the bytes can tell.
+void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held, uint32_t start,
+                   std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
+    const int len = r.Len();
+    const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
+    if (limit > r.Used() + kScratchSlack) {
+        const pgc::CommandHeaderBytes header(unit, held, start);
+        const size_t room = std::min<size_t>(limit - r.Used() - kScratchSlack, INT_MAX);
+        if (pgc.DetailsOfPGCI(4, unit, start, r.Cursor(), int(room), held) > 0) {
+            r.Sync();
+            return;
+        }
+        header.Restore();
+    }
+    size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
+    if (scratchSize < room + kScratchSlack) {
+        scratchSize = room + kScratchSlack;
+        scratch.reset(new char[scratchSize]);
+    }
+    scratch[0] = 0;
+    pgc.DetailsOfPGCI(4, unit, start, scratch.get(), int(room), held);
+    size_t n = strnlen(scratch.get(), scratchSize);
+    if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
+    std::memcpy(r.Cursor(), scratch.get(), n);
+    r.Cursor()[n] = 0;
     r.Sync();
 }
 
@@ -349,145 +348,89 @@ int CKestroLanguageUnits::LoadUnits(unsigned long startSector, CKestroMenuPgcTab
     return 0;
 }
 
-uint32_t CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
+void CKestroLanguageUnits::ReadUnit(CKestroMenuPgcTable* table, unsigned long position) {
     int h = table->LoadedHandle();
     FileSeek(h, position, 0);
     m_unitHeld = uint32_t(FileRead(h, m_unit.get(), kUnitBuffer));
     // The header is read whole whatever the file held.
     if (m_unitHeld < 8) std::fill(m_unit.get() + m_unitHeld, m_unit.get() + 8, 0);
     // The header's count and end address are kept in host (little-endian)
-    // order in place; the rest stays as the file has it.
-    uint16_t count = GetBE16(m_unit.get());
-    uint32_t end = GetBE32(m_unit.get() + 4);
-    m_unit[0] = uint8_t(count);
-    m_unit[1] = uint8_t(count >> 8);
-    for (int b = 0; b < 4; ++b) m_unit[size_t(4 + b)] = uint8_t(end >> (8 * b));
-    return m_unitHeld;
+    // order in place (a PGC overlapping them is reported so); the rest stays
+    // as the file has it.
+    PutLE16(m_unit.get(), GetBE16(m_unit.get()));
+    PutLE32(m_unit.get() + 4, GetBE32(m_unit.get() + 4));
 }
-
-namespace {
-struct UnitHeader {
-    uint16_t pgcs;
-    uint32_t end;
-};
-UnitHeader HeaderOf(const uint8_t* u) {
-    return {uint16_t(u[0] | (u[1] << 8)),
-            uint32_t(u[4]) | uint32_t(u[5]) << 8 | uint32_t(u[6]) << 16 | uint32_t(u[7]) << 24};
-}
-}  // namespace
-
-// One PGC of the unit in the unit report. As the report rule has it, the
-// PGC report gets the whole len as its room and is kept as far as the
-// caller's buffer reaches (len plus the headroom). Nearly always it fits
-// what is left of the buffer, and is then written there directly, with a
-// room cut by what its room test lets it pass (its indentation and the line
-// break): a report that fits so is the same text as one given the whole
-// len. Only a report that does not fit so is rendered again in scratch and
-// copied. The report swaps its PGC's command-table header in the unit's
-// bytes; the first attempt's swap is undone before the second, so that the
-// PGC is reported once as far as the bytes can tell.
-namespace {
-
-void ReportUnitPgc(Report& r, CKestro_PGCI& pgc, uint8_t* unit, uint32_t held,
-                   uint32_t start, std::unique_ptr<char[]>& scratch, size_t& scratchSize) {
-    const int len = r.Len();
-    const size_t limit = (len > 0 ? size_t(len) : 0) + kReportHeadroom - 1;
-    if (limit > r.Used() + kScratchSlack) {
-        const ByteView bytes(unit, held);
-        const size_t swapAt = size_t(start) + bytes.BE16(size_t(start) + pgc::kGiCmdtSa);
-        uint8_t saved[8];
-        bytes.Copy(swapAt, saved, sizeof saved);
-        const size_t room = std::min<size_t>(limit - r.Used() - kScratchSlack, INT_MAX);
-        if (pgc.DetailsOfPGCI(4, unit, start, r.Cursor(), int(room), held) > 0) {
-            r.Sync();
-            return;
-        }
-        for (size_t b = 0; b < sizeof saved && swapAt + b < held; ++b) unit[swapAt + b] = saved[b];
-    }
-    size_t room = len > 0 ? std::min<size_t>(size_t(len), kMaxPgcReport) : 0;
-    if (scratchSize < room + kScratchSlack) {
-        scratchSize = room + kScratchSlack;
-        scratch.reset(new char[scratchSize]);
-    }
-    scratch[0] = 0;
-    pgc.DetailsOfPGCI(4, unit, start, scratch.get(), int(room), held);
-    size_t n = strnlen(scratch.get(), scratchSize);
-    if (r.Used() + n > limit) n = limit > r.Used() ? limit - r.Used() : 0;
-    std::memcpy(r.Cursor(), scratch.get(), n);
-    r.Cursor()[n] = 0;
-    r.Sync();
-}
-
-}  // namespace
 
 bool CKestroLanguageUnits::DetailsUnits(char* buf, int len, CKestro_PGCI* pgc,
                                         CKestroMenuPgcTable* table, unsigned long startSector) {
     const MenuPgcKind& k = *m_kind;
     Report r(buf, len);
     if (k.unitCountPreamble) {
-        if (!r.Line("There are %d LU PGCs", m_unitCount)) return false;
+        r.Line("There are %d LU PGCs", m_unitCount);
         AppendUnchecked(r, " \r\n");
     }
-    if (!table) return true;
+    if (!table) return r.ok();
     // Scratch for the PGC reports that do not fit in place (below): grown,
     // never cleared (a report writes its own terminator), so a large caller
     // buffer costs no zero-filling.
     std::unique_ptr<char[]> scratch;
     size_t scratchSize = 0;
-    uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
-    for (uint32_t i = 1; i <= units; ++i) {
-        unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
+    const uint32_t units = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
+    for (uint32_t i = 1; r.ok() && i <= units; ++i) {
+        const unsigned long position = table->UnitPosition(uint16_t(i - 1), startSector);
         if (position == 0) {
-            if (!r.Line("Language Unit %d is not defined.", int(i))) return false;
+            r.Line("Language Unit %d is not defined.", int(i));
             continue;
         }
         ReadUnit(table, position);
-        UnitHeader h = HeaderOf(m_unit.get());
-        ByteView unit(m_unit.get(), m_unitHeld);
-        if (!r.Line(k.unitPgcCountLine, int(i), h.pgcs) ||
-            !r.Line(k.unitEndLine, int(i), int(h.end)))
-            return false;
+        const uint16_t count = GetLE16(m_unit.get());
+        const ByteView unit(m_unit.get(), m_unitHeld);
+        r.Line("LU %d Number of %s_PGCI_SRP: %d", int(i), k.name, count);
+        r.Line("LU %d End byte address of %s_LU_EA table: %d", int(i), k.name,
+               int(GetLE32(m_unit.get() + 4)));
         if (k.breakAfterUnitEndLine) AppendUnchecked(r, "\r\n");
-        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
-        for (uint32_t j = 1; j <= pgcs; ++j) {
-            size_t p = 8 * size_t(j);
-            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+        for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); r.ok() && j <= n; ++j) {
+            const ByteView e = unit.From(8 * size_t(j));
             char line[128];
-            int lineLen = Format(line, sizeof line, k.categoryLine, int(j), unsigned(category));
-            if (!r.Text(line)) return false;
-            int number = k.byteAddressNumberedByLine ? lineLen + 1 : int(j);
-            if (!r.Line(k.byteAddressLine, number, int(start))) return false;
-            if (pgc) ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, start, scratch, scratchSize);
+            const int lineLen = Format(line, sizeof line, "  %s_PGC Category %d: %x", k.name,
+                                       int(j), unsigned(e.BE32(0)));
+            r.Text(line);
+            r.Line("  %s_PGCI byte address %d: %d", k.name,
+                   k.byteAddressNumberedByLine ? lineLen + 1 : int(j), int(e.BE32(4)));
+            // The PGC report's own refusal does not stop the unit report.
+            if (pgc && r.ok())
+                ReportUnitPgc(r, *pgc, m_unit.get(), m_unitHeld, e.BE32(4), scratch, scratchSize);
             AppendUnchecked(r, k.pgcSeparator);
         }
     }
-    return true;
+    return r.ok();
 }
 
 bool CKestroLanguageUnits::DisasmUnits(const char* iniPath, unsigned long startSector,
                                        CKestro_PGCI* pgc, CKestroMenuPgcTable* table) {
     const MenuPgcKind& k = *m_kind;
     if (!table) return false;
-    Source units(iniPath, k.unitSection);
+    Source units(iniPath, UnitSection(k).c_str());
+    const std::string prefix = PgcPrefix(k);
     FlushBatch batch;  // the codec flushes per PGC: write the file once
-    uint32_t count = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits);
-    for (uint32_t i = 1; i <= count; ++i) {
+    for (uint32_t i = 1, n = std::min<uint32_t>(m_unitCount, kMaxLoadedUnits); i <= n; ++i) {
         // An undefined unit (start byte 0) is read from the file's start.
         ReadUnit(table, table->UnitPosition(uint16_t(i - 1), startSector));
-        UnitHeader h = HeaderOf(m_unit.get());
-        ByteView unit(m_unit.get(), m_unitHeld);
-        units.Write(units.Key(k.pgcCountKey, int(i)), "%d", h.pgcs);
-        units.Write(units.Key(k.unitEndKey, int(i)), "%d", int(h.end));
-        uint32_t pgcs = std::min<uint32_t>(h.pgcs, kMaxUnitPgcs);
-        for (uint32_t j = 1; j <= pgcs; ++j) {
-            size_t p = 8 * size_t(j);
-            uint32_t category = unit.BE32(p), start = unit.BE32(p + 4);
+        const uint16_t count = GetLE16(m_unit.get());
+        const ByteView unit(m_unit.get(), m_unitHeld);
+        units.Write(units.Key("%s_lui%02d_pgci_srp_ns", k.key, int(i)), "%d", count);
+        units.Write(units.Key("%s_lui%02d_lu_ea", k.key, int(i)), "%d",
+                    int(GetLE32(m_unit.get() + 4)));
+        for (uint32_t j = 1, n = std::min<uint32_t>(count, kMaxUnitPgcs); j <= n; ++j) {
+            const ByteView e = unit.From(8 * size_t(j));
             char section[64];
-            Format(section, sizeof section, k.pgcSection, int(i), int(j));
+            Format(section, sizeof section, "%s_lu%02d_%02d", k.key, int(i), int(j));
             Source one(iniPath, section);
-            one.Write(k.categoryKey, "%08x", unsigned(category));
-            one.Write(k.pgcStartKey, "%d", int(start));
-            if (pgc) pgc->DisasmPGCI(iniPath, m_unit.get(), start, k.pgcPrefix, section, m_unitHeld);
+            one.Write(one.Key("%s_lui_pgc_cat", k.key), "%08x", unsigned(e.BE32(0)));
+            one.Write(one.Key("%s_lui_pgc_pgci_sa", k.key), "%d", int(e.BE32(4)));
+            if (pgc)
+                pgc->DisasmPGCI(iniPath, m_unit.get(), e.BE32(4), prefix.c_str(), section,
+                                m_unitHeld);
         }
     }
     INIFlushFiles();

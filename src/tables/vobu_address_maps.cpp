@@ -1,5 +1,8 @@
 // VOBU address maps (VMGM_VOBU_ADMAP, VTSM_VOBU_ADMAP, VTS_VOBU_ADMAP) and
 // their binary side files: one behaviour, three descriptions.
+//
+// Layout: a 4-byte end address (the map's size less one, counting itself),
+// then the start sector of every VOBU, 4 bytes each, all big-endian.
 #include "frame/detail.h"
 #include "kestro/ini.h"
 #include "kestro/tables.h"
@@ -15,10 +18,12 @@ const VobuMapKind kVmgmMap = {
     /*mapReadAtLoad=*/false, /*silentBufferFailure=*/true, /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsMap = {
-    "vts_vobu_admap", nullptr, false, false, false,
+    "vts_vobu_admap", nullptr,
+    /*mapReadAtLoad=*/false, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsmMap = {
-    "vtsm_vobu_admap", nullptr, true, false, true,
+    "vtsm_vobu_admap", nullptr,
+    /*mapReadAtLoad=*/true, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/true,
 };
 
 constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP";
@@ -28,21 +33,10 @@ constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_
 // of that size would.
 constexpr uint32_t kMaxMapBytes = 0x7FFFFFFF;
 
-// Reads up to `want` bytes at the current position, never more than the file
-// holds from there; `into` holds exactly what was read.
-void ReadBounded(int hFile, uint32_t want, std::vector<uint8_t>& into) {
-    uint32_t pos = uint32_t(FileTell(hFile)), size = uint32_t(FileSize(hFile));
-    uint32_t avail = size > pos ? size - pos : 0;
-    into.assign(want < avail ? want : avail, 0);
-    unsigned long got = into.empty() ? 0 : FileRead(hFile, into.data(), into.size());
-    into.resize(got);
-}
-
 }  // namespace
 
 CKestroVobuAddressMap::CKestroVobuAddressMap(const VobuMapKind& kind)
-    : m_kind(&kind), m_entriesPos(0), m_endAddress(0), m_loadedCount(0), m_hLoaded(0),
-      m_assembledCount(0) {}
+    : m_kind(&kind), m_entriesPos(0), m_endAddress(0), m_loadedCount(0), m_hLoaded(0) {}
 
 CKestroVobuAddressMap::~CKestroVobuAddressMap() = default;
 
@@ -80,11 +74,10 @@ bool CKestroVobuAddressMap::Details(char* buf, int len) {
     if (!m_kind->mapReadAtLoad && !ReadMapBack(readBack)) return false;
     ByteView map(m_kind->mapReadAtLoad ? m_loadedMap : readBack);
     Report r(buf, len);
-    if (m_kind->headerLine && !r.Line(m_kind->headerLine, m_loadedCount)) return false;
-    for (uint32_t i = 1; i <= m_loadedCount; ++i)
-        if (!r.Numbers("  VOBU ", int(i), " starts at sector ", int(map.BE32(4 * (i - 1)))))
-            return false;
-    return true;
+    if (m_kind->headerLine) r.Line(m_kind->headerLine, m_loadedCount);
+    for (uint32_t i = 1; r.ok() && i <= m_loadedCount; ++i)
+        r.Numbers("  VOBU ", int(i), " starts at sector ", int(map.BE32(4 * (i - 1))));
+    return r.ok();
 }
 
 bool CKestroVobuAddressMap::Disasm(const char* iniPath) {
@@ -103,13 +96,13 @@ bool CKestroVobuAddressMap::Disasm(const char* iniPath) {
 }
 
 bool CKestroVobuAddressMap::WriteSideFile(const char* path) {
-    int h = FileCreate(path, 0x180);
+    int h = FileCreate(path, kCreateOwnerRW);
     if (h == -1) {
         SetError("Can not create input ADMAP file [%s]. This file is required.", path);
         return false;
     }
     FileClose(h);
-    h = FileOpen(path, 0x8002);
+    h = FileOpen(path, kOpenReadWrite);
     std::vector<uint8_t> readBack;
     if (!ReadMapBack(readBack)) {
         FileClose(h);
@@ -130,84 +123,53 @@ bool CKestroVobuAddressMap::WriteSideFile(const char* path) {
     return true;
 }
 
-void CKestroVobuAddressMap::FreeAssembled() {
+// A counted side file holds a little-endian count (its low 16 bits are used)
+// and the entries as they are to be stored; a plain one only little-endian
+// entries, as many as its size (its low 16 bits) holds. A short file leaves
+// zeros.
+bool CKestroVobuAddressMap::ReadSideFile(const char* path, bool counted) {
     m_assembled.clear();
-    m_assembled.shrink_to_fit();
-    m_assembledCount = 0;
-}
-
-bool CKestroVobuAddressMap::ReadCountedSideFile(const char* path) {
-    FreeAssembled();
-    int h = FileOpen(path, 0x8002);
+    const int h = FileOpen(path, kOpenReadWrite);
     if (h == -1) return false;
     uint8_t count[4] = {};
-    FileRead(h, count, 4);
-    uint16_t n = uint16_t(count[0] | (count[1] << 8));
-    if (n == 0) {
-        FileClose(h);
-        return false;
+    if (counted) FileRead(h, count, 4);
+    const uint16_t n = counted ? GetLE16(count) : uint16_t(uint16_t(FileSize(h)) / 4);
+    if (n != 0) {
+        m_assembled.assign(4 * size_t(n), 0);
+        FileRead(h, m_assembled.data(), m_assembled.size());
+        if (!counted)
+            for (size_t i = 0; i < m_assembled.size(); i += 4)
+                PutBE32(&m_assembled[i], GetLE32(&m_assembled[i]));
     }
-    // Entries are copied as they are stored; a short file leaves zeros.
-    m_assembled.assign(4 * size_t(n), 0);
-    FileRead(h, m_assembled.data(), m_assembled.size());
-    m_assembledCount = n;
     FileClose(h);
-    return true;
-}
-
-bool CKestroVobuAddressMap::ReadPlainSideFile(const char* path) {
-    FreeAssembled();
-    int h = FileOpen(path, 0x8002);
-    if (h == -1) return false;
-    uint16_t n = uint16_t(FileSize(h)) / 4;
-    if (n == 0) {
-        FileClose(h);
-        return false;
-    }
-    m_assembled.assign(4 * size_t(n), 0);
-    FileRead(h, m_assembled.data(), m_assembled.size());
-    for (size_t i = 0; i < m_assembled.size(); i += 4) {
-        uint8_t* e = m_assembled.data() + i;
-        PutBE32(e, uint32_t(e[0]) | uint32_t(e[1]) << 8 | uint32_t(e[2]) << 16 |
-                       uint32_t(e[3]) << 24);
-    }
-    m_assembledCount = n;
-    FileClose(h);
-    return true;
+    return n != 0;
 }
 
 bool CKestroVobuAddressMap::Asm(const char* iniPath) {
-    FreeAssembled();
+    m_assembled.clear();
     // The count is the run of consecutive keys from vobu_sa0001 on, at most
     // what the 16-bit count can hold; each value is kept as it is read.
     Source src(iniPath, m_kind->section);
-    std::vector<uint8_t> entries;
-    for (uint32_t k = 1; k <= 0xFFFF; ++k) {
-        if (!src.Read(src.Key("vobu_sa%04d", int(k)))) break;
-        uint8_t e[4];
-        PutBE32(e, uint32_t(src.Int()));
-        entries.insert(entries.end(), e, e + 4);
+    for (uint32_t k = 1; k <= 0xFFFF && src.Read(src.Key("vobu_sa%04d", int(k))); ++k) {
+        m_assembled.resize(m_assembled.size() + 4);
+        PutBE32(&m_assembled[m_assembled.size() - 4], uint32_t(src.Int()));
     }
-    if (entries.empty()) return false;
-    m_assembledCount = uint16_t(entries.size() / 4);
-    m_assembled = std::move(entries);
-    return true;
+    return !m_assembled.empty();
 }
 
 void CKestroVobuAddressMap::Get(unsigned long* sectors, unsigned long* bytes) {
-    unsigned long b = m_assembledCount ? 4ul * m_assembledCount + 4 : 0;
+    unsigned long b = m_assembled.empty() ? 0 : m_assembled.size() + 4;
     if (bytes) *bytes = b;
     if (sectors) *sectors = SectorsFor(b);
 }
 
 bool CKestroVobuAddressMap::Write(int hFile) {
-    if (!m_assembledCount) return false;
-    std::vector<uint8_t> out(4 + 4 * size_t(m_assembledCount), 0);
-    PutBE32(out.data(), 4u * m_assembledCount + 3);
-    std::memcpy(out.data() + 4, m_assembled.data(), 4 * size_t(m_assembledCount));
-    FileWrite(hFile, out.data(), out.size());
-    PadToSector(hFile);
-    FreeAssembled();
+    if (m_assembled.empty()) return false;
+    std::vector<uint8_t> out(4);
+    PutBE32(out.data(), uint32_t(m_assembled.size() + 3));
+    out.insert(out.end(), m_assembled.begin(), m_assembled.end());
+    WriteSectorPadded(hFile, out);
+    m_assembled.clear();
     return true;
 }
 
@@ -218,10 +180,10 @@ int CKestro_VMGM_ADMAP::Load(int hFile, unsigned long startSector) {
     return LoadMap(hFile, startSector);
 }
 bool CKestro_VMGM_ADMAP::AsmBinaryNT(const char*, unsigned short, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VMGM_ADMAP::AsmBinary(const char*, unsigned short, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
 
 CKestro_VTS_ADMAP::CKestro_VTS_ADMAP() : CKestroVobuAddressMap(kVtsMap) {}
@@ -232,10 +194,10 @@ bool CKestro_VTS_ADMAP::Disasm_ToFile(const char*, const char* path) {
     return WriteSideFile(path);
 }
 bool CKestro_VTS_ADMAP::Asm_FromFile(const char*, unsigned short, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VTS_ADMAP::Asm_Binary(const char*, unsigned short, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
 
 CKestro_VTSM_ADMAP::CKestro_VTSM_ADMAP() : CKestroVobuAddressMap(kVtsmMap) {}
@@ -246,8 +208,8 @@ bool CKestro_VTSM_ADMAP::DisasmToFile(const char*, const char* path) {
     return WriteSideFile(path);
 }
 bool CKestro_VTSM_ADMAP::AsmFromFile(const char*, const char* path) {
-    return ReadCountedSideFile(path);
+    return ReadSideFile(path, true);
 }
 bool CKestro_VTSM_ADMAP::AsmBinary(const char*, const char* path) {
-    return ReadPlainSideFile(path);
+    return ReadSideFile(path, false);
 }
