@@ -12,19 +12,6 @@ using namespace kestro::vtsi;
 
 namespace {
 
-// "%02x" for each of n bytes of the table, bytes beyond it reading as zero.
-std::string HexRun(const ByteView& mat, size_t offset, size_t n) {
-    static const char digits[] = "0123456789abcdef";
-    std::string s;
-    s.reserve(2 * n);
-    for (size_t i = 0; i < n; ++i) {
-        uint8_t b = mat.U8(offset + i);
-        s += digits[b >> 4];
-        s += digits[b & 15];
-    }
-    return s;
-}
-
 // The text of a field (of a run, entry k) as the report and the source show
 // it; the 32-bit fields are read as held.
 std::string FieldText(const ByteView& mat, const Field& f, bool report, int k) {
@@ -50,8 +37,8 @@ std::string FieldText(const ByteView& mat, const Field& f, bool report, int k) {
         }
         case Form::Count: Format(text, sizeof text, "%d", mat.U8(f.offset)); break;
         case Form::HexBytes:
-        case Form::MenuVideo: return HexRun(mat, f.offset, f.size);
-        case Form::Run: return HexRun(mat, f.offset + f.size * size_t(k - 1), f.size);
+        case Form::MenuVideo: return HexDigits(mat.From(f.offset), f.size);
+        case Form::Run: return HexDigits(mat.From(f.offset + f.size * size_t(k - 1)), f.size);
     }
     return text;
 }
