@@ -53,18 +53,6 @@ struct Work {
     Bytes RoundTrip(const Bytes& ifo, const std::string& name) { return Asm(Disasm(ifo, name), name); }
 };
 
-// The navigation lines of two files that differ ("-" first, "+" second), at
-// most a screenful; empty when both carry the same navigation.
-std::string NavigationDiff(const Bytes& a, const Bytes& b) {
-    std::vector<std::string> x = NavigationOf(a), y = NavigationOf(b);
-    std::string out;
-    for (size_t i = 0, shown = 0; i < std::max(x.size(), y.size()) && shown < 24; ++i) {
-        const std::string l = i < x.size() ? x[i] : "<none>", r = i < y.size() ? y[i] : "<none>";
-        if (l != r) out += "-" + l + "\n+" + r + "\n", ++shown;
-    }
-    return out;
-}
-
 // Replaces statements of a source text ("key=value" lines anywhere) and
 // drops whole sections; the store forgets its cached copy.
 void EditSource(const std::string& ini, const std::map<std::string, std::string>& values,
@@ -135,28 +123,6 @@ TEST(DiscModel, DamagedFilesGiveAPartialModelAndProblems) {
             read(hostile);
         }
     }
-}
-
-// Records that all point at the same long run (parts of title, time maps,
-// parental masks) are read once over, not once per record: the fuzzer's
-// finding, where 64 KB of such records took seconds and gigabytes.
-TEST(DiscModel, OverlappingRecordsAreReadAtMostOnceOver) {
-    Bytes vts(32 * 2048, 0);
-    std::memcpy(vts.data(), "DVDVIDEO-VTS", 12);
-    kt::PutBE(vts, 200, 1, 4);  // VTS_PTT_SRPT at sector 1
-    kt::PutBE(vts, 212, 1, 4);  // VTS_TMAPT at the same sector
-    kt::PutBE(vts, 2048, 8000, 2);
-    kt::PutBE(vts, 2048 + 4, uint32_t(vts.size() - 2048 - 1), 4);
-    for (size_t i = 0; i < 8000; ++i) kt::PutBE(vts, 2048 + 8 + 4 * i, 8, 4);
-    kd::TitleSet t;
-    kd::ReadTitleSet(vts, t);
-    size_t parts = 0, entries = 0;
-    for (const auto& p : t.parts) parts += p.size();
-    for (const auto& m : t.timeMaps) entries += m.entries.size();
-    EXPECT_LE(parts, vts.size() / 4 + 64);
-    EXPECT_LE(entries, vts.size() / 4 + 64);
-    EXPECT_TRUE(std::any_of(t.problems.begin(), t.problems.end(),
-                            [](const std::string& p) { return p.find("records overlap") != std::string::npos; }));
 }
 
 // ---- Lossless disassembly and assembly ---------------------------------------------------------------

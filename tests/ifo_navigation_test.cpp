@@ -12,17 +12,6 @@ namespace {
 
 bool IsVmg(const std::vector<uint8_t>& ifo) { return ifo.size() > 12 && ifo[11] == 'G'; }
 
-// Every line that differs between two readings, for the failure message.
-std::string Differences(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-    std::string out;
-    for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
-        const std::string& x = i < a.size() ? a[i] : "(none)";
-        const std::string& y = i < b.size() ? b[i] : "(none)";
-        if (x != y && out.size() < 2000) out += "  " + x + "  |  " + y + "\n";
-    }
-    return out;
-}
-
 // Every table of a real disc is read without damage, and the backup copy
 // (the same navigation, written separately) reads the same.
 TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
@@ -42,7 +31,7 @@ TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
         std::string bup = path.substr(0, path.size() - 3) + "BUP";
         if (kt::fs::exists(bup)) {
             auto backup = NavigationOf(kt::ReadBytes(bup));
-            EXPECT_EQ(lines, backup) << Differences(lines, backup);
+            EXPECT_EQ(lines, backup) << NavigationDiff(lines, backup);
         }
     }
 }
@@ -74,7 +63,7 @@ TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
                 if (s >= sector) kt::PutBE(moved, other, to + (s - sector), 4);
             }
             auto after = NavigationOf(moved);
-            EXPECT_EQ(lines, after) << Differences(lines, after);
+            EXPECT_EQ(lines, after) << NavigationDiff(lines, after);
         }
     }
 }
@@ -113,7 +102,7 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         std::vector<std::string> changed;
         for (size_t i = 0; i < before.size(); ++i)
             if (before[i] != after[i]) changed.push_back(after[i]);
-        ASSERT_EQ(changed.size(), 1u) << Differences(before, after);
+        ASSERT_EQ(changed.size(), 1u) << NavigationDiff(before, after);
         EXPECT_EQ(changed[0].rfind(std::string(c.line) + "=", 0), 0u) << changed[0];
     }
 }
