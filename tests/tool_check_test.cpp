@@ -6,7 +6,6 @@
 #include <map>
 #include <set>
 
-#include "sample_disc.h"
 #include "tool_support.h"
 
 namespace {

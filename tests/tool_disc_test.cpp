@@ -9,7 +9,6 @@
 // --library-rules the command gives the table classes' output, which differs
 // from the original only in the fields their rules rewrite.
 #include "ifo_navigation.h"
-#include "sample_disc.h"
 #include "tool_support.h"
 
 namespace {
@@ -205,18 +204,43 @@ TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     }
 }
 
-// The bundled sample plays every title as authored: title 2 is the second
-// title of title set 1, not its first again.
-TEST(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
-    TT_REQUIRE_KESTRO();
+// The bundled sample (examples/sample) assembled, next to empty VOB files of
+// the sizes it records.
+class ToolSampleDisc : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TT_REQUIRE_KESTRO();
+        sources = tt::AssembleSample(work.path() / "VIDEO_TS");
+        ASSERT_GE(sources.size(), 3u);
+    }
     kt::TempDir work;
-    tt::AssembleSample(work.path() / "VIDEO_TS");
+    std::vector<fs::path> sources;
+};
+
+// The sample reports cleanly and disassembles into its own sources.
+TEST_F(ToolSampleDisc, ReportsAndDisassemblesIntoItsOwnSources) {
+    tt::Result r = Kestro({"report", work.path()});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("VMG First Play PGC:"), std::string::npos);
+    for (const auto& src : sources) {
+        const std::string again = work / src.filename().string();
+        ASSERT_EQ(Kestro({"disasm", work.path() / "VIDEO_TS" / (src.stem().string() + ".IFO"), "-o", again}).code, 0);
+        EXPECT_EQ(kt::ReadText(again), kt::ReadText(src)) << src;
+    }
+}
+
+// The sample plays every title as authored (title 2 is the second title of
+// title set 1, not its first again), and keeps it through a rebuild.
+TEST_F(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(work.path());
     if (tt::Shell("command -v lsdvd").code == 0) {
         auto titles = tt::Lsdvd(work.path());
         ASSERT_EQ(titles.size(), 3u);
+        EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
+                  std::string::npos);
         EXPECT_EQ(titles[1].vts * 10 + titles[1].ttn, 12);
         EXPECT_NE(titles[0].lines, titles[1].lines);
+        EXPECT_EQ(titles[2].vts, 2);
     }
 }
 

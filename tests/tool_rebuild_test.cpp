@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "sample_disc.h"
+#include "tool_support.h"
 
 namespace {
 

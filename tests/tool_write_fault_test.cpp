@@ -17,7 +17,7 @@
 #include <random>
 #include <thread>
 
-#include "sample_disc.h"
+#include "tool_support.h"
 
 extern char** environ;
 
