@@ -4,6 +4,7 @@
 #define KESTRO_TESTS_TABLES_UTIL_H
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <type_traits>
@@ -212,6 +213,25 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
         add("VTS_C_ADT", m.GetVTS_C_ADT()), add("VTS_VOBU_ADMAP", m.GetVTS_VOBU_ADMAP());
     }
     return out;
+}
+
+// Walks a loaded file as a host does: the reports of every table in file
+// order (when room > 0) and the source written into ini (when given). With
+// `check`, every report must succeed and every source be written (the
+// language units and VOBU maps may refuse).
+template <class Mat>
+std::string Walk(Mat& m, int room, const std::string& ini = "", bool check = false) {
+    CKestro_PGCI codec;
+    std::string all;
+    for (const auto& t : TablesOf(m, codec)) {
+        bool ok = true;
+        if (room > 0) all += Text(t, room, &ok);
+        EXPECT_TRUE(ok || !check) << t.name;
+        const bool written = ini.empty() || t.Disasm(ini.c_str());
+        EXPECT_TRUE(written || !check || std::strstr(t.name, "_LU") || std::strstr(t.name, "ADMAP"))
+            << t.name;
+    }
+    return all;
 }
 
 }  // namespace tt

@@ -17,7 +17,7 @@ std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     tt::File h(path);
     CKestro_VMG_MAT mat, fresh;
     EXPECT_TRUE(mat.Load(h) == 1 && fresh.Load(h) == 1) << path;
-    return vt::Walk(mat, 1 << 20) + vt::Walk(fresh, 0, ini);
+    return tt::Walk(mat, 1 << 20) + tt::Walk(fresh, 0, ini);
 }
 
 // A trip of a real VIDEO_TS.IFO through the library's source, by the

@@ -149,7 +149,7 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
 
     tt::Loaded<CKestro_VMG_MAT> l(f);
-    vt::Walk(l.t, 0, again);
+    tt::Walk(l.t, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);

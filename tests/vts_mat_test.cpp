@@ -84,7 +84,7 @@ void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
 // The synthetic title set disassembled; Build assembles it into `out`.
 class VtsAssembly : public ::testing::Test {
 protected:
-    void SetUp() override { vt::DisasmAll(l.t, codec, l.ini); }
+    void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
     std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
         CKestro_VTS_MAT mat;
         const bool ok = vt::AsmAll(l.t, mat, codec, l.ini, out / ifo, absolute);
@@ -273,7 +273,7 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
             CKestro_VTS_MAT mat, built;
             CKestro_PGCI codec;
             ASSERT_EQ(mat.Load(f.h), 1);
-            EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
+            EXPECT_EQ(tt::Walk(mat, (1 << 22) - 3, ini, true).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
             ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, to, absolute)) << tt::Error(built);
         };
         for (bool absolute : {false, true}) {
