@@ -66,7 +66,10 @@ public:
     std::string Hex(size_t at, size_t n) const {
         std::string s;
         for (size_t i = 0; i < n; ++i) {
-            if (!Has(at + i, 1)) return Miss(), s;
+            if (!Has(at + i, 1)) {
+                Miss();
+                break;
+            }
             s += "0123456789abcdef"[data_[at + i] >> 4];
             s += "0123456789abcdef"[data_[at + i] & 15];
         }

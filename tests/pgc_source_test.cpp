@@ -17,11 +17,10 @@ std::string Source(const std::string& ini, std::vector<uint8_t> file, size_t off
     EXPECT_TRUE(codec.DisasmPGCI(ini.c_str(), file.data(), offset, "p_", "sec", file.size()));
     return ini;
 }
-void Set(const std::string& ini, const std::string& key, const char* v) { INIWritePrivateProfileString("sec", ("p_" + key).c_str(), v, ini.c_str()); }
-std::string Get(const std::string& ini, const std::string& key) {
-    char v[256];
-    return INIGetPrivateProfileString("sec", ("p_" + key).c_str(), "$", v, 256, ini.c_str()), v;
+void Set(const std::string& ini, const std::string& key, const char* v) {
+    INIWritePrivateProfileString("sec", ("p_" + key).c_str(), v, ini.c_str());
 }
+std::string Get(const std::string& ini, const std::string& key) { return tt::Value(ini, "sec", "p_" + key); }
 
 std::vector<uint8_t> Assemble(const std::string& ini) {
     CKestro_PGCI codec;

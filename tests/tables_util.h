@@ -59,7 +59,8 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
 
 inline std::string Value(const std::string& ini, const std::string& section, const std::string& key) {  // "$" = missing
     char buf[256];
-    return INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str()), buf;
+    INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str());
+    return buf;
 }
 // The values of `keys` in one section, each followed by '|'.
 inline std::string Values(const std::string& ini, const std::string& section, std::vector<std::string> keys) {
@@ -70,12 +71,14 @@ inline std::string Values(const std::string& ini, const std::string& section, st
 
 inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's sectors and bytes
     unsigned long sectors = 0, bytes = 0;
-    return t.Get(&sectors, &bytes), std::make_pair(sectors, bytes);
+    t.Get(&sectors, &bytes);
+    return {sectors, bytes};
 }
 
 inline std::string Error(CBaseKestro& t) {
     char buf[KESTRO_ERROR_TEXT + 1];
-    return t.GetErrorMessage(buf, sizeof buf), buf;
+    t.GetErrorMessage(buf, sizeof buf);
+    return buf;
 }
 
 // The report of any object with Details(char*, int, ...) in room + 3 bytes.

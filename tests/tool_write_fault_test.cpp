@@ -125,13 +125,19 @@ protected:
 };
 
 TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
-    // Existing outputs to be replaced with --force, and none at all.
+    // Existing outputs to be replaced with --force, and none at all; a
+    // success leaves new outputs, so each phase starts from the old ones.
     fs::create_directories(out_ / "V");
-    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO");
-    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP");
     fs::create_directories(out_ / "S");
-    for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-        kt::WriteText((out_ / "S" / name).string(), "old\n");
+    auto reset = [&] {
+        fs::remove(out_ / "V/VTS_01_0 new.IFO");
+        fs::remove(out_ / "V/VTS_01_0 new.BUP");
+        for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
+            fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name, fs::copy_options::overwrite_existing);
+        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+            kt::WriteText((out_ / "S" / name).string(), "old\n");
+    };
+    reset();
     const std::string source = (src_ / "VTS_01_0.ini").string(), ifo = (disc_ / "VTS_01_0.IFO").string();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
         {"asm over an IFO and its BUP", {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
@@ -139,15 +145,6 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
         {"disasm", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--force"}},
         {"disasm, ini side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
         {"disasm, bin side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
-    };
-    // A success leaves new outputs; each phase starts from the old ones.
-    auto reset = [&] {
-        fs::remove(out_ / "V/VTS_01_0 new.IFO");
-        fs::remove(out_ / "V/VTS_01_0 new.BUP");
-        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO", fs::copy_options::overwrite_existing);
-        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP", fs::copy_options::overwrite_existing);
-        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-            kt::WriteText((out_ / "S" / name).string(), "old\n");
     };
     for (const auto& [what, args] : runs) {
         FailEveryWrite(what, args, out_.string());
@@ -164,20 +161,19 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
 TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
     const std::string disc = disc_.parent_path().string(), bare = ifoOnly_.parent_path().string();
     const std::string fresh = (out_ / "new").string(), old = (out_ / "old").string();
-    fs::create_directories(out_ / "old/VIDEO_TS");
-    kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    auto reset = [&] {
+        fs::remove_all(fresh);
+        fs::remove_all(old);
+        fs::create_directories(out_ / "old/VIDEO_TS");
+        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    };
+    reset();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
         {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
         {"rebuild into the VIDEO_TS folder of missing folders", {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
         {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
         {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
         {"rebuild --placeholder-vobs", {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
-    };
-    auto reset = [&] {
-        fs::remove_all(fresh);
-        fs::remove_all(old);
-        fs::create_directories(out_ / "old/VIDEO_TS");
-        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
     };
     for (const auto& [what, args] : runs) {
         FailEveryWrite(what, args, out_.string());

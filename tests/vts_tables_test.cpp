@@ -103,7 +103,10 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
-    auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
+    auto padded = [](std::vector<uint8_t> v) {
+        v.resize((v.size() + 2047) / 2048 * 2048);
+        return v;
+    };
     tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
