@@ -1,6 +1,5 @@
-// The disc checker on the bundled sample disc, assembled through the
-// library, and on faults injected into it: each fault is found and named by
-// file, table, entry and field; the sound disc gives no finding.
+// The disc checker on the sample disc assembled through the library: no finding on the sound
+// disc, and each injected fault found and named by file, table, entry and field.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -257,9 +256,7 @@ TEST(Check, FindingLine) {
     EXPECT_EQ(kc::FormatFinding(f), "VTS_01_0.IFO VTS_PGCIT next PGC: PGC 7 does not exist");
 }
 
-// Any truncation of a real file gives findings, never a read outside it
-// (the sanitizer build checks the reads); a file of another kind is refused
-// by its identifier.
+// A file cut anywhere gives findings, never a read outside it (the sanitizer build checks).
 TEST(Check, TruncatedFilesGiveFindings) {
     for (const auto& ifo : Sample().ifos)
         for (size_t n = 0; n < ifo.bytes.size(); n += 509) {
@@ -271,9 +268,8 @@ TEST(Check, TruncatedFilesGiveFindings) {
 }
 
 
-// Regression (fuzzing): a time map table of thousands of maps sharing one
-// map's bytes took seconds to check entry by entry. A fault repeated in every
-// entry gives twenty findings and one line that says more were left out.
+// Regression (fuzzing): thousands of time maps sharing one map's bytes took seconds to check;
+// a fault repeated in every entry gives twenty findings and one that says more were left out.
 TEST(Check, Regression_FaultRepeatedInEveryEntryIsCappedAtTwenty) {
     kc::DiscImage disc = Sample();
     Bytes& b = File(disc, V1);

@@ -1,6 +1,5 @@
-// The INI store: grammar, case rules, order on write, cache coherence with
-// the disk, atomic flush and value cutting (65,535 keys at once go through
-// the VOBU map tests).
+// The INI store: grammar, case, order on write, coherence with the disk, atomic flush, value
+// cutting (65,535 keys at once: the VOBU map tests).
 #include <cstring>
 #include <string>
 
@@ -86,9 +85,7 @@ TEST(IniStore, NeverServesAFileChangedOrDeletedOnDisk) {
     EXPECT_FALSE(kt::fs::exists(f));
 }
 
-// A library call checks its file once (its Source is an operation); the
-// next call, and every direct call outside one, sees what changed on disk,
-// a file that appeared included.
+// A library operation checks its file once; the next one, and every direct call, sees the disk.
 TEST(IniStore, ChecksTheDiskOncePerOperationAndOnEveryDirectCall) {
     kt::TempDir dir;
     std::string f = dir / "a.ini";

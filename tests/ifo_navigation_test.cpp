@@ -12,8 +12,7 @@ namespace {
 
 bool IsVmg(const std::vector<uint8_t>& ifo) { return ifo.size() > 12 && ifo[11] == 'G'; }
 
-// Every table of a real disc is read without damage, and the backup copy
-// (the same navigation, written separately) reads the same.
+// Every table of a real disc reads whole, and its BUP copy reads the same.
 TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -36,9 +35,8 @@ TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
     }
 }
 
-// A table moved to other sectors (its start sector patched) reads the same:
-// where a table lies is layout, not navigation. Every table of every real
-// file is moved in turn to the end of the file.
+// Where a table lies is layout: every table of every real file, moved in turn to the end of
+// the file (its start sector patched), reads the same.
 TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -50,9 +48,7 @@ TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
             uint32_t sector = kt::BE32(ifo, field);
             if (sector == 0 || size_t(sector) * 2048 >= ifo.size()) continue;
             SCOPED_TRACE(path + " start sector at byte " + std::to_string(field));
-            // The table and everything after it, copied after a gap of one
-            // sector at the end; the old copy is wiped so that only the new
-            // one can be read.
+            // The table and all after it copied past a one-sector gap; the old copy wiped.
             std::vector<uint8_t> moved(ifo);
             moved.resize(moved.size() + 2048, 0);
             uint32_t to = uint32_t(moved.size() / 2048);
@@ -107,9 +103,7 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
     }
 }
 
-// Parental management, which no disc of the corpus carries: a table added
-// to a real video manager is read country by country, every mask word in its
-// level's row.
+// PTL_MAIT (on no corpus disc) added to a real video manager is read mask by mask.
 TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
     const std::string path = (kt::CorpusDir() / "disc-e/VIDEO_TS.IFO").string();
     if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
@@ -132,10 +126,8 @@ TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
     for (const auto& l : lines) EXPECT_EQ(l.find("damaged"), std::string::npos) << l;
 }
 
-// Cut-off files give lines (and a damaged line where a table could not be
-// read whole) without reading outside the bytes, and never a shorter reading
-// passed off as whole, which would let a rebuild that lost a table compare
-// equal.
+// A cut file reads within its bytes and is never a shorter reading passed off as whole (a
+// rebuild that lost a table would compare equal).
 TEST(IfoNavigation, DamagedFilesAreReadWithinTheirBytes) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -145,8 +137,7 @@ TEST(IfoNavigation, DamagedFilesAreReadWithinTheirBytes) {
         auto whole = NavigationOf(ifo);
         for (size_t cut = 0; cut < ifo.size(); cut += 2048 / 4) {
             std::vector<uint8_t> part(ifo.begin(), ifo.begin() + cut);
-            // A cut file reads as the whole one (the cut fell in padding)
-            // or says it is damaged: never a shorter reading passed off as whole.
+            // The whole reading (the cut fell in padding), or a damaged line.
             auto lines = NavigationOf(part);
             bool damaged = std::find_if(lines.begin(), lines.end(), [](const std::string& l) {
                                return l.rfind("damaged=", 0) == 0;

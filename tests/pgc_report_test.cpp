@@ -1,6 +1,5 @@
-// The PGC report: the text of every command family, the report's lines,
-// where renderings land by indentation, the room test, the in-place header
-// conversion and damaged PGCs.
+// The PGC report: every command family's text, its lines, renderings by indentation, the room
+// test, the in-place header conversion and damaged PGCs.
 #include <cstring>
 
 #include "kestro/pgc.h"

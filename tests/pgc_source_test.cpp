@@ -1,6 +1,5 @@
-// A PGC's source form: the keys written, the assembler rebuilding the same
-// bytes (built PGCs and every PGC of the real discs), the writer's buffer
-// check, the reader's checks and messages, and the stores' limits.
+// A PGC's source: its keys, the same bytes assembled back (built and real PGCs), the writer's
+// buffer check, the reader's checks and messages, the stores' limits.
 #include <algorithm>
 
 #include "kestro/ini.h"
@@ -44,11 +43,8 @@ TEST(PgcSource, KeysAsWritten) {
     EXPECT_EQ(std::count(text.begin(), text.end(), '='), 64 + 4 + 2 + 3 * 8);
 }
 
-// The PGC at `at` of a real file with its parts moved into the assembler's
-// order (general information, commands, program map, cell playback, cell
-// positions), back to back, and the start offsets set to match. Discs may lay
-// the parts out at any offsets in any order (corpus disc-d does); that is
-// layout, and the contents of every part must still come back exactly.
+// The PGC at `at` of a real file with its parts back to back in the assembler's order and its
+// start offsets to match (discs such as disc-d lay the parts out otherwise: that is layout).
 std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t at) {
     auto part = [&](size_t offsetField) { return at + kt::Be(file, at + offsetField); };
     std::vector<uint8_t> out(file.begin() + long(at), file.begin() + long(std::min(at + 236, file.size())));
@@ -84,9 +80,7 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
         auto pgc = kt::BuildPgc(s);
         EXPECT_EQ(Assemble(Source(dir / std::to_string(n++), pgc)), pgc) << n;
     }
-    // Every PGC of the real discs comes back with the same bytes in every
-    // part, laid out in the assembler's order. Most discs already use that
-    // order: their PGCs come back as the very bytes of the file.
+    // Every real PGC comes back part by part; most as the very bytes of the file.
     int inOrder = 0, total = 0;
     for (const auto& p : kt::CorpusPgcs()) {
         auto back = Assemble(Source(dir / std::to_string(n++), p.file, p.offset));
@@ -157,8 +151,7 @@ TEST(PgcSource, ChecksAndMessages) {
     EXPECT_EQ(tt::Error(codec), ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
 }
 
-// The stores hold 256 cells and 256 program-map bytes; more statements are
-// not read.
+// The stores hold 256 cells and 256 program-map bytes; more statements are not read.
 TEST(PgcSource, StoreLimits) {
     kt::TempDir dir;
     const std::string ini = Source(dir / "s.ini", kt::BuildPgc({}));

@@ -155,9 +155,8 @@ auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) { 
 inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
 inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
 
-// A table loaded from dir/T.IFO, which holds `bytes` at `sector` (by default
-// 0 for a management table, 1 for any other), padded to whole sectors unless
-// told otherwise. The file stays open: tables read their bodies back from it.
+// A table loaded from dir/T.IFO holding `bytes` at `sector` (0 for a management table, else
+// 1), padded to sectors unless told otherwise; the file stays open for body reads.
 template <class T>
 struct Loaded {
     static constexpr unsigned long kSector =
@@ -180,9 +179,8 @@ struct TableOps {
     bool Disasm(const char* ini) const { return source(ini); }
 };
 
-// Every table a loaded file holds, the management table first (its Disasm
-// starts a fresh source file). The language units need the codec and their
-// unit table; a title set's time-map entries are joined in from their side files.
+// Every table a loaded file holds, the management table first (its Disasm starts a fresh
+// source); time-map entries are joined in from their side files.
 template <class Mat>
 std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     std::vector<TableOps> out;
@@ -218,10 +216,8 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     return out;
 }
 
-// Walks a loaded file as a host does: the reports of every table in file
-// order (when room > 0) and the source written into ini (when given). With
-// `check`, every report must succeed and every source be written (the
-// language units and VOBU maps may refuse).
+// A host's walk: every table's report (room > 0) and source (into ini); with `check` each must
+// succeed (the language units and VOBU maps may refuse a source).
 template <class Mat>
 std::string Walk(Mat& m, int room, const std::string& ini = "", bool check = false) {
     CKestro_PGCI codec;

@@ -1,6 +1,5 @@
-// kestro check: the command on the sample disc, a faulty copy of it, one
-// IFO file, a source, every real disc of the corpus and the authored disc;
-// its JSON output and its exit codes.
+// kestro check on the sample disc (sound and faulty), one IFO file, a source, the corpus and
+// the authored disc; its JSON output and exit codes.
 #include <nlohmann/json.hpp>
 
 #include <map>
@@ -143,17 +142,11 @@ TEST_F(ToolCheck, UsageErrors) {
     EXPECT_EQ(Kestro({"check", "--no-such-option", disc}).code, 2);
 }
 
-// Every real disc of the corpus: what the command reports is what the disc
-// really lacks. The corpus keeps navigation files only, so the VOB files
-// the IFO files describe are missing everywhere, and the BUP copies where
-// the corpus leaves them out (disc-a, disc-b, disc-d); disc-e's folder holds
-// its video manager alone, so its five title sets have no IFO files. Beyond
-// the files: disc-d's menu language unit declares only its root menu though
-// it holds entry PGCs of four more menu types, and three of its titles
-// point at program 1 of PGCs without programs (PGCs that only run
-// commands); disc-e's video manager menus name go-up PGC 65535. Read alone
-// (--ifo-only: no BUP or VOB file looked for) a disc shows only those
-// navigation faults, every one a warning.
+// Every corpus disc reports what it really lacks: VOB files everywhere, BUP files on disc-a, -b
+// and -d, disc-e's five title sets. Its navigation faults, which alone (--ifo-only) are all
+// warnings: disc-d's menu unit declares only its root menu but holds four more menu types'
+// entry PGCs, and three titles point at program 1 of command-only PGCs; disc-e's menus name
+// go-up PGC 65535.
 TEST(ToolCheckCorpus, EveryDiscReportsItsRealFaults) {
     TT_REQUIRE_KESTRO();
     if (!fs::is_directory(kt::CorpusDir())) GTEST_SKIP() << "no corpus at " << kt::CorpusDir();

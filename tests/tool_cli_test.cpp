@@ -158,10 +158,8 @@ TEST_F(ToolCli, ReportsGrowTheirBuffer) {
 }
 
 TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
-    // A PGC whose command table claims 65,535 pre commands reports them all
-    // (read as zeros past the file's bytes): megabytes from one PGC. Its
-    // table's report is redone with larger buffers and must come out whole,
-    // once, exactly as the library writes it into a buffer large enough.
+    // 65,535 pre commands (zeros past the file): megabytes from one PGC, reported
+    // once and whole, as into a buffer large enough.
     std::string vts = dir / "VTS_02_0.IFO";
     ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts}).code, 0);
     std::vector<uint8_t> b = kt::ReadBytes(vts);

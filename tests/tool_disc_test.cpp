@@ -1,13 +1,7 @@
-// Whole discs through the kestro command: the disc authored for the tests
-// (ffmpeg, spumux, dvdauthor), the bundled sample and every real disc of the
-// corpus.
-//
-// By default a rebuilt disc carries the same navigation as the original,
-// field by field, as the tests' own reader (ifo_navigation.h) sees it;
-// lsdvd reads it the same wherever it can open the original, every title
-// number included; and a second rebuild changes no byte. With
-// --library-rules the command gives the table classes' output, which differs
-// from the original only in the fields their rules rewrite.
+// Whole discs through the kestro command (the authored test disc, the sample,
+// the corpus): a rebuild keeps every navigation field as the tests' own reader
+// and lsdvd see it, and a second rebuild changes no byte; --library-rules
+// changes only the fields the table classes' rules rewrite.
 #include "ifo_navigation.h"
 #include "tool_support.h"
 
@@ -33,9 +27,7 @@ tt::Result Rebuild(const fs::path& disc, const fs::path& out, bool libraryRules 
     return Kestro(args);
 }
 
-// lsdvd's view of two discs is the same, title by title, when lsdvd can
-// open the original at all (a lone title set or a video manager without
-// its title sets it cannot).
+// lsdvd reads two discs alike, title by title (where it opens the original at all).
 void ExpectLsdvdAgrees(const fs::path& original, const fs::path& rebuilt) {
     if (tt::Shell("command -v lsdvd").code != 0) return;
     std::string rawA, rawB;
@@ -46,9 +38,7 @@ void ExpectLsdvdAgrees(const fs::path& original, const fs::path& rebuilt) {
             << "title " << i + 1 << "\n" << rawA << "\n----\n" << rawB;
 }
 
-// The lossless rebuild of one disc folder: same navigation in every IFO
-// file, lsdvd reads the same, and a rebuild of the rebuilt disc is the same
-// bytes (IFO and BUP files).
+// A rebuild keeps every IFO file's navigation, and a second one every IFO and BUP byte.
 void CheckLosslessRebuild(const fs::path& disc) {
     kt::TempDir work;
     const fs::path first = work / "first", second = work / "second";
@@ -93,9 +83,8 @@ bool RewrittenByLibraryRules(const std::string& key) {
                        [&](const char* p) { return std::regex_match(key, std::regex(p)); });
 }
 
-// A menu stream attribute of VTS_ATRT that the library writes in hex and
-// reads in decimal changes on every round unless its digits read the same
-// both ways (x00 to x09).
+// A VTS_ATRT menu stream attribute, written in hex and read in decimal, drifts
+// every round unless it reads the same both ways (x00 to x09).
 bool DriftsUnderLibraryRules(const std::map<std::string, std::string>& source) {
     static const std::regex attr("vts_atrt/vts_atrt_srp\\d+_vtsm_(ast|spst)_atr\\d+");
     for (const auto& kv : source)
@@ -105,11 +94,9 @@ bool DriftsUnderLibraryRules(const std::map<std::string, std::string>& source) {
     return false;
 }
 
-// The table classes' round trip of every IFO file of a disc through the
-// command: IFO -> source -> IFO' -> source' -> IFO''. source' differs from
-// source only in the fields the rules rewrite, and IFO'' equals IFO' unless
-// a rule drifts (then only the title set attributes differ, as the rule
-// says).
+// IFO -> source -> IFO' -> source' -> IFO'' through the command by the table
+// classes' rules: source' differs only where the rules rewrite, and IFO'' is
+// IFO' unless the title set attributes drift.
 void CheckLibraryRules(const fs::path& disc) {
     kt::TempDir work;
     const fs::path first = work / "first/VIDEO_TS", second = work / "second/VIDEO_TS";
@@ -147,9 +134,8 @@ void CheckLibraryRules(const fs::path& disc) {
     }
 }
 
-// The test disc: menus in both domains, two title sets, three titles with
-// chapters (two of them in one title set), two audio streams and a
-// sub-picture stream. Authored once.
+// The authored test disc (once): menus in both domains, two title sets, three
+// titles with chapters (two in one set), two audio and one sub-picture stream.
 class ToolDisc : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -204,8 +190,7 @@ TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     }
 }
 
-// The bundled sample (examples/sample) assembled, next to empty VOB files of
-// the sizes it records.
+// The bundled sample assembled next to empty VOB files of the sizes it records.
 class ToolSampleDisc : public ::testing::Test {
 protected:
     void SetUp() override {

@@ -1,6 +1,6 @@
-// Damaged IFO files (real discs and the sample's assembled files): truncated,
-// bit-flipped, header fields smashed. Nothing may crash, overrun (the sanitizer
-// build checks), leak, hang or leave a file handle open.
+// Damaged IFO files (real discs, the sample's assembled files): truncated, header fields
+// smashed, and every fault fuzzing found, each a named regression test. Nothing may crash,
+// overrun (the sanitizer build checks), leak, hang or leave a file handle open.
 #include "../fuzz/kestro_drive.h"
 #include "kestro/disc.h"
 #include "tables_util.h"
@@ -110,10 +110,8 @@ void DriveVariants(kdrive::Scratch& s, const Base& base,
 size_t FirstTableField(const Base& b) { return b.vmg ? 0xc4 : 0xc8; }
 size_t LastTableField(const Base& b) { return b.vmg ? 0xdc : 0xe4; }
 
-// Each start sector past the end, at 1 and all ones; each table's count and
-// end address at all ones; and every table on sector 1, which reads all ones
-// (whole and cut by a byte). (Random damage is the fuzzers' work: their seeds
-// are these files.)
+// Start sectors past the end, at 1 and all ones; counts and end addresses all ones; every
+// table on one sector of all ones. (Random damage is the fuzzers' work, seeded with these files.)
 TEST_F(HostileIfo, ExtremeHeaderFieldsAreReadWithinTheFile) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
@@ -140,9 +138,8 @@ TEST_F(HostileIfo, ExtremeHeaderFieldsAreReadWithinTheFile) {
     }
 }
 
-// Regression (fuzzing): a table whose end address lies below its header (a
-// cell address table then announces 357 million entries) made a streamed
-// report run on without end.
+// Regression (fuzzing): an end address below the header (a cell address table then announces
+// 357 million entries) made a streamed report run on without end.
 TEST_F(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
@@ -161,10 +158,8 @@ TEST_F(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
     }
 }
 
-// Regression (fuzzing): a 5 KB VIDEO_TS.IFO made Disasm write 187,298
-// statements. Menu PGC unit tables whose unit count and first unit's PGC
-// count read all ones: report and source cover at most 16 units of at most
-// 99 PGCs.
+// Regression (fuzzing): a 5 KB VIDEO_TS.IFO whose menu unit and PGC counts read all ones made
+// Disasm write 187,298 statements; at most 16 units of 99 PGCs are covered.
 TEST_F(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfStatements) {
     bool done[2] = {false, false};
     for (const Base& base : Bases()) {
@@ -186,9 +181,8 @@ TEST_F(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfSta
     if (!done[0] && !done[1]) GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
-// Regression (fuzzing): 64 KB of records that all point at the same long run
-// (parts of title, time maps) took seconds and gigabytes to read into the disc
-// model. They are read once over, not once per record.
+// Regression (fuzzing): 64 KB of records pointing at one long run (parts of title, time maps)
+// took seconds and gigabytes to read into the disc model; the run is read once over.
 TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
     std::vector<uint8_t> vts(32 * 2048, 0);
     std::memcpy(vts.data(), "DVDVIDEO-VTS", 12);
@@ -209,11 +203,8 @@ TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
     }));
 }
 
-// A streamed report is the whole report, handed on in pieces, through a
-// buffer far smaller than the report: the pieces and the text left in the
-// buffer read as the report made in one buffer.
-// (The management table's report changes its loaded record, so each pass
-// loads the file afresh.)
+// A report streamed in pieces through a small buffer reads as the one made in one buffer
+// (each pass loads afresh: the management table's report changes its loaded record).
 template <class Mat>
 void StreamReports(const std::vector<uint8_t>& bytes) {
     tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
@@ -271,9 +262,8 @@ void SweepReports(const std::vector<uint8_t>& bytes) {
     }
 }
 
-// Regression: VMGI_MAT passed the First Play PGC report the room len instead
-// of len - used, and TT_SRPT closed with an unchecked "\r\n" after a last line
-// that used the headroom. Every report keeps to its headroom at every len.
+// Regression: VMGI_MAT gave the First Play PGC report the room len, not len - used, and TT_SRPT
+// closed with an unchecked "\r\n" after a line that used the headroom.
 TEST_F(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) {
     for (const Base& base : Bases()) {
         SCOPED_TRACE(base.name);
@@ -281,8 +271,7 @@ TEST_F(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) 
     }
 }
 
-// The video manager with five menu audio and five menu sub-picture streams
-// in its first title set attribute record: the VTS_ATRT report numbers
+// Five menu audio and sub-picture streams in the first VTS_ATRT record, whose report numbers
 // those lines by the characters written before them.
 std::vector<uint8_t> WithMenuStreams(std::vector<uint8_t> b) {
     const size_t atrt = size_t(BE32(b, 208)) * 2048;

@@ -72,10 +72,8 @@ TEST_F(ToolRebuild, SummaryNamesBytesByTheFilesOwnLayout) {
     EXPECT_EQ(line.find("vmgm_spst_atr"), std::string::npos) << line;
 }
 
-// A --force rebuild killed between moving the old folder aside and putting
-// the new one in its place (file systems that cannot swap folders in one
-// step) left the old folder in its staging folder: the next run puts it back
-// instead of clearing it away.
+// An old folder a killed --force rebuild left aside (where folders cannot be swapped in one
+// step) is put back by the next run, not cleared away.
 TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
     const pid_t ended = fork();
     if (ended == 0) _exit(0);

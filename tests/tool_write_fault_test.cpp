@@ -1,9 +1,6 @@
-// What the kestro command does when a write fails: every subcommand that
-// writes exits 1 naming the file it could not write and why, every file that
-// was there before is byte-identical, and nothing is left behind. Writes are
-// made to fail by a preloaded library (fault_shim.cpp) at each write of a
-// small disc in turn; a rebuild killed at random moments leaves its output
-// absent or complete.
+// A failed write (made to fail by fault_shim.cpp, each write in turn) makes every writing
+// subcommand exit 1 naming the file and why, with every earlier file byte-identical and
+// nothing left behind; a rebuild killed at random leaves its output absent or complete.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>

@@ -20,17 +20,10 @@ std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     return tt::Walk(mat, 1 << 20) + tt::Walk(fresh, 0, ini);
 }
 
-// A trip of a real VIDEO_TS.IFO through the library's source, by the
-// library's rules, done on the file's bytes (the layout of a real disc's
-// video manager is the library's own):
-// - every title's number within its title set (vts_ttn) is written as 1;
-// - the parental ID field is read high byte first and written low byte first;
-// - a title set's attribute record keeps only the fields the library
-//   models; its menu audio and sub-picture attributes, one byte per stream,
-//   are written in hexadecimal and read back in decimal (x80 is written
-//   "x80" and read as 80, x50), so they drift on every trip until only
-//   digits below ten are left (corpus disc-c: x80, x50, x32, x20, x14, x0e,
-//   x00).
+// The library's rules applied to a real VIDEO_TS.IFO's bytes (its layout is the library's):
+// every vts_ttn is written as 1; the parental ID is read high byte first and written low byte
+// first; an attribute record keeps only the modelled fields, and its menu stream attributes,
+// written in hex and read in decimal, drift every trip (disc-c: x80, x50, x32, x20, x14, x0e, x00).
 std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
     auto at = [&](size_t i) -> uint8_t& {
         static uint8_t beyond;
@@ -73,10 +66,8 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
     return f;
 }
 
-// Real discs go through source and back by the library's rules, round after
-// round, until a round changes nothing; from there the file, its report and
-// its source are a fixed point. Where a rule drifts (disc-c's title set
-// attributes) that takes several rounds, each of them the rules' exact work.
+// Real discs go through source and back, each round the rules' exact work, to a fixed point
+// of file, report and source (several rounds where a rule drifts, as on disc-c).
 TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     auto files = kt::CorpusFiles("VIDEO_TS");
     KT_SKIP_IF_EMPTY(files);
@@ -99,11 +90,9 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         EXPECT_NE(LoadReportDisasm(orig, a).find("Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
                   std::string::npos);
 
-        // First round: the real disc's source gives the real file back as the
-        // rules make it. Every field a reader sees (the tests' own reader)
-        // is the rules' work, but for parental management and text data,
-        // which are not assembled, bytes of the management table that no
-        // field holds, and, without the menu VOB file, the menu VOBs.
+        // First round: every field the tests' own reader sees is the rules' work, but for
+        // PTL_MAIT and TXTDT_MG (not assembled), reserved bytes and, without the menu VOB
+        // file, the menu VOBs.
         std::string error;
         std::string ifo = round(1, a, &error);
         ASSERT_FALSE(ifo.empty()) << error;
@@ -117,10 +106,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             return kept;
         };
         EXPECT_TRUE(readable(last) == readable(ByTheRules(original))) << "navigation";
-        // Where the tables keep their sectors (the library's layout, which
-        // every video manager of the corpus has), every table byte for byte, but
-        // for the reserved bytes 46-61 and, without the menu VOB file, the
-        // end address and the menu VOB start sector.
+        // Where the tables keep their sectors (every corpus video manager), every byte but
+        // 46-61 and, without the menu VOB file, the end address and menu VOB start sector.
         auto mask = [&](std::vector<uint8_t> v) {
             for (size_t i = 12; i < 196 && i < v.size(); ++i)
                 if ((i >= 46 && i < 62) || (!fs::exists(vob) && (i < 16 || i >= 192))) v[i] = 0;
@@ -133,8 +120,7 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             EXPECT_TRUE(got == want) << tt::Mismatch(got, want);
         }
 
-        // Further rounds from the rebuilt file: each is the rules' work on the
-        // one before, to the byte, until one changes nothing.
+        // Further rounds: each the rules' work on the one before, to the byte.
         std::string report, source;
         bool settled = false;
         for (int k = 2; k <= 10 && !settled; ++k) {
