@@ -41,6 +41,10 @@ struct Member {
     std::function<std::unique_ptr<Base>()> make;
     std::function<int(Base&, int, unsigned long)> load;
 };
+template <class Base>
+void PrintTo(const Member<Base>& m, std::ostream* os) {  // test names show the member's name
+    *os << m.name;
+}
 template <class T, class Base>
 Member<Base> Of(std::string name, std::string section, std::string text) {
     return {name, section, text, [] { return std::make_unique<T>(); },
