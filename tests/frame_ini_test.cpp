@@ -16,6 +16,7 @@ std::string Get(const std::string& file, const char* sec, const char* key, int s
     return buf.data();
 }
 
+// Sections and keys match in any case, values are trimmed, the first duplicate wins.
 TEST(IniStore, ReadsTheGrammarUsersWrite) {
     kt::TempDir dir;
     std::string f = dir / "a.ini";
@@ -39,6 +40,7 @@ TEST(IniStore, ReadsTheGrammarUsersWrite) {
     EXPECT_EQ(Get(dir / "absent.ini", "a", "b"), "$");
 }
 
+// A value is cut to the buffer size less one; a missing key gives the default.
 TEST(IniStore, CutsValuesToSizeMinusOne) {
     kt::TempDir dir;
     std::string f = dir / "a.ini";
@@ -48,6 +50,7 @@ TEST(IniStore, CutsValuesToSizeMinusOne) {
     EXPECT_EQ(Get(f, "s", "none", 2), "$");
 }
 
+// Writes replace in place, append new keys and sections, keep comments, flush atomically.
 TEST(IniStore, WritesKeepOrderCommentsAndReplaceInPlace) {
     kt::TempDir dir;
     std::string f = dir / "a.ini";
@@ -68,6 +71,7 @@ TEST(IniStore, WritesKeepOrderCommentsAndReplaceInPlace) {
     EXPECT_STREQ(names + 2, "a");
 }
 
+// A file changed or deleted on disk is never served from the cache.
 TEST(IniStore, NeverServesAFileChangedOrDeletedOnDisk) {
     kt::TempDir dir;
     std::string f = dir / "a.ini";
@@ -130,6 +134,7 @@ TEST(IniStore, KeepsEveryValueWhileReplacedValuesAreDropped) {
     EXPECT_EQ(kt::ReadText(f), want);
 }
 
+// A flush inside a batch waits for the outermost batch to end.
 TEST(IniStore, FlushesInsideABatchWaitForItsEnd) {
     kt::TempDir dir;
     std::string f = dir / "b.ini";

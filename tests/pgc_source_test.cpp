@@ -31,6 +31,7 @@ std::vector<uint8_t> Assemble(const std::string& ini) {
     return out;
 }
 
+// The source's keys and their values as written.
 TEST(PgcSource, KeysAsWritten) {
     kt::TempDir dir;
     const std::string a = Source(dir / "a.ini", kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 3}));
@@ -65,6 +66,7 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
     return out;
 }
 
+// Built PGCs and every real PGC come back byte for byte through the source.
 TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     kt::TempDir dir;
     const kt::Command jump{0x30, 0x06, 0x00, 0x01, 0x02, 0x83, 0, 0}, link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
@@ -96,6 +98,7 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     }
 }
 
+// The writer refuses a buffer one byte short of any part and writes nothing past it.
 TEST(PgcSource, WriterChecksEveryPartAgainstTheBuffer) {
     kt::TempDir dir;
     kt::PgcShape shape{{kt::Command{}}, {}, {}, false, 3, 2};
@@ -113,6 +116,7 @@ TEST(PgcSource, WriterChecksEveryPartAgainstTheBuffer) {
     }
 }
 
+// Each refused source gives its exact message.
 TEST(PgcSource, ChecksAndMessages) {
     kt::TempDir dir;
     const struct {

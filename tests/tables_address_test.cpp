@@ -197,6 +197,7 @@ TEST(VobuMaps, SideFiles) {
     EXPECT_EQ(tt::Error(vts), "Can not create input ADMAP file [" + bad + "]. This file is required.");
 }
 
+// 65,535 entries, all the 16-bit count holds, assemble whole in linear time.
 TEST(VobuMaps, LargestMapsStayLinear) {
     // 65,535 entries, all the 16-bit count holds. A loaded map keeps its size in 16 bits too,
     // so its source shows (size mod 65,536) / 4 = 16,383 of them; a source of all assembles whole.

@@ -150,6 +150,7 @@ protected:
     fs::path disc;
 };
 
+// The authored disc keeps every navigation field through a rebuild.
 TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(disc);
     if (tt::Shell("command -v lsdvd").code == 0) {
@@ -159,6 +160,7 @@ TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     }
 }
 
+// The authored disc by the library's rules changes only the rules' fields.
 TEST_F(ToolDisc, LibraryRulesRewriteOnlyTheirFields) { CheckLibraryRules(disc); }
 
 // Time maps and address maps as "ini" and as "bin" side files assemble the
@@ -250,11 +252,13 @@ void ForEachCorpusDisc(void (*check)(const fs::path&)) {
     }
 }
 
+// Every real disc keeps every navigation field through a rebuild.
 TEST(ToolCorpus, RebuildKeepsEveryNavigationField) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLosslessRebuild);
 }
 
+// Every real disc by the library's rules changes only the rules' fields.
 TEST(ToolCorpus, LibraryRulesRewriteOnlyTheirFields) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLibraryRules);

@@ -299,6 +299,7 @@ std::vector<uint8_t> WithMenuStreams(std::vector<uint8_t> b) {
     return b;
 }
 
+// Streamed reports read as whole ones.
 TEST_P(HostileIfo, StreamedReportsReadAsWholeOnes) {
     std::vector<Base> bases = bases_;
     for (const Base& base : bases_)

@@ -20,6 +20,7 @@ protected:
     fs::path disc_ = work_.path() / "disc/VIDEO_TS";
 };
 
+// -o names the disc root or its VIDEO_TS folder; missing folders are made (and go on failure).
 TEST_F(ToolRebuild, OutputNamesTheDiscRootOrItsVideoTsFolderAndMissingFoldersAreMade) {
     const fs::path root = work_.path() / "a/b/disc", videoTs = work_.path() / "c/d/VIDEO_TS";
     ASSERT_EQ(tt::Kestro({"rebuild", disc_.parent_path(), "-o", root, "-q"}).code, 0);
@@ -37,6 +38,7 @@ TEST_F(ToolRebuild, OutputNamesTheDiscRootOrItsVideoTsFolderAndMissingFoldersAre
     EXPECT_FALSE(fs::exists(work_.path() / "e"));
 }
 
+// A placeholder menu VOB of no sectors keeps the menu VOB start sector.
 TEST_F(ToolRebuild, PlaceholderVobsKeepAMenuVobOfNoSectors) {
     // An IFO-only folder whose video manager records a menu VOB start but
     // end addresses that leave the menu VOB no sectors.
@@ -53,6 +55,7 @@ TEST_F(ToolRebuild, PlaceholderVobsKeepAMenuVobOfNoSectors) {
     EXPECT_EQ(fs::file_size(out / "VIDEO_TS/VIDEO_TS.VOB"), 0u);
 }
 
+// The summary names a changed byte by the field the file's own layout puts there.
 TEST_F(ToolRebuild, SummaryNamesBytesByTheFilesOwnLayout) {
     // The First Play PGC moved from byte 1024 to byte 512, over the bytes
     // where the menu sub-picture attributes would be.

@@ -122,6 +122,7 @@ protected:
     fs::path out_ = work_.path() / "out";
 };
 
+// asm and disasm keep every file when any write fails.
 TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
     // Existing outputs to be replaced with --force, and none at all; a
     // success leaves new outputs, so each phase starts from the old ones.
@@ -156,6 +157,7 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
     }
 }
 
+// A rebuild whose write fails leaves the output folder as it was.
 TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
     const std::string disc = disc_.parent_path().string(), bare = ifoOnly_.parent_path().string();
     const std::string fresh = (out_ / "new").string(), old = (out_ / "old").string();
@@ -204,6 +206,7 @@ bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds 
     return false;
 }
 
+// A rebuild killed at any moment leaves its output absent or complete.
 TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     // A larger title VOB so that a copy takes long enough to be cut.
     fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);

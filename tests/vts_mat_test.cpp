@@ -11,6 +11,7 @@ namespace {
 
 using Loaded = tt::Loaded<CKestro_VTS_MAT>;  // kept open: its tables re-read the file
 
+// VTSI_MAT's report, source (a fresh file) and write (address fields as held).
 TEST(VtsMat, ReportSourceAndWrite) {
     Loaded l(vt::SyntheticVtsi());
     ASSERT_EQ(l.loaded, 1);

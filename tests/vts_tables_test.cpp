@@ -43,6 +43,7 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
     return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.size()) - 1).add(b).add(body);
 }
 
+// PTT_SRPT and VTS_TMAPT reports, the caller's file position kept.
 TEST(VtsTables, Reports) {
     tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles, 3);
     ASSERT_EQ(ptt.loaded, 1);
