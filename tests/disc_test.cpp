@@ -4,7 +4,6 @@
 #include <cstring>
 #include <iomanip>
 #include <map>
-#include <regex>
 
 #include "ifo_navigation.h"
 #include "kestro/disc.h"
@@ -17,10 +16,8 @@ namespace fs = std::filesystem;
 namespace kd = kestro::disc;
 using Bytes = std::vector<uint8_t>;
 
-Bytes Corpus(const std::string& file) { return kt::ReadBytes((kt::CorpusDir() / file).string()); }
-
-#define REQUIRE_CORPUS(file) \
-    if (!fs::exists(kt::CorpusDir() / (file))) GTEST_SKIP() << "no real discs beside this checkout"
+using kt::Corpus;
+#define REQUIRE_CORPUS KT_REQUIRE_CORPUS
 
 // A working folder with the file kinds the module reads and writes.
 struct Work {

@@ -84,10 +84,9 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         {"disc-c/VTS_01_0.IFO", "vtsi.reserved_bytes", 0, 0, 1500},
     };
     for (const auto& c : cases) {
-        std::string path = (kt::CorpusDir() / c.file).string();
-        if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
+        KT_REQUIRE_CORPUS(c.file);
         SCOPED_TRACE(std::string(c.file) + " " + c.line);
-        auto ifo = kt::ReadBytes(path);
+        auto ifo = kt::Corpus(c.file);
         auto before = NavigationOf(ifo);
         const size_t table = c.field ? size_t(kt::BE32(ifo, c.field)) * 2048 : 0;
         const size_t at = table + (c.pointer ? kt::BE32(ifo, table + c.pointer) : 0) + c.at;
@@ -105,9 +104,8 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
 
 // PTL_MAIT (on no corpus disc) added to a real video manager is read mask by mask.
 TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
-    const std::string path = (kt::CorpusDir() / "disc-e/VIDEO_TS.IFO").string();
-    if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
-    auto ifo = kt::ReadBytes(path);
+    KT_REQUIRE_CORPUS("disc-e/VIDEO_TS.IFO");
+    auto ifo = kt::Corpus("disc-e/VIDEO_TS.IFO");
     const uint32_t sector = uint32_t(ifo.size() / 2048);
     std::vector<uint8_t> t = {0, 1,          // one country
                               0, 2,          // two title sets

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -88,6 +89,11 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
     std::sort(out.begin(), out.end());
     return out;
 }
+
+// One file of the real discs ("disc-a/VIDEO_TS.IFO"); tests that need it skip without it.
+inline std::vector<uint8_t> Corpus(const std::string& file) { return ReadBytes((CorpusDir() / file).string()); }
+#define KT_REQUIRE_CORPUS(file) \
+    if (!kt::fs::exists(kt::CorpusDir() / (file))) GTEST_SKIP() << "no real discs beside this checkout"
 
 #define KT_SKIP_IF_EMPTY(list) \
     if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"
