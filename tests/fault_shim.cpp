@@ -83,34 +83,33 @@ int Sync(int (*real)(int), int fd) {
     return real(fd);
 }
 
+// A write of `count` bytes to `fd` through `real(n)`: failed, cut short or
+// passed on as the faults ask for a subject file.
+template <class Write>
+ssize_t Guarded(int fd, size_t count, Write real) {
+    if (count == 0 || !Subject(fd)) return real(count);
+    const long n = Allowed(count);
+    if (n < 0) {
+        errno = g_errno;
+        return -1;
+    }
+    const ssize_t done = real(size_t(n));
+    if (done > 0) g_bytes += done;
+    return done;
+}
+
 }  // namespace
 
 extern "C" {
 
 ssize_t write(int fd, const void* buf, size_t count) {
     static auto real = Next<ssize_t (*)(int, const void*, size_t)>("write");
-    if (count == 0 || !Subject(fd)) return real(fd, buf, count);
-    long n = Allowed(count);
-    if (n < 0) {
-        errno = g_errno;
-        return -1;
-    }
-    ssize_t done = real(fd, buf, size_t(n));
-    if (done > 0) g_bytes += done;
-    return done;
+    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n); });
 }
 
 ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
     static auto real = Next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
-    if (count == 0 || !Subject(fd)) return real(fd, buf, count, offset);
-    long n = Allowed(count);
-    if (n < 0) {
-        errno = g_errno;
-        return -1;
-    }
-    ssize_t done = real(fd, buf, size_t(n), offset);
-    if (done > 0) g_bytes += done;
-    return done;
+    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n, offset); });
 }
 
 ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {

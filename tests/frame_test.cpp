@@ -18,6 +18,7 @@ struct HexCase {
     unsigned long want;
 };
 
+// Hex text reads any alphanumeric character as a digit, an optional x first.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
     const HexCase cases[] = {
         {"x1A", axtoi, 26},         {"1A", axtoi, 26},
@@ -32,6 +33,7 @@ TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
     for (const auto& c : cases) EXPECT_EQ(c.fn(c.text), c.want) << '"' << c.text << '"';
 }
 
+// Missing hex digits count as zero.
 TEST(Codecs, HexBytesCountMissingDigitsAsZero) {
     const std::pair<const char*, const char*> cases[] = {
         {"x0102", "\x01\x02\x00\x00"}, {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"}, {"f", "\xf0\x00\x00\x00"}};
@@ -49,6 +51,7 @@ public:
     void Fail(const char* t) { SetError("%s", t); }
 };
 
+// The base class refuses every operation, leaves Get's values alone, has no error text.
 TEST(Base, DefaultsFailAndErrorTextStartsEmpty) {
     Probe p;
     char buf[8] = "x";
@@ -83,6 +86,7 @@ TEST(Base, ErrorMessageCopyRuleIsStrict) {
     }
 }
 
+// Handles read, write, seek (an unknown origin counts from the start) and close like files.
 TEST(FileLayer, SlotsHandlesAndSemantics) {
     kt::TempDir dir;
     std::string path = dir / "a.bin";
@@ -110,6 +114,7 @@ TEST(FileLayer, SlotsHandlesAndSemantics) {
     FileClose(h);
 }
 
+// The handle table holds 512 files and reuses the lowest free slot.
 TEST(FileLayer, TableHolds512AndReusesTheLowestSlot) {
     kt::TempDir dir;
     std::string path = dir / "f";
@@ -128,6 +133,7 @@ TEST(FileLayer, TableHolds512AndReusesTheLowestSlot) {
     for (int h : handles) FileClose(h);
 }
 
+// Paths take either separator and find a file whatever its case.
 TEST(FileLayer, PathsUseEitherSeparatorAndMatchCaseInsensitively) {
     kt::TempDir dir;
     kt::WriteText(dir / "VTS_01_1.VOB", "data");
@@ -144,6 +150,7 @@ TEST(FileLayer, PathsUseEitherSeparatorAndMatchCaseInsensitively) {
     EXPECT_EQ(FileExists((dir / "VTS_01_1.VOB").c_str(), 6), -1);
 }
 
+// The creation trace logs created files only while it is on.
 TEST(FileLayer, TraceHookLogsCreatedFilesWhenSwitchedOn) {
     kt::TempDir dir;
     std::string trace = dir / "trace.log";
@@ -155,6 +162,7 @@ TEST(FileLayer, TraceHookLogsCreatedFilesWhenSwitchedOn) {
     EXPECT_EQ(kt::ReadText(trace), (dir / "made.ifo") + "\r");
 }
 
+// Sector 0 loads nothing; a body is what the file holds, whatever its end address says.
 TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     kt::TempDir dir;
     std::vector<uint8_t> file(2048 + 12, 0);
@@ -180,6 +188,7 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     FileClose(h);
 }
 
+// A line is written while the text stays below len; one that reaches len is left out.
 TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     char buf[64] = {};
     Report r(buf, 10);
@@ -192,6 +201,7 @@ TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     EXPECT_STREQ(first, "");
 }
 
+// The closing line end is left out where it would pass the headroom.
 TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
     char buf[16];
     std::memset(buf, '#', sizeof buf);
@@ -255,6 +265,7 @@ TEST(ReportRule, NumberLinesReadAsTheirFormat) {
 
 }  // namespace
 
+// The newest stream still living is used, whatever order streams end in.
 TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
     auto sink = [](void*, char*, size_t) {};
     auto outer = std::make_unique<kestro::ReportStream>(sink, nullptr);

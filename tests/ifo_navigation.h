@@ -31,6 +31,21 @@ namespace ifo_nav {
 
 constexpr size_t kSector = 2048;
 
+inline std::string Num(uint32_t v) { return std::to_string(v); }
+
+inline std::string HexN(uint32_t v, int digits) {
+    char s[32];
+    std::snprintf(s, sizeof s, "%0*x", digits, unsigned(v));
+    return s;
+}
+
+// "name[007]" with the index zero-padded (to `width` digits) so the lines sort and read alike.
+inline std::string Idx(const std::string& name, size_t i, int width = 3) {
+    char s[32];
+    std::snprintf(s, sizeof s, "[%0*zu]", width, i);
+    return name + s;
+}
+
 // A window onto the file's bytes. Reads past its end give zero and are
 // counted in `misses`, which the table walker turns into a damaged line.
 class View {
@@ -41,33 +56,22 @@ public:
 
     size_t size() const { return size_; }
     bool Has(size_t at, size_t n) const { return at <= size_ && n <= size_ - at; }
-
-    uint8_t U8(size_t at) const {
-        if (!Has(at, 1)) return Miss();
-        return data_[at];
-    }
+    uint8_t U8(size_t at) const { return Has(at, 1) ? data_[at] : Miss(); }
     uint32_t BE16(size_t at) const {
-        if (!Has(at, 2)) return Miss();
-        return uint32_t(data_[at]) << 8 | data_[at + 1];
+        return Has(at, 2) ? uint32_t(data_[at]) << 8 | data_[at + 1] : Miss();
     }
-    uint32_t BE32(size_t at) const {
-        if (!Has(at, 4)) return Miss();
-        return uint32_t(data_[at]) << 24 | uint32_t(data_[at + 1]) << 16 |
-               uint32_t(data_[at + 2]) << 8 | data_[at + 3];
-    }
-    // n bytes from `at` in lower-case hexadecimal; missing bytes count as misses
-    // and are left out.
+    uint32_t BE32(size_t at) const { return Has(at, 4) ? BE16(at) << 16 | BE16(at + 2) : Miss(); }
+    // n bytes from `at` in lower-case hexadecimal; the first missing byte counts
+    // as a miss and ends the text.
     std::string Hex(size_t at, size_t n) const {
-        static const char kDigits[] = "0123456789abcdef";
         std::string s;
         for (size_t i = 0; i < n; ++i) {
             if (!Has(at + i, 1)) {
                 Miss();
                 break;
             }
-            uint8_t b = data_[at + i];
-            s += kDigits[b >> 4];
-            s += kDigits[b & 15];
+            s += "0123456789abcdef"[data_[at + i] >> 4];
+            s += "0123456789abcdef"[data_[at + i] & 15];
         }
         return s;
     }
@@ -78,31 +82,18 @@ public:
         return s;
     }
     // Everything from `at` on (a start past the end gives an empty view and a miss).
-    View From(size_t at) const {
-        if (at > size_) return Sub(at, 0);
-        return View(data_ + at, size_ - at, misses_);
-    }
-    // The bytes from `at` on as a view of at most `n` bytes (fewer when the
-    // file ends first; a start past the end gives an empty view and a miss).
+    View From(size_t at) const { return at > size_ ? Sub(at, 0) : Sub(at, size_ - at); }
+    // The bytes from `at` on as a view of at most `n` bytes (fewer, and a
+    // miss, when the file ends first).
     View Sub(size_t at, size_t n) const {
-        if (at > size_) {
-            Miss();
-            return View(data_, 0, misses_);
-        }
-        if (n > size_ - at) {
-            Miss();
-            n = size_ - at;
-        }
-        return View(data_ + at, n, misses_);
+        if (at > size_ || n > size_ - at) Miss();
+        if (at > size_) return View(data_, 0, misses_);
+        return View(data_ + at, std::min(n, size_ - at), misses_);
     }
     // How many entries of `width` bytes from `at` on the view holds, at most `count`.
     size_t Held(size_t at, size_t width, size_t count) const {
-        size_t room = at <= size_ ? (size_ - at) / width : 0;
-        if (count > room) {
-            Miss();
-            return room;
-        }
-        return count;
+        const size_t room = at <= size_ ? (size_ - at) / width : 0;
+        return count > room ? (Miss(), room) : count;
     }
 
 private:
@@ -114,21 +105,6 @@ private:
     size_t size_ = 0;
     size_t* misses_ = nullptr;
 };
-
-inline std::string Num(uint32_t v) { return std::to_string(v); }
-
-inline std::string HexN(uint32_t v, int digits) {
-    char s[32];
-    std::snprintf(s, sizeof s, "%0*x", digits, unsigned(v));
-    return s;
-}
-
-// "name[007]" with the index zero-padded so the lines sort and read alike.
-inline std::string Idx(const std::string& name, size_t i) {
-    char s[32];
-    std::snprintf(s, sizeof s, "[%03zu]", i);
-    return name + s;
-}
 
 // Two bytes that should be letters (language or country codes); anything
 // else is written in hexadecimal so that a damaged code still compares.
@@ -199,9 +175,8 @@ public:
         for (size_t i = 0; i < 8; ++i) Add(Idx(p + ".audio_control", i + 1), v.Hex(12 + 2 * i, 2));
         for (size_t i = 0; i < 32; ++i)
             Add(Idx(p + ".subpicture_control", i + 1), v.Hex(28 + 4 * i, 4));
-        Add(p + ".next_pgc", Num(v.BE16(156)));
-        Add(p + ".prev_pgc", Num(v.BE16(158)));
-        Add(p + ".goup_pgc", Num(v.BE16(160)));
+        for (auto [link, at] : {std::pair{".next_pgc", 156}, {".prev_pgc", 158}, {".goup_pgc", 160}})
+            Add(p + link, Num(v.BE16(at)));
         Add(p + ".playback_mode", HexN(v.U8(162), 2));
         Add(p + ".still_time", Num(v.U8(163)));
         for (size_t i = 0; i < 16; ++i) Add(Idx(p + ".palette", i + 1), v.Hex(164 + 4 * i, 4));
@@ -234,10 +209,9 @@ public:
                 size_t e = 24 * i;
                 Add(c + ".category", b.Hex(e, 4));
                 Add(c + ".playback_time", b.Hex(e + 4, 4));
-                Add(c + ".first_vobu_start", Num(b.BE32(e + 8)));
-                Add(c + ".first_ilvu_end", Num(b.BE32(e + 12)));
-                Add(c + ".last_vobu_start", Num(b.BE32(e + 16)));
-                Add(c + ".last_vobu_end", Num(b.BE32(e + 20)));
+                for (auto [field, at] : {std::pair{".first_vobu_start", 8}, {".first_ilvu_end", 12},
+                                         {".last_vobu_start", 16}, {".last_vobu_end", 20}})
+                    Add(c + field, Num(b.BE32(e + at)));
             }
         } else if (cells) {
             Add(p + ".cell_playback", "absent");
@@ -297,11 +271,7 @@ public:
         uint32_t end = t.BE32(0);
         size_t n = t.Held(4, 4, end >= 3 ? (end - 3) / 4 : 0);
         Add(name + ".entries", Num(uint32_t(n)));
-        for (size_t i = 0; i < n; ++i) {
-            char s[32];
-            std::snprintf(s, sizeof s, "[%05zu]", i + 1);
-            Add(name + s, Num(t.BE32(4 + 4 * i)));
-        }
+        for (size_t i = 0; i < n; ++i) Add(Idx(name, i + 1, 5), Num(t.BE32(4 + 4 * i)));
     }
 
     // Identity and stream attributes of a management table. `menuOnly` for
@@ -309,23 +279,20 @@ public:
     void Attributes(const std::string& m, bool menuOnly) {
         const View& f = file_;
         Add(m + ".version", HexN(f.BE16(32), 4));
+        // A stream list: its count word, then `most` slots of `width` bytes.
+        auto streams = [&](const std::string& name, size_t at, uint32_t most, size_t width) {
+            Add(m + "." + name + "_streams", HexN(f.BE16(at), 4));
+            const uint32_t count = std::min<uint32_t>(f.U8(at + 1), most);
+            for (uint32_t k = 0; k < count; ++k)
+                Add(Idx(m + "." + name, k + 1), f.Hex(at + 2 + width * k, width));
+        };
         Add(m + ".menu_video", f.Hex(256, 2));
-        uint32_t ma = f.U8(259), ms = f.U8(341);
-        Add(m + ".menu_audio_streams", HexN(f.BE16(258), 4));
-        for (uint32_t k = 0; k < std::min<uint32_t>(ma, 8); ++k)
-            Add(Idx(m + ".menu_audio", k + 1), f.Hex(260 + 8 * k, 8));
-        Add(m + ".menu_subpicture_streams", HexN(f.BE16(340), 4));
-        for (uint32_t k = 0; k < std::min<uint32_t>(ms, 28); ++k)
-            Add(Idx(m + ".menu_subpicture", k + 1), f.Hex(342 + 6 * k, 6));
+        streams("menu_audio", 258, 8, 8);
+        streams("menu_subpicture", 340, 28, 6);
         if (menuOnly) return;
         Add(m + ".video", f.Hex(512, 2));
-        uint32_t ta = f.U8(515), ts = f.U8(597);
-        Add(m + ".audio_streams", HexN(f.BE16(514), 4));
-        for (uint32_t k = 0; k < std::min<uint32_t>(ta, 8); ++k)
-            Add(Idx(m + ".audio", k + 1), f.Hex(516 + 8 * k, 8));
-        Add(m + ".subpicture_streams", HexN(f.BE16(596), 4));
-        for (uint32_t k = 0; k < std::min<uint32_t>(ts, 32); ++k)
-            Add(Idx(m + ".subpicture", k + 1), f.Hex(598 + 6 * k, 6));
+        streams("audio", 514, 8, 8);
+        streams("subpicture", 596, 32, 6);
         for (uint32_t k = 0; k < 8; ++k)
             Add(Idx(m + ".multichannel", k + 1), f.Hex(792 + 24 * k, 24));
     }
@@ -491,11 +458,7 @@ public:
                 Add(p + ".reserved", HexN(m.U8(1), 2));
                 size_t e = m.Held(4, 4, m.BE16(2));
                 Add(p + ".entries", Num(m.BE16(2)));
-                for (size_t j = 0; j < e; ++j) {
-                    char s[32];
-                    std::snprintf(s, sizeof s, "[%05zu]", j + 1);
-                    Add(p + s, HexN(m.BE32(4 + 4 * j), 8));
-                }
+                for (size_t j = 0; j < e; ++j) Add(Idx(p, j + 1, 5), HexN(m.BE32(4 + 4 * j), 8));
             }
         });
         Walk("vtsm_c_adt", f.BE32(216), 4, [&](const View& t) { CellAddresses("vtsm_c_adt", t); });
@@ -536,4 +499,21 @@ inline std::vector<std::string> NavigationOf(const std::vector<uint8_t>& ifo) {
     ifo_nav::Walker w(ifo);
     w.Run();
     return std::move(w.lines);
+}
+
+// Where two readings part, "-" first and "+" second line, at most a screenful;
+// empty when both are the same.
+inline std::string NavigationDiff(const std::vector<std::string>& a,
+                                  const std::vector<std::string>& b) {
+    std::string out;
+    for (size_t i = 0, shown = 0; i < std::max(a.size(), b.size()) && shown < 24; ++i) {
+        const std::string x = i < a.size() ? a[i] : "<none>", y = i < b.size() ? b[i] : "<none>";
+        if (x != y) out += "-" + x + "\n+" + y + "\n", ++shown;
+    }
+    return out;
+}
+
+// The same for the navigation of two files' bytes.
+inline std::string NavigationDiff(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+    return NavigationDiff(NavigationOf(a), NavigationOf(b));
 }

@@ -12,19 +12,7 @@ namespace {
 
 bool IsVmg(const std::vector<uint8_t>& ifo) { return ifo.size() > 12 && ifo[11] == 'G'; }
 
-// Every line that differs between two readings, for the failure message.
-std::string Differences(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-    std::string out;
-    for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
-        const std::string& x = i < a.size() ? a[i] : "(none)";
-        const std::string& y = i < b.size() ? b[i] : "(none)";
-        if (x != y && out.size() < 2000) out += "  " + x + "  |  " + y + "\n";
-    }
-    return out;
-}
-
-// Every table of a real disc is read without damage, and the backup copy
-// (the same navigation, written separately) reads the same.
+// Every table of a real disc reads whole, and its BUP copy reads the same.
 TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -42,14 +30,13 @@ TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
         std::string bup = path.substr(0, path.size() - 3) + "BUP";
         if (kt::fs::exists(bup)) {
             auto backup = NavigationOf(kt::ReadBytes(bup));
-            EXPECT_EQ(lines, backup) << Differences(lines, backup);
+            EXPECT_EQ(lines, backup) << NavigationDiff(lines, backup);
         }
     }
 }
 
-// A table moved to other sectors (its start sector patched) reads the same:
-// where a table lies is layout, not navigation. Every table of every real
-// file is moved in turn to the end of the file.
+// Where a table lies is layout: every table of every real file, moved in turn to the end of
+// the file (its start sector patched), reads the same.
 TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -61,9 +48,7 @@ TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
             uint32_t sector = kt::BE32(ifo, field);
             if (sector == 0 || size_t(sector) * 2048 >= ifo.size()) continue;
             SCOPED_TRACE(path + " start sector at byte " + std::to_string(field));
-            // The table and everything after it, copied after a gap of one
-            // sector at the end; the old copy is wiped so that only the new
-            // one can be read.
+            // The table and all after it copied past a one-sector gap; the old copy wiped.
             std::vector<uint8_t> moved(ifo);
             moved.resize(moved.size() + 2048, 0);
             uint32_t to = uint32_t(moved.size() / 2048);
@@ -74,7 +59,7 @@ TEST(IfoNavigation, MovedTablesGiveTheSameLines) {
                 if (s >= sector) kt::PutBE(moved, other, to + (s - sector), 4);
             }
             auto after = NavigationOf(moved);
-            EXPECT_EQ(lines, after) << Differences(lines, after);
+            EXPECT_EQ(lines, after) << NavigationDiff(lines, after);
         }
     }
 }
@@ -99,10 +84,9 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         {"disc-c/VTS_01_0.IFO", "vtsi.reserved_bytes", 0, 0, 1500},
     };
     for (const auto& c : cases) {
-        std::string path = (kt::CorpusDir() / c.file).string();
-        if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
+        KT_REQUIRE_CORPUS(c.file);
         SCOPED_TRACE(std::string(c.file) + " " + c.line);
-        auto ifo = kt::ReadBytes(path);
+        auto ifo = kt::Corpus(c.file);
         auto before = NavigationOf(ifo);
         const size_t table = c.field ? size_t(kt::BE32(ifo, c.field)) * 2048 : 0;
         const size_t at = table + (c.pointer ? kt::BE32(ifo, table + c.pointer) : 0) + c.at;
@@ -113,18 +97,15 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         std::vector<std::string> changed;
         for (size_t i = 0; i < before.size(); ++i)
             if (before[i] != after[i]) changed.push_back(after[i]);
-        ASSERT_EQ(changed.size(), 1u) << Differences(before, after);
+        ASSERT_EQ(changed.size(), 1u) << NavigationDiff(before, after);
         EXPECT_EQ(changed[0].rfind(std::string(c.line) + "=", 0), 0u) << changed[0];
     }
 }
 
-// Parental management, which no disc of the corpus carries: a table added
-// to a real video manager is read country by country, every mask word in its
-// level's row.
+// PTL_MAIT (on no corpus disc) added to a real video manager is read mask by mask.
 TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
-    const std::string path = (kt::CorpusDir() / "disc-e/VIDEO_TS.IFO").string();
-    if (!kt::fs::exists(path)) GTEST_SKIP() << path << " is missing";
-    auto ifo = kt::ReadBytes(path);
+    KT_REQUIRE_CORPUS("disc-e/VIDEO_TS.IFO");
+    auto ifo = kt::Corpus("disc-e/VIDEO_TS.IFO");
     const uint32_t sector = uint32_t(ifo.size() / 2048);
     std::vector<uint8_t> t = {0, 1,          // one country
                               0, 2,          // two title sets
@@ -143,10 +124,8 @@ TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
     for (const auto& l : lines) EXPECT_EQ(l.find("damaged"), std::string::npos) << l;
 }
 
-// Cut-off files give lines (and a damaged line where a table could not be
-// read whole) without reading outside the bytes, and never a shorter reading
-// passed off as whole, which would let a rebuild that lost a table compare
-// equal.
+// A cut file reads within its bytes and is never a shorter reading passed off as whole (a
+// rebuild that lost a table would compare equal).
 TEST(IfoNavigation, DamagedFilesAreReadWithinTheirBytes) {
     auto files = kt::CorpusFiles("");
     KT_SKIP_IF_EMPTY(files);
@@ -156,8 +135,7 @@ TEST(IfoNavigation, DamagedFilesAreReadWithinTheirBytes) {
         auto whole = NavigationOf(ifo);
         for (size_t cut = 0; cut < ifo.size(); cut += 2048 / 4) {
             std::vector<uint8_t> part(ifo.begin(), ifo.begin() + cut);
-            // A cut file reads as the whole one (the cut fell in padding)
-            // or says it is damaged: never a shorter reading passed off as whole.
+            // The whole reading (the cut fell in padding), or a damaged line.
             auto lines = NavigationOf(part);
             bool damaged = std::find_if(lines.begin(), lines.end(), [](const std::string& l) {
                                return l.rfind("damaged=", 0) == 0;

@@ -1,6 +1,5 @@
-// The PGC report: the text of every command family, the report's lines,
-// where renderings land by indentation, the room test, the in-place header
-// conversion and damaged PGCs.
+// The PGC report: every command family's text, its lines, renderings by indentation, the room
+// test, the in-place header conversion and damaged PGCs.
 #include <cstring>
 
 #include "kestro/pgc.h"
@@ -44,6 +43,7 @@ const struct {
     {{0x10, 0, 0, 0, 0, 0, 0, 0}, " Unsupported by Zintara at this time"},
 };
 
+// Every command family and subtype renders as its exact text.
 TEST(PgcCommand, RendersEveryFamilyAndSubtype) {
     CKestro_PGCI codec;
     for (const auto& c : kCases) {
@@ -65,6 +65,7 @@ Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 <
     return r;
 }
 
+// The report's lines in order; counts without their tables are reported as errors.
 TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
     auto pgc = kt::BuildPgc({{}, {}, {}, false, 1, 1});
     const uint8_t gi[][2] = {{4, 0x01}, {5, 0x23}, {6, 0x45}, {7, 0xE7}, {164, 0}, {165, 0xEB}, {166, 0x80}, {167, 0x80}};
@@ -90,6 +91,7 @@ TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
     EXPECT_EQ(r.lines[76], "      This is an ERROR as there are 2 cells");
 }
 
+// A command's rendering lands by the indentation; the header is converted in place.
 TEST(PgcReport, CommandRenderingByIndentationAndHeaderConversion) {
     const kt::PgcShape shape{{kt::Command{0x20, 0x04, 0, 0, 0, 0, 0, 3}}, {kt::Command{}, kt::Command{}}, {}};
     const std::pair<unsigned short, const char*> cases[] = {
@@ -133,6 +135,7 @@ TEST(PgcReport, RoomTest) {
     EXPECT_GT(report(2, int(at) + end + 1).text.size(), at);
 }
 
+// Damaged PGCs read zeros beyond their bytes and convert only whole header words.
 TEST(PgcReport, DamagedPgcsReadZerosBeyondTheData) {
     const auto good = kt::BuildPgc({{kt::Command{}}, {}, {}, false, 0, 2});
     const struct {

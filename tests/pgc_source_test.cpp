@@ -1,6 +1,5 @@
-// A PGC's source form: the keys written, the assembler rebuilding the same
-// bytes (built PGCs and every PGC of the real discs), the writer's buffer
-// check, the reader's checks and messages, and the stores' limits.
+// A PGC's source: its keys, the same bytes assembled back (built and real PGCs), the writer's
+// buffer check, the reader's checks and messages, the stores' limits.
 #include <algorithm>
 
 #include "kestro/ini.h"
@@ -17,11 +16,10 @@ std::string Source(const std::string& ini, std::vector<uint8_t> file, size_t off
     EXPECT_TRUE(codec.DisasmPGCI(ini.c_str(), file.data(), offset, "p_", "sec", file.size()));
     return ini;
 }
-void Set(const std::string& ini, const std::string& key, const char* v) { INIWritePrivateProfileString("sec", ("p_" + key).c_str(), v, ini.c_str()); }
-std::string Get(const std::string& ini, const std::string& key) {
-    char v[256];
-    return INIGetPrivateProfileString("sec", ("p_" + key).c_str(), "$", v, 256, ini.c_str()), v;
+void Set(const std::string& ini, const std::string& key, const char* v) {
+    INIWritePrivateProfileString("sec", ("p_" + key).c_str(), v, ini.c_str());
 }
+std::string Get(const std::string& ini, const std::string& key) { return tt::Value(ini, "sec", "p_" + key); }
 
 std::vector<uint8_t> Assemble(const std::string& ini) {
     CKestro_PGCI codec;
@@ -33,6 +31,7 @@ std::vector<uint8_t> Assemble(const std::string& ini) {
     return out;
 }
 
+// The source's keys and their values as written.
 TEST(PgcSource, KeysAsWritten) {
     kt::TempDir dir;
     const std::string a = Source(dir / "a.ini", kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 3}));
@@ -45,11 +44,8 @@ TEST(PgcSource, KeysAsWritten) {
     EXPECT_EQ(std::count(text.begin(), text.end(), '='), 64 + 4 + 2 + 3 * 8);
 }
 
-// The PGC at `at` of a real file with its parts moved into the assembler's
-// order (general information, commands, program map, cell playback, cell
-// positions), back to back, and the start offsets set to match. Discs may lay
-// the parts out at any offsets in any order (corpus disc-d does); that is
-// layout, and the contents of every part must still come back exactly.
+// The PGC at `at` of a real file with its parts back to back in the assembler's order and its
+// start offsets to match (discs such as disc-d lay the parts out otherwise: that is layout).
 std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t at) {
     auto part = [&](size_t offsetField) { return at + kt::Be(file, at + offsetField); };
     std::vector<uint8_t> out(file.begin() + long(at), file.begin() + long(std::min(at + 236, file.size())));
@@ -70,6 +66,7 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
     return out;
 }
 
+// Built PGCs and every real PGC come back byte for byte through the source.
 TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     kt::TempDir dir;
     const kt::Command jump{0x30, 0x06, 0x00, 0x01, 0x02, 0x83, 0, 0}, link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
@@ -85,9 +82,7 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
         auto pgc = kt::BuildPgc(s);
         EXPECT_EQ(Assemble(Source(dir / std::to_string(n++), pgc)), pgc) << n;
     }
-    // Every PGC of the real discs comes back with the same bytes in every
-    // part, laid out in the assembler's order. Most discs already use that
-    // order: their PGCs come back as the very bytes of the file.
+    // Every real PGC comes back part by part; most as the very bytes of the file.
     int inOrder = 0, total = 0;
     for (const auto& p : kt::CorpusPgcs()) {
         auto back = Assemble(Source(dir / std::to_string(n++), p.file, p.offset));
@@ -103,6 +98,7 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     }
 }
 
+// The writer refuses a buffer one byte short of any part and writes nothing past it.
 TEST(PgcSource, WriterChecksEveryPartAgainstTheBuffer) {
     kt::TempDir dir;
     kt::PgcShape shape{{kt::Command{}}, {}, {}, false, 3, 2};
@@ -120,6 +116,7 @@ TEST(PgcSource, WriterChecksEveryPartAgainstTheBuffer) {
     }
 }
 
+// Each refused source gives its exact message.
 TEST(PgcSource, ChecksAndMessages) {
     kt::TempDir dir;
     const struct {
@@ -158,8 +155,7 @@ TEST(PgcSource, ChecksAndMessages) {
     EXPECT_EQ(tt::Error(codec), ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
 }
 
-// The stores hold 256 cells and 256 program-map bytes; more statements are
-// not read.
+// The stores hold 256 cells and 256 program-map bytes; more statements are not read.
 TEST(PgcSource, StoreLimits) {
     kt::TempDir dir;
     const std::string ini = Source(dir / "s.ini", kt::BuildPgc({}));

@@ -22,50 +22,81 @@ std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, in
     return s;
 }
 
-TEST(CellTables, MembersLoadReportWriteSourceAndAssemble) {
-    tt::Bytes five = tt::Bytes().be16(2).be16(0).be32(12 * 5 + 7);  // 2 VOBs with 5 cells
-    for (int i = 0; i < 5; ++i) five.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
-    for (const auto& m : kCells) {
-        SCOPED_TRACE(m.name);
-        kt::TempDir dir;
-        std::string ini = dir / "s.ini", src = dir / "a.ini";
-        tt::File f(tt::PutTable(dir, five, 3));
-        auto t = m.make();
-        ASSERT_EQ(m.load(*t, f, 3), 1);
-        const std::string head = m.text + " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
-                                          "    Start sector address is 0 and end sector addres is 99.\r\n",
-                          tail = "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
-                                 "    Start sector address is 400 and end sector addres is 70000.\r\n";
-        std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
-        EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
-        EXPECT_TRUE(t->Disasm(ini.c_str()));  // only as many entries as there are VOBs
-        const std::vector<std::string> keys = {m.name + "_vob_ns", m.section + "_ea", "c_002_vob001_vts_cp_ea", "c_001_vob002_vts_vob_idn"};
-        EXPECT_EQ(tt::Values(ini, m.section, keys), "2|67|199|$|");
-        // A 16-bit body size cuts entry 1: VMG and VTS keep the end address's low 16 bits only.
-        tt::File g(tt::PutTable(dir, tt::Bytes().be16(1).be16(0).be32(0x10000 + 11).be16(1).u8(1).u8(0).be32(5).be32(0x105)));
-        ASSERT_EQ(m.load(*t, g, 1), 1);
-        r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
-        EXPECT_NE(r.find(m.name == "vtsm" ? "addres is 261." : "addres is 256."), std::string::npos);
+class CellTables : public ::testing::TestWithParam<tt::Member<Cells>> {
+protected:
+    const tt::Member<Cells>& m = GetParam();
+    kt::TempDir dir;
+    std::string ini = dir / "s.ini", src = dir / "a.ini";
+    std::unique_ptr<Cells> t = m.make();
+};
+INSTANTIATE_TEST_SUITE_P(Members, CellTables, ::testing::ValuesIn(kCells),
+                         [](const auto& info) { return info.param.name; });
 
-        t = m.make();  // VOB 1: cells 1, 2 and 4 after a gap; VOB 2: cell 1; VOB 4 after a gap.
-        kt::WriteText(src, CellSource(m, {{1, 1}, {1, 2}, {1, 4}, {2, 1}, {4, 1}}));
-        ASSERT_TRUE(t->Asm(src.c_str()));
-        tt::Bytes want = tt::Bytes().be16(7).be16(0).be32(43);
-        for (auto [v, c] : {std::pair{1, 1}, {1, 2}, {2, 1}}) want.be16(v).u8(c).u8(0).be32(v * 1000 + c * 10).be32(v * 10000 + c * 100 + 9);
-        tt::ExpectWritesOnce(*t, dir / "o.bin", want);
-        std::string s = CellSource(m, {{1, 1}, {1, 2}});  // every member names the same table
-        kt::WriteText(src, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
-        EXPECT_FALSE(t->Asm(src.c_str()));
-        EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
-        std::vector<std::pair<int, int>> many;  // at the capacity and one beyond: the 256 cells read stay
-        for (int i = 0; i < 257; ++i) many.push_back({1 + i / 99, 1 + i % 99});
-        for (long n : {256, 257}) {
-            kt::WriteText(src, CellSource(m, {many.begin(), many.begin() + n}));
-            EXPECT_EQ((t = m.make())->Asm(src.c_str()), n == 256) << n;
-            EXPECT_EQ(tt::Size(*t), std::make_pair(2ul, 3080ul)) << n;
-        }
-        EXPECT_EQ(tt::Error(*t), "[c_059_vob003_vts_vob_idn] Too many cells in " + m.section + ": a cell address table holds at most 256");
+// A loaded table is reported whole; its source keeps only as many entries as
+// the table has VOBs.
+TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
+    tt::Bytes five = tt::Bytes().be16(2).be16(0).be32(12 * 5 + 7);  // 2 VOBs, 5 cells
+    for (int i = 0; i < 5; ++i)  // VOB, cell, reserved, first and last sector
+        five.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
+    tt::File f(tt::PutTable(dir, five, 3));
+    ASSERT_EQ(m.load(*t, f, 3), 1);
+    const std::string head = m.text + " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
+                                      "    Start sector address is 0 and end sector addres is 99.\r\n",
+                      tail = "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
+                             "    Start sector address is 400 and end sector addres is 70000.\r\n";
+    const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
+    EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
+    EXPECT_TRUE(t->Disasm(ini.c_str()));
+    const std::vector<std::string> keys = {m.name + "_vob_ns", m.section + "_ea",
+                                           "c_002_vob001_vts_cp_ea", "c_001_vob002_vts_vob_idn"};
+    EXPECT_EQ(tt::Values(ini, m.section, keys), "2|67|199|$|");
+}
+
+// VMG and VTS take the body size from the end address's low 16 bits only;
+// VTSM from all of it.
+TEST_P(CellTables, BodySizeOfVmgAndVtsIsTheEndAddressModulo65536) {
+    const tt::Bytes table = tt::Bytes()
+        .be16(1)               // VOB count
+        .be16(0)               // reserved
+        .be32(0x10000 + 11)    // end address: its low 16 bits give the body size
+        .be16(1).u8(1).u8(0)   // entry 1: VOB 1, cell 1
+        .be32(5).be32(0x105);  // first and last sector
+    tt::File g(tt::PutTable(dir, table));
+    ASSERT_EQ(m.load(*t, g, 1), 1);
+    const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
+    EXPECT_NE(r.find(m.name == "vtsm" ? "addres is 261." : "addres is 256."), std::string::npos);
+}
+
+// Cells are assembled VOB by VOB, each up to its first gap, and written once.
+TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
+    // VOB 1: cells 1, 2 and 4 after a gap; VOB 2: cell 1; VOB 4 after a gap.
+    kt::WriteText(src, CellSource(m, {{1, 1}, {1, 2}, {1, 4}, {2, 1}, {4, 1}}));
+    ASSERT_TRUE(t->Asm(src.c_str()));
+    tt::Bytes want = tt::Bytes().be16(7).be16(0).be32(43);
+    for (auto [v, c] : {std::pair{1, 1}, {1, 2}, {2, 1}})
+        want.be16(v).u8(c).u8(0).be32(v * 1000 + c * 10).be32(v * 10000 + c * 100 + 9);
+    tt::ExpectWritesOnce(*t, dir / "o.bin", want);
+}
+
+// A missing statement is named, in the section every member shares.
+TEST_P(CellTables, MissingStatementIsNamed) {
+    std::string s = CellSource(m, {{1, 1}, {1, 2}});
+    kt::WriteText(src, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
+    EXPECT_FALSE(t->Asm(src.c_str()));
+    EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
+}
+
+// A table holds 256 cells; one more is refused, and the 256 read stay.
+TEST_P(CellTables, HoldsAtMost256Cells) {
+    std::vector<std::pair<int, int>> many;
+    for (int i = 0; i < 257; ++i) many.push_back({1 + i / 99, 1 + i % 99});
+    for (long n : {256, 257}) {
+        kt::WriteText(src, CellSource(m, {many.begin(), many.begin() + n}));
+        EXPECT_EQ((t = m.make())->Asm(src.c_str()), n == 256) << n;
+        EXPECT_EQ(tt::Size(*t), std::make_pair(2ul, 3080ul)) << n;
     }
+    EXPECT_EQ(tt::Error(*t), "[c_059_vob003_vts_vob_idn] Too many cells in " + m.section +
+                                 ": a cell address table holds at most 256");
 }
 
 using Maps = CKestroVobuAddressMap;  // text: the report's first line for 2 entries
@@ -90,29 +121,44 @@ std::string Keys(const std::vector<uint32_t>& entries, size_t first = 1) {
     return s;
 }
 
-TEST(VobuMaps, MembersLoadReportWriteSourceAndAssemble) {
-    for (const auto& m : kMaps) {
-        SCOPED_TRACE(m.name);
-        kt::TempDir dir;
-        std::string ini = dir / "s.ini", src = dir / "a.ini";
-        tt::File f(tt::PutTable(dir, Map({0, 0x12345, 77}, 11), 2));  // end address 11: 2 entries
-        auto t = m.make();
-        ASSERT_EQ(m.load(*t, f, 2), 1);
-        const std::string report = m.text + "  VOBU 1 starts at sector 0\r\n  VOBU 2 starts at sector 74565\r\n";
-        EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);
-        ASSERT_TRUE(t->Disasm(ini.c_str()));
-        EXPECT_EQ(tt::Values(ini, m.section, {"vobu_sa0002", "vobu_sa0003"}), "74565|$|");
-        EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);  // VTSM: still buffered
-        // A map announced at almost 4 GiB (end address below 3) has no buffer.
-        tt::File g(tt::PutTable(dir, Map({}, 1)));
-        ASSERT_EQ(m.load(*t, g, 1), m.name == "VTSM" ? 0 : 1);
-        EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
-        EXPECT_EQ(tt::Error(*t), m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
-        for (uint32_t entries : {3, 511, 512}) {  // 511 entries fill one sector exactly; a gap ends the run
-            kt::WriteText(src, "[" + m.section + "]\n" + Keys(Steps(entries, 3)) + Keys({1}, entries + 2));
-            ASSERT_TRUE((t = m.make())->Asm(src.c_str())) << entries;
-            tt::ExpectWritesOnce(*t, dir / "o.bin", Map(Steps(entries, 3), 4 * entries + 3));
-        }
+class VobuMaps : public ::testing::TestWithParam<tt::Member<Maps>> {
+protected:
+    const tt::Member<Maps>& m = GetParam();
+    kt::TempDir dir;
+    std::string ini = dir / "s.ini", src = dir / "a.ini";
+    std::unique_ptr<Maps> t = m.make();
+};
+INSTANTIATE_TEST_SUITE_P(Members, VobuMaps, ::testing::ValuesIn(kMaps),
+                         [](const auto& info) { return info.param.name; });
+
+// The entries the end address holds are reported and disassembled, the
+// report again after Disasm (VTSM keeps its buffer).
+TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
+    tt::File f(tt::PutTable(dir, Map({0, 0x12345, 77}, 11), 2));  // end address 11: 2 entries
+    ASSERT_EQ(m.load(*t, f, 2), 1);
+    const std::string report =
+        m.text + "  VOBU 1 starts at sector 0\r\n  VOBU 2 starts at sector 74565\r\n";
+    EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);
+    ASSERT_TRUE(t->Disasm(ini.c_str()));
+    EXPECT_EQ(tt::Values(ini, m.section, {"vobu_sa0002", "vobu_sa0003"}), "74565|$|");
+    EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);
+}
+
+// A map announced at almost 4 GiB (end address below 3) gets no buffer.
+TEST_P(VobuMaps, EndAddressBelowThreeGetsNoBuffer) {
+    tt::File g(tt::PutTable(dir, Map({}, 1)));
+    ASSERT_EQ(m.load(*t, g, 1), m.name == "VTSM" ? 0 : 1);
+    EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
+    EXPECT_EQ(tt::Error(*t), m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
+}
+
+// Entries are assembled up to the first gap and written once, padded to
+// sectors (511 entries fill one sector exactly).
+TEST_P(VobuMaps, SourceEntriesRunUpToTheFirstGapAndAreWrittenOnce) {
+    for (uint32_t entries : {3, 511, 512}) {
+        kt::WriteText(src, "[" + m.section + "]\n" + Keys(Steps(entries, 3)) + Keys({1}, entries + 2));
+        ASSERT_TRUE((t = m.make())->Asm(src.c_str())) << entries;
+        tt::ExpectWritesOnce(*t, dir / "o.bin", Map(Steps(entries, 3), 4 * entries + 3));
     }
 }
 
@@ -151,6 +197,7 @@ TEST(VobuMaps, SideFiles) {
     EXPECT_EQ(tt::Error(vts), "Can not create input ADMAP file [" + bad + "]. This file is required.");
 }
 
+// 65,535 entries, all the 16-bit count holds, assemble whole in linear time.
 TEST(VobuMaps, LargestMapsStayLinear) {
     // 65,535 entries, all the 16-bit count holds. A loaded map keeps its size in 16 bits too,
     // so its source shows (size mod 65,536) / 4 = 16,383 of them; a source of all assembles whole.

@@ -44,6 +44,7 @@ tt::Bytes Table() {
     return t.be16(2).be16(0).be32(1671).be32(0x656E0080).be32(24).be32(0x66720080).be32(848).add(unit).add(unit);
 }
 
+// Both pairs report their tables and come back byte for byte through the source.
 TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     kt::TempDir dir;
     tt::Bytes table = Table();

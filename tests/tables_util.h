@@ -4,6 +4,7 @@
 #define KESTRO_TESTS_TABLES_UTIL_H
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <type_traits>
@@ -40,6 +41,10 @@ struct Member {
     std::function<std::unique_ptr<Base>()> make;
     std::function<int(Base&, int, unsigned long)> load;
 };
+template <class Base>
+void PrintTo(const Member<Base>& m, std::ostream* os) {  // test names show the member's name
+    *os << m.name;
+}
 template <class T, class Base>
 Member<Base> Of(std::string name, std::string section, std::string text) {
     return {name, section, text, [] { return std::make_unique<T>(); },
@@ -58,7 +63,8 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
 
 inline std::string Value(const std::string& ini, const std::string& section, const std::string& key) {  // "$" = missing
     char buf[256];
-    return INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str()), buf;
+    INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str());
+    return buf;
 }
 // The values of `keys` in one section, each followed by '|'.
 inline std::string Values(const std::string& ini, const std::string& section, std::vector<std::string> keys) {
@@ -69,12 +75,14 @@ inline std::string Values(const std::string& ini, const std::string& section, st
 
 inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's sectors and bytes
     unsigned long sectors = 0, bytes = 0;
-    return t.Get(&sectors, &bytes), std::make_pair(sectors, bytes);
+    t.Get(&sectors, &bytes);
+    return {sectors, bytes};
 }
 
 inline std::string Error(CBaseKestro& t) {
     char buf[KESTRO_ERROR_TEXT + 1];
-    return t.GetErrorMessage(buf, sizeof buf), buf;
+    t.GetErrorMessage(buf, sizeof buf);
+    return buf;
 }
 
 // The report of any object with Details(char*, int, ...) in room + 3 bytes.
@@ -151,9 +159,8 @@ auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) { 
 inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
 inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
 
-// A table loaded from dir/T.IFO, which holds `bytes` at `sector` (by default
-// 0 for a management table, 1 for any other), padded to whole sectors unless
-// told otherwise. The file stays open: tables read their bodies back from it.
+// A table loaded from dir/T.IFO holding `bytes` at `sector` (0 for a management table, else
+// 1), padded to sectors unless told otherwise; the file stays open for body reads.
 template <class T>
 struct Loaded {
     static constexpr unsigned long kSector =
@@ -176,9 +183,8 @@ struct TableOps {
     bool Disasm(const char* ini) const { return source(ini); }
 };
 
-// Every table a loaded file holds, the management table first (its Disasm
-// starts a fresh source file). The language units need the codec and their
-// unit table; a title set's time-map entries are joined in from their side files.
+// Every table a loaded file holds, the management table first (its Disasm starts a fresh
+// source); time-map entries are joined in from their side files.
 template <class Mat>
 std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     std::vector<TableOps> out;
@@ -212,6 +218,23 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
         add("VTS_C_ADT", m.GetVTS_C_ADT()), add("VTS_VOBU_ADMAP", m.GetVTS_VOBU_ADMAP());
     }
     return out;
+}
+
+// A host's walk: every table's report (room > 0) and source (into ini); with `check` each must
+// succeed (the language units and VOBU maps may refuse a source).
+template <class Mat>
+std::string Walk(Mat& m, int room, const std::string& ini = "", bool check = false) {
+    CKestro_PGCI codec;
+    std::string all;
+    for (const auto& t : TablesOf(m, codec)) {
+        bool ok = true;
+        if (room > 0) all += Text(t, room, &ok);
+        EXPECT_TRUE(ok || !check) << t.name;
+        const bool written = ini.empty() || t.Disasm(ini.c_str());
+        EXPECT_TRUE(written || !check || std::strstr(t.name, "_LU") || std::strstr(t.name, "ADMAP"))
+            << t.name;
+    }
+    return all;
 }
 
 }  // namespace tt

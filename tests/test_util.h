@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -59,9 +60,7 @@ inline void WriteText(const std::string& path, const std::string& text) {
     out << text;
 }
 
-// The real discs beside the checkout, or an empty list when there are none.
-// Big-endian fields of a file image: zeros read beyond its end, nothing
-// written there.
+// Big-endian fields of a file image: zeros read beyond its end, nothing written there.
 inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
     uint32_t v = 0;
     for (size_t i = at; i < at + 4; ++i) v = v << 8 | (i < b.size() ? b[i] : 0);
@@ -73,6 +72,7 @@ inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
 
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
 
+// The real discs' IFO files named `prefix`..., or none when there are no discs.
 inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
     std::vector<std::string> out;
     std::error_code ec;
@@ -89,6 +89,11 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
     std::sort(out.begin(), out.end());
     return out;
 }
+
+// One file of the real discs ("disc-a/VIDEO_TS.IFO"); tests that need it skip without it.
+inline std::vector<uint8_t> Corpus(const std::string& file) { return ReadBytes((CorpusDir() / file).string()); }
+#define KT_REQUIRE_CORPUS(file) \
+    if (!kt::fs::exists(kt::CorpusDir() / (file))) GTEST_SKIP() << "no real discs beside this checkout"
 
 #define KT_SKIP_IF_EMPTY(list) \
     if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"

@@ -32,6 +32,7 @@ protected:
     std::string src = dir / "vts.ini", ifo = dir / "disc/VIDEO_TS/VTS_01_0.IFO";
 };
 
+// Exit codes 0, 1 and 2, and messages that name the file and the table.
 TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini", noSpst = dir / "nospst.ini", pgc = dir / "pgc.ini";
     kt::WriteText(junk, std::string(4096, 'x'));
@@ -88,6 +89,7 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
         EXPECT_EQ(e.path().filename().string().find("VTS_02_0"), std::string::npos) << e.path();
 }
 
+// --force guards every kind of output, and rebuild never writes into its input.
 TEST_F(ToolCli, ForceGuardsEveryOutputKind) {
     std::vector<uint8_t> built = kt::ReadBytes(ifo);
     EXPECT_EQ(kt::ReadBytes(dir / "disc/VIDEO_TS/VTS_01_0.BUP"), built);
@@ -122,6 +124,7 @@ TEST_F(ToolCli, ForceGuardsEveryOutputKind) {
     EXPECT_EQ(kt::ReadBytes(ifo), built);
 }
 
+// Inputs on read-only media are read and left untouched.
 TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     fs::path media = dir / "disc/VIDEO_TS";
     std::vector<uint8_t> before = kt::ReadBytes(ifo);
@@ -140,6 +143,7 @@ TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()), 2);  // IFO and BUP only
 }
 
+// Reports far larger than the first buffer come out complete.
 TEST_F(ToolCli, ReportsGrowTheirBuffer) {
     // A report far larger than the first buffer is complete; a table whose report
     // fails for another reason shows its error text, and the others are still reported.
@@ -157,11 +161,10 @@ TEST_F(ToolCli, ReportsGrowTheirBuffer) {
     EXPECT_EQ(r.out.find('\r'), std::string::npos);
 }
 
+// One PGC larger than the first buffer is reported whole and once.
 TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
-    // A PGC whose command table claims 65,535 pre commands reports them all
-    // (read as zeros past the file's bytes): megabytes from one PGC. Its
-    // table's report is redone with larger buffers and must come out whole,
-    // once, exactly as the library writes it into a buffer large enough.
+    // 65,535 pre commands (zeros past the file): megabytes from one PGC, reported
+    // once and whole, as into a buffer large enough.
     std::string vts = dir / "VTS_02_0.IFO";
     ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts}).code, 0);
     std::vector<uint8_t> b = kt::ReadBytes(vts);
@@ -187,6 +190,7 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     EXPECT_EQ(r.out.substr(from, r.out.find("---- ", from + 1) - from), expected);
 }
 
+// A damaged table's endless report stops at 256 MiB with a message.
 TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
     // A cell address table whose end address is below 7 announces some 357
     // million entries: the report stops at 256 MiB with a message, and the

@@ -1,15 +1,8 @@
-// Whole discs through the kestro command: the disc authored for the tests
-// (ffmpeg, spumux, dvdauthor), the bundled sample and every real disc of the
-// corpus.
-//
-// By default a rebuilt disc carries the same navigation as the original,
-// field by field, as the tests' own reader (ifo_navigation.h) sees it;
-// lsdvd reads it the same wherever it can open the original, every title
-// number included; and a second rebuild changes no byte. With
-// --library-rules the command gives the table classes' output, which differs
-// from the original only in the fields their rules rewrite.
+// Whole discs through the kestro command (the authored test disc, the sample,
+// the corpus): a rebuild keeps every navigation field as the tests' own reader
+// and lsdvd see it, and a second rebuild changes no byte; --library-rules
+// changes only the fields the table classes' rules rewrite.
 #include "ifo_navigation.h"
-#include "sample_disc.h"
 #include "tool_support.h"
 
 namespace {
@@ -26,21 +19,6 @@ std::vector<std::string> FilesOf(const fs::path& dir, const char* ext) {
     return names;
 }
 
-// The navigation lines one file has and the other lacks ("-" original, "+"
-// rebuilt), at most a screenful; empty when both carry the same navigation.
-std::string NavigationDiff(const fs::path& original, const fs::path& rebuilt) {
-    std::vector<std::string> a = NavigationOf(kt::ReadBytes(original.string())),
-                             b = NavigationOf(kt::ReadBytes(rebuilt.string()));
-    if (a == b) return {};
-    std::string out;
-    size_t shown = 0;
-    for (size_t i = 0; i < std::max(a.size(), b.size()) && shown < 24; ++i) {
-        std::string x = i < a.size() ? a[i] : "<none>", y = i < b.size() ? b[i] : "<none>";
-        if (x != y) out += "-" + x + "\n+" + y + "\n", ++shown;
-    }
-    return out.empty() ? "lines in another order" : out;
-}
-
 // Rebuilds `disc` into `out`; where a disc lacks VOB files (the corpus holds
 // IFO files only), empty ones of the recorded sizes stand in for them.
 tt::Result Rebuild(const fs::path& disc, const fs::path& out, bool libraryRules = false) {
@@ -49,9 +27,7 @@ tt::Result Rebuild(const fs::path& disc, const fs::path& out, bool libraryRules 
     return Kestro(args);
 }
 
-// lsdvd's view of two discs is the same, title by title, when lsdvd can
-// open the original at all (a lone title set or a video manager without
-// its title sets it cannot).
+// lsdvd reads two discs alike, title by title (where it opens the original at all).
 void ExpectLsdvdAgrees(const fs::path& original, const fs::path& rebuilt) {
     if (tt::Shell("command -v lsdvd").code != 0) return;
     std::string rawA, rawB;
@@ -62,9 +38,7 @@ void ExpectLsdvdAgrees(const fs::path& original, const fs::path& rebuilt) {
             << "title " << i + 1 << "\n" << rawA << "\n----\n" << rawB;
 }
 
-// The lossless rebuild of one disc folder: same navigation in every IFO
-// file, lsdvd reads the same, and a rebuild of the rebuilt disc is the same
-// bytes (IFO and BUP files).
+// A rebuild keeps every IFO file's navigation, and a second one every IFO and BUP byte.
 void CheckLosslessRebuild(const fs::path& disc) {
     kt::TempDir work;
     const fs::path first = work / "first", second = work / "second";
@@ -75,7 +49,7 @@ void CheckLosslessRebuild(const fs::path& disc) {
     const fs::path in = tt::VideoTsOf(disc);
     for (const auto& name : FilesOf(in, ".IFO")) {
         SCOPED_TRACE(name);
-        EXPECT_EQ(NavigationDiff(in / name, first / "VIDEO_TS" / name), "");
+        EXPECT_EQ(NavigationDiff(kt::ReadBytes(in / name), kt::ReadBytes(first / "VIDEO_TS" / name)), "");
     }
     for (const char* ext : {".IFO", ".BUP"})
         for (const auto& name : FilesOf(first / "VIDEO_TS", ext))
@@ -109,9 +83,8 @@ bool RewrittenByLibraryRules(const std::string& key) {
                        [&](const char* p) { return std::regex_match(key, std::regex(p)); });
 }
 
-// A menu stream attribute of VTS_ATRT that the library writes in hex and
-// reads in decimal changes on every round unless its digits read the same
-// both ways (x00 to x09).
+// A VTS_ATRT menu stream attribute, written in hex and read in decimal, drifts
+// every round unless it reads the same both ways (x00 to x09).
 bool DriftsUnderLibraryRules(const std::map<std::string, std::string>& source) {
     static const std::regex attr("vts_atrt/vts_atrt_srp\\d+_vtsm_(ast|spst)_atr\\d+");
     for (const auto& kv : source)
@@ -121,11 +94,9 @@ bool DriftsUnderLibraryRules(const std::map<std::string, std::string>& source) {
     return false;
 }
 
-// The table classes' round trip of every IFO file of a disc through the
-// command: IFO -> source -> IFO' -> source' -> IFO''. source' differs from
-// source only in the fields the rules rewrite, and IFO'' equals IFO' unless
-// a rule drifts (then only the title set attributes differ, as the rule
-// says).
+// IFO -> source -> IFO' -> source' -> IFO'' through the command by the table
+// classes' rules: source' differs only where the rules rewrite, and IFO'' is
+// IFO' unless the title set attributes drift.
 void CheckLibraryRules(const fs::path& disc) {
     kt::TempDir work;
     const fs::path first = work / "first/VIDEO_TS", second = work / "second/VIDEO_TS";
@@ -163,9 +134,8 @@ void CheckLibraryRules(const fs::path& disc) {
     }
 }
 
-// The test disc: menus in both domains, two title sets, three titles with
-// chapters (two of them in one title set), two audio streams and a
-// sub-picture stream. Authored once.
+// The authored test disc (once): menus in both domains, two title sets, three
+// titles with chapters (two in one set), two audio and one sub-picture stream.
 class ToolDisc : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -180,6 +150,7 @@ protected:
     fs::path disc;
 };
 
+// The authored disc keeps every navigation field through a rebuild.
 TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(disc);
     if (tt::Shell("command -v lsdvd").code == 0) {
@@ -189,6 +160,7 @@ TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     }
 }
 
+// The authored disc by the library's rules changes only the rules' fields.
 TEST_F(ToolDisc, LibraryRulesRewriteOnlyTheirFields) { CheckLibraryRules(disc); }
 
 // Time maps and address maps as "ini" and as "bin" side files assemble the
@@ -220,18 +192,42 @@ TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     }
 }
 
-// The bundled sample plays every title as authored: title 2 is the second
-// title of title set 1, not its first again.
-TEST(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
-    TT_REQUIRE_KESTRO();
+// The bundled sample assembled next to empty VOB files of the sizes it records.
+class ToolSampleDisc : public ::testing::Test {
+protected:
+    void SetUp() override {
+        TT_REQUIRE_KESTRO();
+        sources = tt::AssembleSample(work.path() / "VIDEO_TS");
+        ASSERT_GE(sources.size(), 3u);
+    }
     kt::TempDir work;
-    tt::AssembleSample(work.path() / "VIDEO_TS");
+    std::vector<fs::path> sources;
+};
+
+// The sample reports cleanly and disassembles into its own sources.
+TEST_F(ToolSampleDisc, ReportsAndDisassemblesIntoItsOwnSources) {
+    tt::Result r = Kestro({"report", work.path()});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_NE(r.out.find("VMG First Play PGC:"), std::string::npos);
+    for (const auto& src : sources) {
+        const std::string again = work / src.filename().string();
+        ASSERT_EQ(Kestro({"disasm", work.path() / "VIDEO_TS" / (src.stem().string() + ".IFO"), "-o", again}).code, 0);
+        EXPECT_EQ(kt::ReadText(again), kt::ReadText(src)) << src;
+    }
+}
+
+// The sample plays every title as authored (title 2 is the second title of
+// title set 1, not its first again), and keeps it through a rebuild.
+TEST_F(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(work.path());
     if (tt::Shell("command -v lsdvd").code == 0) {
         auto titles = tt::Lsdvd(work.path());
         ASSERT_EQ(titles.size(), 3u);
+        EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
+                  std::string::npos);
         EXPECT_EQ(titles[1].vts * 10 + titles[1].ttn, 12);
         EXPECT_NE(titles[0].lines, titles[1].lines);
+        EXPECT_EQ(titles[2].vts, 2);
     }
 }
 
@@ -256,11 +252,13 @@ void ForEachCorpusDisc(void (*check)(const fs::path&)) {
     }
 }
 
+// Every real disc keeps every navigation field through a rebuild.
 TEST(ToolCorpus, RebuildKeepsEveryNavigationField) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLosslessRebuild);
 }
 
+// Every real disc by the library's rules changes only the rules' fields.
 TEST(ToolCorpus, LibraryRulesRewriteOnlyTheirFields) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLibraryRules);

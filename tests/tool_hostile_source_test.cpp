@@ -1,6 +1,5 @@
-// Hostile sources: the sample's statements damaged, broken grammar, counts at
-// and beyond every capacity. Everything is assembled, written and loaded back;
-// nothing may crash, overrun, leak or hang.
+// Hostile sources (damaged statements, broken grammar, counts at and beyond every capacity),
+// assembled, written and loaded back: nothing may crash, overrun, leak or hang.
 #include <sstream>
 
 #include "../fuzz/kestro_drive.h"

@@ -10,6 +10,7 @@
 
 namespace {
 
+// The squeeze leaves out every "\r" and nothing else, and writes nothing past the text.
 TEST(LineEnds, SqueezeLeavesOutEveryCarriageReturnAndNothingElse) {
     std::mt19937 random(7);
     const std::string alphabets[] = {"\r\n", "ab\r\n", "abcdefgh\r", "abcdefghijklmnopqrstuvwxyz0123456789\r"};

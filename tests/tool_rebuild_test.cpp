@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "sample_disc.h"
+#include "tool_support.h"
 
 namespace {
 
@@ -20,6 +20,7 @@ protected:
     fs::path disc_ = work_.path() / "disc/VIDEO_TS";
 };
 
+// -o names the disc root or its VIDEO_TS folder; missing folders are made (and go on failure).
 TEST_F(ToolRebuild, OutputNamesTheDiscRootOrItsVideoTsFolderAndMissingFoldersAreMade) {
     const fs::path root = work_.path() / "a/b/disc", videoTs = work_.path() / "c/d/VIDEO_TS";
     ASSERT_EQ(tt::Kestro({"rebuild", disc_.parent_path(), "-o", root, "-q"}).code, 0);
@@ -37,6 +38,7 @@ TEST_F(ToolRebuild, OutputNamesTheDiscRootOrItsVideoTsFolderAndMissingFoldersAre
     EXPECT_FALSE(fs::exists(work_.path() / "e"));
 }
 
+// A placeholder menu VOB of no sectors keeps the menu VOB start sector.
 TEST_F(ToolRebuild, PlaceholderVobsKeepAMenuVobOfNoSectors) {
     // An IFO-only folder whose video manager records a menu VOB start but
     // end addresses that leave the menu VOB no sectors.
@@ -53,6 +55,7 @@ TEST_F(ToolRebuild, PlaceholderVobsKeepAMenuVobOfNoSectors) {
     EXPECT_EQ(fs::file_size(out / "VIDEO_TS/VIDEO_TS.VOB"), 0u);
 }
 
+// The summary names a changed byte by the field the file's own layout puts there.
 TEST_F(ToolRebuild, SummaryNamesBytesByTheFilesOwnLayout) {
     // The First Play PGC moved from byte 1024 to byte 512, over the bytes
     // where the menu sub-picture attributes would be.
@@ -72,10 +75,8 @@ TEST_F(ToolRebuild, SummaryNamesBytesByTheFilesOwnLayout) {
     EXPECT_EQ(line.find("vmgm_spst_atr"), std::string::npos) << line;
 }
 
-// A --force rebuild killed between moving the old folder aside and putting
-// the new one in its place (file systems that cannot swap folders in one
-// step) left the old folder in its staging folder: the next run puts it back
-// instead of clearing it away.
+// An old folder a killed --force rebuild left aside (where folders cannot be swapped in one
+// step) is put back by the next run, not cleared away.
 TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
     const pid_t ended = fork();
     if (ended == 0) _exit(0);

@@ -1,9 +1,6 @@
-// What the kestro command does when a write fails: every subcommand that
-// writes exits 1 naming the file it could not write and why, every file that
-// was there before is byte-identical, and nothing is left behind. Writes are
-// made to fail by a preloaded library (fault_shim.cpp) at each write of a
-// small disc in turn; a rebuild killed at random moments leaves its output
-// absent or complete.
+// A failed write (made to fail by fault_shim.cpp, each write in turn) makes every writing
+// subcommand exit 1 naming the file and why, with every earlier file byte-identical and
+// nothing left behind; a rebuild killed at random leaves its output absent or complete.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -17,7 +14,7 @@
 #include <random>
 #include <thread>
 
-#include "sample_disc.h"
+#include "tool_support.h"
 
 extern char** environ;
 
@@ -25,15 +22,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Every file and folder below `dir` (hidden ones included): relative path
-// -> content ("<dir>" for folders).
-std::map<std::string, std::string> Snapshot(const fs::path& dir) {
+// Every file and folder below `dir` (hidden ones included): relative path ->
+// content ("<dir>" for folders; with `vobSizes`, a VOB file's size, as they are large).
+std::map<std::string, std::string> Snapshot(const fs::path& dir, bool vobSizes = false) {
     std::map<std::string, std::string> out;
     std::error_code ec;
-    if (!fs::exists(dir, ec)) return out;
     for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
         const std::string rel = fs::relative(e.path(), dir).string();
-        out[rel] = e.is_directory() ? "<dir>" : kt::ReadText(e.path().string());
+        if (e.is_directory()) out[rel] = "<dir>";
+        else if (vobSizes && e.path().extension() == ".VOB") out[rel] = std::to_string(e.file_size());
+        else out[rel] = kt::ReadText(e.path().string());
     }
     return out;
 }
@@ -124,14 +122,21 @@ protected:
     fs::path out_ = work_.path() / "out";
 };
 
+// asm and disasm keep every file when any write fails.
 TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
-    // Existing outputs to be replaced with --force, and none at all.
+    // Existing outputs to be replaced with --force, and none at all; a
+    // success leaves new outputs, so each phase starts from the old ones.
     fs::create_directories(out_ / "V");
-    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO");
-    fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP");
     fs::create_directories(out_ / "S");
-    for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-        kt::WriteText((out_ / "S" / name).string(), "old\n");
+    auto reset = [&] {
+        fs::remove(out_ / "V/VTS_01_0 new.IFO");
+        fs::remove(out_ / "V/VTS_01_0 new.BUP");
+        for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
+            fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name, fs::copy_options::overwrite_existing);
+        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+            kt::WriteText((out_ / "S" / name).string(), "old\n");
+    };
+    reset();
     const std::string source = (src_ / "VTS_01_0.ini").string(), ifo = (disc_ / "VTS_01_0.IFO").string();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
         {"asm over an IFO and its BUP", {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
@@ -139,15 +144,6 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
         {"disasm", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--force"}},
         {"disasm, ini side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
         {"disasm, bin side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
-    };
-    // A success leaves new outputs; each phase starts from the old ones.
-    auto reset = [&] {
-        fs::remove(out_ / "V/VTS_01_0 new.IFO");
-        fs::remove(out_ / "V/VTS_01_0 new.BUP");
-        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.IFO", fs::copy_options::overwrite_existing);
-        fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / "V/VTS_01_0.BUP", fs::copy_options::overwrite_existing);
-        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-            kt::WriteText((out_ / "S" / name).string(), "old\n");
     };
     for (const auto& [what, args] : runs) {
         FailEveryWrite(what, args, out_.string());
@@ -161,23 +157,23 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
     }
 }
 
+// A rebuild whose write fails leaves the output folder as it was.
 TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
     const std::string disc = disc_.parent_path().string(), bare = ifoOnly_.parent_path().string();
     const std::string fresh = (out_ / "new").string(), old = (out_ / "old").string();
-    fs::create_directories(out_ / "old/VIDEO_TS");
-    kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    auto reset = [&] {
+        fs::remove_all(fresh);
+        fs::remove_all(old);
+        fs::create_directories(out_ / "old/VIDEO_TS");
+        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+    };
+    reset();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
         {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
         {"rebuild into the VIDEO_TS folder of missing folders", {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
         {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
         {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
         {"rebuild --placeholder-vobs", {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
-    };
-    auto reset = [&] {
-        fs::remove_all(fresh);
-        fs::remove_all(old);
-        fs::create_directories(out_ / "old/VIDEO_TS");
-        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
     };
     for (const auto& [what, args] : runs) {
         FailEveryWrite(what, args, out_.string());
@@ -210,31 +206,18 @@ bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds 
     return false;
 }
 
-// Names and sizes of a folder's files, and the bytes of its IFO and BUP
-// files (its VOB files are large).
-std::map<std::string, std::string> Shape(const fs::path& dir) {
-    std::map<std::string, std::string> out;
-    std::error_code ec;
-    for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
-        const std::string rel = fs::relative(e.path(), dir).string(), ext = e.path().extension().string();
-        out[rel] = e.is_directory() ? "<dir>"
-                   : ext == ".VOB"  ? std::to_string(e.file_size())
-                                    : kt::ReadText(e.path().string());
-    }
-    return out;
-}
-
+// A rebuild killed at any moment leaves its output absent or complete.
 TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     // A larger title VOB so that a copy takes long enough to be cut.
     fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);
     const fs::path fresh = out_ / "new", old = out_ / "old", reference = work_.path() / "reference";
     const std::string disc = disc_.parent_path().string();
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", reference.string(), "-q", "--copy-vobs"}).code, 0);
-    const auto complete = Shape(reference);
+    const auto complete = Snapshot(reference, true);
     auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}).code, 0);
     const auto took = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
-    ASSERT_EQ(Shape(fresh), complete);
+    ASSERT_EQ(Snapshot(fresh, true), complete);
     fs::remove_all(fresh);
 
     std::mt19937 random(20261123);
@@ -245,20 +228,20 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
         kt::WriteText((old / "VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
     };
     makeOld();
-    const auto oldShape = Shape(old);
+    const auto oldShape = Snapshot(old, true);
     int cut = 0;
     for (int run = 0; run < 24; ++run) {
         const std::chrono::microseconds delay(when(random));
         const bool ended = RunAndKill({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}, delay);
         cut += !ended;
         if (fs::exists(fresh)) {
-            EXPECT_EQ(Shape(fresh), complete) << "killed after " << delay.count() << " us";
+            EXPECT_EQ(Snapshot(fresh, true), complete) << "killed after " << delay.count() << " us";
         }
         fs::remove_all(fresh);
 
         RunAndKill({"rebuild", disc, "-o", old.string(), "-q", "--copy-vobs", "--force"}, delay);
         ASSERT_TRUE(fs::exists(old)) << "killed after " << delay.count() << " us: the old folder is gone";
-        const auto now = Shape(old);
+        const auto now = Snapshot(old, true);
         EXPECT_TRUE(now == oldShape || now == complete) << "killed after " << delay.count() << " us: a mix";
         makeOld();
     }

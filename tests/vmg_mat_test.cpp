@@ -34,6 +34,7 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
     return r;
 }
 
+// VMGI_MAT's report, source and assembled fields; a title set's file is refused.
 TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     tt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
@@ -67,6 +68,7 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
 
+// The First Play PGC is read from byte 1024 whatever its start says, and swapped in place.
 TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     auto rec = Record(), pgc = AddPgc("", 2);
     PutBE32(&rec[132], 1100);  // the PGC is still taken from byte 1024
@@ -149,7 +151,7 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
 
     tt::Loaded<CKestro_VMG_MAT> l(f);
-    vt::Walk(l.t, 0, again);
+    tt::Walk(l.t, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);

@@ -1,7 +1,5 @@
-// The sub-tables of VIDEO_TS.IFO (title search pointers, parental
-// management, title set attributes, text data), and the messages of every
-// refused video manager source. Real discs' tables are compared byte for
-// byte within the whole-file round trip.
+// VIDEO_TS.IFO's sub-tables (TT_SRPT, PTL_MAIT, VTS_ATRT, TXTDT_MG) and the messages of every
+// refused video manager source (real discs' tables: the whole-file round trip).
 #include <array>
 
 #include "vmg_test_util.h"
@@ -56,11 +54,9 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
 }
 
-// The report reads each record at a fixed place of the table's body rather
-// than where it starts: with two sets, record 1 (table offset 16) is reported
-// from offset 23 into it, so its audio count is menu audio stream 23 (record
-// offset 34), its end address is made of streams 12 to 15, and the stream
-// lines are numbered by report position. The source reads the real places.
+// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
+// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
+// source reads the real places.
 TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
@@ -87,10 +83,8 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     EXPECT_EQ(rep.compare(at, want.size(), want), 0) << rep.substr(at, 60);
 }
 
-// Parental management and text data are only read. The parental table's
-// per-country statements go to the title search pointer section, and its
-// assembly does nothing and succeeds; the text identifier has 12 characters
-// without terminator, and the text data's Asm and Write fail.
+// PTL_MAIT and TXTDT_MG are only read: the parental per-country statements go to the title
+// search pointer section and its Asm succeeds doing nothing; the text data's Asm and Write fail.
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
     Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});

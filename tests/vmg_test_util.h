@@ -40,18 +40,6 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const cha
     return t + "\n";
 }
 
-// Walks a loaded file as a host does: returns the reports of every table in
-// file order (when room > 0) and writes the source into ini (when given).
-inline std::string Walk(CKestro_VMG_MAT& m, int room, const std::string& ini = "") {
-    CKestro_PGCI codec;
-    std::string all;
-    for (const auto& t : tt::TablesOf(m, codec)) {
-        if (room > 0) all += tt::Text(t, room);
-        if (!ini.empty()) t.Disasm(ini.c_str());
-    }
-    return all;
-}
-
 // Assembles a sub-table from `text` alone and returns what its Write put
 // after a first sector; `size` gets sectors * 10000 + bytes.
 template <class T>

@@ -56,20 +56,6 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     return file;
 }
 
-// Reports every table (each must succeed) and disassembles all into one source,
-// time-map entries joined in (the language units and VOBU maps may refuse).
-inline std::string DisasmAll(CKestro_VTS_MAT& mat, CKestro_PGCI& codec, const std::string& ini) {
-    std::string all;
-    for (const auto& t : tt::TablesOf(mat, codec)) {
-        bool ok = false;
-        all += tt::Text(t, (1 << 22) - 3, &ok);
-        EXPECT_TRUE(ok) << t.name;
-        const bool written = t.Disasm(ini.c_str());
-        EXPECT_TRUE(written || std::strstr(t.name, "_LU") || std::strstr(t.name, "ADMAP")) << t.name;
-    }
-    return all;
-}
-
 // Assembles into `out` each table `loaded` holds, then the whole file at ifoPath.
 inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec, const std::string& ini,
                    const std::string& ifoPath, bool absolute) {

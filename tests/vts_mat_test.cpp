@@ -11,6 +11,7 @@ namespace {
 
 using Loaded = tt::Loaded<CKestro_VTS_MAT>;  // kept open: its tables re-read the file
 
+// VTSI_MAT's report, source (a fresh file) and write (address fields as held).
 TEST(VtsMat, ReportSourceAndWrite) {
     Loaded l(vt::SyntheticVtsi());
     ASSERT_EQ(l.loaded, 1);
@@ -84,7 +85,7 @@ void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
 // The synthetic title set disassembled; Build assembles it into `out`.
 class VtsAssembly : public ::testing::Test {
 protected:
-    void SetUp() override { vt::DisasmAll(l.t, codec, l.ini); }
+    void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
     std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
         CKestro_VTS_MAT mat;
         const bool ok = vt::AsmAll(l.t, mat, codec, l.ini, out / ifo, absolute);
@@ -154,9 +155,7 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
     }
 }
 
-// Every statement in reading order and whether Asm reads it (AsmAbs reads
-// them all): a missing one stops assembly before anything is written; so does
-// a wrong identifier.
+// A missing statement (AsmAbs reads all, Asm those marked) or a wrong identifier stops assembly.
 TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
     std::istringstream keys(  // "+": read by Asm too
         "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa vts_ptt_srpt_sa vts_pgcit_sa "
@@ -183,13 +182,9 @@ TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
     EXPECT_EQ(error, "[DVDVIDEO-VTS] missing Illegal VTS_ID field");
 }
 
-// What the library's rules make of a real title set's navigation, as the
-// tests' own reader sees it (fields, not layout):
-// - the menu video attributes keep only their second byte (4e00 -> 0000);
-// - bytes of the management table outside its fields come back as zero;
-// - a cell address table keeps as many entries as it has VOBs;
-// - a VOBU map keeps its entry count modulo 16,384 (its size in bytes is
-//   read back through 16 bits: disc-d's 16,496 VOBUs come back as 112).
+// The library's rules on a real title set's navigation lines: the menu video attribute keeps
+// its second byte (4e00 -> 0000), reserved bytes come back as zero, a cell address table keeps
+// as many entries as VOBs, a VOBU map its entries modulo 16,384 (disc-d's 16,496 come back as 112).
 std::vector<std::string> NavigationByTheRules(const std::vector<std::string>& lines) {
     std::vector<std::string> out;
     std::map<std::string, unsigned long> kept;  // entries kept, per table
@@ -217,10 +212,8 @@ std::vector<std::string> NavigationByTheRules(const std::vector<std::string>& li
     return out;
 }
 
-// The same rules on the bytes of a file that keeps its layout (every table
-// on its sector): the menu video's first byte zeroed, cell address entries
-// beyond the VOB count gone (their end address with them), and VTS_EA counted
-// from a title byte total that wraps at 4 GiB.
+// The same rules on the bytes of a file that keeps its layout, and VTS_EA counted from a title
+// byte total that wraps at 4 GiB.
 std::vector<uint8_t> BytesByTheRules(std::vector<uint8_t> f, uint64_t titleSectors) {
     f.at(256) = 0;
     kt::PutBE(f, 12, kt::BE32(f, 12) - uint32_t((titleSectors * 2048 >> 32) << 21), 4);
@@ -235,12 +228,9 @@ std::vector<uint8_t> BytesByTheRules(std::vector<uint8_t> f, uint64_t titleSecto
     return f;
 }
 
-// Real title sets reported, disassembled and, beside sparse VOB files of the
-// implied sizes, rebuilt by Asm and AsmAbs: every field a reader sees comes
-// back as the library's rules make it (read by the tests' own reader, so
-// discs laid out otherwise, such as disc-d, are compared field by field); a
-// file that keeps the original's layout is the original to the byte, but for
-// the rules' bytes; and a second trip gives the same bytes again.
+// Real title sets rebuilt by Asm and AsmAbs beside sparse VOB files: every field as the rules
+// make it (disc-d, laid out otherwise, field by field), the same layout to the byte, and a
+// second trip the same bytes.
 TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
     std::vector<std::string> files = kt::CorpusFiles("VTS_");
     KT_SKIP_IF_EMPTY(files);
@@ -273,7 +263,7 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
             CKestro_VTS_MAT mat, built;
             CKestro_PGCI codec;
             ASSERT_EQ(mat.Load(f.h), 1);
-            EXPECT_EQ(vt::DisasmAll(mat, codec, ini).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
+            EXPECT_EQ(tt::Walk(mat, (1 << 22) - 3, ini, true).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
             ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, to, absolute)) << tt::Error(built);
         };
         for (bool absolute : {false, true}) {

@@ -43,6 +43,7 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
     return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.size()) - 1).add(b).add(body);
 }
 
+// PTT_SRPT and VTS_TMAPT reports, the caller's file position kept.
 TEST(VtsTables, Reports) {
     tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles, 3);
     ASSERT_EQ(ptt.loaded, 1);
@@ -103,7 +104,10 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
-    auto padded = [](std::vector<uint8_t> v) { return v.resize((v.size() + 2047) / 2048 * 2048), v; };
+    auto padded = [](std::vector<uint8_t> v) {
+        v.resize((v.size() + 2047) / 2048 * 2048);
+        return v;
+    };
     tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
