@@ -47,7 +47,9 @@ struct Work {
     void MenuVobOfDiscA() {
         fs::copy_file(kt::CorpusDir() / "disc-a/VIDEO_TS.VOB", dir.path() / "VIDEO_TS.VOB");
     }
-    Bytes RoundTrip(const Bytes& ifo, const std::string& name) { return Asm(Disasm(ifo, name), name); }
+    Bytes RoundTrip(const Bytes& ifo, const std::string& name) {
+        return Asm(Disasm(ifo, name), name);
+    }
 };
 
 // Replaces statements of a source text ("key=value" lines anywhere) and
@@ -58,7 +60,8 @@ void EditSource(const std::string& ini, const std::map<std::string, std::string>
     std::string out, section;
     for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line[0] == '[') section = line.substr(1, line.find(']') - 1);
-        if (std::find(dropSections.begin(), dropSections.end(), section) != dropSections.end()) continue;
+        if (std::find(dropSections.begin(), dropSections.end(), section) != dropSections.end())
+            continue;
         const std::string key = line.substr(0, line.find('='));
         out += (values.count(key) ? key + "=" + values.at(key) : line) + "\n";
     }
@@ -105,10 +108,12 @@ TEST(DiscModel, DamagedFilesGiveAPartialModelAndProblems) {
         auto read = [&](const Bytes& b) {
             kd::VideoManager v;
             kd::TitleSet t;
-            return vmg ? (kd::ReadVideoManager(b, v), v.problems) : (kd::ReadTitleSet(b, t), t.problems);
+            return vmg ? (kd::ReadVideoManager(b, v), v.problems)
+                       : (kd::ReadTitleSet(b, t), t.problems);
         };
         for (size_t cut = 12; cut < whole.size(); cut = cut < 2048 ? cut + 509 : cut + 2048) {
-            std::vector<std::string> problems = read(Bytes(whole.begin(), whole.begin() + long(cut)));
+            std::vector<std::string> problems =
+                read(Bytes(whole.begin(), whole.begin() + long(cut)));
             EXPECT_FALSE(problems.empty()) << "cut at " << cut;
         }
         // Every 16- and 32-bit field of every table sector set to its largest value.
@@ -134,7 +139,8 @@ TEST(DiscLossless, VobuMapsKeepEveryEntry) {
         {
             std::ofstream more(ini, std::ios::app);
             more << "[vts_vobu_admap]\n";
-            for (int k = 1; k <= entries; ++k) more << "vobu_sa" << std::setw(4) << std::setfill('0') << k << "=" << 3 * k << "\n";
+            for (int k = 1; k <= entries; ++k)
+                more << "vobu_sa" << std::setw(4) << std::setfill('0') << k << "=" << 3 * k << "\n";
         }
         INIForgetFile(ini.c_str());
         const Bytes big = w.Asm(ini, "VTS_01_0.IFO");
@@ -153,7 +159,8 @@ TEST(DiscLossless, VobuMapsKeepEveryEntry) {
         ASSERT_TRUE(kd::ReadTitleSet(w.Asm(bin, "VTS_01_0.IFO"), t));
         EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries));
 
-        ASSERT_TRUE(kd::ReadTitleSet(w.Asm(w.Disasm(big, "lib.IFO", true), "VTS_01_0.IFO", true), t));
+        ASSERT_TRUE(
+            kd::ReadTitleSet(w.Asm(w.Disasm(big, "lib.IFO", true), "VTS_01_0.IFO", true), t));
         EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries % 16384));
     }
 }
@@ -165,16 +172,17 @@ TEST(DiscLossless, ParentalManagementAndTextDataAreKept) {
     Bytes vmg = Corpus("disc-a/VIDEO_TS.IFO");
     const uint32_t sectors = uint32_t(vmg.size() / 2048);
     Bytes ptl(2048, 0), txt(2048, 0);
-    const size_t masks = 2 * 8 * 2;                      // one title set: VMG and VTS masks per level
-    kt::PutBE(ptl, 0, 2, 2);                             // countries
-    kt::PutBE(ptl, 2, 1, 2);                             // title sets
+    const size_t masks = 2 * 8 * 2;  // one title set: VMG and VTS masks per level
+    kt::PutBE(ptl, 0, 2, 2);         // countries
+    kt::PutBE(ptl, 2, 1, 2);         // title sets
     kt::PutBE(ptl, 4, uint32_t(8 + 16 + 2 * masks - 1), 4);  // end address
     ptl[8] = 'u', ptl[9] = 's', kt::PutBE(ptl, 12, 24, 2);
     ptl[16] = 'd', ptl[17] = 'e', kt::PutBE(ptl, 20, uint32_t(24 + masks), 2);
-    for (size_t k = 0; k < 2 * masks / 2; ++k) kt::PutBE(ptl, 24 + 2 * k, uint32_t(0x8000 >> (k % 16)), 2);
+    for (size_t k = 0; k < 2 * masks / 2; ++k)
+        kt::PutBE(ptl, 24 + 2 * k, uint32_t(0x8000 >> (k % 16)), 2);
     std::memcpy(txt.data(), "DVDTEXT-TEST", 12);
-    kt::PutBE(txt, 14, 1, 2);                            // language units
-    kt::PutBE(txt, 16, 63, 4);                           // end address
+    kt::PutBE(txt, 14, 1, 2);   // language units
+    kt::PutBE(txt, 16, 63, 4);  // end address
     for (size_t k = 20; k < 64; ++k) txt[k] = uint8_t('a' + k % 26);
     vmg.insert(vmg.end(), ptl.begin(), ptl.end());
     vmg.insert(vmg.end(), txt.begin(), txt.end());
@@ -188,8 +196,10 @@ TEST(DiscLossless, ParentalManagementAndTextDataAreKept) {
     const Bytes rebuilt = w.Asm(ini, "VIDEO_TS.IFO");
     std::vector<std::string> nav = NavigationOf(rebuilt);
     EXPECT_EQ(NavigationDiff(vmg, rebuilt), "");
-    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(), [](const std::string& l) { return l.rfind("ptl_mait", 0) == 0; }));
-    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(), [](const std::string& l) { return l.rfind("txtdt_mg", 0) == 0; }));
+    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(),
+                            [](const std::string& l) { return l.rfind("ptl_mait", 0) == 0; }));
+    EXPECT_TRUE(std::any_of(nav.begin(), nav.end(),
+                            [](const std::string& l) { return l.rfind("txtdt_mg", 0) == 0; }));
     EXPECT_TRUE(w.RoundTrip(rebuilt, "VIDEO_TS.IFO") == rebuilt) << "not a fixed point";
 
     EditSource(ini, {{"country02_level1_vts000", "xffff,x0001"}});
@@ -268,7 +278,8 @@ TEST(DiscLossless, CellTablesBeyondTheLibraryKeysAreKept) {
     const Bytes rebuilt = w.RoundTrip(grown, "VTS_01_0.IFO");
     EXPECT_EQ(NavigationDiff(grown, rebuilt), "");
     EXPECT_EQ(rebuilt.size(), grown.size());
-    EXPECT_EQ(kt::BE32(rebuilt, 196), kt::BE32(rebuilt, 28) + 1) << "title VOBs start after the IFO";
+    EXPECT_EQ(kt::BE32(rebuilt, 196), kt::BE32(rebuilt, 28) + 1)
+        << "title VOBs start after the IFO";
     EXPECT_TRUE(w.RoundTrip(rebuilt, "VTS_01_0.IFO") == rebuilt) << "not a fixed point";
 }
 
@@ -306,7 +317,8 @@ TEST(DiscLossless, TitleStartSectorsFollowTheTitleSets) {
     fs::create_directories(sets);
     for (const std::string& dir : {w.dir.path().string(), sets}) {
         std::ofstream(dir + "/VIDEO_TS.VOB").close();
-        fs::resize_file(dir + "/VIDEO_TS.VOB", (before.vmgEndSector + 1 - 2 * original.size() / 2048) * 2048);
+        fs::resize_file(dir + "/VIDEO_TS.VOB",
+                        (before.vmgEndSector + 1 - 2 * original.size() / 2048) * 2048);
     }
     const std::string ini = w.Disasm(original, "VIDEO_TS.IFO");
     ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO"), after));
@@ -315,7 +327,8 @@ TEST(DiscLossless, TitleStartSectorsFollowTheTitleSets) {
 
     for (int k = 1; k <= 9; ++k) {
         Bytes vts = Corpus("disc-c/VTS_0" + std::to_string(k) + "_0.IFO");
-        if (k == 1) kt::PutBE(vts, 12, kt::BE32(vts, 12) + 10, 4);  // title set 1 ten sectors longer
+        if (k == 1)
+            kt::PutBE(vts, 12, kt::BE32(vts, 12) + 10, 4);  // title set 1 ten sectors longer
         kt::WriteBytes(sets + "/VTS_0" + std::to_string(k) + "_0.IFO", vts);
     }
     ASSERT_TRUE(kd::ReadVideoManager(w.Asm(ini, "VIDEO_TS.IFO", false, sets), after));

@@ -35,7 +35,8 @@ __attribute__((constructor)) void Configure() {
     if (const char* v = std::getenv("KESTRO_FAULT_WRITE")) g_failWrite = std::atol(v);
     if (const char* v = std::getenv("KESTRO_FAULT_BYTES")) g_byteLimit = std::atol(v);
     if (const char* v = std::getenv("KESTRO_FAULT_FSYNC")) g_failSync = std::atoi(v) != 0;
-    if (const char* v = std::getenv("KESTRO_FAULT_ERRNO")) g_errno = std::strcmp(v, "EIO") == 0 ? EIO : ENOSPC;
+    if (const char* v = std::getenv("KESTRO_FAULT_ERRNO"))
+        g_errno = std::strcmp(v, "EIO") == 0 ? EIO : ENOSPC;
     if (const char* v = std::getenv("KESTRO_FAULT_LOADED")) {
         int fd = ::open(v, O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (fd >= 0) ::close(fd);

@@ -30,10 +30,17 @@ TEST(IniStore, ReadsTheGrammarUsersWrite) {
                   "dup=second\n"
                   "[other]\n"
                   "k=v=w\n");
-    struct Case { const char* sec; const char* key; const char* want; } cases[] = {
-        {"vmgi_mat", "vmg_id", "DVDVIDEO-VMG"}, {"VMGI_MAT", "VMG_ID", "DVDVIDEO-VMG"},
-        {"vmgi_mat", "empty", ""},              {"vmgi_mat", "dup", "first"},
-        {"other", "k", "v=w"},                  {"other", "missing", "$"},
+    struct Case {
+        const char* sec;
+        const char* key;
+        const char* want;
+    } cases[] = {
+        {"vmgi_mat", "vmg_id", "DVDVIDEO-VMG"},
+        {"VMGI_MAT", "VMG_ID", "DVDVIDEO-VMG"},
+        {"vmgi_mat", "empty", ""},
+        {"vmgi_mat", "dup", "first"},
+        {"other", "k", "v=w"},
+        {"other", "missing", "$"},
         {"nosection", "k", "$"},
     };
     for (auto& c : cases) EXPECT_EQ(Get(f, c.sec, c.key), c.want) << c.sec << "/" << c.key;
@@ -124,13 +131,15 @@ TEST(IniStore, KeepsEveryValueWhileReplacedValuesAreDropped) {
     for (int round = 0; round < 600; ++round) {
         for (int k = 0; k < 8; ++k) {
             std::string v(1000 + round % 7, char('a' + (round + k) % 26));
-            INIWritePrivateProfileString("s", ("k" + std::to_string(k)).c_str(), v.c_str(), f.c_str());
+            INIWritePrivateProfileString("s", ("k" + std::to_string(k)).c_str(), v.c_str(),
+                                         f.c_str());
         }
     }
     INIFlushFiles();
     std::string want = "[s]\n";
     for (int k = 0; k < 8; ++k)
-        want += "k" + std::to_string(k) + "=" + std::string(1000 + 599 % 7, char('a' + (599 + k) % 26)) + "\n";
+        want += "k" + std::to_string(k) + "=" +
+                std::string(1000 + 599 % 7, char('a' + (599 + k) % 26)) + "\n";
     EXPECT_EQ(kt::ReadText(f), want);
 }
 

@@ -21,22 +21,23 @@ struct HexCase {
 // Hex text reads any alphanumeric character as a digit, an optional x first.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
     const HexCase cases[] = {
-        {"x1A", axtoi, 26},         {"1A", axtoi, 26},
-        {"x", axtoi, 0},            {"", axtoi, 0},
-        {"X10", axtoi, 0x110},      {"fg", axtoi, 0xF0},
-        {"12 34", axtoi, 0x12},     {"123456789", axtoi, 0x23456789},
-        {"z", axtoi, 3},            {"5", axtoib, 0x50},
-        {"zz", axtoib, 0x33},       {"1a2B", axtoiw, 0x1A2B},
-        {"", axtoib, 0},            {"1", axtoiw, 0x1000},
-        {" 1", axtoib, 0x01},       {"ffff", axtoiw, 0xFFFF},
+        {"x1A", axtoi, 26},     {"1A", axtoi, 26},
+        {"x", axtoi, 0},        {"", axtoi, 0},
+        {"X10", axtoi, 0x110},  {"fg", axtoi, 0xF0},
+        {"12 34", axtoi, 0x12}, {"123456789", axtoi, 0x23456789},
+        {"z", axtoi, 3},        {"5", axtoib, 0x50},
+        {"zz", axtoib, 0x33},   {"1a2B", axtoiw, 0x1A2B},
+        {"", axtoib, 0},        {"1", axtoiw, 0x1000},
+        {" 1", axtoib, 0x01},   {"ffff", axtoiw, 0xFFFF},
     };
     for (const auto& c : cases) EXPECT_EQ(c.fn(c.text), c.want) << '"' << c.text << '"';
 }
 
 // Missing hex digits count as zero.
 TEST(Codecs, HexBytesCountMissingDigitsAsZero) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"x0102", "\x01\x02\x00\x00"}, {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"}, {"f", "\xf0\x00\x00\x00"}};
+    const std::pair<const char*, const char*> cases[] = {{"x0102", "\x01\x02\x00\x00"},
+                                                         {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"},
+                                                         {"f", "\xf0\x00\x00\x00"}};
     uint8_t out[8];
     for (const auto& [text, want] : cases) {
         HexBytes(text, out, 4);
@@ -167,7 +168,10 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     kt::TempDir dir;
     std::vector<uint8_t> file(2048 + 12, 0);
     // count 2, end address 0x00100000 (far beyond the file)
-    file[2048] = 0; file[2049] = 2; file[2052] = 0x00; file[2053] = 0x10;
+    file[2048] = 0;
+    file[2049] = 2;
+    file[2052] = 0x00;
+    file[2053] = 0x10;
     file[2056] = 0xAA;
     kt::WriteBytes(dir / "t.ifo", file);
     int h = FileOpen((dir / "t.ifo").c_str(), 0x8000);
@@ -192,7 +196,7 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
 TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     char buf[64] = {};
     Report r(buf, 10);
-    EXPECT_TRUE(r.Line("%s", "abcd"));  // 0 + 4 < 10
+    EXPECT_TRUE(r.Line("%s", "abcd"));   // 0 + 4 < 10
     EXPECT_FALSE(r.Line("%s", "abcd"));  // 6 + 4 reaches 10
     EXPECT_STREQ(buf, "abcd\r\n");
     char first[16] = {};
@@ -221,9 +225,10 @@ TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
 // The formatter answers the common conversions itself and hands the rest to
 // vsnprintf; either way the text must be vsnprintf's, cut to the buffer.
 TEST(Formatting, MatchesTheCLibrary) {
-    const int ints[] = {0, 7, -7, 42, 99, 100, 255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
-    const char* intFormats[] = {"%d", "%02d", "%03d", "%-5d|", "%5d", "%x", "%02x", "%04X",
-                                "%08x", "%u", "%i", "%hhx", "%hd", "%+d", "% d", "%#x", "%.3d"};
+    const int ints[] = {0,   7,    -7,    42,     99,         100,
+                        255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
+    const char* intFormats[] = {"%d", "%02d", "%03d", "%-5d|", "%5d", "%x",  "%02x", "%04X", "%08x",
+                                "%u", "%i",   "%hhx", "%hd",   "%+d", "% d", "%#x",  "%.3d"};
     const char* strings[] = {"", "a", "VTS_01_0.IFO", "twelve chars+"};
     const char* strFormats[] = {"[%s]", "%.12s", "%5s|", "%-5s|", "%.0s", "%c%c"};
     auto same = [](const char* fmt, auto... args) {
@@ -238,7 +243,8 @@ TEST(Formatting, MatchesTheCLibrary) {
     for (const char* f : intFormats)
         for (int v : ints) same(f, v);
     for (const char* f : strFormats)
-        for (const char* v : strings) std::strchr(f, 'c') ? same(f, v[0] ? v[0] : 'x', 'y') : same(f, v);
+        for (const char* v : strings)
+            std::strchr(f, 'c') ? same(f, v[0] ? v[0] : 'x', 'y') : same(f, v);
     same("%ld %lu %llx %zu %%", -5L, 5UL, 0x123456789abULL, size_t(77));
     same("%s", static_cast<const char*>(nullptr));
     same("%5.1f", 2.25);

@@ -125,8 +125,7 @@ inline std::string TrimmedHex(const View& v, size_t at, size_t n) {
 
 class Walker {
 public:
-    explicit Walker(const std::vector<uint8_t>& ifo)
-        : file_(ifo.data(), ifo.size(), &misses_) {}
+    explicit Walker(const std::vector<uint8_t>& ifo) : file_(ifo.data(), ifo.size(), &misses_) {}
 
     std::vector<std::string> lines;
 
@@ -175,7 +174,8 @@ public:
         for (size_t i = 0; i < 8; ++i) Add(Idx(p + ".audio_control", i + 1), v.Hex(12 + 2 * i, 2));
         for (size_t i = 0; i < 32; ++i)
             Add(Idx(p + ".subpicture_control", i + 1), v.Hex(28 + 4 * i, 4));
-        for (auto [link, at] : {std::pair{".next_pgc", 156}, {".prev_pgc", 158}, {".goup_pgc", 160}})
+        for (auto [link, at] :
+             {std::pair{".next_pgc", 156}, {".prev_pgc", 158}, {".goup_pgc", 160}})
             Add(p + link, Num(v.BE16(at)));
         Add(p + ".playback_mode", HexN(v.U8(162), 2));
         Add(p + ".still_time", Num(v.U8(163)));
@@ -209,8 +209,10 @@ public:
                 size_t e = 24 * i;
                 Add(c + ".category", b.Hex(e, 4));
                 Add(c + ".playback_time", b.Hex(e + 4, 4));
-                for (auto [field, at] : {std::pair{".first_vobu_start", 8}, {".first_ilvu_end", 12},
-                                         {".last_vobu_start", 16}, {".last_vobu_end", 20}})
+                for (auto [field, at] : {std::pair{".first_vobu_start", 8},
+                                         {".first_ilvu_end", 12},
+                                         {".last_vobu_start", 16},
+                                         {".last_vobu_end", 20}})
                     Add(c + field, Num(b.BE32(e + at)));
             }
         } else if (cells) {
@@ -330,7 +332,13 @@ public:
         // disc has it at byte 512) is a field, not reserved bytes.
         size_t fpFrom = f.BE32(132), fpTo = size_t(f.BE32(128)) + 1;
         Reserved("vmgi", 1024,
-                 {{0, 16}, {28, 46}, {62, 104}, {128, 136}, {192, 224}, {256, 268}, {340, 348},
+                 {{0, 16},
+                  {28, 46},
+                  {62, 104},
+                  {128, 136},
+                  {192, 224},
+                  {256, 268},
+                  {340, 348},
                   {fpFrom ? fpFrom : 0, fpFrom ? fpTo : 0}});
 
         // First Play PGC: where its start byte says, up to the end of the
@@ -418,8 +426,15 @@ public:
         // 516, sub-picture count 596 and 32 slots from 598, multichannel
         // attributes of the eight audio streams from 792.
         Reserved("vtsi", 2048,
-                 {{0, 16}, {28, 38}, {128, 132}, {192, 232}, {256, 268}, {340, 348},
-                  {512, 580}, {596, 790}, {792, 984}});
+                 {{0, 16},
+                  {28, 38},
+                  {128, 132},
+                  {192, 232},
+                  {256, 268},
+                  {340, 348},
+                  {512, 580},
+                  {596, 790},
+                  {792, 984}});
 
         Walk("vts_ptt_srpt", f.BE32(200), 4, [&](const View& t) {
             uint32_t ttus = t.BE16(0);

@@ -23,9 +23,9 @@ TEST(IfoNavigation, RealDiscsReadWholeAndLikeTheirBackups) {
         EXPECT_NE(lines[0], "kind=not an IFO file");
         for (const auto& l : lines) EXPECT_EQ(l.find("damaged"), std::string::npos) << l;
         bool vmg = lines[0] == "kind=video manager";
-        EXPECT_NE(std::find(lines.begin(), lines.end(),
-                            vmg ? "tt_srpt=present" : "vts_pgcit=present"),
-                  lines.end());
+        EXPECT_NE(
+            std::find(lines.begin(), lines.end(), vmg ? "tt_srpt=present" : "vts_pgcit=present"),
+            lines.end());
 
         std::string bup = path.substr(0, path.size() - 3) + "BUP";
         if (kt::fs::exists(bup)) {
@@ -70,7 +70,8 @@ TEST(IfoNavigation, AChangedFieldChangesItsLine) {
         const char* file;
         const char* line;  // the line that must change
         size_t field;      // the start sector of the table holding the byte (0: the file's start)
-        size_t pointer;    // when not 0, the byte lies in the record that the table's word here points at
+        size_t
+            pointer;  // when not 0, the byte lies in the record that the table's word here points at
         size_t at;
     } cases[] = {
         {"disc-e/VIDEO_TS.IFO", "title[002].title_in_set", 196, 0, 8 + 12 + 7},
@@ -107,19 +108,20 @@ TEST(IfoNavigation, ParentalManagementIsReadMaskByMask) {
     KT_REQUIRE_CORPUS("disc-e/VIDEO_TS.IFO");
     auto ifo = kt::Corpus("disc-e/VIDEO_TS.IFO");
     const uint32_t sector = uint32_t(ifo.size() / 2048);
-    std::vector<uint8_t> t = {0, 1,          // one country
-                              0, 2,          // two title sets
-                              0, 0, 0, 63,   // end address: 16 + 8 levels x 3 words x 2 - 1
-                              'f', 'r', 0, 0, 0, 16, 0, 0};  // France, its masks at byte 16
+    std::vector<uint8_t> t = {0,   1,           // one country
+                              0,   2,           // two title sets
+                              0,   0,   0, 63,  // end address: 16 + 8 levels x 3 words x 2 - 1
+                              'f', 'r', 0, 0,  0, 16, 0, 0};  // France, its masks at byte 16
     for (int level = 0; level < 8; ++level)
         for (int k = 0; k < 3; ++k) t.insert(t.end(), {uint8_t(level), uint8_t(0x10 * k + 1)});
     t.resize(2048, 0);
     ifo.insert(ifo.end(), t.begin(), t.end());
     kt::PutBE(ifo, 204, sector, 4);
     const auto lines = NavigationOf(ifo);
-    for (const char* want : {"ptl_mait=present", "ptl_mait.countries=1", "ptl_mait.title_sets=2",
-                             "ptl_mait.country[001].code=fr", "ptl_mait.country[001].level_row[001]=0001 0011 0021",
-                             "ptl_mait.country[001].level_row[008]=0701 0711 0721"})
+    for (const char* want :
+         {"ptl_mait=present", "ptl_mait.countries=1", "ptl_mait.title_sets=2",
+          "ptl_mait.country[001].code=fr", "ptl_mait.country[001].level_row[001]=0001 0011 0021",
+          "ptl_mait.country[001].level_row[008]=0701 0711 0721"})
         EXPECT_NE(std::find(lines.begin(), lines.end(), want), lines.end()) << want;
     for (const auto& l : lines) EXPECT_EQ(l.find("damaged"), std::string::npos) << l;
 }

@@ -12,7 +12,9 @@
 namespace kt {
 
 // A big-endian field of n bytes (zeros beyond the data), and a 16-bit one written.
-inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) { return BE32(b, at) >> (32 - 8 * n); }
+inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {
+    return BE32(b, at) >> (32 - 8 * n);
+}
 inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) { PutBE(b, at, v, 2); }
 
 using Command = std::array<uint8_t, 8>;
@@ -46,22 +48,30 @@ inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
         PutBe(b, 232, uint32_t(b.size()));
         for (int i = 0; i < 24 * s.cells; ++i) b.push_back(uint8_t(0x80 + i * 5));
         PutBe(b, 234, uint32_t(b.size()));
-        for (int c = 0; c < s.cells; ++c) b.insert(b.end(), {0, uint8_t(1 + c / 8), 0, uint8_t(c + 1)});
+        for (int c = 0; c < s.cells; ++c)
+            b.insert(b.end(), {0, uint8_t(1 + c / 8), 0, uint8_t(c + 1)});
     }
     return b;
 }
 
-struct CorpusPgc { std::string name; std::vector<uint8_t> file; size_t offset; };
+struct CorpusPgc {
+    std::string name;
+    std::vector<uint8_t> file;
+    size_t offset;
+};
 
 // First Play, menu and title PGCs. PGC and language-unit tables both have an
 // 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
 inline std::vector<CorpusPgc> CorpusPgcs() {
     std::vector<CorpusPgc> out;
     auto table = [](const std::vector<uint8_t>& f, size_t t, auto&& each) {
-        for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i) each(t + Be(f, t + 12 + 8 * i, 4));
+        for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i)
+            each(t + Be(f, t + 12 + 8 * i, 4));
     };
     auto pgcs = [&](const std::string& name, const std::vector<uint8_t>& f, size_t t) {
-        table(f, t, [&](size_t at) { if (at + 236 <= f.size()) out.push_back({name, f, at}); });
+        table(f, t, [&](size_t at) {
+            if (at + 236 <= f.size()) out.push_back({name, f, at});
+        });
     };
     auto menus = [&](const std::string& name, const std::vector<uint8_t>& f, size_t saAt) {
         table(f, 2048 * size_t(Be(f, saAt, 4)), [&](size_t lu) { pgcs(name, f, lu); });

@@ -54,12 +54,19 @@ TEST(PgcCommand, RendersEveryFamilyAndSubtype) {
     }
 }
 
-struct Reported { int result; std::string text; std::vector<std::string> lines; };
+struct Reported {
+    int result;
+    std::string text;
+    std::vector<std::string> lines;
+};
 
-Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 << 22, size_t offset = 0) {
+Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 << 22,
+                size_t offset = 0) {
     CKestro_PGCI codec;
     std::vector<char> out(size_t(room) + 512, 0);
-    Reported r{codec.DetailsOfPGCI(indent, pgc.data(), offset, out.data(), room, pgc.size()), out.data(), {}};
+    Reported r{codec.DetailsOfPGCI(indent, pgc.data(), offset, out.data(), room, pgc.size()),
+               out.data(),
+               {}};
     for (size_t at = 0, end; (end = r.text.find("\r\n", at)) != std::string::npos; at = end + 2)
         r.lines.push_back(r.text.substr(at, end - at));
     return r;
@@ -68,18 +75,24 @@ Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 <
 // The report's lines in order; counts without their tables are reported as errors.
 TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
     auto pgc = kt::BuildPgc({{}, {}, {}, false, 1, 1});
-    const uint8_t gi[][2] = {{4, 0x01}, {5, 0x23}, {6, 0x45}, {7, 0xE7}, {164, 0}, {165, 0xEB}, {166, 0x80}, {167, 0x80}};
+    const uint8_t gi[][2] = {{4, 0x01}, {5, 0x23},   {6, 0x45},   {7, 0xE7},
+                             {164, 0},  {165, 0xEB}, {166, 0x80}, {167, 0x80}};
     for (const auto& b : gi) pgc[b[0]] = b[1];
-    const uint8_t cell[24] = {1, 2, 3, 4, 0, 1, 0x30, 0x40, 0, 0, 0, 100, 0, 0, 0, 107, 0x80, 0, 0, 0, 0, 0, 4, 0};
+    const uint8_t cell[24] = {1, 2, 3, 4,   0,    1, 0x30, 0x40, 0, 0, 0, 100,
+                              0, 0, 0, 107, 0x80, 0, 0,    0,    0, 0, 4, 0};
     std::memcpy(&pgc[238], cell, 24);
     auto r = Report(pgc, 2);
     ASSERT_EQ(r.lines.size(), 66u + 2 + 2 + 7 + 2);
     EXPECT_EQ(r.result, int(r.text.size()));
     const std::pair<size_t, const char*> expected[] = {
-        {2, "  PGC: Play Back Time: 01:23:45.27"}, {4, "  PGC: Audio stream 1 status: 555c"},
-        {50, "    Color 0: 235-128-128"}, {67, "      There is no PGC Command Table"},
-        {69, "      Entry cell number for Program 1: 1"}, {72, "      Cell 1 Play Back Time: 00:01:30.00"},
-        {75, "      Cell 1 start sector of last VOUB: -2147483648"}, {78, "      VOB ID number 1 of this Cell 1"}};
+        {2, "  PGC: Play Back Time: 01:23:45.27"},
+        {4, "  PGC: Audio stream 1 status: 555c"},
+        {50, "    Color 0: 235-128-128"},
+        {67, "      There is no PGC Command Table"},
+        {69, "      Entry cell number for Program 1: 1"},
+        {72, "      Cell 1 Play Back Time: 00:01:30.00"},
+        {75, "      Cell 1 start sector of last VOUB: -2147483648"},
+        {78, "      VOB ID number 1 of this Cell 1"}};
     for (const auto& e : expected) EXPECT_EQ(r.lines[e.first], e.second) << e.first;
     // Counts without their tables are reported as errors and the report goes on.
     for (size_t sa = 228; sa < 236; ++sa) pgc[sa] = 0;
@@ -93,10 +106,13 @@ TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
 
 // A command's rendering lands by the indentation; the header is converted in place.
 TEST(PgcReport, CommandRenderingByIndentationAndHeaderConversion) {
-    const kt::PgcShape shape{{kt::Command{0x20, 0x04, 0, 0, 0, 0, 0, 3}}, {kt::Command{}, kt::Command{}}, {}};
+    const kt::PgcShape shape{
+        {kt::Command{0x20, 0x04, 0, 0, 0, 0, 0, 3}}, {kt::Command{}, kt::Command{}}, {}};
     const std::pair<unsigned short, const char*> cases[] = {
-        {2, "        1: 2004000000000003 "}, {3, "         1: 2004000000000003 "},
-        {4, "          1: 2004000000000003  Lnk  to PGC 3"}, {5, "           1: 2004000000000003 Lnk  to PGC 3"}};
+        {2, "        1: 2004000000000003 "},
+        {3, "         1: 2004000000000003 "},
+        {4, "          1: 2004000000000003  Lnk  to PGC 3"},
+        {5, "           1: 2004000000000003 Lnk  to PGC 3"}};
     for (const auto& c : cases) {
         auto pgc = kt::BuildPgc(shape);
         auto r = Report(pgc, c.first);
@@ -107,7 +123,8 @@ TEST(PgcReport, CommandRenderingByIndentationAndHeaderConversion) {
         EXPECT_EQ(r.lines[72], in + "    There are 0 Cell Commands");
         // The header words are left little-endian in the caller's buffer, so
         // a second report reads byte-swapped counts (zeros beyond the buffer).
-        EXPECT_EQ(std::vector<uint8_t>(&pgc[236], &pgc[244]), (std::vector<uint8_t>{1, 0, 2, 0, 0, 0, 31, 0}));
+        EXPECT_EQ(std::vector<uint8_t>(&pgc[236], &pgc[244]),
+                  (std::vector<uint8_t>{1, 0, 2, 0, 0, 0, 31, 0}));
         r = Report(pgc, c.first);
         EXPECT_EQ(r.lines[67], in + "    There are 256 Pre Commands");
         EXPECT_EQ(r.lines.size(), 66u + 4 + 256 + 512 + 6);
@@ -130,7 +147,8 @@ TEST(PgcReport, RoomTest) {
     EXPECT_EQ(cut.result, 0);
     EXPECT_EQ(cut.text, full.text.substr(0, size_t(before)));
     const size_t at = report(2, 1 << 20).text.find("        1: ");
-    const int end = int(std::strlen("      1: 0000000000000000 ") + 4 + std::strlen(" No Operation"));
+    const int end =
+        int(std::strlen("      1: 0000000000000000 ") + 4 + std::strlen(" No Operation"));
     EXPECT_EQ(report(2, int(at) + end).text.size(), at);
     EXPECT_GT(report(2, int(at) + end + 1).text.size(), at);
 }
@@ -149,7 +167,9 @@ TEST(PgcReport, DamagedPgcsReadZerosBeyondTheData) {
         const auto before = pgc;
         EXPECT_GT(Report(pgc, 5, 1 << 22, c.offset).result, 0) << c.keep;
         for (size_t i = 0; i < pgc.size(); ++i)  // only whole header words are converted
-            if (i < c.cmdt || i + 1 >= pgc.size()) { EXPECT_EQ(pgc[i], before[i]) << i; }
+            if (i < c.cmdt || i + 1 >= pgc.size()) {
+                EXPECT_EQ(pgc[i], before[i]) << i;
+            }
     }
     auto pgc = good;
     EXPECT_GT(Report(pgc, 300).result, 0) << "indentation beyond the line buffer";

@@ -19,7 +19,9 @@ std::string Source(const std::string& ini, std::vector<uint8_t> file, size_t off
 void Set(const std::string& ini, const std::string& key, const char* v) {
     INIWritePrivateProfileString("sec", ("p_" + key).c_str(), v, ini.c_str());
 }
-std::string Get(const std::string& ini, const std::string& key) { return tt::Value(ini, "sec", "p_" + key); }
+std::string Get(const std::string& ini, const std::string& key) {
+    return tt::Value(ini, "sec", "p_" + key);
+}
 
 std::vector<uint8_t> Assemble(const std::string& ini) {
     CKestro_PGCI codec;
@@ -34,9 +36,15 @@ std::vector<uint8_t> Assemble(const std::string& ini) {
 // The source's keys and their values as written.
 TEST(PgcSource, KeysAsWritten) {
     kt::TempDir dir;
-    const std::string a = Source(dir / "a.ini", kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 3}));
-    const char* expected[][2] = {{"cnt", "00000203"}, {"ast_ctlt08", "b7be"}, {"cmdt_sa", "236"}, {"pre1", "3002000000010000"},
-                                 {"pgmap_prog_entry_cell02", "3"}, {"c_pbit_cell001_fvobu_sa", "-1465011529"},
+    const std::string a =
+        Source(dir / "a.ini",
+               kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 3}));
+    const char* expected[][2] = {{"cnt", "00000203"},
+                                 {"ast_ctlt08", "b7be"},
+                                 {"cmdt_sa", "236"},
+                                 {"pre1", "3002000000010000"},
+                                 {"pgmap_prog_entry_cell02", "3"},
+                                 {"c_pbit_cell001_fvobu_sa", "-1465011529"},
                                  {"c_posit_cell003_vobid", "1"}};
     for (const auto& e : expected) EXPECT_EQ(Get(a, e[0]), e[1]) << e[0];
     // 64 general and offset keys, 4 of the command table, 2 map entries, 6 + 2 per cell.
@@ -48,7 +56,8 @@ TEST(PgcSource, KeysAsWritten) {
 // start offsets to match (discs such as disc-d lay the parts out otherwise: that is layout).
 std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t at) {
     auto part = [&](size_t offsetField) { return at + kt::Be(file, at + offsetField); };
-    std::vector<uint8_t> out(file.begin() + long(at), file.begin() + long(std::min(at + 236, file.size())));
+    std::vector<uint8_t> out(file.begin() + long(at),
+                             file.begin() + long(std::min(at + 236, file.size())));
     out.resize(236, 0);
     std::fill(out.begin() + 228, out.end(), 0);
     auto append = [&](size_t offsetField, size_t from, size_t size) {
@@ -58,9 +67,11 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
     };
     const size_t cmd = part(228), programs = kt::Be(file, at + 2, 1) & 0x7Fu,
                  cells = kt::Be(file, at + 3, 1);
-    append(228, cmd, 8 + 8 * size_t(kt::Be(file, cmd) + kt::Be(file, cmd + 2) + kt::Be(file, cmd + 4)));
+    append(228, cmd,
+           8 + 8 * size_t(kt::Be(file, cmd) + kt::Be(file, cmd + 2) + kt::Be(file, cmd + 4)));
     append(230, part(230), programs);
-    if (kt::Be(file, at + 230) && (programs & 1)) out.push_back(0);  // the map's even-length padding
+    if (kt::Be(file, at + 230) && (programs & 1))
+        out.push_back(0);  // the map's even-length padding
     append(232, part(232), 24 * cells);
     append(234, part(234), 4 * cells);
     return out;
@@ -69,7 +80,8 @@ std::vector<uint8_t> InAssemblerOrder(const std::vector<uint8_t>& file, size_t a
 // Built PGCs and every real PGC come back byte for byte through the source.
 TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
     kt::TempDir dir;
-    const kt::Command jump{0x30, 0x06, 0x00, 0x01, 0x02, 0x83, 0, 0}, link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
+    const kt::Command jump{0x30, 0x06, 0x00, 0x01, 0x02, 0x83, 0, 0},
+        link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
     const std::vector<kt::Command> many(128, link);  // 384 commands: the store's capacity
     const kt::PgcShape shapes[] = {{},
                                    {{jump, link}, {link}, {jump, jump, link}, true, 0, 0},
@@ -88,7 +100,8 @@ TEST(PgcSource, BuiltAndRealPgcsComeBackByteForByte) {
         auto back = Assemble(Source(dir / std::to_string(n++), p.file, p.offset));
         const auto expected = InAssemblerOrder(p.file, p.offset);
         ASSERT_GE(back.size(), 236u) << p.name;
-        EXPECT_TRUE(back == expected) << p.name << " PGC at byte " << p.offset << ": " << tt::Mismatch(back, expected);
+        EXPECT_TRUE(back == expected)
+            << p.name << " PGC at byte " << p.offset << ": " << tt::Mismatch(back, expected);
         ++total;
         inOrder += p.offset + back.size() <= p.file.size() &&
                    std::equal(back.begin(), back.end(), p.file.begin() + long(p.offset));
@@ -125,19 +138,26 @@ TEST(PgcSource, ChecksAndMessages) {
         const char* error;        // "" when the source assembles; "@" stands for the path
     } cases[] = {
         {3, 0, 0, "cnt", "00000400", ""},  // the padding byte counts as a program
-        {3, 0, 0, "cnt", "00000200", "Number of Programs in cnt [2] not equal to number of programs defined in PGMAP_PROG [4]"},
-        {0, 0, 0, "cnt", "00008200", "Number of Programs in cnt [2] not equal to number of programs defined in PGMAP_PROG [0]"},
+        {3, 0, 0, "cnt", "00000200",
+         "Number of Programs in cnt [2] not equal to number of programs defined in PGMAP_PROG [4]"},
+        {0, 0, 0, "cnt", "00008200",
+         "Number of Programs in cnt [2] not equal to number of programs defined in PGMAP_PROG [0]"},
         {0, 4, 0, "c_pbit_cell003_cat", "$x",
-         "In [@] at [sec] the number of Cells in cnt not equal to number of cells defined in C_PBIT. Cell count = 4 and C_PBIT = 2 "},
-        {0, 2, 0, "c_pbit_cell002_lvobu_sa", "$x", "[p_c_pbit_cell002_lvobu_sa] statement missing from section sec of @"},
-        {0, 1, 0, "c_posit_cell001_cellid", "$x", "[p_c_posit_cell001_cellid] statement missing from section sec of @"},
+         "In [@] at [sec] the number of Cells in cnt not equal to number of cells defined in "
+         "C_PBIT. Cell count = 4 and C_PBIT = 2 "},
+        {0, 2, 0, "c_pbit_cell002_lvobu_sa", "$x",
+         "[p_c_pbit_cell002_lvobu_sa] statement missing from section sec of @"},
+        {0, 1, 0, "c_posit_cell001_cellid", "$x",
+         "[p_c_posit_cell001_cellid] statement missing from section sec of @"},
         {0, 0, 2, "pre2", "$x", "[p_pre2] statement missing from section sec of @"},
         {0, 0, 0, "sp_plt16", "$x", "[p_sp_plt16] statement missing from section sec of @"},
-        {0, 0, 1, "cmdt_pre_ns", "385", "In [sec] of @ the command table declares 385 commands, more than the 384 allowed"},
+        {0, 0, 1, "cmdt_pre_ns", "385",
+         "In [sec] of @ the command table declares 385 commands, more than the 384 allowed"},
     };
     int n = 0;
     for (const auto& c : cases) {
-        kt::PgcShape shape{std::vector<kt::Command>(size_t(c.pre)), {}, {}, false, c.programs, c.cells};
+        kt::PgcShape shape{
+            std::vector<kt::Command>(size_t(c.pre)), {}, {}, false, c.programs, c.cells};
         const std::string ini = Source(dir / std::to_string(n++), kt::BuildPgc(shape));
         Set(ini, c.key, c.value);
         CKestro_PGCI codec;
@@ -145,14 +165,17 @@ TEST(PgcSource, ChecksAndMessages) {
         if (want.find('@') != std::string::npos) want.replace(want.find('@'), 1, ini);
         EXPECT_EQ(codec.AsmPGCI(ini.c_str(), "sec", "p_"), want.empty()) << c.key;
         EXPECT_EQ(tt::Error(codec), want);
-        if (c.value == std::string("385")) { EXPECT_EQ(codec.GetPGCISize(), 236u) << "no command table kept"; }
+        if (c.value == std::string("385")) {
+            EXPECT_EQ(codec.GetPGCISize(), 236u) << "no command table kept";
+        }
     }
     // A message with a long path is cut to the error text's 259 characters.
     const std::string ini = Source(dir / std::string(240, 'd'), kt::BuildPgc({}));
     Set(ini, "cnt", "$");
     CKestro_PGCI codec;
     EXPECT_FALSE(codec.AsmPGCI(ini.c_str(), "sec", "p_"));
-    EXPECT_EQ(tt::Error(codec), ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
+    EXPECT_EQ(tt::Error(codec),
+              ("[p_cnt] statement missing from section sec of " + ini).substr(0, 259));
 }
 
 // The stores hold 256 cells and 256 program-map bytes; more statements are not read.
@@ -163,12 +186,15 @@ TEST(PgcSource, StoreLimits) {
     for (int i = 1; i <= 257; ++i) {
         std::snprintf(key, sizeof key, "pgmap_prog_entry_cell%02d", i);
         Set(ini, key, "1");
-        for (const char* k : {"pbit_cell%03d_cat", "pbit_cell%03d_pbtm", "pbit_cell%03d_fvobu_sa", "pbit_cell%03d_filvu_ea",
-                              "pbit_cell%03d_lvobu_sa", "pbit_cell%03d_lvobu_ea", "posit_cell%03d_vobid", "posit_cell%03d_cellid"})
+        for (const char* k :
+             {"pbit_cell%03d_cat", "pbit_cell%03d_pbtm", "pbit_cell%03d_fvobu_sa",
+              "pbit_cell%03d_filvu_ea", "pbit_cell%03d_lvobu_sa", "pbit_cell%03d_lvobu_ea",
+              "posit_cell%03d_vobid", "posit_cell%03d_cellid"})
             std::snprintf(key, sizeof key, (std::string("c_") + k).c_str(), i), Set(ini, key, "12");
     }
     CKestro_PGCI codec;
-    EXPECT_FALSE(codec.AsmPGCI(ini.c_str(), "sec", "p_")) << "256 cells read, which cnt cannot announce";
+    EXPECT_FALSE(codec.AsmPGCI(ini.c_str(), "sec", "p_"))
+        << "256 cells read, which cnt cannot announce";
     EXPECT_EQ(codec.GetPGCISize(), 236u + 256 + 256 * 24 + 256 * 4);
     Set(ini, "c_pbit_cell256_cat", "$");
     Set(ini, "cnt", "00007fff");

@@ -6,9 +6,12 @@ namespace {
 
 using Cells = CKestroCellAddressTable;  // name: key stem; text: the report's first lines for 2 VOBs
 const tt::Member<Cells> kCells[] = {
-    tt::Of<CKestro_VMG_CADT, Cells>("vmgm", "vmgm_c_adt", "Number of VOBs in VMGM_VOBS 2\r\nEnd byte address of VMGM_C_ADT"),
-    tt::Of<CKestro_VTS_CADT, Cells>("vts", "vts_c_adt", "Number of VOBs in VTS_VOBS: 2\r\nEnd byte address of VTS_C_ADT"),
-    tt::Of<CKestro_VTSM_CADT, Cells>("vtsm", "vtsm_c_adt", "Number of VOBs in VTSM_VOBS: 2\r\nEnd byte address of VTSM_C_ADT"),
+    tt::Of<CKestro_VMG_CADT, Cells>(
+        "vmgm", "vmgm_c_adt", "Number of VOBs in VMGM_VOBS 2\r\nEnd byte address of VMGM_C_ADT"),
+    tt::Of<CKestro_VTS_CADT, Cells>(
+        "vts", "vts_c_adt", "Number of VOBs in VTS_VOBS: 2\r\nEnd byte address of VTS_C_ADT"),
+    tt::Of<CKestro_VTSM_CADT, Cells>(
+        "vtsm", "vtsm_c_adt", "Number of VOBs in VTSM_VOBS: 2\r\nEnd byte address of VTSM_C_ADT"),
 };
 
 // Source: the count, then (vob, cell) entries starting at sector 1000v + 10c.
@@ -16,9 +19,11 @@ std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, in
     std::string s = "[" + m.section + "]\n" + m.name + "_vob_ns=7\n";
     char k[200];
     for (auto [v, c] : cells)
-        s.append(k, size_t(std::snprintf(k, sizeof k, "c_%03d_vob%03d_vts_vob_idn=%d\nc_%03d_vob%03d_vts_c_idn=%d\n"
-                                         "c_%03d_vob%03d_vts_cp_sa=%d\nc_%03d_vob%03d_vts_cp_ea=%d9\n",
-                                         c, v, v, c, v, c, c, v, v * 1000 + c * 10, c, v, v * 1000 + c * 10)));
+        s.append(k, size_t(std::snprintf(
+                        k, sizeof k,
+                        "c_%03d_vob%03d_vts_vob_idn=%d\nc_%03d_vob%03d_vts_c_idn=%d\n"
+                        "c_%03d_vob%03d_vts_cp_sa=%d\nc_%03d_vob%03d_vts_cp_ea=%d9\n",
+                        c, v, v, c, v, c, c, v, v * 1000 + c * 10, c, v, v * 1000 + c * 10)));
     return s;
 }
 
@@ -40,10 +45,12 @@ TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
         five.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
     tt::File f(tt::PutTable(dir, five, 3));
     ASSERT_EQ(m.load(*t, f, 3), 1);
-    const std::string head = m.text + " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
-                                      "    Start sector address is 0 and end sector addres is 99.\r\n",
-                      tail = "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
-                             "    Start sector address is 400 and end sector addres is 70000.\r\n";
+    const std::string head = m.text +
+                             " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
+                             "    Start sector address is 0 and end sector addres is 99.\r\n",
+                      tail =
+                          "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
+                          "    Start sector address is 400 and end sector addres is 70000.\r\n";
     const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
     EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
     EXPECT_TRUE(t->Disasm(ini.c_str()));
@@ -55,12 +62,16 @@ TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
 // VMG and VTS take the body size from the end address's low 16 bits only;
 // VTSM from all of it.
 TEST_P(CellTables, BodySizeOfVmgAndVtsIsTheEndAddressModulo65536) {
-    const tt::Bytes table = tt::Bytes()
-        .be16(1)               // VOB count
-        .be16(0)               // reserved
-        .be32(0x10000 + 11)    // end address: its low 16 bits give the body size
-        .be16(1).u8(1).u8(0)   // entry 1: VOB 1, cell 1
-        .be32(5).be32(0x105);  // first and last sector
+    const tt::Bytes table =
+        tt::Bytes()
+            .be16(1)             // VOB count
+            .be16(0)             // reserved
+            .be32(0x10000 + 11)  // end address: its low 16 bits give the body size
+            .be16(1)
+            .u8(1)
+            .u8(0)  // entry 1: VOB 1, cell 1
+            .be32(5)
+            .be32(0x105);  // first and last sector
     tt::File g(tt::PutTable(dir, table));
     ASSERT_EQ(m.load(*t, g, 1), 1);
     const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
@@ -101,12 +112,15 @@ TEST_P(CellTables, HoldsAtMost256Cells) {
 
 using Maps = CKestroVobuAddressMap;  // text: the report's first line for 2 entries
 const tt::Member<Maps> kMaps[] = {
-    tt::Of<CKestro_VMGM_ADMAP, Maps>("VMGM", "vts_vobu_admap", "VMGM VOBU Address Map Information: 2 entries\r\n"),
+    tt::Of<CKestro_VMGM_ADMAP, Maps>("VMGM", "vts_vobu_admap",
+                                     "VMGM VOBU Address Map Information: 2 entries\r\n"),
     tt::Of<CKestro_VTS_ADMAP, Maps>("VTS", "vts_vobu_admap", ""),
     tt::Of<CKestro_VTSM_ADMAP, Maps>("VTSM", "vtsm_vobu_admap", ""),
 };
 
-tt::Bytes Map(const std::vector<uint32_t>& entries, uint32_t end) { return tt::Bytes().be32(end).be32s(entries); }
+tt::Bytes Map(const std::vector<uint32_t>& entries, uint32_t end) {
+    return tt::Bytes().be32(end).be32s(entries);
+}
 
 // Entries step, 2 step, ... n step; and the source keys of entries from vobu_sa<first>.
 std::vector<uint32_t> Steps(size_t n, uint32_t step) {
@@ -117,7 +131,9 @@ std::vector<uint32_t> Steps(size_t n, uint32_t step) {
 std::string Keys(const std::vector<uint32_t>& entries, size_t first = 1) {
     std::string s;
     char line[40];
-    for (size_t i = 0; i < entries.size(); ++i) s.append(line, size_t(std::snprintf(line, sizeof line, "vobu_sa%04zu=%u\n", i + first, entries[i])));
+    for (size_t i = 0; i < entries.size(); ++i)
+        s.append(line, size_t(std::snprintf(line, sizeof line, "vobu_sa%04zu=%u\n", i + first,
+                                            entries[i])));
     return s;
 }
 
@@ -149,14 +165,16 @@ TEST_P(VobuMaps, EndAddressBelowThreeGetsNoBuffer) {
     tt::File g(tt::PutTable(dir, Map({}, 1)));
     ASSERT_EQ(m.load(*t, g, 1), m.name == "VTSM" ? 0 : 1);
     EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
-    EXPECT_EQ(tt::Error(*t), m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
+    EXPECT_EQ(tt::Error(*t),
+              m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
 }
 
 // Entries are assembled up to the first gap and written once, padded to
 // sectors (511 entries fill one sector exactly).
 TEST_P(VobuMaps, SourceEntriesRunUpToTheFirstGapAndAreWrittenOnce) {
     for (uint32_t entries : {3, 511, 512}) {
-        kt::WriteText(src, "[" + m.section + "]\n" + Keys(Steps(entries, 3)) + Keys({1}, entries + 2));
+        kt::WriteText(src,
+                      "[" + m.section + "]\n" + Keys(Steps(entries, 3)) + Keys({1}, entries + 2));
         ASSERT_TRUE((t = m.make())->Asm(src.c_str())) << entries;
         tt::ExpectWritesOnce(*t, dir / "o.bin", Map(Steps(entries, 3), 4 * entries + 3));
     }
@@ -167,23 +185,27 @@ TEST(VobuMaps, SideFiles) {
     const tt::Bytes be = Map({0x01020304, 0x0A0B0C0D}, 11), le = Map({0x04030201, 0x0D0C0B0A}, 11);
     kt::TempDir dir;
     tt::File f(tt::PutTable(dir, be));
-    const std::string vtsFile = dir / "vts.bin", vtsmFile = dir / "vtsm.bin", plain = dir / "plain.bin", bad = dir / "no/x.bin";
+    const std::string vtsFile = dir / "vts.bin", vtsmFile = dir / "vtsm.bin",
+                      plain = dir / "plain.bin", bad = dir / "no/x.bin";
     CKestro_VMGM_ADMAP vmgm;
     CKestro_VTS_ADMAP vts;
     CKestro_VTSM_ADMAP vtsm;
     ASSERT_EQ(vts.Load(f, 1) + vtsm.Load(f, 1), 2);
-    ASSERT_TRUE(vts.Disasm_ToFile("unused", vtsFile.c_str()) && vtsm.DisasmToFile(nullptr, vtsmFile.c_str()));
+    ASSERT_TRUE(vts.Disasm_ToFile("unused", vtsFile.c_str()) &&
+                vtsm.DisasmToFile(nullptr, vtsmFile.c_str()));
     EXPECT_EQ(kt::ReadBytes(vtsFile), tt::Bytes().be32(0x02000000).add({be.begin() + 4, be.end()}));
-    EXPECT_EQ(kt::ReadBytes(vtsmFile), tt::Bytes().be32(0x02000000).add({le.begin() + 4, le.end()}));
+    EXPECT_EQ(kt::ReadBytes(vtsmFile),
+              tt::Bytes().be32(0x02000000).add({le.begin() + 4, le.end()}));
     kt::WriteBytes(plain, {4, 3, 2, 1, 13, 12, 11, 10, 0xEE, 0xEE});  // 10 bytes: 2 entries
-    const std::tuple<CBaseKestro*, std::function<bool(const char*)>, std::string, tt::Bytes> readers[] = {
-        {&vts, [&](const char* p) { return vts.Asm_FromFile(nullptr, 0, p); }, vtsFile, be},
-        {&vmgm, [&](const char* p) { return vmgm.AsmBinaryNT(nullptr, 0, p); }, vtsFile, be},
-        {&vtsm, [&](const char* p) { return vtsm.AsmFromFile(nullptr, p); }, vtsmFile, le},
-        {&vmgm, [&](const char* p) { return vmgm.AsmBinary(nullptr, 0, p); }, plain, be},
-        {&vts, [&](const char* p) { return vts.Asm_Binary(nullptr, 0, p); }, plain, be},
-        {&vtsm, [&](const char* p) { return vtsm.AsmBinary(nullptr, p); }, plain, be},
-    };
+    const std::tuple<CBaseKestro*, std::function<bool(const char*)>, std::string, tt::Bytes>
+        readers[] = {
+            {&vts, [&](const char* p) { return vts.Asm_FromFile(nullptr, 0, p); }, vtsFile, be},
+            {&vmgm, [&](const char* p) { return vmgm.AsmBinaryNT(nullptr, 0, p); }, vtsFile, be},
+            {&vtsm, [&](const char* p) { return vtsm.AsmFromFile(nullptr, p); }, vtsmFile, le},
+            {&vmgm, [&](const char* p) { return vmgm.AsmBinary(nullptr, 0, p); }, plain, be},
+            {&vts, [&](const char* p) { return vts.Asm_Binary(nullptr, 0, p); }, plain, be},
+            {&vtsm, [&](const char* p) { return vtsm.AsmBinary(nullptr, p); }, plain, be},
+        };
     for (const auto& [t, read, file, map] : readers) {
         SCOPED_TRACE(file);
         ASSERT_TRUE(read(file.c_str()));
@@ -194,7 +216,8 @@ TEST(VobuMaps, SideFiles) {
     kt::WriteBytes(plain, {1, 2, 3});
     for (int i = 3; i < 6; ++i) EXPECT_FALSE(std::get<1>(readers[i])(plain.c_str()));
     EXPECT_FALSE(vts.Disasm_ToFile(nullptr, bad.c_str()));
-    EXPECT_EQ(tt::Error(vts), "Can not create input ADMAP file [" + bad + "]. This file is required.");
+    EXPECT_EQ(tt::Error(vts),
+              "Can not create input ADMAP file [" + bad + "]. This file is required.");
 }
 
 // 65,535 entries, all the 16-bit count holds, assemble whole in linear time.
@@ -212,7 +235,8 @@ TEST(VobuMaps, LargestMapsStayLinear) {
     EXPECT_EQ(tt::Written(t, dir / "o.bin"), map);
     // Quadratic work would run into the test's time limit; the speed itself is
     // measured by the benchmarks.
-    EXPECT_EQ(tt::Values(shown, "vts_vobu_admap", {"vobu_sa16383", "vobu_sa16384"}), std::to_string(16383 * 7) + "|$|");
+    EXPECT_EQ(tt::Values(shown, "vts_vobu_admap", {"vobu_sa16383", "vobu_sa16384"}),
+              std::to_string(16383 * 7) + "|$|");
 }
 
 }  // namespace

@@ -29,9 +29,14 @@ TEST(CellTableRows, AnEntryCutShortIsKeptWithTheFieldsRead) {
         EXPECT_EQ(tt::Size(t), std::make_pair(1ul, 20ul));
         tt::ExpectWritesOnce(t, dir / "o.bin",
                              tt::Bytes()
-                                 .be16(1).be16(0).be32(19)  // VOB count, reserved, end address
-                                 .be16(3).u8(c.cell).u8(0)  // VOB ID, cell ID, reserved
-                                 .be32(c.first).be32(0));   // first sector, last sector (missing)
+                                 .be16(1)
+                                 .be16(0)
+                                 .be32(19)  // VOB count, reserved, end address
+                                 .be16(3)
+                                 .u8(c.cell)
+                                 .u8(0)  // VOB ID, cell ID, reserved
+                                 .be32(c.first)
+                                 .be32(0));  // first sector, last sector (missing)
     }
 }
 
@@ -50,8 +55,12 @@ TEST(PgcCommandRows, ACommandTableCutShortKeepsTheLastCompleteHeader) {
     ASSERT_TRUE(codec.GetPGCData(pgc.data(), pgc.size()));
     EXPECT_EQ(std::vector<uint8_t>(pgc.begin() + 236, pgc.end()),
               tt::Bytes()
-                  .be16(1).be16(0).be16(0).be16(15)  // pre, post, cell counts, end address
-                  .be32(0x11121314).be32(0x15161718));  // the one command read
+                  .be16(1)
+                  .be16(0)
+                  .be16(0)
+                  .be16(15)  // pre, post, cell counts, end address
+                  .be32(0x11121314)
+                  .be32(0x15161718));  // the one command read
 }
 
 }  // namespace

@@ -17,7 +17,8 @@
 
 namespace tt {
 
-struct File {  // a handle of the library's file layer (created, or opened to read), closed at scope end
+struct
+    File {  // a handle of the library's file layer (created, or opened to read), closed at scope end
     explicit File(const std::string& p, bool create = false)
         : h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8000)) {}
     ~File() { kestro::FileClose(h); }
@@ -26,12 +27,24 @@ struct File {  // a handle of the library's file layer (created, or opened to re
 };
 
 struct Bytes : std::vector<uint8_t> {  // big-endian builder
-    Bytes& u8(uint32_t v) { push_back(uint8_t(v)); return *this; }
+    Bytes& u8(uint32_t v) {
+        push_back(uint8_t(v));
+        return *this;
+    }
     Bytes& be16(uint32_t v) { return u8(v >> 8).u8(v); }
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
-    Bytes& be32s(const std::vector<uint32_t>& v) { for (uint32_t x : v) be32(x); return *this; }
-    Bytes& add(const std::vector<uint8_t>& b) { insert(end(), b.begin(), b.end()); return *this; }
-    Bytes& zeros(size_t n) { resize(size() + n); return *this; }
+    Bytes& be32s(const std::vector<uint32_t>& v) {
+        for (uint32_t x : v) be32(x);
+        return *this;
+    }
+    Bytes& add(const std::vector<uint8_t>& b) {
+        insert(end(), b.begin(), b.end());
+        return *this;
+    }
+    Bytes& zeros(size_t n) {
+        resize(size() + n);
+        return *this;
+    }
 };
 
 // A member of a table family: a few texts and its own loader.
@@ -53,7 +66,8 @@ Member<Base> Of(std::string name, std::string section, std::string text) {
 
 // Writes `table` at sector `at` of an otherwise zero file, padded to a sector
 // unless told otherwise; returns its path.
-inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table, size_t at = 1, bool pad = true) {
+inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table,
+                            size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
     img.insert(img.end(), table.begin(), table.end());
     if (pad) img.resize((img.size() + 2047) / 2048 * 2048, 0);
@@ -61,13 +75,15 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
     return dir / "T.IFO";
 }
 
-inline std::string Value(const std::string& ini, const std::string& section, const std::string& key) {  // "$" = missing
+inline std::string Value(const std::string& ini, const std::string& section,
+                         const std::string& key) {  // "$" = missing
     char buf[256];
     INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str());
     return buf;
 }
 // The values of `keys` in one section, each followed by '|'.
-inline std::string Values(const std::string& ini, const std::string& section, std::vector<std::string> keys) {
+inline std::string Values(const std::string& ini, const std::string& section,
+                          std::vector<std::string> keys) {
     std::string all;
     for (const auto& k : keys) all += Value(ini, section, k) + "|";
     return all;
@@ -105,7 +121,8 @@ inline std::string Report(const std::function<bool(char*, int)>& details) {
     std::string whole = run(1 << 20);
     for (int len = 0; len < int(whole.size()); len += 1 + len / 4) {
         std::string cut = run(len);
-        EXPECT_TRUE(cut.size() <= size_t(len) + 2 && whole.compare(0, cut.size(), cut) == 0) << len << ": " << cut;
+        EXPECT_TRUE(cut.size() <= size_t(len) + 2 && whole.compare(0, cut.size(), cut) == 0)
+            << len << ": " << cut;
     }
     return whole;
 }
@@ -130,7 +147,8 @@ inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vecto
 // Bytes [from, from + n) of v, as many as it holds.
 inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& v, size_t from, size_t n) {
     if (from >= v.size()) return {};
-    return std::vector<uint8_t>(v.begin() + long(from), v.begin() + long(std::min(v.size(), from + n)));
+    return std::vector<uint8_t>(v.begin() + long(from),
+                                v.begin() + long(std::min(v.size(), from + n)));
 }
 
 // A report's lines without their line breaks.
@@ -148,14 +166,17 @@ template <class V>
 std::string Mismatch(const V& got, const V& want) {
     size_t i = 0;
     while (i < got.size() && i < want.size() && got[i] == want[i]) ++i;
-    return std::to_string(got.size()) + " and " + std::to_string(want.size()) + " items, first difference at " +
-           std::to_string(i) + ": " + (i < got.size() ? Show(got[i]) : "(none)") + ", expected " +
+    return std::to_string(got.size()) + " and " + std::to_string(want.size()) +
+           " items, first difference at " + std::to_string(i) + ": " +
+           (i < got.size() ? Show(got[i]) : "(none)") + ", expected " +
            (i < want.size() ? Show(want[i]) : "(none)");
 }
 
 // Management tables load from their file's start, every other table from a start sector.
 template <class T>
-auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) { return t.Load(h, sector); }
+auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) {
+    return t.Load(h, sector);
+}
 inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
 inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
 
@@ -165,7 +186,8 @@ template <class T>
 struct Loaded {
     static constexpr unsigned long kSector =
         std::is_same_v<T, CKestro_VMG_MAT> || std::is_same_v<T, CKestro_VTS_MAT> ? 0 : 1;
-    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = kSector, bool pad = true)
+    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = kSector,
+                    bool pad = true)
         : file(PutTable(dir, bytes, sector, pad)), h(file), loaded(LoadAt(t, h, sector)) {}
     kt::TempDir dir;
     std::string file, ini = dir / "t.ini", out = dir / "out.ifo";
@@ -189,31 +211,41 @@ template <class Mat>
 std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     std::vector<TableOps> out;
     auto add = [&](const char* name, auto* t) {
-        if (t) out.push_back({name, [t](char* b, int n) { return t->Details(b, n); },
-                              [t](const char* ini) { return t->Disasm(ini); }});
+        if (t)
+            out.push_back({name, [t](char* b, int n) { return t->Details(b, n); },
+                           [t](const char* ini) { return t->Disasm(ini); }});
     };
     auto units = [&](const char* name, auto* lu, auto* ut, unsigned long sa) {
-        if (lu) out.push_back({name, [=, &codec](char* b, int n) { return lu->Details(b, n, &codec, ut, sa); },
-                               [=, &codec](const char* ini) {
-                                   if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) return lu->Disasm(ini, sa, &codec, ut);
-                                   else return lu->Disasm(ini, &codec, ut, sa);
-                               }});
+        if (lu)
+            out.push_back(
+                {name, [=, &codec](char* b, int n) { return lu->Details(b, n, &codec, ut, sa); },
+                 [=, &codec](const char* ini) {
+                     if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>)
+                         return lu->Disasm(ini, sa, &codec, ut);
+                     else
+                         return lu->Disasm(ini, &codec, ut, sa);
+                 }});
     };
     if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) {
-        add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT()), add("VMGM_PGCI_UT", m.GetVMGM_PGCI_UT());
+        add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT()),
+            add("VMGM_PGCI_UT", m.GetVMGM_PGCI_UT());
         units("VMGM_LU", m.GetVMGM_LU(), m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
-        add("PTL_MAIT", m.GetVMG_MAIT()), add("VTS_ATRT", m.GetVMG_ATRT()), add("TXTDT_MG", m.GetVMG_TXTDT());
+        add("PTL_MAIT", m.GetVMG_MAIT()), add("VTS_ATRT", m.GetVMG_ATRT()),
+            add("TXTDT_MG", m.GetVMG_TXTDT());
         add("VMGM_C_ADT", m.GetVMGM_C_ADT()), add("VMGM_VOBU_ADMAP", m.GetVMGM_VOBU_ADMAP());
     } else {
         add("VTSI_MAT", &m), add("VTS_PTT_SRPT", m.GetVTS_PTT_SRPT());
         if (auto* t = m.GetVTS_PGCIT())
-            out.push_back({"VTS_PGCIT", [t, &codec](char* b, int n) { return t->Details(&codec, b, n); },
+            out.push_back({"VTS_PGCIT",
+                           [t, &codec](char* b, int n) { return t->Details(&codec, b, n); },
                            [t, &codec](const char* ini) { return t->Disasm(ini, &codec); }});
         add("VTSM_PGCI_UT", m.GetVTSM_PGCI_UT());
         units("VTSM_LU", m.GetVTSM_LU(), m.GetVTSM_PGCI_UT(), m.GetVTSM_PGCIT_SA());
         if (auto* t = m.GetVTS_TMAPT())
             out.push_back({"VTS_TMAPT", [t](char* b, int n) { return t->Details(b, n); },
-                           [t](const char* ini) { return t->Disasm(ini) && CKestro_VTS_TMAP::JoinTmapSideFiles(ini); }});
+                           [t](const char* ini) {
+                               return t->Disasm(ini) && CKestro_VTS_TMAP::JoinTmapSideFiles(ini);
+                           }});
         add("VTSM_C_ADT", m.GetVTSM_C_ADT()), add("VTSM_VOBU_ADMAP", m.GetVTSM_VOBU_ADMAP());
         add("VTS_C_ADT", m.GetVTS_C_ADT()), add("VTS_VOBU_ADMAP", m.GetVTS_VOBU_ADMAP());
     }

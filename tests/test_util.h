@@ -67,7 +67,8 @@ inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
     return v;
 }
 inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
-    for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i) b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
+    for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i)
+        b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
 }
 
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
@@ -91,9 +92,12 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
 }
 
 // One file of the real discs ("disc-a/VIDEO_TS.IFO"); tests that need it skip without it.
-inline std::vector<uint8_t> Corpus(const std::string& file) { return ReadBytes((CorpusDir() / file).string()); }
-#define KT_REQUIRE_CORPUS(file) \
-    if (!kt::fs::exists(kt::CorpusDir() / (file))) GTEST_SKIP() << "no real discs beside this checkout"
+inline std::vector<uint8_t> Corpus(const std::string& file) {
+    return ReadBytes((CorpusDir() / file).string());
+}
+#define KT_REQUIRE_CORPUS(file)                    \
+    if (!kt::fs::exists(kt::CorpusDir() / (file))) \
+    GTEST_SKIP() << "no real discs beside this checkout"
 
 #define KT_SKIP_IF_EMPTY(list) \
     if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"

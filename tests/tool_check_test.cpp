@@ -62,7 +62,8 @@ TEST_F(ToolCheck, SoundDiscPasses) {
 // An error gives its line and exit status 1; a warning alone leaves status 0.
 TEST_F(ToolCheck, ErrorsFailWarningsDoNot) {
     const auto ifo = kt::ReadBytes(ts / "VTS_01_0.IFO");
-    const size_t pgcit = size_t(kt::BE32(ifo, 204)) * 2048, pgc1 = pgcit + kt::BE32(ifo, pgcit + 12);
+    const size_t pgcit = size_t(kt::BE32(ifo, 204)) * 2048,
+                 pgc1 = pgcit + kt::BE32(ifo, pgcit + 12);
     Patch("VTS_01_0", pgc1 + 156, 7, 2);  // next PGC of title PGC 1
     Result r = Kestro({"check", disc});
     EXPECT_EQ(r.code, 1);
@@ -77,7 +78,8 @@ TEST_F(ToolCheck, ErrorsFailWarningsDoNot) {
     r = Kestro({"check", disc});
     EXPECT_EQ(r.code, 0) << r.out;
     EXPECT_NE(r.out.find("VTS_02_0.BUP: the file is missing"), std::string::npos) << r.out;
-    EXPECT_EQ(Kestro({"check", "--ifo-only", disc}).out, disc.string() + ": 3 files checked: 0 errors, 0 warnings\n");
+    EXPECT_EQ(Kestro({"check", "--ifo-only", disc}).out,
+              disc.string() + ": 3 files checked: 0 errors, 0 warnings\n");
 }
 
 // One IFO file is checked with its neighbours, and only its own findings are shown.
@@ -88,7 +90,8 @@ TEST_F(ToolCheck, OneFileShowsItsOwnFindings) {
     EXPECT_NE(vts.out.find("1 file checked: 0 errors"), std::string::npos) << vts.out;
     Result vmg = Kestro({"check", ts / "VIDEO_TS.IFO"});
     EXPECT_EQ(vmg.code, 1);
-    EXPECT_NE(vmg.out.find("VIDEO_TS.IFO VMGI_MAT VMG_NR_OF_TITLE_SETS: 0 title sets (1 to 99)"), std::string::npos)
+    EXPECT_NE(vmg.out.find("VIDEO_TS.IFO VMGI_MAT VMG_NR_OF_TITLE_SETS: 0 title sets (1 to 99)"),
+              std::string::npos)
         << vmg.out;
 }
 
@@ -104,8 +107,8 @@ TEST_F(ToolCheck, SourceIsAssembledAndChecked) {
     EXPECT_EQ(r.code, 1) << r.out;
     EXPECT_NE(r.out.find("[error file.end-address]"), std::string::npos) << r.out;
     // The sizes can be given instead: every title set source of the sample passes.
-    r = Kestro({"check", "--vob-sizes", tt::SampleDir() / "vobs.txt", tt::SampleDir() / "VTS_01_0.ini",
-                work.path() / "VTS_02_0.ini"});
+    r = Kestro({"check", "--vob-sizes", tt::SampleDir() / "vobs.txt",
+                tt::SampleDir() / "VTS_01_0.ini", work.path() / "VTS_02_0.ini"});
     EXPECT_EQ(r.code, 0) << r.out << r.err;
 }
 
@@ -125,8 +128,9 @@ TEST_F(ToolCheck, JsonParses) {
     EXPECT_EQ(f.at("severity"), "error");
     EXPECT_EQ(f.at("file"), "VTS_02_1.VOB");
     EXPECT_TRUE(f.at("entry").is_null());
-    EXPECT_EQ(f.at("text"), "VTS_02_1.VOB: the file is missing (the first title VOB file of 111 sectors in all, "
-                            "as VTS_02_0.IFO VTSI_MAT VTS_EA gives)");
+    EXPECT_EQ(f.at("text"),
+              "VTS_02_1.VOB: the file is missing (the first title VOB file of 111 sectors in all, "
+              "as VTS_02_0.IFO VTSI_MAT VTS_EA gives)");
     EXPECT_TRUE(j["paths"][1].contains("error"));
     if (tt::Shell("command -v jq").code == 0) {
         kt::WriteText(work / "out.json", r.out);
@@ -195,8 +199,8 @@ TEST(ToolCheckAuthored, AuthoredDiscPasses) {
     TT_REQUIRE_KESTRO();
     TT_REQUIRE_TOOLS("ffmpeg", "spumux", "dvdauthor");
     kt::TempDir work;
-    Result made = tt::Shell("bash " + tt::Quote(KESTRO_SOURCE_DIR "/scripts/make-test-disc.sh") + " " +
-                            tt::Quote(work / "disc"));
+    Result made = tt::Shell("bash " + tt::Quote(KESTRO_SOURCE_DIR "/scripts/make-test-disc.sh") +
+                            " " + tt::Quote(work / "disc"));
     ASSERT_EQ(made.code, 0) << made.err;
     Result r = Kestro({"check", work / "disc"});
     EXPECT_EQ(r.code, 0) << r.out;

@@ -12,10 +12,14 @@ using tt::Kestro;
 
 // The smallest title set source: a management table and nothing else.
 std::string MinimalVtsSource() {
-    std::string s = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=00000000\nvtsm_v_atr=4d01\nvtsm_ast_ns=0\n"
-                    "vtsm_ast_atr=0000000000000000\nvtsm_spst_ns=0\nvtsm_spst_atr=000000000000\nvts_v_atr=4d01\n"
-                    "vts_ast_ns=0\nvts_spst_ns=0\n";
-    for (int k = 1; k <= 8; ++k) s += "vts_mu_ast_atrt0" + std::to_string(k) + "=" + std::string(48, '0') + "\n";
+    std::string s =
+        "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=00000000\nvtsm_v_atr=4d01\nvtsm_ast_ns="
+        "0\n"
+        "vtsm_ast_atr=0000000000000000\nvtsm_spst_ns=0\nvtsm_spst_atr=000000000000\nvts_v_atr="
+        "4d01\n"
+        "vts_ast_ns=0\nvts_spst_ns=0\n";
+    for (int k = 1; k <= 8; ++k)
+        s += "vts_mu_ast_atrt0" + std::to_string(k) + "=" + std::string(48, '0') + "\n";
     return s;
 }
 
@@ -34,7 +38,8 @@ protected:
 
 // Exit codes 0, 1 and 2, and messages that name the file and the table.
 TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
-    std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini", noSpst = dir / "nospst.ini", pgc = dir / "pgc.ini";
+    std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini", noSpst = dir / "nospst.ini",
+                pgc = dir / "pgc.ini";
     kt::WriteText(junk, std::string(4096, 'x'));
     kt::WriteText(bad, "[something]\nkey=1\n");
     std::string s = MinimalVtsSource();
@@ -47,7 +52,11 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     kt::WriteText(pgc, s.erase(at, s.find('\n', at) + 1 - at));
     fs::create_directory(dir / "lenient");
 
-    const struct { std::vector<std::string> args; int code; std::string needle; /* in stdout or stderr */ } cases[] = {
+    const struct {
+        std::vector<std::string> args;
+        int code;
+        std::string needle; /* in stdout or stderr */
+    } cases[] = {
         {{"--help"}, 0, "rebuild"},
         {{"--version"}, 0, "kestro "},
         {{}, 2, "subcommand"},
@@ -73,16 +82,23 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
         {{"report", dir / "missing.IFO"}, 1, "no such file"},
         {{"disasm", junk, "-o", dir / "j.ini"}, 1, "not a DVD-Video information file"},
         {{"asm", bad, "-o", dir / "VTS_01_0x.IFO"}, 1, "neither a vmgi_mat nor a vtsi_mat"},
-        {{"asm", noSpst, "-o", dir / "VTS_02_0.IFO"}, 1, "nospst.ini: VTSI_MAT: [vts_spst_ns] Statement missing in vtsi_mat"},
-        {{"asm", pgc, "-o", dir / "VTS_02_0.IFO"}, 1,
-         "pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm] statement missing from section vts_pgcit01 of " + pgc},
+        {{"asm", noSpst, "-o", dir / "VTS_02_0.IFO"},
+         1,
+         "nospst.ini: VTSI_MAT: [vts_spst_ns] Statement missing in vtsi_mat"},
+        {{"asm", pgc, "-o", dir / "VTS_02_0.IFO"},
+         1,
+         "pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm] statement missing from section vts_pgcit01 of " +
+             pgc},
         {{"asm", pgc, "-o", dir / "none/VTS_02_0.IFO", "--lenient"}, 1, "none"},
-        {{"asm", pgc, "-o", dir / "lenient/VTS_02_0.IFO", "--lenient"}, 0, "warning: pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm]"},
+        {{"asm", pgc, "-o", dir / "lenient/VTS_02_0.IFO", "--lenient"},
+         0,
+         "warning: pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm]"},
     };
     for (const auto& c : cases) {
         tt::Result r = Kestro(c.args);
         EXPECT_TRUE(r.code == c.code && (r.out + r.err).find(c.needle) != std::string::npos)
-            << "expected " << c.code << " and '" << c.needle << "', got " << r.code << ": " << r.out << r.err;
+            << "expected " << c.code << " and '" << c.needle << "', got " << r.code << ": " << r.out
+            << r.err;
     }
     // A failed assembly leaves nothing behind, not even a staged file.
     for (auto& e : fs::directory_iterator(dir.path()))
@@ -93,7 +109,10 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
 TEST_F(ToolCli, ForceGuardsEveryOutputKind) {
     std::vector<uint8_t> built = kt::ReadBytes(ifo);
     EXPECT_EQ(kt::ReadBytes(dir / "disc/VIDEO_TS/VTS_01_0.BUP"), built);
-    const struct { std::string existing; std::vector<std::string> args; } cases[] = {
+    const struct {
+        std::string existing;
+        std::vector<std::string> args;
+    } cases[] = {
         {dir / "out/VTS_01_0.IFO", {"asm", src, "-o", dir / "out/VTS_01_0.IFO"}},
         {dir / "out/VTS_02_0.BUP", {"asm", src, "-o", dir / "out/VTS_02_0.IFO"}},
         {dir / "out/v.ini", {"disasm", ifo, "-o", dir / "out/v.ini"}},
@@ -128,7 +147,8 @@ TEST_F(ToolCli, ForceGuardsEveryOutputKind) {
 TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     fs::path media = dir / "disc/VIDEO_TS";
     std::vector<uint8_t> before = kt::ReadBytes(ifo);
-    struct stat st0 {}, st1 {};
+    struct stat st0 {
+    }, st1{};
     ::stat(ifo.c_str(), &st0);
     fs::permissions(ifo, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     fs::permissions(media, fs::perms::owner_read | fs::perms::owner_exec);
@@ -140,7 +160,8 @@ TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     ::stat(ifo.c_str(), &st1);
     EXPECT_EQ(kt::ReadBytes(ifo), before);
     EXPECT_EQ(st0.st_mtime, st1.st_mtime);
-    EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()), 2);  // IFO and BUP only
+    EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()),
+              2);  // IFO and BUP only
 }
 
 // Reports far larger than the first buffer come out complete.
@@ -148,12 +169,14 @@ TEST_F(ToolCli, ReportsGrowTheirBuffer) {
     // A report far larger than the first buffer is complete; a table whose report
     // fails for another reason shows its error text, and the others are still reported.
     std::string big = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
-    for (int i = 1; i <= 6000; ++i) big += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" + std::to_string(i * 7) + "\n";
+    for (int i = 1; i <= 6000; ++i)
+        big += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" + std::to_string(i * 7) + "\n";
     kt::WriteText(dir / "big.ini", big);
     ASSERT_EQ(Kestro({"asm", dir / "big.ini", "-o", dir / "VTS_02_0.IFO"}).code, 0);
     tt::Result r = Kestro({"report", dir / "VTS_02_0.IFO"});
     EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("VTS_02_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("VTS_02_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0"), std::string::npos)
+        << r.err;
     for (const char* line : {"---- VTSI_MAT ----", "VTS Identifier: DVDVIDEO-VTS",
                              "Number of Title Unit Serch Pointers TTUs in the VTS: 0",
                              "  VOBU 6000 starts at sector 42000\n"})
@@ -166,7 +189,10 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     // 65,535 pre commands (zeros past the file): megabytes from one PGC, reported
     // once and whole, as into a buffer large enough.
     std::string vts = dir / "VTS_02_0.IFO";
-    ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts}).code, 0);
+    ASSERT_EQ(
+        Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts})
+            .code,
+        0);
     std::vector<uint8_t> b = kt::ReadBytes(vts);
     const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048, pgc = pgcit + kt::BE32(b, pgcit + 12),
                  cmdt = pgc + (kt::BE32(b, pgc + 0xE4) >> 16);
@@ -180,7 +206,8 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     std::vector<char> big(size_t(1) << 25, '\0');
     ASSERT_TRUE(mat.GetVTS_PGCIT()->Details(&codec, big.data(), int(big.size()) - 3));
     mat.CloseKestroFile(h);
-    std::string expected = "---- VTS_PGCIT ----\n" + std::regex_replace(big.data(), std::regex("\r"), "");
+    std::string expected =
+        "---- VTS_PGCIT ----\n" + std::regex_replace(big.data(), std::regex("\r"), "");
     ASSERT_GT(expected.size(), size_t(2) << 20);
 
     tt::Result r = Kestro({"report", vts});
@@ -196,7 +223,10 @@ TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
     // million entries: the report stops at 256 MiB with a message, and the
     // other tables are still reported.
     std::string vmg = dir / "VIDEO_TS.IFO";
-    ASSERT_EQ(Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VIDEO_TS.ini", "-o", vmg}).code, 0);
+    ASSERT_EQ(
+        Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VIDEO_TS.ini", "-o", vmg})
+            .code,
+        0);
     std::vector<uint8_t> b = kt::ReadBytes(vmg);
     const size_t cadt = size_t(kt::BE32(b, 0xD8)) * 2048;
     ASSERT_TRUE(cadt != 0 && cadt + 8 <= b.size());
@@ -204,7 +234,9 @@ TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
     kt::WriteBytes(vmg, b);
     tt::Result r = Kestro({"report", vmg});
     EXPECT_EQ(r.code, 1);
-    EXPECT_NE(r.err.find("VIDEO_TS.IFO: VMGM_C_ADT: report stopped after 256 MiB"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("VIDEO_TS.IFO: VMGM_C_ADT: report stopped after 256 MiB"),
+              std::string::npos)
+        << r.err;
     EXPECT_LT(r.out.size(), size_t(300) << 20);
     EXPECT_NE(r.out.find("---- VMGM_VOBU_ADMAP ----"), std::string::npos);
 }

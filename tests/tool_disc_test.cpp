@@ -35,7 +35,9 @@ void ExpectLsdvdAgrees(const fs::path& original, const fs::path& rebuilt) {
     EXPECT_EQ(a.size(), b.size()) << rawA << "\n----\n" << rawB;
     for (size_t i = 0; i < a.size() && i < b.size(); ++i)
         EXPECT_TRUE(a[i].vts == b[i].vts && a[i].ttn == b[i].ttn && a[i].lines == b[i].lines)
-            << "title " << i + 1 << "\n" << rawA << "\n----\n" << rawB;
+            << "title " << i + 1 << "\n"
+            << rawA << "\n----\n"
+            << rawB;
 }
 
 // A rebuild keeps every IFO file's navigation, and a second one every IFO and BUP byte.
@@ -49,7 +51,8 @@ void CheckLosslessRebuild(const fs::path& disc) {
     const fs::path in = tt::VideoTsOf(disc);
     for (const auto& name : FilesOf(in, ".IFO")) {
         SCOPED_TRACE(name);
-        EXPECT_EQ(NavigationDiff(kt::ReadBytes(in / name), kt::ReadBytes(first / "VIDEO_TS" / name)), "");
+        EXPECT_EQ(
+            NavigationDiff(kt::ReadBytes(in / name), kt::ReadBytes(first / "VIDEO_TS" / name)), "");
     }
     for (const char* ext : {".IFO", ".BUP"})
         for (const auto& name : FilesOf(first / "VIDEO_TS", ext))
@@ -120,7 +123,8 @@ void CheckLibraryRules(const fs::path& disc) {
         auto keys = before;
         keys.insert(after.begin(), after.end());
         for (const auto& kv : keys)
-            if (value(before, kv.first) != value(after, kv.first) && !RewrittenByLibraryRules(kv.first))
+            if (value(before, kv.first) != value(after, kv.first) &&
+                !RewrittenByLibraryRules(kv.first))
                 ADD_FAILURE() << kv.first << ": " << value(before, kv.first) << " -> "
                               << value(after, kv.first);
         const bool drifts = DriftsUnderLibraryRules(after);
@@ -142,8 +146,9 @@ protected:
         TT_REQUIRE_KESTRO();
         TT_REQUIRE_TOOLS("ffmpeg", "spumux", "dvdauthor");
         static kt::TempDir work;
-        static tt::Result made = tt::Shell("bash " + tt::Quote(KESTRO_SOURCE_DIR "/scripts/make-test-disc.sh") +
-                                           " " + tt::Quote(work / "disc"));
+        static tt::Result made =
+            tt::Shell("bash " + tt::Quote(KESTRO_SOURCE_DIR "/scripts/make-test-disc.sh") + " " +
+                      tt::Quote(work / "disc"));
         ASSERT_EQ(made.code, 0) << made.err;
         disc = work / "disc";
     }
@@ -169,15 +174,18 @@ TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     kt::TempDir work;
     fs::path in = disc / "VIDEO_TS", out = work / "a/VTS_01_0.IFO";
     fs::create_directories(out.parent_path());
-    for (const auto& vob : FilesOf(in, ".VOB")) fs::create_symlink(in / vob, out.parent_path() / vob);
+    for (const auto& vob : FilesOf(in, ".VOB"))
+        fs::create_symlink(in / vob, out.parent_path() / vob);
     ASSERT_EQ(Kestro({"disasm", in / "VTS_01_0.IFO", "-o", work / "one.ini"}).code, 0);
     ASSERT_EQ(Kestro({"asm", work / "one.ini", "-o", out, "--no-backup"}).code, 0);
     std::vector<uint8_t> reference = kt::ReadBytes(out);
     for (std::string side : {"ini", "bin"}) {
         SCOPED_TRACE(side);
         std::string src = work / (side + ".ini"),
-                    sideFile = src.substr(0, src.size() - 4) + (side == "ini" ? " TmapTable1.ini" : " tmap.bin");
-        std::vector<std::string> args = {"disasm", in / "VTS_01_0.IFO", "-o", src, "--side-files", side};
+                    sideFile = src.substr(0, src.size() - 4) +
+                               (side == "ini" ? " TmapTable1.ini" : " tmap.bin");
+        std::vector<std::string> args = {"disasm", in / "VTS_01_0.IFO", "-o",
+                                         src,      "--side-files",      side};
         ASSERT_EQ(Kestro(args).code, 0);
         std::string kept = kt::ReadText(sideFile);
         fs::remove(src);
@@ -211,7 +219,10 @@ TEST_F(ToolSampleDisc, ReportsAndDisassemblesIntoItsOwnSources) {
     EXPECT_NE(r.out.find("VMG First Play PGC:"), std::string::npos);
     for (const auto& src : sources) {
         const std::string again = work / src.filename().string();
-        ASSERT_EQ(Kestro({"disasm", work.path() / "VIDEO_TS" / (src.stem().string() + ".IFO"), "-o", again}).code, 0);
+        ASSERT_EQ(Kestro({"disasm", work.path() / "VIDEO_TS" / (src.stem().string() + ".IFO"), "-o",
+                          again})
+                      .code,
+                  0);
         EXPECT_EQ(kt::ReadText(again), kt::ReadText(src)) << src;
     }
 }
@@ -223,8 +234,9 @@ TEST_F(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
     if (tt::Shell("command -v lsdvd").code == 0) {
         auto titles = tt::Lsdvd(work.path());
         ASSERT_EQ(titles.size(), 3u);
-        EXPECT_NE(titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
-                  std::string::npos);
+        EXPECT_NE(
+            titles[0].lines[0].find("Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01"),
+            std::string::npos);
         EXPECT_EQ(titles[1].vts * 10 + titles[1].ttn, 12);
         EXPECT_NE(titles[0].lines, titles[1].lines);
         EXPECT_EQ(titles[2].vts, 2);

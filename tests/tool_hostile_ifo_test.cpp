@@ -12,7 +12,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Base { std::string name; std::vector<uint8_t> bytes; bool vmg; };
+struct Base {
+    std::string name;
+    std::vector<uint8_t> bytes;
+    bool vmg;
+};
 
 const std::vector<Base>& Bases() {
     static const std::vector<Base> bases = [] {
@@ -75,7 +79,9 @@ protected:
         handle_ = kdrive::NextHandle(scratch_.Path("probe"));
     }
     void TearDown() override {
-        if (!bases_.empty()) { EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_); }
+        if (!bases_.empty()) {
+            EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_);
+        }
     }
     // Runs the check of each base's kind on it.
     using Check = void (*)(const std::vector<uint8_t>&);
@@ -205,9 +211,9 @@ TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfSta
 TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
     std::vector<uint8_t> vts(32 * 2048, 0);
     std::memcpy(vts.data(), "DVDVIDEO-VTS", 12);
-    PutBE(vts, 200, 1, 4);                                  // VTS_PTT_SRPT at sector 1
-    PutBE(vts, 212, 1, 4);                                  // VTS_TMAPT at the same sector
-    PutBE(vts, 2048, 8000, 2);                              // 8000 title units / time maps
+    PutBE(vts, 200, 1, 4);                                     // VTS_PTT_SRPT at sector 1
+    PutBE(vts, 212, 1, 4);                                     // VTS_TMAPT at the same sector
+    PutBE(vts, 2048, 8000, 2);                                 // 8000 title units / time maps
     PutBE(vts, 2048 + 4, uint32_t(vts.size() - 2048 - 1), 4);  // end address: the file's end
     for (size_t i = 0; i < 8000; ++i) PutBE(vts, 2048 + 8 + 4 * i, 8, 4);  // each starts at 8
     kestro::disc::TitleSet t;
@@ -273,8 +279,8 @@ void SweepReports(const std::vector<uint8_t>& bytes) {
             while (bad < buf.size() && buf[bad] == 'G') ++bad;
             if (bad != buf.size()) {
                 ADD_FAILURE() << table.name << " wrote " << (bad - size_t(len) - 2)
-                              << " byte(s) past len + 3 with len = " << len
-                              << " (report length " << full << ")";
+                              << " byte(s) past len + 3 with len = " << len << " (report length "
+                              << full << ")";
                 break;
             }
         }
@@ -293,7 +299,9 @@ std::vector<uint8_t> WithMenuStreams(std::vector<uint8_t> b) {
     const size_t atrt = size_t(BE32(b, 208)) * 2048;
     if (atrt == 0 || BE32(b, atrt + 8) == 0) return {};
     // The report reads the record at the length of its "VTS 1" line, less 8.
-    const size_t rec = atrt + 8 + ("  VTS 1 Attribute start byte address " + std::to_string(BE32(b, atrt + 8))).size() - 8;
+    const size_t rec =
+        atrt + 8 +
+        ("  VTS 1 Attribute start byte address " + std::to_string(BE32(b, atrt + 8))).size() - 8;
     if (rec + 94 >= b.size()) return {};
     b[rec + 11] = b[rec + 93] = 5;
     return b;

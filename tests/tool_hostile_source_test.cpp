@@ -40,8 +40,11 @@ protected:
 TEST_F(HostileSource, DamagedStatements) {
     const auto sources = SampleSources();
     if (sources.empty()) GTEST_SKIP() << "no sample sources";
-    const std::vector<std::string> damages = {"", "=", "+", "=x" + std::string(5000, 'f'),
-        "=-1", "=99999999999", "=zz%s%n", "=xffffffffffffffff", "=$1"};
+    const std::vector<std::string> damages = {"",        "=",
+                                              "+",       "=x" + std::string(5000, 'f'),
+                                              "=-1",     "=99999999999",
+                                              "=zz%s%n", "=xffffffffffffffff",
+                                              "=$1"};
     for (size_t s = 0; s < sources.size(); ++s)
         for (size_t d = 0; d < damages.size(); ++d)
             for (size_t phase = 0; phase < 3; ++phase) {
@@ -68,7 +71,9 @@ TEST_F(HostileSource, BrokenGrammar) {
     const auto sources = SampleSources();
     const std::string first = sources.empty() ? std::string() : sources.front();
     const std::vector<std::string> texts = {
-        "", "\n\n\n", "vts_ttu_ns=5\nvobu_sa0001=3\n",
+        "",
+        "\n\n\n",
+        "vts_ttu_ns=5\nvobu_sa0001=3\n",
         "[vmgi_mat]\n[vtsi_mat]\n[vts_pgcit]\n[vts_vobu_admap]\n",
         "[vts_vobu_admap\nvobu_sa0001=1\n",
         "[vts_vobu_admap]\nvobu_sa0001\n=5\nvobu_sa0002==7\n",
@@ -94,16 +99,20 @@ std::string Fmt(const char* fmt, int a, int b = 0) {
 // A minimal PGC with `cells` cells and `commands` pre commands under prefix p.
 std::string Pgc(const std::string& p, int cells, int commands) {
     std::string t = p + Fmt("cnt=0000%02x", cells > 255 ? 0 : cells) + Fmt("%02x\n", cells & 0xff);
-    for (const char* f : {"pb_tm=00000000", "uop_ctl=00000000", "cmdt_sa=236", "cmdt_post_ns=0", "cmdt_cmds_ns=0"})
+    for (const char* f :
+         {"pb_tm=00000000", "uop_ctl=00000000", "cmdt_sa=236", "cmdt_post_ns=0", "cmdt_cmds_ns=0"})
         t += p + f + "\n";
     t += p + Fmt("cmdt_pre_ns=%d\n", commands);
     for (int c = 1; c <= commands; ++c) t += p + Fmt("pre%d=3002000000010000\n", c);
-    for (const char* f : {"pgmap_sa=", "c_pbit_sa=", "c_posit_sa="}) t += p + f + (cells > 0 ? "1\n" : "0\n");
+    for (const char* f : {"pgmap_sa=", "c_pbit_sa=", "c_posit_sa="})
+        t += p + f + (cells > 0 ? "1\n" : "0\n");
     if (cells > 0) t += p + "pgmap_prog_entry_cell01=1\n";
     for (int c = 1; c <= cells; ++c) {
-        for (const char* f : {"cat=02000000", "pbtm=00000100", "fvobu_sa=0", "filvu_ea=0", "lvobu_sa=0", "lvobu_ea=1"})
+        for (const char* f : {"cat=02000000", "pbtm=00000100", "fvobu_sa=0", "filvu_ea=0",
+                              "lvobu_sa=0", "lvobu_ea=1"})
             t += p + Fmt("c_pbit_cell%03d_", c) + f + "\n";
-        t += p + Fmt("c_posit_cell%03d_vobid=1\n", c) + p + Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
+        t += p + Fmt("c_posit_cell%03d_vobid=1\n", c) + p +
+             Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
     }
     return t;
 }
@@ -118,8 +127,8 @@ std::string Numbered(int n, std::initializer_list<const char*> fields) {
 
 std::string VmgTitles(int titles) {
     return "[vmg_ptt_srpt]\n" + Fmt("vts_ttu_ns=%d\n", titles) +
-           Numbered(titles, {"tt_pb_ty%02d=x3c", "tt_agl_ns%02d=1", "tt_ptt_ns%02d=1", "tt_ptl_id_fld%02d=0",
-                             "vtsn%02d=1", "vts_ttn%02d=1", "vts_sa%02d=1"});
+           Numbered(titles, {"tt_pb_ty%02d=x3c", "tt_agl_ns%02d=1", "tt_ptt_ns%02d=1",
+                             "tt_ptl_id_fld%02d=0", "vtsn%02d=1", "vts_ttn%02d=1", "vts_sa%02d=1"});
 }
 
 std::string VtsTitleUnits(int units) {
@@ -133,24 +142,30 @@ std::string CellTable(const char* section, const char* ns, int cells) {
     std::string t = std::string("[") + section + "]\n" + ns + Fmt("=%d\n", (cells + 98) / 99);
     for (int i = 0; i < cells; ++i)
         for (const char* f : {"vts_vob_idn=%d", "vts_c_idn=%d", "vts_cp_sa=0", "vts_cp_ea=1"})
-            t += Fmt("c_%03d_vob%03d_", 1 + i % 99, 1 + i / 99) + Fmt(f, f[4] == 'v' ? 1 + i / 99 : 1 + i % 99) + "\n";
+            t += Fmt("c_%03d_vob%03d_", 1 + i % 99, 1 + i / 99) +
+                 Fmt(f, f[4] == 'v' ? 1 + i / 99 : 1 + i % 99) + "\n";
     return t;
 }
 
 std::string MenuUnits(const std::string& kind, int units, int pgcs, int cells = 0) {
-    std::string t = "[" + kind + "_pgci_ut]\n" + kind + Fmt("_lu_ns=%d\n", units), lu = "[" + kind + "_lu]\n", pgc;
+    std::string t = "[" + kind + "_pgci_ut]\n" + kind + Fmt("_lu_ns=%d\n", units),
+                lu = "[" + kind + "_lu]\n", pgc;
     for (int u = 1; u <= units; ++u) {
         t += kind + Fmt("_lu_srp%02d_lcd=en\n", u) + kind + Fmt("_lu_srp%02d_exst=80\n", u);
         lu += kind + Fmt("_lui%02d_pgci_srp_ns=%d\n", u, pgcs);
         for (int p = 1; p <= pgcs; ++p)
-            pgc += "[" + kind + Fmt("_lu%02d_%02d]\n", u, p) + kind + "_lui_pgc_cat=82000000\n" + Pgc(kind + "_pgc_", cells, 1);
+            pgc += "[" + kind + Fmt("_lu%02d_%02d]\n", u, p) + kind + "_lui_pgc_cat=82000000\n" +
+                   Pgc(kind + "_pgc_", cells, 1);
     }
     return t + lu + pgc;
 }
 
 std::string TitlePgcs(int pgcs, int cells, int commands) {
-    std::string t = "[vts_pgcit]\n" + Fmt("vts_pgci_srp_ns=%d\n", pgcs) + Numbered(pgcs, {"vts_pgc_cat%02d=81000000"});
-    for (int p = 1; p <= pgcs; ++p) t += Fmt("[vts_pgcit%02d]\n", p) + Pgc("vts_pgc_", p == 1 ? cells : 1, p == 1 ? commands : 0);
+    std::string t = "[vts_pgcit]\n" + Fmt("vts_pgci_srp_ns=%d\n", pgcs) +
+                    Numbered(pgcs, {"vts_pgc_cat%02d=81000000"});
+    for (int p = 1; p <= pgcs; ++p)
+        t += Fmt("[vts_pgcit%02d]\n", p) +
+             Pgc("vts_pgc_", p == 1 ? cells : 1, p == 1 ? commands : 0);
     return t;
 }
 
@@ -163,33 +178,42 @@ std::string TimeMaps(int maps, int entries) {
     for (int m = 1; m <= maps; ++m) {
         t += Fmt("vts_tmap%02d_tmu=1\n", m) + Fmt("vts_tmap%02d_map_en_ns=%d\n", m, entries);
         for (int e = 1; e <= entries; ++e)
-            t += Fmt("vts_tmap%02d_entry%02d_discon=0\n", m, e) + Fmt("vts_tmap%02d_entry%02d_address=", m, e) + Fmt("%d\n", e);
+            t += Fmt("vts_tmap%02d_entry%02d_discon=0\n", m, e) +
+                 Fmt("vts_tmap%02d_entry%02d_address=", m, e) + Fmt("%d\n", e);
     }
     return t;
 }
 
 // A management-table section so that whole files are laid out too.
-const std::string kVmgMat = "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
-                            "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
-                            "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n",
-                  kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
+const std::string
+    kVmgMat =
+        "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
+        "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
+        "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n",
+    kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
 
 // Whole files at every capacity and one beyond (the refusals and sizes of
 // each table are checked in the table tests).
 TEST_F(HostileSource, CountsAtAndBeyondCapacity) {
     const std::pair<const char*, std::string> cases[] = {
-        {"999 titles", kVmgMat + VmgTitles(999)}, {"1000 titles", kVmgMat + VmgTitles(1000)},
-        {"999 title units", kVtsMat + VtsTitleUnits(999)}, {"1000 title units", kVtsMat + VtsTitleUnits(1000)},
+        {"999 titles", kVmgMat + VmgTitles(999)},
+        {"1000 titles", kVmgMat + VmgTitles(1000)},
+        {"999 title units", kVtsMat + VtsTitleUnits(999)},
+        {"1000 title units", kVtsMat + VtsTitleUnits(1000)},
         {"256 cells", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 256)},
         {"257 cells", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 257)},
         {"256 VMGM cells", kVmgMat + CellTable("vmgm_c_adt", "vmgm_vob_ns", 256)},
         {"256 cells, 384 commands", kVtsMat + TitlePgcs(1, 256, 384)},
         {"257 cells, 385 commands", kVtsMat + TitlePgcs(1, 257, 385)},
-        {"256 PGCs", kVtsMat + TitlePgcs(256, 1, 0)}, {"257 PGCs", kVtsMat + TitlePgcs(257, 1, 0)},
-        {"16 VMGM units", kVmgMat + MenuUnits("vmgm", 16, 2)}, {"17 VMGM units", kVmgMat + MenuUnits("vmgm", 17, 1)},
-        {"99 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 99, 2)}, {"100 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 100)},
+        {"256 PGCs", kVtsMat + TitlePgcs(256, 1, 0)},
+        {"257 PGCs", kVtsMat + TitlePgcs(257, 1, 0)},
+        {"16 VMGM units", kVmgMat + MenuUnits("vmgm", 16, 2)},
+        {"17 VMGM units", kVmgMat + MenuUnits("vmgm", 17, 1)},
+        {"99 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 99, 2)},
+        {"100 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 100)},
         {"17 VTSM units", kVtsMat + MenuUnits("vtsm", 17, 1)},
-        {"999 time maps", kVtsMat + TimeMaps(999, 1)}, {"1000 maps", kVtsMat + TimeMaps(1000, 1)},
+        {"999 time maps", kVtsMat + TimeMaps(999, 1)},
+        {"1000 maps", kVtsMat + TimeMaps(1000, 1)},
         {"4,096 map entries", kVtsMat + TimeMaps(1, 4096)},
         {"65,535 VOBUs", kVtsMat + VobuMap("vts_vobu_admap", 65535)},
         {"65,536 VOBUs", kVtsMat + VobuMap("vtsm_vobu_admap", 65536)},

@@ -13,7 +13,8 @@ namespace {
 // The squeeze leaves out every "\r" and nothing else, and writes nothing past the text.
 TEST(LineEnds, SqueezeLeavesOutEveryCarriageReturnAndNothingElse) {
     std::mt19937 random(7);
-    const std::string alphabets[] = {"\r\n", "ab\r\n", "abcdefgh\r", "abcdefghijklmnopqrstuvwxyz0123456789\r"};
+    const std::string alphabets[] = {"\r\n", "ab\r\n", "abcdefgh\r",
+                                     "abcdefghijklmnopqrstuvwxyz0123456789\r"};
     for (const std::string& alphabet : alphabets)
         for (size_t size : {0, 1, 15, 16, 17, 31, 32, 33, 47, 100, 1000, 40000}) {
             std::string text;

@@ -70,7 +70,9 @@ TEST_F(ToolRebuild, SummaryNamesBytesByTheFilesOwnLayout) {
     kt::WriteBytes((disc_ / "VIDEO_TS.IFO").string(), vmg);
     tt::Result r = tt::Kestro({"rebuild", disc_.parent_path(), "-o", work_.path() / "out"});
     ASSERT_EQ(r.code, 0) << r.err;
-    const std::string line = r.out.substr(r.out.find("  VMGI_MAT"), r.out.find('\n', r.out.find("  VMGI_MAT")) - r.out.find("  VMGI_MAT"));
+    const std::string line =
+        r.out.substr(r.out.find("  VMGI_MAT"),
+                     r.out.find('\n', r.out.find("  VMGI_MAT")) - r.out.find("  VMGI_MAT"));
     EXPECT_NE(line.find("(fp_pgc)"), std::string::npos) << line;
     EXPECT_EQ(line.find("vmgm_spst_atr"), std::string::npos) << line;
 }
@@ -82,7 +84,8 @@ TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
     if (ended == 0) _exit(0);
     waitpid(ended, nullptr, 0);
     const fs::path out = work_.path() / "out";
-    const fs::path aside = work_.path() / (".out.kestro-" + std::to_string(ended) + "-Xy12Ab") / "old";
+    const fs::path aside =
+        work_.path() / (".out.kestro-" + std::to_string(ended) + "-Xy12Ab") / "old";
     fs::create_directories(aside / "VIDEO_TS");
     kt::WriteText((aside / "VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
     tt::Result r = tt::Kestro({"rebuild", disc_.parent_path(), "-o", out, "-q"});
@@ -96,14 +99,17 @@ TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
 // with the new source, go when disasm --force replaces it.
 TEST_F(ToolRebuild, DisasmForceRemovesSideFilesOfTheSourceItReplaces) {
     const std::string src = (work_.path() / "x.ini").string();
-    ASSERT_EQ(tt::Kestro({"disasm", disc_ / "VTS_01_0.IFO", "-o", src, "--side-files", "bin"}).code, 0);
+    ASSERT_EQ(tt::Kestro({"disasm", disc_ / "VTS_01_0.IFO", "-o", src, "--side-files", "bin"}).code,
+              0);
     ASSERT_TRUE(fs::exists(work_.path() / "x tmap.bin"));
     ASSERT_EQ(tt::Kestro({"disasm", disc_ / "VTS_02_0.IFO", "-o", src, "--force"}).code, 0);
     for (auto& e : fs::directory_iterator(work_.path()))
-        EXPECT_EQ(e.path().filename().string().rfind("x ", 0), std::string::npos) << e.path() << " was left";
+        EXPECT_EQ(e.path().filename().string().rfind("x ", 0), std::string::npos)
+            << e.path() << " was left";
     // Without --force nothing is replaced or removed.
     kt::WriteText((work_.path() / "y vts_vobu_admap.bin").string(), "old");
-    tt::Result r = tt::Kestro({"disasm", disc_ / "VTS_02_0.IFO", "-o", (work_.path() / "y.ini").string()});
+    tt::Result r =
+        tt::Kestro({"disasm", disc_ / "VTS_02_0.IFO", "-o", (work_.path() / "y.ini").string()});
     EXPECT_EQ(r.code, 1) << r.err;
     EXPECT_EQ(kt::ReadText((work_.path() / "y vts_vobu_admap.bin").string()), "old");
 }

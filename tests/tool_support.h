@@ -18,17 +18,24 @@ namespace tt {
 
 namespace fs = std::filesystem;
 
-inline std::string Quote(const std::string& s) { return "'" + std::regex_replace(s, std::regex("'"), "'\\''") + "'"; }
+inline std::string Quote(const std::string& s) {
+    return "'" + std::regex_replace(s, std::regex("'"), "'\\''") + "'";
+}
 
 inline std::string KestroBinary() { return std::string(KESTRO_BINARY_DIR) + "/tools/kestro"; }
 
-struct Result { int code = -1; std::string out, err; };
+struct Result {
+    int code = -1;
+    std::string out, err;
+};
 
 // Runs a shell command line, capturing stdout and stderr.
 inline Result Shell(const std::string& line) {
     kt::TempDir io;
-    int rc = std::system((line + " >" + Quote(io / "out") + " 2>" + Quote(io / "err") + " </dev/null").c_str());
-    return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, kt::ReadText(io / "out"), kt::ReadText(io / "err")};
+    int rc = std::system(
+        (line + " >" + Quote(io / "out") + " 2>" + Quote(io / "err") + " </dev/null").c_str());
+    return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, kt::ReadText(io / "out"),
+            kt::ReadText(io / "err")};
 }
 
 inline Result Kestro(const std::vector<std::string>& args) {
@@ -37,11 +44,13 @@ inline Result Kestro(const std::vector<std::string>& args) {
     return Shell(line);
 }
 
-#define TT_REQUIRE_TOOLS(...) \
-    for (const char* tool_ : {__VA_ARGS__}) \
-        if (tt::Shell(std::string("command -v ") + tool_).code != 0) GTEST_SKIP() << tool_ << " is not installed"
-#define TT_REQUIRE_KESTRO() \
-    if (!fs::exists(tt::KestroBinary())) GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
+#define TT_REQUIRE_TOOLS(...)                                        \
+    for (const char* tool_ : {__VA_ARGS__})                          \
+        if (tt::Shell(std::string("command -v ") + tool_).code != 0) \
+    GTEST_SKIP() << tool_ << " is not installed"
+#define TT_REQUIRE_KESTRO()              \
+    if (!fs::exists(tt::KestroBinary())) \
+    GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
 
 // The folder of a disc that holds its IFO files: its VIDEO_TS folder, or the
 // disc folder itself when it has none.
@@ -57,7 +66,8 @@ inline std::map<std::string, std::string> Statements(const std::string& path) {
     for (std::string line; std::getline(in, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         size_t eq = line.find('=');
-        if (!line.empty() && line[0] == '[') section = line.substr(1, line.find(']') - 1);
+        if (!line.empty() && line[0] == '[')
+            section = line.substr(1, line.find(']') - 1);
         else if (!line.empty() && line[0] != ';' && eq != std::string::npos)
             out[section + "/" + line.substr(0, eq)] = line.substr(eq + 1);
     }
@@ -100,14 +110,16 @@ inline std::vector<fs::path> AssembleSample(const fs::path& videoTs) {
     fs::create_directories(videoTs);
     std::ifstream vobs(SampleDir() / "vobs.txt");
     std::string name;
-    for (unsigned long long bytes = 0; vobs >> name >> bytes; fs::resize_file(videoTs / name, bytes))
+    for (unsigned long long bytes = 0; vobs >> name >> bytes;
+         fs::resize_file(videoTs / name, bytes))
         std::ofstream(videoTs / name).close();
     std::vector<fs::path> sources;
     for (auto& e : fs::directory_iterator(SampleDir()))
         if (e.path().extension() == ".ini") sources.push_back(e.path());
     std::sort(sources.begin(), sources.end());
     for (const auto& src : sources) {
-        Result r = Kestro({"asm", src.string(), "-o", (videoTs / (src.stem().string() + ".IFO")).string()});
+        Result r = Kestro(
+            {"asm", src.string(), "-o", (videoTs / (src.stem().string() + ".IFO")).string()});
         EXPECT_TRUE(r.code == 0 && r.err.empty()) << src << ": " << r.err;
     }
     return sources;

@@ -29,18 +29,21 @@ std::map<std::string, std::string> Snapshot(const fs::path& dir, bool vobSizes =
     std::error_code ec;
     for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
         const std::string rel = fs::relative(e.path(), dir).string();
-        if (e.is_directory()) out[rel] = "<dir>";
-        else if (vobSizes && e.path().extension() == ".VOB") out[rel] = std::to_string(e.file_size());
-        else out[rel] = kt::ReadText(e.path().string());
+        if (e.is_directory())
+            out[rel] = "<dir>";
+        else if (vobSizes && e.path().extension() == ".VOB")
+            out[rel] = std::to_string(e.file_size());
+        else
+            out[rel] = kt::ReadText(e.path().string());
     }
     return out;
 }
 
 struct Faults {
-    std::string dir;       // writes below this folder fail ("/": every file)
-    long write = 0;        // the Nth write fails
-    long bytes = -1;       // or every write after so many bytes
-    bool fsync = false;    // or every sync
+    std::string dir;     // writes below this folder fail ("/": every file)
+    long write = 0;      // the Nth write fails
+    long bytes = -1;     // or every write after so many bytes
+    bool fsync = false;  // or every sync
     const char* error = "ENOSPC";
 };
 
@@ -51,10 +54,12 @@ const char* ReasonOf(const char* error) {
 tt::Result KestroWithFaults(const std::vector<std::string>& args, const Faults& f) {
     std::string asan = "verify_asan_link_order=0";
     if (const char* given = std::getenv("ASAN_OPTIONS")) asan = std::string(given) + ":" + asan;
-    std::string line = "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=" + tt::Quote(asan) +
-                       " KESTRO_FAULT_DIR=" + tt::Quote(f.dir) + " KESTRO_FAULT_WRITE=" + std::to_string(f.write) +
-                       " KESTRO_FAULT_BYTES=" + std::to_string(f.bytes) + " KESTRO_FAULT_FSYNC=" +
-                       (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error + " " + tt::Quote(tt::KestroBinary());
+    std::string line =
+        "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=" + tt::Quote(asan) +
+        " KESTRO_FAULT_DIR=" + tt::Quote(f.dir) + " KESTRO_FAULT_WRITE=" + std::to_string(f.write) +
+        " KESTRO_FAULT_BYTES=" + std::to_string(f.bytes) +
+        " KESTRO_FAULT_FSYNC=" + (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error + " " +
+        tt::Quote(tt::KestroBinary());
     for (const auto& a : args) line += " " + tt::Quote(a);
     return tt::Shell(line);
 }
@@ -68,8 +73,8 @@ protected:
         kt::TempDir probe;
         const std::string loaded = probe / "loaded";
         tt::Shell("env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) +
-                  " ASAN_OPTIONS=verify_asan_link_order=0 KESTRO_FAULT_LOADED=" + tt::Quote(loaded) + " " +
-                  tt::Quote(tt::KestroBinary()) + " --version");
+                  " ASAN_OPTIONS=verify_asan_link_order=0 KESTRO_FAULT_LOADED=" +
+                  tt::Quote(loaded) + " " + tt::Quote(tt::KestroBinary()) + " --version");
         if (!fs::exists(loaded))
             GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
                          << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
@@ -86,7 +91,8 @@ protected:
     // Runs `args` with the Nth write below `faultDir` failing, for N = 1, 2,
     // ... until a run succeeds: each failed run exits 1 naming a path below
     // out_ and the reason, and leaves out_ exactly as it was.
-    void FailEveryWrite(const std::string& what, const std::vector<std::string>& args, const std::string& faultDir) {
+    void FailEveryWrite(const std::string& what, const std::vector<std::string>& args,
+                        const std::string& faultDir) {
         const auto before = Snapshot(out_);
         long n = 1;
         for (; n < 200; ++n) {
@@ -95,9 +101,12 @@ protected:
             tt::Result r = KestroWithFaults(args, f);
             if (r.code == 0) break;
             EXPECT_EQ(r.code, 1) << what << ", write " << n << ": " << r.err;
-            EXPECT_NE(r.err.find(out_.string()), std::string::npos) << what << ", write " << n << ": " << r.err;
-            EXPECT_NE(r.err.find(ReasonOf(f.error)), std::string::npos) << what << ", write " << n << ": " << r.err;
-            ASSERT_EQ(Snapshot(out_), before) << what << ": write " << n << " changed or left files";
+            EXPECT_NE(r.err.find(out_.string()), std::string::npos)
+                << what << ", write " << n << ": " << r.err;
+            EXPECT_NE(r.err.find(ReasonOf(f.error)), std::string::npos)
+                << what << ", write " << n << ": " << r.err;
+            ASSERT_EQ(Snapshot(out_), before)
+                << what << ": write " << n << " changed or left files";
         }
         EXPECT_GT(n, 1) << what << ": no write was made to fail";
         EXPECT_LT(n, 200) << what << ": never succeeded";
@@ -107,11 +116,14 @@ protected:
     // one whose syncs fail: both fail and change nothing.
     void FailFullDeviceAndSync(const std::string& what, const std::vector<std::string>& args) {
         const auto before = Snapshot(out_);
-        for (Faults f : {Faults{out_.string(), 0, 0}, Faults{out_.string(), 0, 3000}, Faults{out_.string(), 0, -1, true}}) {
+        for (Faults f : {Faults{out_.string(), 0, 0}, Faults{out_.string(), 0, 3000},
+                         Faults{out_.string(), 0, -1, true}}) {
             tt::Result r = KestroWithFaults(args, f);
-            EXPECT_EQ(r.code, 1) << what << " (bytes " << f.bytes << ", sync " << f.fsync << "): " << r.err;
+            EXPECT_EQ(r.code, 1) << what << " (bytes " << f.bytes << ", sync " << f.fsync
+                                 << "): " << r.err;
             EXPECT_NE(r.err.find(out_.string()), std::string::npos) << what << ": " << r.err;
-            ASSERT_EQ(Snapshot(out_), before) << what << " (bytes " << f.bytes << ", sync " << f.fsync << ")";
+            ASSERT_EQ(Snapshot(out_), before)
+                << what << " (bytes " << f.bytes << ", sync " << f.fsync << ")";
         }
     }
 
@@ -132,18 +144,23 @@ TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
         fs::remove(out_ / "V/VTS_01_0 new.IFO");
         fs::remove(out_ / "V/VTS_01_0 new.BUP");
         for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
-            fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name, fs::copy_options::overwrite_existing);
+            fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name,
+                          fs::copy_options::overwrite_existing);
         for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
             kt::WriteText((out_ / "S" / name).string(), "old\n");
     };
     reset();
-    const std::string source = (src_ / "VTS_01_0.ini").string(), ifo = (disc_ / "VTS_01_0.IFO").string();
+    const std::string source = (src_ / "VTS_01_0.ini").string(),
+                      ifo = (disc_ / "VTS_01_0.IFO").string();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
-        {"asm over an IFO and its BUP", {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
+        {"asm over an IFO and its BUP",
+         {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
         {"asm into a new file", {"asm", source, "-o", (out_ / "V/VTS_01_0 new.IFO").string()}},
         {"disasm", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--force"}},
-        {"disasm, ini side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
-        {"disasm, bin side files", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
+        {"disasm, ini side files",
+         {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
+        {"disasm, bin side files",
+         {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
     };
     for (const auto& [what, args] : runs) {
         FailEveryWrite(what, args, out_.string());
@@ -170,7 +187,8 @@ TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
     reset();
     const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
         {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
-        {"rebuild into the VIDEO_TS folder of missing folders", {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
+        {"rebuild into the VIDEO_TS folder of missing folders",
+         {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
         {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
         {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
         {"rebuild --placeholder-vobs", {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
@@ -216,7 +234,8 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     const auto complete = Snapshot(reference, true);
     auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}).code, 0);
-    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - start);
     ASSERT_EQ(Snapshot(fresh, true), complete);
     fs::remove_all(fresh);
 
@@ -232,7 +251,8 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     int cut = 0;
     for (int run = 0; run < 24; ++run) {
         const std::chrono::microseconds delay(when(random));
-        const bool ended = RunAndKill({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}, delay);
+        const bool ended =
+            RunAndKill({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}, delay);
         cut += !ended;
         if (fs::exists(fresh)) {
             EXPECT_EQ(Snapshot(fresh, true), complete) << "killed after " << delay.count() << " us";
@@ -240,9 +260,11 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
         fs::remove_all(fresh);
 
         RunAndKill({"rebuild", disc, "-o", old.string(), "-q", "--copy-vobs", "--force"}, delay);
-        ASSERT_TRUE(fs::exists(old)) << "killed after " << delay.count() << " us: the old folder is gone";
+        ASSERT_TRUE(fs::exists(old))
+            << "killed after " << delay.count() << " us: the old folder is gone";
         const auto now = Snapshot(old, true);
-        EXPECT_TRUE(now == oldShape || now == complete) << "killed after " << delay.count() << " us: a mix";
+        EXPECT_TRUE(now == oldShape || now == complete)
+            << "killed after " << delay.count() << " us: a mix";
         makeOld();
     }
     EXPECT_GT(cut, 0) << "no run was cut short";

@@ -51,16 +51,16 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
         auto keep = [&](size_t from, size_t size) {
             for (size_t k = from; k < from + size && k < r.size(); ++k) r[k] = at(record + k);
         };
-        keep(4, 6);                                       // category, menu video
-        for (size_t count : {size_t(11), size_t(93)}) {   // menu audio, menu sub-pictures
+        keep(4, 6);                                      // category, menu video
+        for (size_t count : {size_t(11), size_t(93)}) {  // menu audio, menu sub-pictures
             r[count] = at(record + count);
             for (size_t j = 1; j <= r[count]; ++j) r[count + j] = decimal(at(record + count + j));
         }
-        keep(264, 2);                                     // title video
+        keep(264, 2);  // title video
         r[267] = at(record + 267);
-        keep(268, 8 * size_t(r[267]));                    // title audio
+        keep(268, 8 * size_t(r[267]));  // title audio
         r[349] = at(record + 349);
-        keep(350, 6 * size_t(r[349]));                    // title sub-pictures
+        keep(350, 6 * size_t(r[349]));  // title sub-pictures
         for (size_t k = 0; k < r.size(); ++k) at(record + k) = r[k];
     }
     return f;
@@ -87,7 +87,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         const std::string titles =
             std::to_string(kt::BE32(original, kt::BE32(original, 196) * 2048) >> 16);
         const std::string a = work / "0.ini";
-        EXPECT_NE(LoadReportDisasm(orig, a).find("Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
+        EXPECT_NE(LoadReportDisasm(orig, a).find(
+                      "Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
                   std::string::npos);
 
         // First round: every field the tests' own reader sees is the rules' work, but for
@@ -100,7 +101,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         auto readable = [&](const std::vector<uint8_t>& file) {
             std::vector<std::string> kept;
             for (const auto& l : NavigationOf(file))
-                if (l.rfind("ptl_mait", 0) && l.rfind("txtdt_mg", 0) && l.rfind("vmgi.reserved_bytes", 0) &&
+                if (l.rfind("ptl_mait", 0) && l.rfind("txtdt_mg", 0) &&
+                    l.rfind("vmgi.reserved_bytes", 0) &&
                     (fs::exists(vob) || l.rfind("vmgi.menu_vobs", 0)))
                     kept.push_back(l);
             return kept;
@@ -130,7 +132,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             ifo = round(k, ini, &error);
             ASSERT_FALSE(ifo.empty()) << error;
             const auto next = kt::ReadBytes(ifo);
-            EXPECT_TRUE(next == ByTheRules(last)) << "round " << k << ": " << tt::Mismatch(next, ByTheRules(last));
+            EXPECT_TRUE(next == ByTheRules(last))
+                << "round " << k << ": " << tt::Mismatch(next, ByTheRules(last));
             settled = next == last;
             last = next;
         }

@@ -14,11 +14,14 @@ namespace {
 
 // A binary PGC holding only k goto-style pre commands: 244 + 8k bytes, or
 // 236 without commands; disassembled into `section` of ini when given.
-std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = "", const char* section = "") {
+std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = "",
+                            const char* section = "") {
     std::vector<uint8_t> p(236 + (k ? 8 + 8 * size_t(k) : 0), 0);
-    if (k) PutBE16(&p[228], 236), PutBE16(&p[236], uint32_t(k)), PutBE16(&p[242], uint32_t(8 * k + 7));
+    if (k)
+        PutBE16(&p[228], 236), PutBE16(&p[236], uint32_t(k)), PutBE16(&p[242], uint32_t(8 * k + 7));
     for (int i = 0; i < k; ++i) p[244 + 8 * size_t(i)] = 0x30;
-    if (!ini.empty()) CKestro_PGCI().DisasmPGCI(ini.c_str(), p.data(), 0, prefix, section, p.size());
+    if (!ini.empty())
+        CKestro_PGCI().DisasmPGCI(ini.c_str(), p.data(), 0, prefix, section, p.size());
     return p;
 }
 
@@ -29,7 +32,8 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
     std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
     std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
     PutBE32(&r[12], 4896), PutBE32(&r[28], 6), PutBE32(&r[34], 0x00ab0000), PutBE32(&r[128], 1023);
-    PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100), PutBE16(&r[62], 1);
+    PutBE32(&r[192], 7), PutBE16(&r[38], 1), PutBE16(&r[40], 1), PutBE16(&r[42], 0x0100),
+        PutBE16(&r[62], 1);
     r[33] = 0x11, r[96] = 0x01, r[341] = 1, r[342] = 0x33, r[199] = 1;
     return r;
 }
@@ -39,18 +43,21 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     tt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
     const std::string report = tt::Text(l.t);
-    for (const char* lines : {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
-                              "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 "
-                              "This Vol: 1 Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: "
-                              "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345\r\nVMG POS Code: 10000000\r\n",
-                              "VMGM_VOBU_ADMAP: 0\r\nVideo attributes of VMGM_VOBS: 4100\r\nNumber of audio streams in "
-                              "VMGM_VOBS: 2\r\n  Audio 1 attributes: 40\r\n  Audio 2 attributes: 0\r\nVMGM Number of "
-                              "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play PGC\r\n"})
+    for (const char* lines :
+         {"VMG Identifier: DVDVIDEO-VMG\r\nEnd address of VMG: 4896\r\nEnd address of VMGI: 6\r\n"
+          "Specification version number: 1.1\r\nVMG Category: ab0000\r\nVMG Number of Vols: 1 "
+          "This Vol: 1 Disk side ID: 1\r\nVMG Number of Title Sets: 1\r\nVMG Provider ID: "
+          "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345\r\nVMG POS Code: 10000000\r\n",
+          "VMGM_VOBU_ADMAP: 0\r\nVideo attributes of VMGM_VOBS: 4100\r\nNumber of audio streams in "
+          "VMGM_VOBS: 2\r\n  Audio 1 attributes: 40\r\n  Audio 2 attributes: 0\r\nVMGM Number of "
+          "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play "
+          "PGC\r\n"})
         EXPECT_NE(report.find(lines), std::string::npos) << lines;
     bool ok = true;  // the report stops at the first line that does not fit
     EXPECT_EQ(tt::Text(l.t, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
-    kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
+    kt::WriteText(l.ini,
+                  "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
@@ -58,12 +65,15 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     // Assembled, the version keeps one digit per number, the provider ID 32
     // characters. (Real discs check every field in the whole-file round trip.)
     std::string error, id = "0123456789abcdef0123456789ABCDEF";
-    kt::WriteText(l.ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"), "=KESTRO", "=" + id + "xyz"));
+    kt::WriteText(l.ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"),
+                                     "=KESTRO", "=" + id + "xyz"));
     ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
     const auto back = kt::ReadBytes(l.out);
-    EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96), "16" + id);
+    EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96),
+              "16" + id);
 
-    tt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
+    tt::Loaded<CKestro_VMG_MAT> vts(
+        Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
     EXPECT_EQ(vts.loaded, 0);
     EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
@@ -77,7 +87,8 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     CKestro_VMG_MAT fresh;
     ASSERT_EQ(l.loaded, 1);
     const std::string first = tt::Text(l.t);
-    for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector", "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
+    for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
+                             "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
     // The codec swapped the command-table header in the record: a second
     // report of the same object reads the counts byte-swapped (2 -> 512).
@@ -95,8 +106,9 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         int commands;  // -1: no First Play PGC
         size_t vobBytes, fileSize;
         uint32_t matEa, fpSa, vobsSa, vmgEa;
-    } cases[] = {{-1, 0, 2048, 1023, 0, 0, 1}, {-1, 4097, 2048, 1023, 0, 1, 4}, {97, 0, 2048, 2043, 1024, 0, 1},
-                 {98, 0, 4096, 2051, 1024, 0, 3}, {128, 0, 4096, 2291, 1024, 0, 3}, {129, 0, 0, 0, 0, 0, 0}};
+    } cases[] = {{-1, 0, 2048, 1023, 0, 0, 1},     {-1, 4097, 2048, 1023, 0, 1, 4},
+                 {97, 0, 2048, 2043, 1024, 0, 1},  {98, 0, 4096, 2051, 1024, 0, 3},
+                 {128, 0, 4096, 2291, 1024, 0, 3}, {129, 0, 0, 0, 0, 0, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.commands);
         kt::TempDir dir;
@@ -109,11 +121,14 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         ASSERT_EQ(f.size(), c.fileSize);
         EXPECT_EQ(error, c.fileSize ? "" : "First Play PGC size exceeds maximum size allowed");
         f.resize(2048, 0);
-        const uint32_t fields[] = {kt::BE32(f, 128), kt::BE32(f, 132), kt::BE32(f, 28), kt::BE32(f, 192), kt::BE32(f, 12)},
-                       want[] = {c.matEa, c.fpSa, uint32_t(c.fileSize ? c.fileSize / 2048 - 1 : 0), c.vobsSa, c.vmgEa};
+        const uint32_t fields[] = {kt::BE32(f, 128), kt::BE32(f, 132), kt::BE32(f, 28),
+                                   kt::BE32(f, 192), kt::BE32(f, 12)},
+                       want[] = {c.matEa, c.fpSa, uint32_t(c.fileSize ? c.fileSize / 2048 - 1 : 0),
+                                 c.vobsSa, c.vmgEa};
         EXPECT_EQ(std::vector<uint32_t>(fields, fields + 5), std::vector<uint32_t>(want, want + 5));
         for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(kt::BE32(f, at), 0u) << at;
-        EXPECT_TRUE(c.commands >= 0 || std::count(f.begin() + 1024, f.end(), 0) == 1024);  // nothing after the table
+        EXPECT_TRUE(c.commands >= 0 ||
+                    std::count(f.begin() + 1024, f.end(), 0) == 1024);  // nothing after the table
     }
 }
 
@@ -124,12 +139,13 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
 TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     kt::TempDir dir, dir2;
     std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", again = dir / "again.ini", error;
-    kt::WriteText(ini, vt::kMatSource + vt::Replace(vt::kTwoTitles, "=258", "=0") + vt::AtrtSource(1) +
-                           "[ptl_mait]\ncty_ns=0\nvts_ns=1\nptl_maait_ea=7\n[vmgm_c_adt]\nvmgm_vob_ns=1\n"
-                           "c_001_vob001_vts_vob_idn=1\nc_001_vob001_vts_c_idn=1\nc_001_vob001_vts_cp_sa=0\n"
-                           "c_001_vob001_vts_cp_ea=4882\n[vts_vobu_admap]\nvobu_sa0001=0\n[vmgm_pgci_ut]\n"
-                           "vmgm_lu_ns=1\nvmgm_lu_srp01_lcd=en\nvmgm_lu_srp01_exst=80\n"
-                           "[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=9\n");
+    kt::WriteText(
+        ini, vt::kMatSource + vt::Replace(vt::kTwoTitles, "=258", "=0") + vt::AtrtSource(1) +
+                 "[ptl_mait]\ncty_ns=0\nvts_ns=1\nptl_maait_ea=7\n[vmgm_c_adt]\nvmgm_vob_ns=1\n"
+                 "c_001_vob001_vts_vob_idn=1\nc_001_vob001_vts_c_idn=1\nc_001_vob001_vts_cp_sa=0\n"
+                 "c_001_vob001_vts_cp_ea=4882\n[vts_vobu_admap]\nvobu_sa0001=0\n[vmgm_pgci_ut]\n"
+                 "vmgm_lu_ns=1\nvmgm_lu_srp01_lcd=en\nvmgm_lu_srp01_exst=80\n"
+                 "[vmgm_lu]\nvmgm_lui01_pgci_srp_ns=9\n");
     AddPgc(ini, 7, "pgc_", "fp_pgci");
     for (int j = 1; j <= 9; ++j) {  // nine command-less menu PGCs: 8 + 16 + 9 * 244 = 2220 bytes
         const std::string section = "vmgm_lu01_0" + std::to_string(j);
@@ -144,10 +160,23 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     // End addresses; start sectors of TT_SRPT, VMGM_PGCI_UT, PTL_MAIT,
     // VTS_ATRT, TXTDT_MG, VMGM_C_ADT, VMGM_VOBU_ADMAP, VMGM_VOBS; then the
     // head of every table on its sector.
-    const std::pair<size_t, uint32_t> fields[] = {
-        {128, 1323}, {28, 6}, {12, 4896}, {196, 1}, {200, 2}, {204, 0}, {208, 4}, {212, 0}, {216, 5}, {220, 6},
-        {192, 7}, {2048, 0x20000}, {2 * 2048, 0x10000}, {2 * 2048 + 4, 2219}, {4 * 2048, 0x10000},
-        {5 * 2048, 0x10000}, {6 * 2048, 7}};
+    const std::pair<size_t, uint32_t> fields[] = {{128, 1323},
+                                                  {28, 6},
+                                                  {12, 4896},
+                                                  {196, 1},
+                                                  {200, 2},
+                                                  {204, 0},
+                                                  {208, 4},
+                                                  {212, 0},
+                                                  {216, 5},
+                                                  {220, 6},
+                                                  {192, 7},
+                                                  {2048, 0x20000},
+                                                  {2 * 2048, 0x10000},
+                                                  {2 * 2048 + 4, 2219},
+                                                  {4 * 2048, 0x10000},
+                                                  {5 * 2048, 0x10000},
+                                                  {6 * 2048, 7}};
     for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
 
     tt::Loaded<CKestro_VMG_MAT> l(f);

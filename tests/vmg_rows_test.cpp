@@ -27,9 +27,9 @@ TEST(VmgRows, VersionTakesOneCharacterOfMajorAndTheLowNibbleOfMinor) {
 // address's low 16 bits as the body size (7 bytes here, one pointer).
 TEST(VmgRows, ParentalTableListsEveryCountryItsCountAnnounces) {
     const std::vector<uint8_t> table = {
-        0, 2,                     // countries, more than the body holds
-        0, 2,                     // title sets
-        0, 1, 0, 7,               // end address: its low 16 bits give the body size
+        0,   2,                   // countries, more than the body holds
+        0,   2,                   // title sets
+        0,   1,   0, 7,           // end address: its low 16 bits give the body size
         'f', 'r', 0, 0, 0, 0x10,  // country 1: code, unused, PTL_MAI start 16
         0,                        // a byte past the body
     };

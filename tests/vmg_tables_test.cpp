@@ -17,27 +17,34 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
     EXPECT_EQ(size, 10032u);
     std::vector<uint8_t> want = {0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x1F,  // header, ea 31
-                                 0x3C, 0x01, 0x00, 0x0C, 0x02, 0x01, 0x01, 0x01, 0x00, 0x00, 0x10, 0x00,
-                                 0xC0, 0x2C, 0x00, 0x01, 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
+                                 0x3C, 0x01, 0x00, 0x0C, 0x02, 0x01, 0x01, 0x01,
+                                 0x00, 0x00, 0x10, 0x00, 0xC0, 0x2C, 0x00, 0x01,
+                                 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
     want.resize(2048, 0);
     EXPECT_EQ(first, want);
     Loaded<CKestro_VMG_PTT> l(first);
     EXPECT_EQ(l.t.Load(l.h, 0), 0);  // sector 0: nothing to load
     ASSERT_EQ(l.t.Load(l.h, 1), 1);
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"), {"vts_ttn01", "1"}, {"tt_pb_ty02", "xc0"}, {"tt_agl_ns02", "44"}})
+    for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"),
+                    {"vts_ttn01", "1"},
+                    {"tt_pb_ty02", "xc0"},
+                    {"tt_agl_ns02", "44"}})
         EXPECT_EQ(tt::Value(l.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(l.ini)), first);
     bool ok = false;
     const std::string rep = tt::Text(l.t, 1 << 16, &ok);
     EXPECT_TRUE(ok);
-    EXPECT_EQ(rep.find("Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
-                       "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
-                       "    Title set 1: Number of angles: 1\r\n    Title set 1: Number of PTTs: 12\r\n"
-                       "    Title set 1: Parental ID field: 513\r\n    Title set 1: Title set number: 1\r\n"
-                       "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: 4096\r\n"),
-              0u);
+    EXPECT_EQ(
+        rep.find(
+            "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
+            "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
+            "    Title set 1: Number of angles: 1\r\n    Title set 1: Number of PTTs: 12\r\n"
+            "    Title set 1: Parental ID field: 513\r\n    Title set 1: Title set number: 1\r\n"
+            "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: "
+            "4096\r\n"),
+        0u);
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
 }
 
@@ -48,8 +55,10 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
     kt::TempDir dir;
     unsigned long size;
     auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
-    EXPECT_EQ((std::vector<uint32_t>{uint32_t(size), kt::BE32(t, 4), kt::BE32(t, 16)}), (std::vector<uint32_t>{22348, 2347, 1572}));
-    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, "[vts_atrt]\nvts_ns=0\n", &size), std::vector<uint8_t>(2048, 0));
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(size), kt::BE32(t, 4), kt::BE32(t, 16)}),
+              (std::vector<uint32_t>{22348, 2347, 1572}));
+    EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, "[vts_atrt]\nvts_ns=0\n", &size),
+              std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
 }
@@ -60,23 +69,31 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
 TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
-    std::string text = vt::Replace(vt::AtrtSource(2, "x05", "4100"), "srp001_vtsm_ast_ns=1\n", "srp001_vtsm_ast_ns=29\n");
+    std::string text = vt::Replace(vt::AtrtSource(2, "x05", "4100"), "srp001_vtsm_ast_ns=1\n",
+                                   "srp001_vtsm_ast_ns=29\n");
     for (int j = 2; j <= 29; ++j)
-        text += "vts_atrt_srp001_vtsm_ast_atr" + std::to_string(j / 10) + std::to_string(j % 10) + (j == 23 ? "=2\n" : "=9\n");
+        text += "vts_atrt_srp001_vtsm_ast_atr" + std::to_string(j / 10) + std::to_string(j % 10) +
+                (j == 23 ? "=2\n" : "=9\n");
     const auto first = vt::AsmWrite<CKestro_VMG_ATRT>(dir, text, &size);
     ASSERT_EQ(first[16 + 34], 2);
-    Loaded<CKestro_VMG_ATRT> l(std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
+    Loaded<CKestro_VMG_ATRT> l(
+        std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
     ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("vts_atrt_ea", "1567"), {"vts_atrt_srp002_vts_atr_sa", "792"},
-                    {"vts_atrt_srp002_vts_atr_ea", "775"}, {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
+    for (auto kv : {std::make_pair("vts_atrt_ea", "1567"),
+                    {"vts_atrt_srp002_vts_atr_sa", "792"},
+                    {"vts_atrt_srp002_vts_atr_ea", "775"},
+                    {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
                     {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
         EXPECT_EQ(tt::Value(l.ini, "vts_atrt", kv.first), kv.second) << kv.first;
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(l.ini)), first);
 
-    const std::string rep = tt::Text(l.t), count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
-    EXPECT_EQ(rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
-                       "  VTS 1 Attribute start byte address 16\r\n    VTS Attribute end byte address 151587081\r\n"),
-              0u);
+    const std::string rep = tt::Text(l.t),
+                      count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
+    EXPECT_EQ(
+        rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
+                 "  VTS 1 Attribute start byte address 16\r\n    VTS Attribute end byte address "
+                 "151587081\r\n"),
+        0u);
     const size_t at = rep.find(count) + count.size();
     ASSERT_GT(at, count.size());
     const std::string want = "      Audio " + std::to_string(at + 1) + " attributes: 9\r\n";
@@ -87,16 +104,22 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
 // search pointer section and its Asm succeeds doing nothing; the text data's Asm and Write fail.
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
-    Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I', 'J', 'K', 'L', 0xEE, 0xEE, 0, 2, 0, 1, 0, 0x10});
-    EXPECT_EQ(tt::Text(m.t) + tt::Text(l.t),
-              "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT table: 39\r\n"
-              "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
-              "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
+    Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C',  'D',  'E', 'F', 'G', 'H', 'I', 'J',
+                                 'K', 'L', 0xEE, 0xEE, 0,   2,   0,   1,   0,   0x10});
+    EXPECT_EQ(
+        tt::Text(m.t) + tt::Text(l.t),
+        "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT "
+        "table: 39\r\n"
+        "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+        "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
     EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
     for (auto [ini, section, key, value] : std::vector<std::array<std::string, 4>>{
-             {m.ini, "ptl_mait", "vts_ns", "3"}, {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
-             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"}, {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
-             {l.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"}, {l.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
+             {m.ini, "ptl_mait", "vts_ns", "3"},
+             {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
+             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"},
+             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
+             {l.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"},
+             {l.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
              {l.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
         EXPECT_EQ(tt::Value(ini, section.c_str(), key.c_str()), value) << key;
     EXPECT_TRUE(m.t.Asm((m.dir / "absent.ini").c_str()));
@@ -109,36 +132,48 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
 // Every refused source of the management table, the title search pointers
 // and the attribute table: the exact message, and no file written.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
-    std::vector<std::array<std::string, 4>> cases = {  // table, from, to, message
+    std::vector<std::array<std::string, 4>> cases = {
+        // table, from, to, message
         {"m", "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
         {"m", "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
         {"p", "vts_ttu_ns=2\n", "", "Statement missing in vmg_ptt_srpt!"},
         {"p", "vts_sa02=70000\n", "", "[vts_sa02] Statement missing in vmg_ptt_srpt!"},
-        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01] Statement missing in vmg_ptt_srpt!"},
+        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n",
+         "[tt_pb_ty01] Statement missing in vmg_ptt_srpt!"},
         {"p", "vts_ttn01=5\n", "", "[vts_ttn01] Statement missing in vmg_ptt_srpt!"},
-        {"p", "ttu_ns=2\n", "ttu_ns=1000\n", "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
+        {"p", "ttu_ns=2\n", "ttu_ns=1000\n",
+         "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
         {"a", "vts_ns=2\n", "", "vts_ns"},
-        {"a", "srp002_vts_v_atr=x5200\n", "", "[vts_atrt_srp002_vts_v_atr] Statement missing in vts_atrt!"},
-        {"a", "srp001_vtsm_ast_atr01=x05\n", "", "[vts_atrt_srp001_vtsm_ast_atr01] Statement missing in vts_atrt!"},
+        {"a", "srp002_vts_v_atr=x5200\n", "",
+         "[vts_atrt_srp002_vts_v_atr] Statement missing in vts_atrt!"},
+        {"a", "srp001_vtsm_ast_atr01=x05\n", "",
+         "[vts_atrt_srp001_vtsm_ast_atr01] Statement missing in vts_atrt!"},
         {"a", "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
-         "[vts_atrt_srp001_vts_spst_ns] 72 subpicture streams do not fit a title set attribute record"},
-        {"a", "vts_ns=2\n", "vts_ns=100\n", "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
+         "[vts_atrt_srp001_vts_spst_ns] 72 subpicture streams do not fit a title set attribute "
+         "record"},
+        {"a", "vts_ns=2\n", "vts_ns=100\n",
+         "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
         {"a", "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
     };
     // Every statement of the management table left out in turn: it reads
     // them in this order and names the title set count vts_ns.
     const std::string mat = vt::kMatSource;
     for (size_t at = mat.find('\n') + 1; at < mat.size(); at = mat.find('\n', at) + 1) {
-        const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at), key = line.substr(0, line.find('='));
-        cases.push_back({"m", line, "", key == "vmg_id"   ? "VMG ID is missing"
-                                        : key == "vmg_ns" ? "[vts_ns] Statement missing in vmgi_mat"
-                                                          : "[" + key + "] Statement missing in vmgi_mat"});
+        const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at),
+                          key = line.substr(0, line.find('='));
+        cases.push_back({"m", line, "",
+                         key == "vmg_id"   ? "VMG ID is missing"
+                         : key == "vmg_ns" ? "[vts_ns] Statement missing in vmgi_mat"
+                                           : "[" + key + "] Statement missing in vmgi_mat"});
     }
     kt::TempDir dir;
     const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
     for (const auto& [table, from, to, message] : cases) {
         SCOPED_TRACE(from + " -> " + to);
-        kt::WriteText(ini, vt::Replace(table == "m" ? vt::kMatSource : table == "p" ? vt::kTwoTitles : vt::AtrtSource(2), from, to));
+        kt::WriteText(ini, vt::Replace(table == "m"   ? vt::kMatSource
+                                       : table == "p" ? vt::kTwoTitles
+                                                      : vt::AtrtSource(2),
+                                       from, to));
         std::string error;
         bool ok = false;
         auto run = [&](auto&& t) { ok = t.Asm(ini.c_str()), error = tt::Error(t); };

@@ -26,16 +26,20 @@ const char* const kMatSource =
     "vmgm_ast_atr=x4000656e00000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
 const char* const kTwoTitles =
     "[vmg_ptt_srpt]\nvts_ttu_ns=2\n"
-    "tt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\ntt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01=5\nvts_sa01=4096\n"
-    "tt_pb_ty02=3c\ntt_agl_ns02=300\ntt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_sa02=70000\n";
-inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const char* video = "x4100") {
+    "tt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\ntt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01="
+    "5\nvts_sa01=4096\n"
+    "tt_pb_ty02=3c\ntt_agl_ns02=300\ntt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_"
+    "sa02=70000\n";
+inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
+                              const char* video = "x4100") {
     std::string t = "[vts_atrt]\nvts_ns=" + std::to_string(sets);
     for (int i = 1; i <= sets; ++i) {
         const std::string k = "\nvts_atrt_srp00" + std::to_string(i) + "_";
-        t += k + "vts_cat=" + std::to_string(i) + k + "vtsm_v_atr=" + video + k + "vtsm_ast_ns=1" + k +
-             "vtsm_ast_atr01=" + menuAudio + k + "vtsm_spst_ns=1" + k + "vtsm_spst_atr01=x01" + k +
-             "vts_v_atr=x5200" + k + "vts_ast_ns=1" + k + "vts_ast_atr01=x0102030405060708" + k +
-             "vts_spst_ns=2" + k + "vts_spst_atr01=xa1a2a3a4a5a6" + k + "vts_spst_atr02=xb1b2b3b4b5b6";
+        t += k + "vts_cat=" + std::to_string(i) + k + "vtsm_v_atr=" + video + k + "vtsm_ast_ns=1" +
+             k + "vtsm_ast_atr01=" + menuAudio + k + "vtsm_spst_ns=1" + k + "vtsm_spst_atr01=x01" +
+             k + "vts_v_atr=x5200" + k + "vts_ast_ns=1" + k + "vts_ast_atr01=x0102030405060708" +
+             k + "vts_spst_ns=2" + k + "vts_spst_atr01=xa1a2a3a4a5a6" + k +
+             "vts_spst_atr02=xb1b2b3b4b5b6";
     }
     return t + "\n";
 }
@@ -43,7 +47,8 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05", const cha
 // Assembles a sub-table from `text` alone and returns what its Write put
 // after a first sector; `size` gets sectors * 10000 + bytes.
 template <class T>
-std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, unsigned long* size = nullptr) {
+std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
+                              unsigned long* size = nullptr) {
     const std::string ini = dir / "w.ini", out = dir / "w.ifo";
     T t;
     kt::WriteText(ini, text);
@@ -55,7 +60,9 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, u
         tt::File h(out, true);
         kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
         EXPECT_TRUE(t.Write(h));
-        if (std::is_same<T, CKestro_VMG_PTT>::value) { EXPECT_TRUE(t.Write(h)); }  // writes nothing more
+        if (std::is_same<T, CKestro_VMG_PTT>::value) {
+            EXPECT_TRUE(t.Write(h));
+        }  // writes nothing more
     }
     const auto f = kt::ReadBytes(out);
     return {f.begin() + 2048, f.end()};
@@ -64,7 +71,8 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text, u
 // Rebuilds VIDEO_TS.IFO at out as a host does: creates and assembles each
 // sub-table whose count the source holds, then the management table lays
 // out and writes the file. On failure `error` gets the error text.
-inline bool AssembleVmg(const std::string& ini, const std::string& out, std::string* error = nullptr) {
+inline bool AssembleVmg(const std::string& ini, const std::string& out,
+                        std::string* error = nullptr) {
     CKestro_VMG_MAT mat;
     CKestro_PGCI codec;
     bool ok = true;
@@ -78,9 +86,11 @@ inline bool AssembleVmg(const std::string& ini, const std::string& out, std::str
         check(*t, t->Asm(ini.c_str(), extra...));
     };
     using M = CKestro_VMG_MAT;
-    sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT), sub("vmgm_pgci_ut", "vmgm_lu_ns", &M::NewVMGM_PGCI, &codec);
+    sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT),
+        sub("vmgm_pgci_ut", "vmgm_lu_ns", &M::NewVMGM_PGCI, &codec);
     sub("ptl_mait", "cty_ns", &M::NewVMGM_MAIT), sub("vts_atrt", "vts_ns", &M::NewVMGM_ATRT);
-    sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT), sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
+    sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT),
+        sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
     const int h = ok ? int(mat.CreateKestroFile(out.c_str())) : -1;
     if (h < 0) return false;
     check(mat, mat.Asm(ini.c_str(), h, out.c_str()));

@@ -14,12 +14,15 @@ namespace vt {
 
 using tt::Bytes;
 
-inline void SetIni(const std::string& path, const char* section, const char* key, const std::string& value) {
+inline void SetIni(const std::string& path, const char* section, const char* key,
+                   const std::string& value) {
     INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
 }
 
 // A PGC of the 236-byte general information only.
-inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) { return Bytes().zeros(4).be32(playTime).zeros(228); }
+inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) {
+    return Bytes().zeros(4).be32(playTime).zeros(228);
+}
 
 // A management table with the given start sectors, 2 audio and 1 sub-picture streams.
 inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
@@ -27,9 +30,12 @@ inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
     std::memcpy(m.data(), "DVDVIDEO-VTS", 12);
     std::vector<std::pair<size_t, uint32_t>> words = {{12, 127906}, {28, 9}, {34, 1}, {128, 2047}};
     for (size_t i = 0; i < sa.size(); ++i) words.push_back({192 + 4 * i, sa[i]});
-    for (auto [at, v] : words) for (int i = 0; i < 4; ++i) m[at + i] = uint8_t(v >> (24 - 8 * i));
-    m[33] = 0x11, m[256] = 0x4d, m[257] = 0x01, m[259] = 1, m[341] = 1, m[512] = 0x53, m[515] = 2, m[597] = 1;
-    for (int i = 0; i < 16; ++i) m[260 + i % 8] = uint8_t(0x10 + i % 8), m[516 + i] = uint8_t(0x30 + 16 * (i / 8) + i % 8);
+    for (auto [at, v] : words)
+        for (int i = 0; i < 4; ++i) m[at + i] = uint8_t(v >> (24 - 8 * i));
+    m[33] = 0x11, m[256] = 0x4d, m[257] = 0x01, m[259] = 1, m[341] = 1, m[512] = 0x53, m[515] = 2,
+    m[597] = 1;
+    for (int i = 0; i < 16; ++i)
+        m[260 + i % 8] = uint8_t(0x10 + i % 8), m[516 + i] = uint8_t(0x30 + 16 * (i / 8) + i % 8);
     for (int i = 0; i < 6; ++i) m[342 + i] = uint8_t(0x20 + i), m[598 + i] = uint8_t(0x50 + i);
     for (int i = 0; i < 24 * 8; ++i) m[792 + i] = uint8_t(i);
     return m;
@@ -44,10 +50,14 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     ut.be16(1).be16(0).be32(16 + 8 + 8 + 236 - 1).u8('e').u8('n').u8(0).u8(0x80).be32(16);
     ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).add(BarePgc());
     const std::vector<uint8_t> tables[] = {
-        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1), pgcit, ut,
+        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1),
+        pgcit,
+        ut,
         Bytes().be16(1).be16(0).be32(23).be32(12).u8(1).u8(0).be16(2).be32(0).be32(5),
-        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9), Bytes().be32(7).be32(0),
-        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999), Bytes().be32(11).be32(0).be32(500)};
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9),
+        Bytes().be32(7).be32(0),
+        Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999),
+        Bytes().be32(11).be32(0).be32(500)};
     std::vector<uint8_t> file = SyntheticMat({0, 10, 1, 2, menuTable ? 4u : 0u, 5, 6, 7, 8, 9});
     for (auto& t : tables) {
         file.insert(file.end(), t.begin(), t.end());
@@ -57,8 +67,8 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
 }
 
 // Assembles into `out` each table `loaded` holds, then the whole file at ifoPath.
-inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec, const std::string& ini,
-                   const std::string& ifoPath, bool absolute) {
+inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec,
+                   const std::string& ini, const std::string& ifoPath, bool absolute) {
     const char* p = ini.c_str();
     if (loaded.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
     if (loaded.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);

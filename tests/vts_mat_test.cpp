@@ -22,10 +22,14 @@ TEST(VtsMat, ReportSourceAndWrite) {
     // The identifier runs on into VTS_EA as held (127906 = 0x1F3A2, least
     // significant byte first) up to its zero byte.
     const std::pair<size_t, const char*> want[] = {
-        {0, "VTS Identifier: DVDVIDEO-VTS\xa2\xf3\x01"}, {3, "Specification version number: 1.1"},
-        {10, "Start sector address of VTSM_PGCI_UT: 4"}, {16, "Video attributes of VTSM_VOBS: 4d01"},
-        {19, "Number of VTSM subpicture streams: 1"}, {20, "VTSM subpicture attributes: 202122232425"},
-        {24, "  Audio 2 attributes: 4041424344454647"}, {26, "  Subpicture stream 1 attributes: 505152535455"}};
+        {0, "VTS Identifier: DVDVIDEO-VTS\xa2\xf3\x01"},
+        {3, "Specification version number: 1.1"},
+        {10, "Start sector address of VTSM_PGCI_UT: 4"},
+        {16, "Video attributes of VTSM_VOBS: 4d01"},
+        {19, "Number of VTSM subpicture streams: 1"},
+        {20, "VTSM subpicture attributes: 202122232425"},
+        {24, "  Audio 2 attributes: 4041424344454647"},
+        {26, "  Subpicture stream 1 attributes: 505152535455"}};
     for (const auto& w : want) EXPECT_EQ(lines[w.first], w.second);
     EXPECT_EQ(tt::Lines(tt::Text(l.t, 100, &ok)).size(), 3u);
     EXPECT_FALSE(ok);
@@ -43,9 +47,12 @@ TEST(VtsMat, ReportSourceAndWrite) {
 // Load creates the file's tables, a second Load releases them, a non-title-set
 // leaves them alone; New replaces and Delete releases (sanitizer: leaks).
 TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
-    Loaded noMenus(vt::SyntheticVtsi(false)), cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false);
-    EXPECT_TRUE(noMenus.t.GetVTS_TMAPT() && !noMenus.t.GetVTSM_PGCI_UT() && !noMenus.t.GetVTSM_LU());
-    EXPECT_TRUE(cut.loaded == 1 && !cut.t.GetVTS_PTT_SRPT() && !cut.t.GetVTS_PGCIT()) << "start sector 0: no table";
+    Loaded noMenus(vt::SyntheticVtsi(false)),
+        cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false);
+    EXPECT_TRUE(noMenus.t.GetVTS_TMAPT() && !noMenus.t.GetVTSM_PGCI_UT() &&
+                !noMenus.t.GetVTSM_LU());
+    EXPECT_TRUE(cut.loaded == 1 && !cut.t.GetVTS_PTT_SRPT() && !cut.t.GetVTS_PGCIT())
+        << "start sector 0: no table";
     Loaded l(vt::SyntheticVtsi());
     ASSERT_TRUE(l.t.GetVTSM_LU() && l.t.GetVTS_VOBU_ADMAP());
     kt::WriteBytes(l.dir / "junk", std::vector<uint8_t>(4096, 7));
@@ -86,7 +93,8 @@ void MakeVob(const kt::TempDir& dir, const std::string& name, uint64_t bytes) {
 class VtsAssembly : public ::testing::Test {
 protected:
     void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
-    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr, const std::string& ifo = "VTS_01_0.IFO") {
+    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr,
+                               const std::string& ifo = "VTS_01_0.IFO") {
         CKestro_VTS_MAT mat;
         const bool ok = vt::AsmAll(l.t, mat, codec, l.ini, out / ifo, absolute);
         if (error) *error = tt::Error(mat);
@@ -95,9 +103,12 @@ protected:
         return got;
     }
     // Replaces statements of "vtsi_mat"; returns what they were.
-    std::vector<std::pair<const char*, std::string>> Set(const std::vector<std::pair<const char*, std::string>>& kv) {
+    std::vector<std::pair<const char*, std::string>> Set(
+        const std::vector<std::pair<const char*, std::string>>& kv) {
         std::vector<std::pair<const char*, std::string>> old;
-        for (auto& e : kv) old.emplace_back(e.first, tt::Value(l.ini, "vtsi_mat", e.first)), vt::SetIni(l.ini, "vtsi_mat", e.first, e.second);
+        for (auto& e : kv)
+            old.emplace_back(e.first, tt::Value(l.ini, "vtsi_mat", e.first)),
+                vt::SetIni(l.ini, "vtsi_mat", e.first, e.second);
         INIFlushFiles();
         return old;
     }
@@ -117,7 +128,12 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
         {{}, 0, 10, 19, nullptr, "VTS_01_0.IFO"},
         {{{"vts_01_0.vob", 10}}, 10, 20, 29, nullptr, "VTS_01_0.IFO"},
         {{{"VTS_01_0.VOB", 10}, {"VTS_01_1.VOB", 1000}}, 10, 20, 1029, nullptr, "VTS_01_0.IFO"},
-        {{{"vts_01_1.vob", 100}, {"vts_01_3.vob", 500}}, 0, 10, 119, nullptr, "VTS_01_0.IFO"},  // a gap ends them
+        {{{"vts_01_1.vob", 100}, {"vts_01_3.vob", 500}},
+         0,
+         10,
+         119,
+         nullptr,
+         "VTS_01_0.IFO"},                          // a gap ends them
         {{}, 0, 10, 28, nullptr, "VTS_01_0.IFO"},  // ten title VOBs of a sector: nine are counted
         // The 32-bit byte total of five 1 GiB VOBs wraps; VTS_EA follows it, no size limit fires.
         {{}, 0, 10, 19 + (1 << 19), nullptr, "VTS_01_0.IFO"},
@@ -133,15 +149,17 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
         for (auto c : cases) {
             SCOPED_TRACE(std::to_string(c.vtsEa) + (absolute ? " (AsmAbs)" : " (Asm)"));
             for (int i = 1, many = c.vobs.empty() && c.vtsEa > 19; many && i <= 10; ++i)
-                c.vobs.push_back({"vts_01_" + std::to_string(i) + ".vob", c.vtsEa == 28 ? 1 : (i <= 5 ? 1 << 19 : 0)});
+                c.vobs.push_back({"vts_01_" + std::to_string(i) + ".vob",
+                                  c.vtsEa == 28 ? 1 : (i <= 5 ? 1 << 19 : 0)});
             for (auto& e : kt::fs::directory_iterator(out.path())) kt::fs::remove(e.path());
             for (auto& v : c.vobs)
                 if (v.second || c.failing) MakeVob(out, v.first, v.second ? v.second * 2048 : 2049);
             std::string error;
             const std::vector<uint8_t> got = Build(absolute, &error, c.ifo);
             if (c.failing) {
-                EXPECT_EQ(error, (absolute ? "Warning! VOB file " : "VOB file ") + (out / c.failing) +
-                                     " is not divisble by 2048, a requirement of DVD-Video standards.");
+                EXPECT_EQ(error,
+                          (absolute ? "Warning! VOB file " : "VOB file ") + (out / c.failing) +
+                              " is not divisble by 2048, a requirement of DVD-Video standards.");
                 continue;
             }
             EXPECT_EQ(kt::BE32(got, 192), absolute && !c.menuSa ? 77u : c.menuSa);
@@ -149,8 +167,10 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
             EXPECT_EQ(kt::BE32(got, 12), c.vtsEa);
             EXPECT_EQ(kt::BE32(got, 28), 9u);  // VTSI_EA
             EXPECT_EQ(tt::Slice(got, 200, 32), tt::Slice(original, 200, 32));
-            EXPECT_EQ(tt::Slice(got, 2048, original.size()), tt::Slice(original, 2048, original.size()));
-            EXPECT_EQ(tt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01})) << "menu video attribute: low byte";
+            EXPECT_EQ(tt::Slice(got, 2048, original.size()),
+                      tt::Slice(original, 2048, original.size()));
+            EXPECT_EQ(tt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01}))
+                << "menu video attribute: low byte";
         }
     }
 }
@@ -158,9 +178,12 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
 // A missing statement (AsmAbs reads all, Asm those marked) or a wrong identifier stops assembly.
 TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
     std::istringstream keys(  // "+": read by Asm too
-        "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa vts_ptt_srpt_sa vts_pgcit_sa "
-        "vtsm_pgci_ut_sa vts_tmapt_sa vtsm_c_adt_sa vtsm_vobu_admap_sa vts_c_adt_sa vts_vobu_admap_sa vtsm_v_atr+ "
-        "vtsm_ast_ns+ vtsm_ast_atr+ vtsm_spst_ns+ vtsm_spst_atr+ vts_v_atr+ vts_ast_ns+ vts_ast_atrt02+ vts_spst_ns+ "
+        "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa "
+        "vts_ptt_srpt_sa vts_pgcit_sa "
+        "vtsm_pgci_ut_sa vts_tmapt_sa vtsm_c_adt_sa vtsm_vobu_admap_sa vts_c_adt_sa "
+        "vts_vobu_admap_sa vtsm_v_atr+ "
+        "vtsm_ast_ns+ vtsm_ast_atr+ vtsm_spst_ns+ vtsm_spst_atr+ vts_v_atr+ vts_ast_ns+ "
+        "vts_ast_atrt02+ vts_spst_ns+ "
         "vts_spst_atrt01+ vts_mu_ast_atrt08+");
     for (std::string key; keys >> key;) {
         const bool asmReads = key.back() == '+';
@@ -170,7 +193,9 @@ TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
             if (key == "vts_id") want = "VTS ID is missing";
             if (key == "vts_spst_ns" && absolute) want = "vts_spst_ns";
             if (!absolute && !asmReads) want = "";
-            auto old = Set({{key.c_str(), "$" + tt::Value(l.ini, "vtsi_mat", key.c_str())}});  // "$..." reads as missing
+            auto old =
+                Set({{key.c_str(), "$" + tt::Value(l.ini, "vtsi_mat",
+                                                   key.c_str())}});  // "$..." reads as missing
             Build(absolute, &error);
             EXPECT_EQ(error, want) << key << (absolute ? " (AsmAbs)" : " (Asm)");
             Set(old);
@@ -198,7 +223,8 @@ std::vector<std::string> NavigationByTheRules(const std::vector<std::string>& li
         if (name == "vtsi.menu_video") value = "00" + value.substr(2);
         if (name == "vtsi.reserved_bytes") value = "";
         bool dropped = false;
-        for (const std::string t : {"vtsm_c_adt", "vts_c_adt", "vtsm_vobu_admap", "vts_vobu_admap"}) {
+        for (const std::string t :
+             {"vtsm_c_adt", "vts_c_adt", "vtsm_vobu_admap", "vts_vobu_admap"}) {
             const bool cells = t.find("c_adt") != std::string::npos;
             if (cells && name == t + ".vobs") kept[t] = std::stoul(value);
             if (name == t + ".entries") {
@@ -250,7 +276,8 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
             if (menuSa) vob("vts_01_0.vob", titleSa - menuSa);
             uint64_t title = titleSectors;
             for (int i = 1; title > 0 && i <= 9; ++i, title -= std::min<uint64_t>(title, 524287))
-                vob("vts_01_" + std::to_string(i) + ".vob", std::min<uint64_t>(title, 524287));  // under 1 GiB each
+                vob("vts_01_" + std::to_string(i) + ".vob",
+                    std::min<uint64_t>(title, 524287));  // under 1 GiB each
             ASSERT_EQ(title, 0u);
         }
         const std::string copy = work / "VTS_01_0.IFO", rebuilt = work / "out/VTS_01_0.IFO",
@@ -258,12 +285,15 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
         kt::fs::copy_file(original, copy);
         const auto expected = NavigationByTheRules(NavigationOf(bytes));
         // One trip: the file at `from` reported, disassembled into `ini` and rebuilt at `to`.
-        auto trip = [&](const std::string& from, const std::string& ini, const std::string& to, bool absolute) {
+        auto trip = [&](const std::string& from, const std::string& ini, const std::string& to,
+                        bool absolute) {
             tt::File f(from);
             CKestro_VTS_MAT mat, built;
             CKestro_PGCI codec;
             ASSERT_EQ(mat.Load(f.h), 1);
-            EXPECT_EQ(tt::Walk(mat, (1 << 22) - 3, ini, true).rfind("VTS Identifier: DVDVIDEO-VTS", 0), 0u);
+            EXPECT_EQ(
+                tt::Walk(mat, (1 << 22) - 3, ini, true).rfind("VTS Identifier: DVDVIDEO-VTS", 0),
+                0u);
             ASSERT_TRUE(vt::AsmAll(mat, built, codec, ini, to, absolute)) << tt::Error(built);
         };
         for (bool absolute : {false, true}) {
@@ -272,9 +302,11 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
             const auto got = kt::ReadBytes(rebuilt);
             const auto navigation = NavigationOf(got);
             EXPECT_TRUE(navigation == expected) << tt::Mismatch(navigation, expected);
-            if (tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40) && got.size() == bytes.size()) {
+            if (tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40) &&
+                got.size() == bytes.size()) {
                 ++sameLayout;
-                EXPECT_TRUE(got == BytesByTheRules(bytes, titleSectors)) << "the original's layout, kept";
+                EXPECT_TRUE(got == BytesByTheRules(bytes, titleSectors))
+                    << "the original's layout, kept";
             }
             ASSERT_NO_FATAL_FAILURE(trip(rebuilt, work / "s2.ini", again, absolute));
             EXPECT_TRUE(kt::ReadBytes(again) == got) << "a second trip changes nothing";

@@ -59,10 +59,12 @@ TEST(VtsRows, ABodyCutInsideAnEntryListsOnlyItsWholeEntries) {
 
     CKestro_PGCI codec;
     tt::Loaded<CKestro_VTS_PGCIT> pgcit(header(2)
-                                            .be32(0x81000000).be32(24)  // search pointer 1
-                                            .be32(0x82000000).be32(24)  // search pointer 2
-                                            .add(vt::BarePgc())         // PGC 1
-                                            .zeros(10),                 // the start of PGC 2
+                                            .be32(0x81000000)
+                                            .be32(24)  // search pointer 1
+                                            .be32(0x82000000)
+                                            .be32(24)            // search pointer 2
+                                            .add(vt::BarePgc())  // PGC 1
+                                            .zeros(10),          // the start of PGC 2
                                         1, false);
     ASSERT_TRUE(pgcit.t.Disasm(pgcit.ini.c_str(), &codec));
     std::vector<char> buf(1 << 16, 0);

@@ -11,9 +11,12 @@ namespace {
 CKestro_PGCI codec;
 
 // A table's report in room + 3 bytes; the PGC table reports through the codec.
-std::string Report(CBaseKestro& t, int room = 1 << 20, bool* ok = nullptr) { return tt::Text(t, room, ok); }
+std::string Report(CBaseKestro& t, int room = 1 << 20, bool* ok = nullptr) {
+    return tt::Text(t, room, ok);
+}
 std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr) {
-    return tt::Text(tt::TableOps{"", [&](char* b, int n) { return t.Details(&codec, b, n); }, {}}, room, ok);
+    return tt::Text(tt::TableOps{"", [&](char* b, int n) { return t.Details(&codec, b, n); }, {}},
+                    room, ok);
 }
 
 // What Write puts out after Get, as the file builder calls them.
@@ -23,13 +26,31 @@ std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrot
 }
 
 // Two title units of three and two chapters, playing PGC 1 and PGC 2.
-const std::vector<uint8_t> kTitles = Bytes().be16(2).be16(0).be32(35).be32(16).be32(28).be32(0x10001).be32(0x10002)
-                                         .be32(0x10003).be32(0x20001).be32(0x20002);
+const std::vector<uint8_t> kTitles = Bytes()
+                                         .be16(2)
+                                         .be16(0)
+                                         .be32(35)
+                                         .be32(16)
+                                         .be32(28)
+                                         .be32(0x10001)
+                                         .be32(0x10002)
+                                         .be32(0x10003)
+                                         .be32(0x20001)
+                                         .be32(0x20002);
 // A bare PGC and one with a pre command, two programs and two cells.
 std::vector<uint8_t> TwoPgcs() {
-    const auto a = vt::BarePgc(), b = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
-    return Bytes().be16(2).be16(0).be32(uint32_t(24 + a.size() + b.size() - 1)).be32(0x81000000).be32(24)
-        .be32(0x02000000).be32(uint32_t(24 + a.size())).add(a).add(b);
+    const auto a = vt::BarePgc(),
+               b = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
+    return Bytes()
+        .be16(2)
+        .be16(0)
+        .be32(uint32_t(24 + a.size() + b.size() - 1))
+        .be32(0x81000000)
+        .be32(24)
+        .be32(0x02000000)
+        .be32(uint32_t(24 + a.size()))
+        .add(a)
+        .add(b);
 }
 // Time maps of the given time units and entries (bit 31: discontinuity).
 std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint32_t>>>& maps) {
@@ -40,7 +61,12 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
         body.u8(m.first).u8(0).be16(uint32_t(m.second.size()));
         for (uint32_t e : m.second) body.be32(e);
     }
-    return Bytes().be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.size()) - 1).add(b).add(body);
+    return Bytes()
+        .be16(uint32_t(maps.size()))
+        .be16(0)
+        .be32(at + uint32_t(body.size()) - 1)
+        .add(b)
+        .add(body);
 }
 
 // PTT_SRPT and VTS_TMAPT reports, the caller's file position kept.
@@ -51,14 +77,20 @@ TEST(VtsTables, Reports) {
     kestro::FileSeek(ptt.h, 100, 0);
     bool ok = false;
     const std::string first = "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n";
-    EXPECT_EQ(Report(ptt.t, 1 << 16, &ok), first + "End byte address of PTT_SRPT table: 35\r\n"
-              "  Starting memory address of TTU 1: 16\r\n  Starting memory address of TTU 2: 28\r\nPTT Number 1:\r\n"
-              "    Program chain number (PGCN): 1 Program number (PG): 1\r\n    Program chain number (PGCN): 1 Program number (PG): 2\r\n"
-              "    Program chain number (PGCN): 1 Program number (PG): 3\r\nPTT Number 2:\r\n"
-              "    Program chain number (PGCN): 2 Program number (PG): 1\r\n    Program chain number (PGCN): 2 Program number (PG): 2\r\n");
+    EXPECT_EQ(Report(ptt.t, 1 << 16, &ok),
+              first +
+                  "End byte address of PTT_SRPT table: 35\r\n"
+                  "  Starting memory address of TTU 1: 16\r\n  Starting memory address of TTU 2: "
+                  "28\r\nPTT Number 1:\r\n"
+                  "    Program chain number (PGCN): 1 Program number (PG): 1\r\n    Program chain "
+                  "number (PGCN): 1 Program number (PG): 2\r\n"
+                  "    Program chain number (PGCN): 1 Program number (PG): 3\r\nPTT Number 2:\r\n"
+                  "    Program chain number (PGCN): 2 Program number (PG): 1\r\n    Program chain "
+                  "number (PGCN): 2 Program number (PG): 2\r\n");
     EXPECT_TRUE(ok);
     EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
-    EXPECT_EQ(Report(ptt.t, 54, &ok) + "|" + Report(ptt.t, 55, &ok), "|" + first) << "54 characters need a room of 55";
+    EXPECT_EQ(Report(ptt.t, 54, &ok) + "|" + Report(ptt.t, 55, &ok), "|" + first)
+        << "54 characters need a room of 55";
     EXPECT_FALSE(ok);
     tt::Loaded<CKestro_PTT_SRPT> empty(Bytes().be16(0).be16(0).be32(7));
     EXPECT_EQ(tt::Lines(Report(empty.t, 4096, &ok)).size(), 2u);
@@ -66,10 +98,14 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(tt::Error(empty.t), "  ERROR: vts_ttu_ns = 0");
 
     tt::Loaded<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
-    EXPECT_EQ(Report(tmap.t, 4000, &ok), "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
-              "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
-              "    Discontinuity Entry 1 at sector address 4660\r\n    Entry 2 at sector address 4700\r\n"
-              "  Time map 2 byte start address 28.\r\n  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
+    EXPECT_EQ(
+        Report(tmap.t, 4000, &ok),
+        "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
+        "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of "
+        "1 seconds.\r\n"
+        "    Discontinuity Entry 1 at sector address 4660\r\n    Entry 2 at sector address 4700\r\n"
+        "  Time map 2 byte start address 28.\r\n  Time map 2 contains 0 entries using time unit of "
+        "2 seconds.\r\n");
 }
 
 // PGC reports indented by five, each followed by a blank line. At every room
@@ -80,11 +116,15 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     const std::string full = Report(p.t);
     const std::vector<std::string> lines = tt::Lines(full);
     ASSERT_GT(lines.size(), 82u);
-    const std::vector<std::string> head = {"Number of VTS_PGCI_SRP: 2", "End byte address of VTS_PGCI table: 569",
-        "  VTS_PGC Category 1: 81000000", "  VTS_PGCI memory offset address 1: 24", "    Program Chain Information Table (PGCI) 1",
-        "     PGC: Number of Programs: 0"};
+    const std::vector<std::string> head = {"Number of VTS_PGCI_SRP: 2",
+                                           "End byte address of VTS_PGCI table: 569",
+                                           "  VTS_PGC Category 1: 81000000",
+                                           "  VTS_PGCI memory offset address 1: 24",
+                                           "    Program Chain Information Table (PGCI) 1",
+                                           "     PGC: Number of Programs: 0"};
     EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 6), head);
-    EXPECT_EQ(lines[5 + 74] + lines[5 + 75] + lines.back(), "   VTS_PGC Category 2: 02000000 ") << "74 lines for the bare PGC";
+    EXPECT_EQ(lines[5 + 74] + lines[5 + 75] + lines.back(), "   VTS_PGC Category 2: 02000000 ")
+        << "74 lines for the bare PGC";
     EXPECT_NE(full.find("\r\n           1: 3002000000010000 "), std::string::npos);
     const int total = int(full.size());
     int firstFull = -1;
@@ -121,7 +161,8 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     ASSERT_TRUE(tmap.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap01_sa"), "20.");
     EXPECT_EQ(tt::Value(dir / "x TmapTable1.ini", "vts_tmapti", "vts_tmap01_entry01_discon"), "1");
-    EXPECT_EQ(tt::Value(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"), "297");
+    EXPECT_EQ(tt::Value(dir / "x TmapTable3.ini", "vts_tmapti", "vts_tmap03_entry100_address"),
+              "297");
     EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable2.ini")) << "a map without entries has none";
     ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
     EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
@@ -132,7 +173,8 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     const std::string bin = dir / "x.bin";
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
-    EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8), (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
+    EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8),
+              (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded(maps));
 }
@@ -150,24 +192,75 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         {'p', {{"000ptt_srp", "001 001 001"}}, false, "IFO assembler error! In vts_ttu_ns", {}},
         {'p', {{"vts_ttu_ns", "2"}}, true, "", Bytes().be16(2).be16(0).be32(15).be32(16).be32(16)},
         // A gap ends the entries; fields are read from fixed columns.
-        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "001 1000 003"}, {"001ptt_srp", "1"}, {"003ptt_srp", "001 009 009"}},
-         true, "", Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0)},
-        {'p', {{"vts_ttu_ns", "1"}, {"000ptt_srp", "002 001 001"}}, false,
-         "IFO assembler error! [000ptt_srp] names TTU 2 outside 1 to vts_ttu_ns (1)", {}},
-        {'p', {{"vts_ttu_ns", "1000"}}, false, "IFO assembler error! vts_ttu_ns = 1000, at most 999 title units are supported", {}},
+        {'p',
+         {{"vts_ttu_ns", "1"},
+          {"000ptt_srp", "001 1000 003"},
+          {"001ptt_srp", "1"},
+          {"003ptt_srp", "001 009 009"}},
+         true,
+         "",
+         Bytes().be16(1).be16(0).be32(19).be32(12).be16(100).be16(3).be32(0)},
+        {'p',
+         {{"vts_ttu_ns", "1"}, {"000ptt_srp", "002 001 001"}},
+         false,
+         "IFO assembler error! [000ptt_srp] names TTU 2 outside 1 to vts_ttu_ns (1)",
+         {}},
+        {'p',
+         {{"vts_ttu_ns", "1000"}},
+         false,
+         "IFO assembler error! vts_ttu_ns = 1000, at most 999 title units are supported",
+         {}},
         {'g', {}, false, "[vts_pgci_srp_ns] Statement missing in vts_pgciti", {}},
-        {'g', {{"vts_pgci_srp_ns", "3"}, {"vts_pgc_cat01", "81000000"}, {"vts_pgc_cat03", "0"}}, false,
-         "[vts_pgc_cat02] Statement missing in vts_pgciti", {}},
-        {'g', {{"vts_pgci_srp_ns", "257"}}, false, "[vts_pgci_srp_ns] 257 PGCs in vts_pgciti, at most 256 are supported", {}},
+        {'g',
+         {{"vts_pgci_srp_ns", "3"}, {"vts_pgc_cat01", "81000000"}, {"vts_pgc_cat03", "0"}},
+         false,
+         "[vts_pgc_cat02] Statement missing in vts_pgciti",
+         {}},
+        {'g',
+         {{"vts_pgci_srp_ns", "257"}},
+         false,
+         "[vts_pgci_srp_ns] 257 PGCs in vts_pgciti, at most 256 are supported",
+         {}},
         {'t', {{"vts_tmap_ns", "0"}}, true, "", {}},
-        {'t', {{"vts_tmap_ns", "1000"}}, false, "[vts_tmap_ns] 1000 time maps in vts_tmapt, at most 999 are supported", {}},
-        {'t', {{"vts_tmap_ns", "1"}, {"vts_tmap01_tmu", "4"}}, true, "[vts_tmap01_map_en_ns] Statement missing in vts_tmapti", {}},
+        {'t',
+         {{"vts_tmap_ns", "1000"}},
+         false,
+         "[vts_tmap_ns] 1000 time maps in vts_tmapt, at most 999 are supported",
+         {}},
+        {'t',
+         {{"vts_tmap_ns", "1"}, {"vts_tmap01_tmu", "4"}},
+         true,
+         "[vts_tmap01_map_en_ns] Statement missing in vts_tmapti",
+         {}},
         // A missing entry: the map keeps its count and zeros, the next map goes on and lacks its time unit.
-        {'t', {{"vts_tmap_ns", "3"}, {"vts_tmap01_tmu", "4"}, {"vts_tmap01_map_en_ns", "3"}, {"vts_tmap01_entry01_discon", "1"},
-               {"vts_tmap01_entry01_address", "5"}, {"vts_tmap01_entry02_discon", "0"}, {"vts_tmap01_entry03_discon", "0"},
-               {"vts_tmap01_entry03_address", "7"}, {"vts_tmap02_tmu", "1"}, {"vts_tmap02_map_en_ns", "0"}},
-         true, "[vts_tmap03_tmu] Statement missing in vts_tmapti",
-         Bytes().be16(3).be16(0).be32(35).be32(16).be32(32).u8(4).u8(0).be16(3).be32(0x80000005u).be32(0).be32(0).u8(1).u8(0).be16(0)},
+        {'t',
+         {{"vts_tmap_ns", "3"},
+          {"vts_tmap01_tmu", "4"},
+          {"vts_tmap01_map_en_ns", "3"},
+          {"vts_tmap01_entry01_discon", "1"},
+          {"vts_tmap01_entry01_address", "5"},
+          {"vts_tmap01_entry02_discon", "0"},
+          {"vts_tmap01_entry03_discon", "0"},
+          {"vts_tmap01_entry03_address", "7"},
+          {"vts_tmap02_tmu", "1"},
+          {"vts_tmap02_map_en_ns", "0"}},
+         true,
+         "[vts_tmap03_tmu] Statement missing in vts_tmapti",
+         Bytes()
+             .be16(3)
+             .be16(0)
+             .be32(35)
+             .be32(16)
+             .be32(32)
+             .u8(4)
+             .u8(0)
+             .be16(3)
+             .be32(0x80000005u)
+             .be32(0)
+             .be32(0)
+             .u8(1)
+             .u8(0)
+             .be16(0)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.kind + (c.statements.empty() ? "" : c.statements.back().first));
@@ -175,11 +268,19 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         const std::string ini = dir / "s.ini";
         vt::SetIni(ini, "other", "k", "v");
         for (auto& kv : c.statements)
-            vt::SetIni(ini, c.kind == 'p' ? "vts_ptt_srpt" : c.kind == 'g' ? "vts_pgcit" : kv.first == "vts_tmap_ns" ? "vts_tmapt" : "vts_tmapti",
+            vt::SetIni(ini,
+                       c.kind == 'p'               ? "vts_ptt_srpt"
+                       : c.kind == 'g'             ? "vts_pgcit"
+                       : kv.first == "vts_tmap_ns" ? "vts_tmapt"
+                                                   : "vts_tmapti",
                        kv.first.c_str(), kv.second);
         INIFlushFiles();
-        CKestro_PTT_SRPT ptt; CKestro_VTS_PGCIT pgcit; CKestro_VTS_TMAP tmap;
-        CBaseKestro& t = c.kind == 'p' ? (CBaseKestro&)ptt : c.kind == 'g' ? (CBaseKestro&)pgcit : tmap;
+        CKestro_PTT_SRPT ptt;
+        CKestro_VTS_PGCIT pgcit;
+        CKestro_VTS_TMAP tmap;
+        CBaseKestro& t = c.kind == 'p'   ? (CBaseKestro&)ptt
+                         : c.kind == 'g' ? (CBaseKestro&)pgcit
+                                         : tmap;
         EXPECT_EQ(c.kind == 'g' ? pgcit.Asm(ini.c_str(), &codec) : t.Asm(ini.c_str()), c.ok);
         EXPECT_EQ(tt::Error(t), c.error);
         if (!c.ok && c.kind != 't') continue;
@@ -194,16 +295,36 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 // Pointers, addresses and counts outside the table, a file cut short: all three
 // readers report and disassemble from zeros, never foreign memory, never endlessly.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
-    const std::vector<uint8_t> pgc = Bytes().be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000);
+    const std::vector<uint8_t> pgc =
+        Bytes().be16(0).u8(0x7F).u8(255).zeros(224).be16(2000).be16(3000).be16(4000).be16(60000);
     const std::vector<uint8_t> tables[] = {
         Bytes().be16(3).be16(0).be32(0xFFFFFFF0u).be32(20).be32(8).be32(0x7FFFFFFF).be32(1),
         Bytes().be16(65535).be16(0).be32(40).be32(16),
         Bytes().be16(2).be16(0).be32(4000).be32(16).be32(0),
-        Bytes().be16(3).be16(0).be32(0x7FFFFFFF).be32(1).be32(0xFFFFFFF0).be32(2).be32(3).zeros(800),
+        Bytes()
+            .be16(3)
+            .be16(0)
+            .be32(0x7FFFFFFF)
+            .be32(1)
+            .be32(0xFFFFFFF0)
+            .be32(2)
+            .be32(3)
+            .zeros(800),
         Bytes().be16(1).be16(0).be32(300).be32(0).be32(16).add(pgc).zeros(300),
         Bytes().be16(60000).be16(0).be32(20000).zeros(20000),
         // every map points at one region announcing 65535 entries
-        Bytes().be16(4).be16(0).be32(0x7FFFFFFF).be32(24).be32(24).be32(24).be32(24).u8(1).u8(0).be16(65535).be32(1),
+        Bytes()
+            .be16(4)
+            .be16(0)
+            .be32(0x7FFFFFFF)
+            .be32(24)
+            .be32(24)
+            .be32(24)
+            .be32(24)
+            .u8(1)
+            .u8(0)
+            .be16(65535)
+            .be32(1),
         Bytes().be16(3).be16(0).be32(100).be32(0).be32(4).be32(0xFFFFFFFF),
         Bytes().be16(65535).be16(0).be32(11).be32(12),
     };

@@ -44,7 +44,8 @@ std::string IfoNameOf(const fs::path& source) {
     return "VIDEO_TS.IFO";
 }
 
-kc::Result CheckSource(const fs::path& source, const kc::Options& options, const std::string& vobSizes) {
+kc::Result CheckSource(const fs::path& source, const kc::Options& options,
+                       const std::string& vobSizes) {
     PrivateDir work(PrivateDir::InMemory{});
     const fs::path disc = work / "disc";
     fs::create_directories(disc);
@@ -52,7 +53,8 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options, const
     // The neighbours the layout measures: VOB files, and the title sets'
     // IFO files from which a video manager takes its title start sectors.
     std::error_code ec;
-    for (fs::directory_iterator it(source.parent_path(), ec), end; !ec && it != end; it.increment(ec)) {
+    for (fs::directory_iterator it(source.parent_path(), ec), end; !ec && it != end;
+         it.increment(ec)) {
         const std::string n = UpperName(it->path().filename().string());
         const std::string ext = n.size() > 4 ? n.substr(n.size() - 4) : "";
         if (n == name || (ext != ".VOB" && ext != ".IFO" && ext != ".BUP")) continue;
@@ -74,8 +76,9 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options, const
     const fs::path ini = work / "src.ini";
     fs::copy_file(source, ini);
     const std::string stem = SideStem(source), into = SideStem(ini);
-    for (const std::string& side : {TmapIniSuffix(1), std::string(kTmapBinSuffix),
-                                    std::string(kVtsAdmapBinSuffix), std::string(kVtsmAdmapBinSuffix)})
+    for (const std::string& side :
+         {TmapIniSuffix(1), std::string(kTmapBinSuffix), std::string(kVtsAdmapBinSuffix),
+          std::string(kVtsmAdmapBinSuffix)})
         if (fs::exists(stem + side)) fs::copy_file(stem + side, into + side);
     for (int k = 2; fs::exists(stem + TmapIniSuffix(k)); ++k)
         fs::copy_file(stem + TmapIniSuffix(k), into + TmapIniSuffix(k));
@@ -91,7 +94,8 @@ kc::Result CheckSource(const fs::path& source, const kc::Options& options, const
     return kc::CheckIfoFile(out.string(), options);
 }
 
-kc::Result CheckPath(const std::string& path, const kc::Options& options, const std::string& vobSizes) {
+kc::Result CheckPath(const std::string& path, const kc::Options& options,
+                     const std::string& vobSizes) {
     const fs::path p(path);
     if (fs::is_directory(p)) return kc::CheckFolder(path, options);
     if (!fs::is_regular_file(p)) {
@@ -114,8 +118,9 @@ std::string Plural(size_t n, const char* one, const char* many) {
 }
 
 std::string Summary(const kc::Result& r) {
-    return Plural(r.files.size(), "file", "files") + " checked: " +
-           Plural(r.Errors(), "error", "errors") + ", " + Plural(r.Warnings(), "warning", "warnings");
+    return Plural(r.files.size(), "file", "files") +
+           " checked: " + Plural(r.Errors(), "error", "errors") + ", " +
+           Plural(r.Warnings(), "warning", "warnings");
 }
 
 nlohmann::json ToJson(const kc::Finding& f) {
@@ -144,8 +149,10 @@ int RunCheck(const CheckArgs& args) {
         const kc::Result r = CheckPath(path, options, args.vobSizes);
         if (!r.ok) {
             failed = true;
-            if (args.json) paths.push_back({{"path", path}, {"error", r.error}});
-            else Complain(r.error);
+            if (args.json)
+                paths.push_back({{"path", path}, {"error", r.error}});
+            else
+                Complain(r.error);
             continue;
         }
         errors += r.Errors();

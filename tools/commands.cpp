@@ -211,7 +211,8 @@ int RunDisasm(const DisasmArgs& args) {
         staged.push_back(std::make_unique<StagedFile>(side, args.force));
     }
     staged[0]->Write(ReadAll(ini));
-    for (size_t k = 0; k < sides.size(); ++k) staged[k + 1]->Write(ReadAll(SideStem(ini) + sides[k]));
+    for (size_t k = 0; k < sides.size(); ++k)
+        staged[k + 1]->Write(ReadAll(SideStem(ini) + sides[k]));
     // Side files of an earlier source of the same name that this one does
     // not have would be read with it by asm: they go with the commit.
     for (const auto& s : SideSuffixesOf(output))
@@ -275,8 +276,7 @@ int RunAsm(const AsmArgs& args) {
                      std::atol(Statement(ini, "vmgi_mat", "vmgm_vobs_sa", "0").c_str()) != 0;
     if (expectVob && !ExistsNoCase(output.parent_path(), vob))
         Complain("warning: " + name + ": no " + vob + " next to it; the " +
-                 (outcome.kind == IfoKind::Vmg ? "menu" : "title") +
-                 " VOB addresses count none");
+                 (outcome.kind == IfoKind::Vmg ? "menu" : "title") + " VOB addresses count none");
     const std::vector<unsigned char> bytes = ReadAll(built);
     CheckIfoComplete(bytes, output);
     ifo.Write(bytes);

@@ -80,7 +80,6 @@ void RemoveStale(const fs::path& dir, const std::string& prefix, const fs::path&
     }
 }
 
-
 }  // namespace
 
 void RemoveStaleSiblings(const fs::path& final) {
@@ -212,7 +211,8 @@ void CommitAll(const std::vector<StagedFile*>& files) {
         // Staged files are created private (mode 0600): a replaced file
         // keeps its mode, a new one gets the usual mode.
         if (!f->temp_.empty())
-            ::chmod(f->temp_.c_str(), exists && S_ISREG(st.st_mode) ? st.st_mode & 07777 : 0666 & ~mask);
+            ::chmod(f->temp_.c_str(),
+                    exists && S_ISREG(st.st_mode) ? st.st_mode & 07777 : 0666 & ~mask);
         try {
             // Any existing name but a folder is kept (link() links a
             // symbolic link itself), so that undoing puts it back.
@@ -325,8 +325,7 @@ void WriteFileChecked(const fs::path& path, const std::vector<unsigned char>& by
 
 void CopyFileChecked(const fs::path& from, const fs::path& to, const fs::path& shownAs) {
     Fd in(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
-    if (in.fd < 0)
-        throw ToolError("cannot read " + from.string() + ": " + SystemReason(errno));
+    if (in.fd < 0) throw ToolError("cannot read " + from.string() + ": " + SystemReason(errno));
     Fd out(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (out.fd < 0) Fail(shownAs, errno);
     std::vector<unsigned char> buf(1 << 20);
@@ -366,8 +365,8 @@ void CheckIfoComplete(const std::vector<unsigned char>& ifo, const fs::path& sho
     };
     if (ifo.size() < 32 || std::memcmp(ifo.data(), "DVDVIDEO-V", 10) != 0)
         incomplete("the assembled file is incomplete");
-    const unsigned long long last = (unsigned long long)ifo[28] << 24 | ifo[29] << 16 |
-                                    ifo[30] << 8 | ifo[31];
+    const unsigned long long last =
+        (unsigned long long)ifo[28] << 24 | ifo[29] << 16 | ifo[30] << 8 | ifo[31];
     if (ifo.size() != (last + 1) * 2048)
         incomplete("the assembled file is " + std::to_string(ifo.size()) + " bytes, not " +
                    std::to_string((last + 1) * 2048));
@@ -439,8 +438,7 @@ void CopyFileTo(const fs::path& from, const fs::path& to) {
     }
     // A copy of a file on read-only media is read-only too; the copy is ours.
     std::error_code ec;
-    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add,
-                    ec);
+    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add, ec);
 }
 
 bool OpensForWriting(const fs::path& p) {
@@ -486,8 +484,7 @@ bool ExistsNoCase(const fs::path& dir, const std::string& name) {
 fs::path VideoTsFolderOf(const fs::path& folder) {
     std::error_code ec;
     for (auto& e : fs::directory_iterator(folder, ec)) {
-        if (e.is_directory() && Upper(e.path().filename().string()) == "VIDEO_TS")
-            return e.path();
+        if (e.is_directory() && Upper(e.path().filename().string()) == "VIDEO_TS") return e.path();
     }
     return folder;
 }

@@ -57,9 +57,9 @@ struct StreamedTry {
 
     ReportSink& sink;
     const char* table;
-    char* canary;           // kLongestLine / 2 before the end of the room
-    size_t passedBefore;    // characters of the report earlier tries passed on
-    size_t handed = 0;      // characters of the report this try has reached
+    char* canary;         // kLongestLine / 2 before the end of the room
+    size_t passedBefore;  // characters of the report earlier tries passed on
+    size_t handed = 0;    // characters of the report this try has reached
     bool overflow = false;
 
     bool Overflowed() {
@@ -122,7 +122,7 @@ void ReportOne(const fs::path& ifo, std::unique_ptr<Session>& session, size_t ta
         if (!attempt.overflow) attempt.Pass(buf, used);
         if (run == LoadedIfo::kDone && !attempt.overflow) return sink.Done(name, true, error);
         sink.Done(name, false,
-                  atLimit          ? "report stopped after 256 MiB (the table's counts look damaged)"
+                  atLimit ? "report stopped after 256 MiB (the table's counts look damaged)"
                   : !error.empty() ? error
                   : nearFull       ? "report larger than the largest buffer tried"
                                    : "report failed");
@@ -150,9 +150,7 @@ IfoKind KindOfIfo(const fs::path& ifo) {
     throw ToolError(ifo.string() + ": not a DVD-Video information file");
 }
 
-const char* KindName(IfoKind kind) {
-    return kind == IfoKind::Vmg ? "video manager" : "title set";
-}
+const char* KindName(IfoKind kind) { return kind == IfoKind::Vmg ? "video manager" : "title set"; }
 
 std::string TmapIniSuffix(int map) { return kestro::disc::TmapIniSuffix(map); }
 
@@ -186,8 +184,7 @@ std::vector<std::string> SectionsOf(const fs::path& ini) {
     return kestro::disc::SectionsOf(ini.string());
 }
 
-std::string Statement(const fs::path& ini, const char* section, const char* key,
-                      const char* def) {
+std::string Statement(const fs::path& ini, const char* section, const char* key, const char* def) {
     return kestro::disc::Statement(ini.string(), section, key, def);
 }
 
@@ -197,8 +194,8 @@ AsmOutcome AsmIfo(const fs::path& ini, const fs::path& out, const fs::path& vobD
     options.absolute = absolute;
     options.lenient = lenient;
     options.libraryRules = libraryRules;
-    kestro::disc::AsmResult r = kestro::disc::AssembleIfo(ini.string(), out.string(),
-                                                          vobDir.string(), ifoName, options);
+    kestro::disc::AsmResult r =
+        kestro::disc::AssembleIfo(ini.string(), out.string(), vobDir.string(), ifoName, options);
     if (!r.ok) throw ToolError(r.error);
     AsmOutcome outcome;
     outcome.kind = r.kind == kestro::disc::IfoKind::VideoManager ? IfoKind::Vmg : IfoKind::Vts;

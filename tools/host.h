@@ -61,10 +61,10 @@ using SideFiles = kestro::disc::SideFiles;
 
 // Side files belong to a source file by name: the source path with its last
 // four characters (".ini") replaced by one of these suffixes.
-std::string TmapIniSuffix(int map);  // " TmapTable<k>.ini"
-extern const char* const kTmapBinSuffix;      // " tmap.bin"
-extern const char* const kVtsAdmapBinSuffix;  // " vts_vobu_admap.bin"
-extern const char* const kVtsmAdmapBinSuffix; // " vtsm_vobu_admap.bin"
+std::string TmapIniSuffix(int map);            // " TmapTable<k>.ini"
+extern const char* const kTmapBinSuffix;       // " tmap.bin"
+extern const char* const kVtsAdmapBinSuffix;   // " vts_vobu_admap.bin"
+extern const char* const kVtsmAdmapBinSuffix;  // " vtsm_vobu_admap.bin"
 std::string SideStem(const fs::path& source);  // the path less its last four characters
 
 // Writes the source of `ifo` (a private copy) into `ini`, whose name must

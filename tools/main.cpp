@@ -28,7 +28,8 @@ constexpr const char* kLibraryRulesHelp =
 const CLI::Validator kNotAnOption(
     [](std::string& value) {
         if (value.size() < 2 || value[0] != '-') return std::string();
-        return "needs a value, not '" + value + "' (a name that starts with '-' is given as ./-name)";
+        return "needs a value, not '" + value +
+               "' (a name that starts with '-' is given as ./-name)";
     },
     "");
 
@@ -90,7 +91,10 @@ int main(int argc, char** argv) {
     auto* cRebuild = app.add_subcommand(
         "rebuild", "Disassemble and reassemble every IFO file of a DVD folder into a new folder");
     cRebuild->add_option("DIR", rebuild.input, "DVD folder (or its VIDEO_TS folder)")->required();
-    cRebuild->add_option("-o,--output", rebuild.output, "New DVD folder: the disc root (gets a VIDEO_TS folder) or its VIDEO_TS folder; missing folders are created")
+    cRebuild
+        ->add_option("-o,--output", rebuild.output,
+                     "New DVD folder: the disc root (gets a VIDEO_TS folder) or its VIDEO_TS "
+                     "folder; missing folders are created")
         ->type_name("DIR")
         ->check(kNotAnOption)
         ->required();
@@ -109,8 +113,9 @@ int main(int argc, char** argv) {
         "check", "Find what is wrong with a disc's navigation (exit status 1 when anything is)");
     cCheck->add_option("PATH", check.paths, "DVD folder, IFO file, or source file")->required();
     cCheck->add_flag("--json", check.json, "Write the findings as JSON");
-    cCheck->add_flag("--ifo-only", check.ifoOnly,
-                     "The folders hold navigation files only: say nothing of missing BUP and VOB files");
+    cCheck->add_flag(
+        "--ifo-only", check.ifoOnly,
+        "The folders hold navigation files only: say nothing of missing BUP and VOB files");
     cCheck->add_flag("-q,--quiet", check.quiet, "Print the summary lines only");
     cCheck
         ->add_option("--vob-sizes", check.vobSizes,
@@ -127,7 +132,9 @@ int main(int argc, char** argv) {
         app.exit(e);  // the message and where help is, on stderr
         return 2;
     }
-    disasm.side = side == "ini" ? SideFiles::Ini : side == "bin" ? SideFiles::Binary : SideFiles::None;
+    disasm.side = side == "ini"   ? SideFiles::Ini
+                  : side == "bin" ? SideFiles::Binary
+                                  : SideFiles::None;
     assemble.backup = !noBackup;
 
     try {

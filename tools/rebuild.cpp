@@ -27,8 +27,8 @@ const std::vector<TablePlace>& PlacesOf(IfoKind kind) {
         {212, "TXTDT_MG"}, {216, "VMGM_C_ADT"},   {220, "VMGM_VOBU_ADMAP"},
     };
     static const std::vector<TablePlace> vts = {
-        {200, "VTS_PTT_SRPT"}, {204, "VTS_PGCIT"},       {208, "VTSM_PGCI_UT"},
-        {212, "VTS_TMAPT"},    {216, "VTSM_C_ADT"},      {220, "VTSM_VOBU_ADMAP"},
+        {200, "VTS_PTT_SRPT"}, {204, "VTS_PGCIT"},      {208, "VTSM_PGCI_UT"},
+        {212, "VTS_TMAPT"},    {216, "VTSM_C_ADT"},     {220, "VTSM_VOBU_ADMAP"},
         {224, "VTS_C_ADT"},    {228, "VTS_VOBU_ADMAP"},
     };
     return kind == IfoKind::Vmg ? vmg : vts;
@@ -41,25 +41,42 @@ struct Field {
 };
 const std::vector<Field>& FieldsOf(IfoKind kind) {
     static const std::vector<Field> vmg = {
-        {12, 4, "vmg_ea"},         {28, 4, "vmgi_ea"},           {32, 2, "vern"},
-        {34, 4, "vmg_cat"},        {38, 8, "vlms_id"},           {62, 2, "vmg_ns"},
-        {64, 32, "pvr_id"},        {96, 8, "pos_cd"},            {128, 4, "vmgi_mat_ea"},
-        {132, 4, "fp_pgci_sa"},    {192, 4, "vmgm_vobs_sa"},     {196, 4, "tt_srpt_sa"},
-        {200, 4, "vmgm_pgci_ut_sa"}, {204, 4, "ptl_mait_sa"},    {208, 4, "vts_atrt_sa"},
-        {212, 4, "txtdt_mg_sa"},   {216, 4, "vmgm_c_adt_sa"},    {220, 4, "vmgm_vobu_admap_sa"},
-        {256, 2, "vmgm_v_atr"},    {258, 2, "vmgm_ast_ns"},      {260, 64, "vmgm_ast_atr"},
-        {340, 2, "vmgm_spst_ns"},  {342, 192, "vmgm_spst_atr"},
+        {12, 4, "vmg_ea"},           {28, 4, "vmgi_ea"},          {32, 2, "vern"},
+        {34, 4, "vmg_cat"},          {38, 8, "vlms_id"},          {62, 2, "vmg_ns"},
+        {64, 32, "pvr_id"},          {96, 8, "pos_cd"},           {128, 4, "vmgi_mat_ea"},
+        {132, 4, "fp_pgci_sa"},      {192, 4, "vmgm_vobs_sa"},    {196, 4, "tt_srpt_sa"},
+        {200, 4, "vmgm_pgci_ut_sa"}, {204, 4, "ptl_mait_sa"},     {208, 4, "vts_atrt_sa"},
+        {212, 4, "txtdt_mg_sa"},     {216, 4, "vmgm_c_adt_sa"},   {220, 4, "vmgm_vobu_admap_sa"},
+        {256, 2, "vmgm_v_atr"},      {258, 2, "vmgm_ast_ns"},     {260, 64, "vmgm_ast_atr"},
+        {340, 2, "vmgm_spst_ns"},    {342, 192, "vmgm_spst_atr"},
     };
     static const std::vector<Field> vts = {
-        {12, 4, "vts_ea"},           {28, 4, "vtsi_ea"},          {32, 2, "vern"},
-        {34, 4, "vts_cat"},          {128, 4, "vtsi_mat_ea"},     {192, 4, "vtsm_vobs_sa"},
-        {196, 4, "vtstt_vobs_sa"},   {200, 4, "vts_ptt_srpt_sa"}, {204, 4, "vts_pgcit_sa"},
-        {208, 4, "vtsm_pgci_ut_sa"}, {212, 4, "vts_tmapt_sa"},    {216, 4, "vtsm_c_adt_sa"},
-        {220, 4, "vtsm_vobu_admap_sa"}, {224, 4, "vts_c_adt_sa"}, {228, 4, "vts_vobu_admap_sa"},
-        {256, 2, "vtsm_v_atr"},      {258, 2, "vtsm_ast_ns"},     {260, 64, "vtsm_ast_atr"},
-        {340, 2, "vtsm_spst_ns"},    {342, 192, "vtsm_spst_atr"}, {512, 2, "vts_v_atr"},
-        {514, 2, "vts_ast_ns"},      {516, 64, "vts_ast_atrt"},   {596, 2, "vts_spst_ns"},
-        {598, 192, "vts_spst_atrt"}, {792, 192, "vts_mu_ast_atrt"},
+        {12, 4, "vts_ea"},
+        {28, 4, "vtsi_ea"},
+        {32, 2, "vern"},
+        {34, 4, "vts_cat"},
+        {128, 4, "vtsi_mat_ea"},
+        {192, 4, "vtsm_vobs_sa"},
+        {196, 4, "vtstt_vobs_sa"},
+        {200, 4, "vts_ptt_srpt_sa"},
+        {204, 4, "vts_pgcit_sa"},
+        {208, 4, "vtsm_pgci_ut_sa"},
+        {212, 4, "vts_tmapt_sa"},
+        {216, 4, "vtsm_c_adt_sa"},
+        {220, 4, "vtsm_vobu_admap_sa"},
+        {224, 4, "vts_c_adt_sa"},
+        {228, 4, "vts_vobu_admap_sa"},
+        {256, 2, "vtsm_v_atr"},
+        {258, 2, "vtsm_ast_ns"},
+        {260, 64, "vtsm_ast_atr"},
+        {340, 2, "vtsm_spst_ns"},
+        {342, 192, "vtsm_spst_atr"},
+        {512, 2, "vts_v_atr"},
+        {514, 2, "vts_ast_ns"},
+        {516, 64, "vts_ast_atrt"},
+        {596, 2, "vts_spst_ns"},
+        {598, 192, "vts_spst_atrt"},
+        {792, 192, "vts_mu_ast_atrt"},
     };
     return kind == IfoKind::Vmg ? vmg : vts;
 }
@@ -131,14 +148,14 @@ std::vector<std::string> CompareIfo(const std::vector<unsigned char>& before,
     std::vector<Extent> a = LayoutOf(before, kind), b = LayoutOf(after, kind);
     const auto& places = PlacesOf(kind);
     for (size_t i = 0; i < a.size(); ++i) {
-        std::string name = i == 0 ? (kind == IfoKind::Vmg ? "VMGI_MAT" : "VTSI_MAT")
-                                  : places[i - 1].name;
+        std::string name =
+            i == 0 ? (kind == IfoKind::Vmg ? "VMGI_MAT" : "VTSI_MAT") : places[i - 1].name;
         std::ostringstream line;
         line << "  " << name << std::string(name.size() < 16 ? 16 - name.size() : 1, ' ');
         if (!a[i].present && !b[i].present) continue;
         if (!b[i].present) {
-            line << "dropped (" << a[i].end - a[i].begin << " bytes at sector "
-                 << a[i].begin / 2048 << ")";
+            line << "dropped (" << a[i].end - a[i].begin << " bytes at sector " << a[i].begin / 2048
+                 << ")";
             lines.push_back(line.str());
             continue;
         }

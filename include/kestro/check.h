@@ -53,7 +53,7 @@ KESTRO_API std::string FormatFinding(const Finding& finding);
 // A disc held in memory: its IFO files (with their BUP copies where
 // present) and the sizes of its VOB files.
 struct IfoImage {
-    std::string name;            // "VIDEO_TS.IFO" or "VTS_nn_0.IFO", upper case
+    std::string name;  // "VIDEO_TS.IFO" or "VTS_nn_0.IFO", upper case
     std::vector<uint8_t> bytes;
     bool hasBackup = false;
     std::vector<uint8_t> backup;  // the .BUP copy
@@ -76,10 +76,10 @@ struct Options {
 };
 
 struct Result {
-    bool ok = false;                // false when the input could not be read at all
-    std::string error;              // why not
+    bool ok = false;                 // false when the input could not be read at all
+    std::string error;               // why not
     std::vector<std::string> files;  // the files checked, in the order checked
-    std::vector<Finding> findings;  // in file order, then table order
+    std::vector<Finding> findings;   // in file order, then table order
     KESTRO_API size_t Errors() const;
     KESTRO_API size_t Warnings() const;
 };

@@ -38,7 +38,7 @@ namespace disc {
 using Command = std::array<uint8_t, 8>;
 
 struct CellPlayback {
-    uint32_t category = 0;  // cell type, block, seamless flags, still time, command
+    uint32_t category = 0;      // cell type, block, seamless flags, still time, command
     uint32_t playbackTime = 0;  // BCD hours, minutes, seconds, frames
     uint32_t firstVobuStart = 0, firstIluEnd = 0, lastVobuStart = 0, lastVobuEnd = 0;
 };
@@ -66,7 +66,7 @@ struct Pgc {
 };
 
 struct PgcSearchPointer {
-    uint32_t category = 0;  // entry flag, title number or menu type, parental mask
+    uint32_t category = 0;   // entry flag, title number or menu type, parental mask
     uint32_t startByte = 0;  // layout
     Pgc pgc;
 };
@@ -79,7 +79,7 @@ struct PgcTable {
 };
 
 struct MenuLanguageUnit {
-    uint16_t language = 0;  // ISO 639 code, two characters
+    uint16_t language = 0;   // ISO 639 code, two characters
     uint8_t menuExists = 0;  // which menus the unit has
     uint32_t startByte = 0;  // layout
     PgcTable table;
@@ -125,8 +125,8 @@ struct TitleSearchPointer {
 // PTL_MAIT: per country eight parental levels, each a mask for the video
 // manager and every title set.
 struct ParentalCountry {
-    uint16_t countryCode = 0;  // two characters
-    uint16_t startByte = 0;    // layout
+    uint16_t countryCode = 0;                     // two characters
+    uint16_t startByte = 0;                       // layout
     std::array<std::vector<uint16_t>, 8> levels;  // levels[0] is level 8, levels[7] level 1
 };
 struct ParentalManagement {
@@ -216,7 +216,7 @@ enum class SideFiles {
 
 // Side files belong to a source by name: the source path less its last four
 // characters, followed by one of these.
-KESTRO_API std::string TmapIniSuffix(int map);  // " TmapTable<k>.ini"
+KESTRO_API std::string TmapIniSuffix(int map);            // " TmapTable<k>.ini"
 KESTRO_API extern const char* const kTmapBinSuffix;       // " tmap.bin"
 KESTRO_API extern const char* const kVtsAdmapBinSuffix;   // " vts_vobu_admap.bin"
 KESTRO_API extern const char* const kVtsmAdmapBinSuffix;  // " vtsm_vobu_admap.bin"
@@ -260,8 +260,8 @@ private:
 
 struct DisasmResult {
     bool ok = false;
-    std::string error;                 // "<TABLE>: <reason>" or "<path>: <reason>"
-    std::vector<std::string> sides;    // suffixes of the side files written
+    std::string error;               // "<TABLE>: <reason>" or "<path>: <reason>"
+    std::vector<std::string> sides;  // suffixes of the side files written
 };
 
 // Writes the source of `ifo` into `ini` (whose name ends in ".ini"). The

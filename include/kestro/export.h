@@ -4,13 +4,13 @@
 #define KESTRO_EXPORT_H
 
 #if defined(_WIN32)
-#  if defined(KESTRO_BUILDING)
-#    define KESTRO_API __declspec(dllexport)
-#  else
-#    define KESTRO_API __declspec(dllimport)
-#  endif
+#if defined(KESTRO_BUILDING)
+#define KESTRO_API __declspec(dllexport)
 #else
-#  define KESTRO_API __attribute__((visibility("default")))
+#define KESTRO_API __declspec(dllimport)
+#endif
+#else
+#define KESTRO_API __attribute__((visibility("default")))
 #endif
 
 #endif

@@ -65,9 +65,9 @@ struct KESTRO_API LoadedTable {
     uint16_t reserved = 0;    // as read
     uint32_t endAddress = 0;  // host order
     uint16_t hFile = 0;
-    uint32_t bodyPos = 0;     // file position right after the header
-    uint32_t savedPos = 0;    // caller's position during a read-back
-    uint32_t bodySize = 0;    // bytes read back as the body
+    uint32_t bodyPos = 0;   // file position right after the header
+    uint32_t savedPos = 0;  // caller's position during a read-back
+    uint32_t bodySize = 0;  // bytes read back as the body
     // Body held during one Details or Disasm call only. Holds what the file
     // actually gave (never more than bodySize); reads beyond it see zeros.
     std::vector<uint8_t> body;

@@ -38,12 +38,12 @@ public:
     // must hold room + indent + 3 bytes. The command-table header in the
     // caller's buffer is byte-swapped in place.
     // This form trusts the PGC to lie wholly inside the caller's buffer.
-    int DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset,
-                      char* out, int room);
+    int DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset, char* out,
+                      int room);
     // The same, reading only the dataSize bytes the caller holds at data:
     // anything an offset or count points at beyond them reads as zero.
-    int DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset,
-                      char* out, int room, unsigned long dataSize);
+    int DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset, char* out,
+                      int room, unsigned long dataSize);
 
     // Writes the PGC at data + offset as source keys with the given prefix
     // into section of iniFile, then flushes the INI store. Always true.

@@ -51,7 +51,7 @@ protected:
 
     const kestro::CellTableKind* m_kind;
     LoadedTable m_loaded;
-    uint8_t m_header[8];  // assembled header, file byte order
+    uint8_t m_header[8];                             // assembled header, file byte order
     std::vector<std::array<uint8_t, 12>> m_records;  // assembled entries, file byte order
 };
 
@@ -110,8 +110,8 @@ protected:
     bool ReadSideFile(const char* path, bool counted);
 
     const kestro::VobuMapKind* m_kind;
-    uint32_t m_entriesPos;   // file position of entry 1
-    uint32_t m_endAddress;   // host order
+    uint32_t m_entriesPos;             // file position of entry 1
+    uint32_t m_endAddress;             // host order
     std::vector<uint8_t> m_loadedMap;  // entries as in the file (big-endian)
     uint16_t m_loadedCount;
     uint16_t m_hLoaded;
@@ -257,9 +257,9 @@ protected:
 class KESTRO_API CKestro_VMGM_LU : public CKestroLanguageUnits {
 public:
     CKestro_VMGM_LU();
-    using CBaseKestro::Load;
     using CBaseKestro::Details;
     using CBaseKestro::Disasm;
+    using CBaseKestro::Load;
     // Returns true and does nothing.
     bool Asm(const char* iniPath) override;
     // hFile is not used; startSector is the unit table's start sector.
@@ -273,9 +273,9 @@ public:
 class KESTRO_API CKestro_VTSM_LU : public CKestroLanguageUnits {
 public:
     CKestro_VTSM_LU();
-    using CBaseKestro::Load;
     using CBaseKestro::Details;
     using CBaseKestro::Disasm;
+    using CBaseKestro::Load;
     // Sets both results to 0.
     void Get(unsigned long* a, unsigned long* b) override;
     // Virtual slots 7, 8 and 9.

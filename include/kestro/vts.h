@@ -52,9 +52,9 @@ public:
 
 private:
     LoadedTable m_loaded;
-    uint8_t m_header[8];                              // file byte order
-    std::vector<std::array<uint8_t, 4>> m_entries;    // file byte order
-    std::array<uint16_t, kMaxTitleUnits> m_perTtu;    // entries per TTU
+    uint8_t m_header[8];                            // file byte order
+    std::vector<std::array<uint8_t, 4>> m_entries;  // file byte order
+    std::array<uint16_t, kMaxTitleUnits> m_perTtu;  // entries per TTU
 };
 
 // ===========================================================================
@@ -71,10 +71,10 @@ public:
     CKestro_VTS_PGCIT();
     ~CKestro_VTS_PGCIT() override;
 
-    using CBaseKestro::Load;
+    using CBaseKestro::Asm;
     using CBaseKestro::Details;
     using CBaseKestro::Disasm;
-    using CBaseKestro::Asm;
+    using CBaseKestro::Load;
     int Load(int hFile, unsigned long startSector);
 
     // Report of the loaded table with the report of every PGC. A PGC report
@@ -92,8 +92,8 @@ private:
     void ReleaseAssembled();
 
     LoadedTable m_loaded;  // count and end address double as the written header
-    std::vector<std::array<uint8_t, 8>> m_srp;      // search pointers
-    std::vector<std::vector<uint8_t>> m_images;     // binary PGCs
+    std::vector<std::array<uint8_t, 8>> m_srp;   // search pointers
+    std::vector<std::vector<uint8_t>> m_images;  // binary PGCs
 };
 
 // ===========================================================================

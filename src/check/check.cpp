@@ -241,8 +241,8 @@ Result CheckIfoFile(const std::string& ifo, const Options& options) {
 Result CheckIfoBytes(const std::vector<uint8_t>& bytes, const std::string& name) {
     DiscImage disc;
     IfoImage image;
-    const bool vts = bytes.size() >= 12 && std::equal(bytes.begin(), bytes.begin() + 12,
-                                                      "DVDVIDEO-VTS");
+    const bool vts =
+        bytes.size() >= 12 && std::equal(bytes.begin(), bytes.begin() + 12, "DVDVIDEO-VTS");
     image.name = name.empty() ? (vts ? "VTS_01_0.IFO" : "VIDEO_TS.IFO") : Upper(name);
     image.bytes = bytes;
     disc.ifos.push_back(std::move(image));

@@ -64,8 +64,8 @@ std::string Hex(uint64_t n, int digits);
 
 // The VOB files of one VOB set, as the folder holds them.
 struct VobSet {
-    bool looked = false;              // the folder was searched for them
-    std::vector<std::string> names;   // present, in order
+    bool looked = false;             // the folder was searched for them
+    std::vector<std::string> names;  // present, in order
     std::vector<uint64_t> bytes;
     uint64_t Sectors() const;
 };
@@ -93,8 +93,8 @@ enum class Domain { FirstPlay, VideoManagerMenu, TitleSetMenu, Title };
 // One PGC and where it lies, for the PGC and command checks.
 struct PgcPlace {
     Domain domain = Domain::Title;
-    const VtsData* vts = nullptr;            // title and title set menu domains
-    const disc::PgcTable* table = nullptr;   // the PGC's table (null for First Play)
+    const VtsData* vts = nullptr;           // title and title set menu domains
+    const disc::PgcTable* table = nullptr;  // the PGC's table (null for First Play)
     const disc::CellAddressTable* cells = nullptr;
     const disc::VobuMap* vobus = nullptr;
     const VobSet* vobSet = nullptr;

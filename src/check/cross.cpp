@@ -79,9 +79,10 @@ void Checker::CheckTitles(const VmgData& vmg) {
         if (!vts) {
             if (options_.companions && !reported[t.titleSet]) {
                 reported[t.titleSet] = true;
-                f_.Error("title.vts-missing", "TT_SRPT", E, "VTSN",
-                         "title set " + Num(t.titleSet) + " has no readable " + TitleSetName(t.titleSet),
-                         "the title set's IFO file in the folder");
+                f_.Error(
+                    "title.vts-missing", "TT_SRPT", E, "VTSN",
+                    "title set " + Num(t.titleSet) + " has no readable " + TitleSetName(t.titleSet),
+                    "the title set's IFO file in the folder");
             }
             continue;
         }
@@ -96,7 +97,8 @@ void Checker::CheckTitles(const VmgData& vmg) {
             f_.Error("title.vts-title-missing", "TT_SRPT", E, "VTS_TTN",
                      "title " + Num(t.titleInSet) + " of title set " + Num(t.titleSet) +
                          " does not exist",
-                     "the set has " + (parts.size() == 1 ? std::string("1 title") : Num(parts.size()) + " titles"));
+                     "the set has " + (parts.size() == 1 ? std::string("1 title")
+                                                         : Num(parts.size()) + " titles"));
             continue;
         }
         reached[{t.titleSet, t.titleInSet}] = true;
@@ -107,8 +109,10 @@ void Checker::CheckTitles(const VmgData& vmg) {
         // Titles can share a title of the set; its angles are counted once.
         auto known = angles.find({t.titleSet, t.titleInSet});
         if (known == angles.end())
-            known = angles.emplace(std::make_pair(int(t.titleSet), int(t.titleInSet)),
-                                   AnglesOf(vts->model, own)).first;
+            known = angles
+                        .emplace(std::make_pair(int(t.titleSet), int(t.titleInSet)),
+                                 AnglesOf(vts->model, own))
+                        .first;
         const int angleCount = known->second;
         if (t.angleCount != angleCount)
             f_.Warning("title.angles", "TT_SRPT", E, "number of angles", Num(t.angleCount),
@@ -124,7 +128,8 @@ void Checker::CheckTitles(const VmgData& vmg) {
         }
         if (m.start.titles == 0) continue;
         for (size_t k = 1; k <= vts.model.parts.size(); ++k)
-            if (!reached.count({n, int(k)}) && f_.Wants("title.unreachable", "TT_SRPT", Severity::Warning))
+            if (!reached.count({n, int(k)}) &&
+                f_.Wants("title.unreachable", "TT_SRPT", Severity::Warning))
                 f_.Warning("title.unreachable", "TT_SRPT", 0, "",
                            "no title names title " + Num(k) + " of title set " + Num(n) +
                                ": only jumps within the set reach it",
@@ -169,12 +174,16 @@ void Checker::CheckTitleSetAttributes(const VmgData& vmg) {
             const char* field;
             size_t at, size;
         } fields[] = {
-            {"VTSM_V_ATR", 0x100, 2},       {"VTSM_AST_NS", 0x102, 2},
+            {"VTSM_V_ATR", 0x100, 2},
+            {"VTSM_AST_NS", 0x102, 2},
             {"VTSM_AST_ATR", 0x104, size_t(8 * menuAudio)},
-            {"VTSM_SPST_NS", 0x154, 2},     {"VTSM_SPST_ATR", 0x156, size_t(6 * menuSub)},
-            {"VTS_V_ATR", 0x200, 2},        {"VTS_AST_NS", 0x202, 2},
+            {"VTSM_SPST_NS", 0x154, 2},
+            {"VTSM_SPST_ATR", 0x156, size_t(6 * menuSub)},
+            {"VTS_V_ATR", 0x200, 2},
+            {"VTS_AST_NS", 0x202, 2},
             {"VTS_AST_ATRT", 0x204, size_t(8 * audio)},
-            {"VTS_SPST_NS", 0x254, 2},      {"VTS_SPST_ATRT", 0x256, size_t(6 * sub)},
+            {"VTS_SPST_NS", 0x254, 2},
+            {"VTS_SPST_ATRT", 0x256, size_t(6 * sub)},
         };
         for (const auto& fd : fields) {
             size_t k = 0;
@@ -193,12 +202,14 @@ void Checker::CheckTitleSetAttributes(const VmgData& vmg) {
 
 void Checker::CheckParts(const VtsData& vts) {
     const disc::TitleSet& m = vts.model;
-    if (m.start.parts == 0 || uint64_t(m.start.parts) * kSectorBytes >= vts.image->bytes.size()) return;
+    if (m.start.parts == 0 || uint64_t(m.start.parts) * kSectorBytes >= vts.image->bytes.size())
+        return;
     const ByteView v = ByteView(vts.image->bytes).From(uint64_t(m.start.parts) * kSectorBytes);
     const uint16_t count = v.BE16(0);
     const uint32_t end = v.BE32(4);
     if (count == 0 || count > kMaxTitles)
-        f_.Error("limit.titles", "VTS_PTT_SRPT", 0, "number of titles", Num(count), Range(1, kMaxTitles));
+        f_.Error("limit.titles", "VTS_PTT_SRPT", 0, "number of titles", Num(count),
+                 Range(1, kMaxTitles));
     const uint64_t pointers = 8 + 4 * uint64_t(count);
     if (uint64_t(end) + 1 < pointers)
         f_.Error("table.end-address", "VTS_PTT_SRPT", 0, "end address",
@@ -221,7 +232,8 @@ void Checker::CheckParts(const VtsData& vts) {
         for (size_t k = 0; k < parts.size(); ++k) {
             const auto& p = parts[k];
             const bool pgcMissing = p.pgc == 0 || p.pgc > m.titles.pgcs.size();
-            if (!pgcMissing && p.program >= 1 && p.program <= m.titles.pgcs[p.pgc - 1].pgc.programCount)
+            if (!pgcMissing && p.program >= 1 &&
+                p.program <= m.titles.pgcs[p.pgc - 1].pgc.programCount)
                 continue;
             if (!f_.Wants(pgcMissing ? "ptt.pgc" : "ptt.program", "VTS_PTT_SRPT")) continue;
             const std::string field = "part " + Num(k + 1);
@@ -237,8 +249,8 @@ void Checker::CheckParts(const VtsData& vts) {
             if (p.program == 0 || p.program > programs)
                 f_.Add(pgc.cellCount ? Severity::Error : Severity::Warning, "ptt.program",
                        "VTS_PTT_SRPT", E, field + " PGN",
-                         "program " + Num(p.program) + " of PGC " + Num(p.pgc) + " does not exist",
-                         Range(1, programs));
+                       "program " + Num(p.program) + " of PGC " + Num(p.pgc) + " does not exist",
+                       Range(1, programs));
         }
     }
     // Every title begins at an entry PGC that names it (bit 7 of the
@@ -258,8 +270,8 @@ void Checker::CheckParts(const VtsData& vts) {
     }
     for (size_t t = 1; t < entered.size(); ++t)
         if (!entered[t])
-            f_.Warning("pgc.title-entry", "VTS_PGCIT", 0, "",
-                       "no entry PGC for title " + Num(t), "an entry PGC whose title number is " + Num(t));
+            f_.Warning("pgc.title-entry", "VTS_PGCIT", 0, "", "no entry PGC for title " + Num(t),
+                       "an entry PGC whose title number is " + Num(t));
 }
 
 }  // namespace check

@@ -45,12 +45,14 @@ uint64_t SizeFromHeader(const std::vector<uint8_t>& file, uint32_t sector, size_
 // The model's problems: tables cut short or lying outside the file.
 // An IFO file is whole sectors, as many as its last-sector field
 // (`field` of `table`) gives: fewer bytes cut a table off, more are unusual.
-void CheckIfoSize(Findings& f, uint64_t size, uint64_t sectors, const char* table, const char* field) {
+void CheckIfoSize(Findings& f, uint64_t size, uint64_t sectors, const char* table,
+                  const char* field) {
     if (size % kSectorBytes)
         f.Warning("file.size", "", 0, "", Num(size) + " bytes, not whole sectors",
                   "a multiple of 2048 bytes");
     if (size == sectors * kSectorBytes) return;
-    const std::string what = "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes";
+    const std::string what =
+        "gives " + Num(sectors) + " sectors, the file holds " + Num(size) + " bytes";
     const std::string expected = Num(sectors * kSectorBytes) + " bytes";
     if (size < sectors * kSectorBytes)
         f.Error("file.size", table, 0, field, what, expected);
@@ -74,7 +76,8 @@ void CheckExtents(Findings& f, const char* mat, uint64_t matBytes, std::vector<E
     for (const Extent& t : tables) {
         if (t.sector == 0) {
             if (t.required)
-                f.Error("table.missing", mat, 0, t.field, "0: the file has no " + std::string(t.name),
+                f.Error("table.missing", mat, 0, t.field,
+                        "0: the file has no " + std::string(t.name),
                         "the sector where " + std::string(t.name) + " starts");
             continue;
         }
@@ -99,12 +102,15 @@ void CheckExtents(Findings& f, const char* mat, uint64_t matBytes, std::vector<E
             const Extent& b = tables[k];
             if ((a.sector == 0 && a.name != mat) || (b.sector == 0 && b.name != mat)) continue;
             if (a.sector >= ifoSectors || b.sector >= ifoSectors) continue;
-            const uint64_t a0 = uint64_t(a.sector) * kSectorBytes, a1 = a0 + std::max<uint64_t>(a.bytes, 1);
-            const uint64_t b0 = uint64_t(b.sector) * kSectorBytes, b1 = b0 + std::max<uint64_t>(b.bytes, 1);
+            const uint64_t a0 = uint64_t(a.sector) * kSectorBytes,
+                           a1 = a0 + std::max<uint64_t>(a.bytes, 1);
+            const uint64_t b0 = uint64_t(b.sector) * kSectorBytes,
+                           b1 = b0 + std::max<uint64_t>(b.bytes, 1);
             if (a0 < b1 && b0 < a1)
                 f.Error("table.overlap", b.name == mat ? a.name : b.name, 0, "start sector",
-                        "shares bytes " + Num(std::max(a0, b0)) + " to " + Num(std::min(a1, b1) - 1) +
-                            " with " + (b.name == mat ? b.name : a.name),
+                        "shares bytes " + Num(std::max(a0, b0)) + " to " +
+                            Num(std::min(a1, b1) - 1) + " with " +
+                            (b.name == mat ? b.name : a.name),
                         "tables that do not overlap");
         }
 }
@@ -119,8 +125,8 @@ void CheckVobSet(Findings& f, const VobSet& set, const std::string& first, uint6
             f.SetFile(first);
             f.Error("vob.missing", "", 0, "", "the file is missing",
                     (titles ? "the first title VOB file of " : "a VOB file of ") + Num(claimed) +
-                        (titles ? " sectors in all" : " sectors") + ", as " + saved + " " + mat + " " +
-                        field + " gives");
+                        (titles ? " sectors in all" : " sectors") + ", as " + saved + " " + mat +
+                        " " + field + " gives");
         }
         f.SetFile(saved);
         return;
@@ -135,7 +141,8 @@ void CheckVobSet(Findings& f, const VobSet& set, const std::string& first, uint6
             f.Error("vob.size", "", 0, "", Num(set.bytes[i]) + " bytes, not whole sectors",
                     "a multiple of 2048 bytes");
         if (set.bytes[i] > kMaxVobBytes)
-            f.Error("vob.size", "", 0, "", Num(set.bytes[i]) + " bytes", "at most 1 GiB per VOB file");
+            f.Error("vob.size", "", 0, "", Num(set.bytes[i]) + " bytes",
+                    "at most 1 GiB per VOB file");
     }
     f.SetFile(saved);
     const uint64_t sectors = set.Sectors();
@@ -143,7 +150,8 @@ void CheckVobSet(Findings& f, const VobSet& set, const std::string& first, uint6
         f.Error("vob.size", mat, 0, field,
                 "gives " + Num(claimed) + " sectors of " + (titles ? "title" : "menu") +
                     " VOBs, the VOB files hold " + Num(sectors),
-                "the sectors of " + first + (titles && set.names.size() > 1 ? " and the files after it" : ""));
+                "the sectors of " + first +
+                    (titles && set.names.size() > 1 ? " and the files after it" : ""));
 }
 
 }  // namespace
@@ -212,9 +220,10 @@ void Checker::CheckBackup(const IfoImage& image, bool videoManager) {
         problemsIfo = a.problems;
         problemsBup = readable ? b.problems : std::vector<std::string>{"unreadable"};
         const auto& s = a.start;
-        starts = {{"TT_SRPT", s.titles}, {"VMGM_PGCI_UT", s.menus}, {"PTL_MAIT", s.parental},
-                  {"VTS_ATRT", s.titleSetAttributes}, {"TXTDT_MG", s.textData},
-                  {"VMGM_C_ADT", s.menuCells}, {"VMGM_VOBU_ADMAP", s.menuVobus}};
+        starts = {{"TT_SRPT", s.titles},           {"VMGM_PGCI_UT", s.menus},
+                  {"PTL_MAIT", s.parental},        {"VTS_ATRT", s.titleSetAttributes},
+                  {"TXTDT_MG", s.textData},        {"VMGM_C_ADT", s.menuCells},
+                  {"VMGM_VOBU_ADMAP", s.menuVobus}};
     } else {
         disc::TitleSet a, b;
         disc::ReadTitleSet(image.bytes, a);
@@ -222,10 +231,10 @@ void Checker::CheckBackup(const IfoImage& image, bool videoManager) {
         problemsIfo = a.problems;
         problemsBup = readable ? b.problems : std::vector<std::string>{"unreadable"};
         const auto& s = a.start;
-        starts = {{"VTS_PTT_SRPT", s.parts}, {"VTS_PGCIT", s.titles}, {"VTSM_PGCI_UT", s.menus},
-                  {"VTS_TMAPT", s.timeMaps}, {"VTSM_C_ADT", s.menuCells},
-                  {"VTSM_VOBU_ADMAP", s.menuVobus}, {"VTS_C_ADT", s.titleCells},
-                  {"VTS_VOBU_ADMAP", s.titleVobus}};
+        starts = {{"VTS_PTT_SRPT", s.parts},   {"VTS_PGCIT", s.titles},
+                  {"VTSM_PGCI_UT", s.menus},   {"VTS_TMAPT", s.timeMaps},
+                  {"VTSM_C_ADT", s.menuCells}, {"VTSM_VOBU_ADMAP", s.menuVobus},
+                  {"VTS_C_ADT", s.titleCells}, {"VTS_VOBU_ADMAP", s.titleVobus}};
     }
     starts.push_back({videoManager ? "VMGI_MAT" : "VTSI_MAT", 0});
     std::sort(starts.begin(), starts.end(),
@@ -236,7 +245,8 @@ void Checker::CheckBackup(const IfoImage& image, bool videoManager) {
     for (size_t i = 0; i < starts.size(); ++i) {
         if (starts[i].second == 0 && i + 1 < starts.size() && starts[i + 1].second == 0) continue;
         const uint64_t from = uint64_t(starts[i].second) * kSectorBytes;
-        const uint64_t to = i + 1 < starts.size() ? uint64_t(starts[i + 1].second) * kSectorBytes : n;
+        const uint64_t to =
+            i + 1 < starts.size() ? uint64_t(starts[i + 1].second) * kSectorBytes : n;
         for (uint64_t b = from; b < to && b < n; ++b) {
             const int x = b < image.bytes.size() ? image.bytes[b] : -1;
             const int y = b < image.backup.size() ? image.backup[b] : -1;
@@ -247,10 +257,14 @@ void Checker::CheckBackup(const IfoImage& image, bool videoManager) {
         }
     }
     std::string sound;
-    if (problemsIfo.empty() && !problemsBup.empty()) sound = "the IFO reads whole, the BUP does not";
-    else if (!problemsIfo.empty() && problemsBup.empty()) sound = "the BUP reads whole, the IFO does not";
-    else if (problemsIfo.empty()) sound = "both copies read whole";
-    else sound = "neither copy reads whole";
+    if (problemsIfo.empty() && !problemsBup.empty())
+        sound = "the IFO reads whole, the BUP does not";
+    else if (!problemsIfo.empty() && problemsBup.empty())
+        sound = "the BUP reads whole, the IFO does not";
+    else if (problemsIfo.empty())
+        sound = "both copies read whole";
+    else
+        sound = "neither copy reads whole";
     const std::string saved = f_.File();
     f_.SetFile(bup);
     if (image.backup.size() != image.bytes.size())
@@ -270,12 +284,17 @@ void Checker::CheckVmgLayout(const VmgData& vmg) {
     const uint64_t matBytes = std::max<uint64_t>(uint64_t(m.matEndByte) + 1, 1024);
     std::vector<Extent> tables = {
         {"TT_SRPT", "TT_SRPT_SA", s.titles, SizeFromHeader(bytes, s.titles, 4), true},
-        {"VMGM_PGCI_UT", "VMGM_PGCI_UT_SA", s.menus, m.menus.present ? uint64_t(m.menus.endAddress) + 1 : 0, false},
-        {"PTL_MAIT", "PTL_MAIT_SA", s.parental, m.parental.present ? uint64_t(m.parental.endAddress) + 1 : 0, false},
-        {"VTS_ATRT", "VTS_ATRT_SA", s.titleSetAttributes, SizeFromHeader(bytes, s.titleSetAttributes, 4), true},
+        {"VMGM_PGCI_UT", "VMGM_PGCI_UT_SA", s.menus,
+         m.menus.present ? uint64_t(m.menus.endAddress) + 1 : 0, false},
+        {"PTL_MAIT", "PTL_MAIT_SA", s.parental,
+         m.parental.present ? uint64_t(m.parental.endAddress) + 1 : 0, false},
+        {"VTS_ATRT", "VTS_ATRT_SA", s.titleSetAttributes,
+         SizeFromHeader(bytes, s.titleSetAttributes, 4), true},
         {"TXTDT_MG", "TXTDT_MG_SA", s.textData, m.text.bytes.size(), false},
-        {"VMGM_C_ADT", "VMGM_C_ADT_SA", s.menuCells, m.menuCells.present ? uint64_t(m.menuCells.endAddress) + 1 : 0, s.menuVobs != 0},
-        {"VMGM_VOBU_ADMAP", "VMGM_VOBU_ADMAP_SA", s.menuVobus, m.menuVobus.present ? uint64_t(m.menuVobus.endAddress) + 1 : 0, s.menuVobs != 0},
+        {"VMGM_C_ADT", "VMGM_C_ADT_SA", s.menuCells,
+         m.menuCells.present ? uint64_t(m.menuCells.endAddress) + 1 : 0, s.menuVobs != 0},
+        {"VMGM_VOBU_ADMAP", "VMGM_VOBU_ADMAP_SA", s.menuVobus,
+         m.menuVobus.present ? uint64_t(m.menuVobus.endAddress) + 1 : 0, s.menuVobs != 0},
     };
     CheckExtents(f_, "VMGI_MAT", matBytes, tables, uint64_t(m.vmgiEndSector) + 1);
     if (m.hasFirstPlay && m.firstPlayByte < 1024)
@@ -292,13 +311,19 @@ void Checker::CheckVtsLayout(const VtsData& vts) {
     uint64_t tmapBytes = SizeFromHeader(bytes, s.timeMaps, 4);
     std::vector<Extent> tables = {
         {"VTS_PTT_SRPT", "VTS_PTT_SRPT_SA", s.parts, SizeFromHeader(bytes, s.parts, 4), true},
-        {"VTS_PGCIT", "VTS_PGCIT_SA", s.titles, m.hasTitles ? uint64_t(m.titles.endAddress) + 1 : 0, true},
-        {"VTSM_PGCI_UT", "VTSM_PGCI_UT_SA", s.menus, m.menus.present ? uint64_t(m.menus.endAddress) + 1 : 0, false},
+        {"VTS_PGCIT", "VTS_PGCIT_SA", s.titles, m.hasTitles ? uint64_t(m.titles.endAddress) + 1 : 0,
+         true},
+        {"VTSM_PGCI_UT", "VTSM_PGCI_UT_SA", s.menus,
+         m.menus.present ? uint64_t(m.menus.endAddress) + 1 : 0, false},
         {"VTS_TMAPT", "VTS_TMAPTI_SA", s.timeMaps, tmapBytes, false},
-        {"VTSM_C_ADT", "VTSM_C_ADT_SA", s.menuCells, m.menuCells.present ? uint64_t(m.menuCells.endAddress) + 1 : 0, false},
-        {"VTSM_VOBU_ADMAP", "VTSM_VOBU_ADMAP_SA", s.menuVobus, m.menuVobus.present ? uint64_t(m.menuVobus.endAddress) + 1 : 0, false},
-        {"VTS_C_ADT", "VTS_C_ADT_SA", s.titleCells, m.titleCells.present ? uint64_t(m.titleCells.endAddress) + 1 : 0, true},
-        {"VTS_VOBU_ADMAP", "VTS_VOBU_ADMAP_SA", s.titleVobus, m.titleVobus.present ? uint64_t(m.titleVobus.endAddress) + 1 : 0, true},
+        {"VTSM_C_ADT", "VTSM_C_ADT_SA", s.menuCells,
+         m.menuCells.present ? uint64_t(m.menuCells.endAddress) + 1 : 0, false},
+        {"VTSM_VOBU_ADMAP", "VTSM_VOBU_ADMAP_SA", s.menuVobus,
+         m.menuVobus.present ? uint64_t(m.menuVobus.endAddress) + 1 : 0, false},
+        {"VTS_C_ADT", "VTS_C_ADT_SA", s.titleCells,
+         m.titleCells.present ? uint64_t(m.titleCells.endAddress) + 1 : 0, true},
+        {"VTS_VOBU_ADMAP", "VTS_VOBU_ADMAP_SA", s.titleVobus,
+         m.titleVobus.present ? uint64_t(m.titleVobus.endAddress) + 1 : 0, true},
     };
     CheckExtents(f_, "VTSI_MAT", matBytes, tables, uint64_t(m.vtsiEndSector) + 1);
 }
@@ -314,13 +339,15 @@ void Checker::CheckVmgVobs(const VmgData& vmg) {
     const uint64_t ifo = uint64_t(m.vmgiEndSector) + 1;
     const uint64_t menus = VmgMenuSectors(m);
     if (m.start.menuVobs != 0 && m.start.menuVobs != ifo)
-        f_.Error("file.vob-start", "VMGI_MAT", 0, "VMGM_VOBS_SA",
-                 "sector " + Num(m.start.menuVobs), Num(ifo) + ", the sector after the IFO");
+        f_.Error("file.vob-start", "VMGI_MAT", 0, "VMGM_VOBS_SA", "sector " + Num(m.start.menuVobs),
+                 Num(ifo) + ", the sector after the IFO");
     if (m.start.menuVobs == 0) {
         if (menus > 0)
             f_.Warning("file.end-address", "VMGI_MAT", 0, "VMG_EA",
-                       "leaves " + Num(menus) + " sectors between the IFO and the BUP, but the "
-                       "video manager has no menu VOBs", Num(2 * ifo - 1));
+                       "leaves " + Num(menus) +
+                           " sectors between the IFO and the BUP, but the "
+                           "video manager has no menu VOBs",
+                       Num(2 * ifo - 1));
         if (!vmg.menuVobs.names.empty() && vmg.menuVobs.Sectors() > 0)
             f_.Warning("vob.unused", "VMGI_MAT", 0, "VMGM_VOBS_SA",
                        "0, but VIDEO_TS.VOB holds " + Num(vmg.menuVobs.Sectors()) + " sectors",
@@ -354,8 +381,10 @@ void Checker::CheckVtsVobs(const VtsData& vts) {
     const std::string stem = vts.file.substr(0, 7);
     if (s.menuVobs == 0 && menus > 0)
         f_.Warning("file.vob-start", "VTSI_MAT", 0, "VTSTT_VOBS_SA",
-                   "leaves " + Num(menus) + " sectors after the IFO, but the title set has no "
-                   "menu VOBs (VTSM_VOBS_SA 0)", Num(ifo));
+                   "leaves " + Num(menus) +
+                       " sectors after the IFO, but the title set has no "
+                       "menu VOBs (VTSM_VOBS_SA 0)",
+                   Num(ifo));
     if (s.menuVobs != 0 || !vts.menuVobs.names.empty())
         CheckVobSet(f_, vts.menuVobs, stem + "0.VOB", menus, "VTSI_MAT", "VTSTT_VOBS_SA", false);
     CheckVobSet(f_, vts.titleVobs, stem + "1.VOB", titles, "VTSI_MAT", "VTS_EA", true);

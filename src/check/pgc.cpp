@@ -34,7 +34,8 @@ const std::vector<Checker::CellRange>& Checker::CellIndex(const disc::CellAddres
     all.reserve(t.cells.size());
     for (const auto& a : t.cells)
         all.push_back({uint32_t(a.vobId) << 8 | a.cellId, a.firstSector, a.lastSector});
-    std::sort(all.begin(), all.end(), [](const CellRange& x, const CellRange& y) { return x.key < y.key; });
+    std::sort(all.begin(), all.end(),
+              [](const CellRange& x, const CellRange& y) { return x.key < y.key; });
     std::vector<CellRange> merged;
     for (const CellRange& r : all) {
         if (!merged.empty() && merged.back().key == r.key) {
@@ -83,7 +84,8 @@ void Checker::CheckPgcTable(const disc::PgcTable& t, const PgcPlace& place) {
     const uint64_t pointers = 8 + 8 * uint64_t(t.count);
     if (uint64_t(t.endAddress) + 1 < pointers)
         f_.Error("table.end-address", name, 0, "end address",
-                 Num(t.endAddress) + " cuts off the PGC search pointers", "at least " + Num(pointers - 1));
+                 Num(t.endAddress) + " cuts off the PGC search pointers",
+                 "at least " + Num(pointers - 1));
     std::set<uint32_t> seen;  // PGCs that share their bytes are checked once
     for (size_t i = 0; i < t.pgcs.size() && !f_.Full(); ++i) {
         const disc::PgcSearchPointer& s = t.pgcs[i];
@@ -106,19 +108,21 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
     const size_t cells = pgc.cellCount, programs = pgc.programCount;
 
     if (programs > size_t(kMaxPrograms))
-        f_.Error("limit.programs", T, E, "number of programs", Num(programs), Range(0, kMaxPrograms));
+        f_.Error("limit.programs", T, E, "number of programs", Num(programs),
+                 Range(0, kMaxPrograms));
     if (programs > cells)
         f_.Error("pgc.programs", T, E, "number of programs",
                  Num(programs) + " programs for " + Num(cells) + " cells", "at most one per cell");
     if (cells > 0 && programs == 0)
-        f_.Error("pgc.programs", T, E, "number of programs", "0 programs for " + Num(cells) + " cells",
-                 "at least 1");
+        f_.Error("pgc.programs", T, E, "number of programs",
+                 "0 programs for " + Num(cells) + " cells", "at least 1");
     if (programs > 0 && pgc.programMapAt == 0)
         f_.Error("pgc.offsets", T, E, "PGC_PGMAP_SA", "0", "the program map's byte offset");
     if (cells > 0 && (pgc.cellPlaybackAt == 0 || pgc.cellPositionAt == 0))
         f_.Error("pgc.offsets", T, E, pgc.cellPlaybackAt == 0 ? "C_PBIT_SA" : "C_POSIT_SA", "0",
                  "the cell table's byte offset");
-    const size_t commands = pgc.preCommands.size() + pgc.postCommands.size() + pgc.cellCommands.size();
+    const size_t commands =
+        pgc.preCommands.size() + pgc.postCommands.size() + pgc.cellCommands.size();
     if (commands > size_t(kMaxCommands))
         f_.Error("limit.commands", T, E, "PGC_CMDT", Num(commands) + " commands",
                  "at most " + Num(kMaxCommands));
@@ -135,8 +139,8 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
                          Num(pgc.programEntryCells[k - 1]),
                      "a later cell than the program before");
         else if (cell > cells)
-            f_.Error("pgc.program-map", T, E, field,
-                     "cell " + Num(cell) + " does not exist", Range(1, cells));
+            f_.Error("pgc.program-map", T, E, field, "cell " + Num(cell) + " does not exist",
+                     Range(1, cells));
     }
 
     // Links to other PGCs of the same table.
@@ -153,23 +157,25 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
                      {pgc.goUpPgc, "go-up PGC", Severity::Warning}};
         for (const auto& l : links)
             if (l.pgc > n)
-                f_.Add(l.severity, "pgc.link", T, E, l.field, "PGC " + Num(l.pgc) + " does not exist",
-                       "0 or " + Range(1, n));
+                f_.Add(l.severity, "pgc.link", T, E, l.field,
+                       "PGC " + Num(l.pgc) + " does not exist", "0 or " + Range(1, n));
     }
 
     // Stream control: a stream marked available must be one the attributes declare.
     for (size_t i = 0; i < pgc.audioControl.size(); ++i)
         if ((pgc.audioControl[i] & 0x8000) && int(i) >= place.audioStreams)
-            f_.Error("pgc.audio-stream", T, E, "PGC_AST_CTL " + Num(i),
-                     "marks audio stream " + Num(i) + " available, the attributes declare " +
-                         Num(place.audioStreams),
-                     place.audioStreams ? "streams 0 to " + Num(place.audioStreams - 1) : "no stream");
+            f_.Error(
+                "pgc.audio-stream", T, E, "PGC_AST_CTL " + Num(i),
+                "marks audio stream " + Num(i) + " available, the attributes declare " +
+                    Num(place.audioStreams),
+                place.audioStreams ? "streams 0 to " + Num(place.audioStreams - 1) : "no stream");
     for (size_t i = 0; i < pgc.subpictureControl.size(); ++i)
         if ((pgc.subpictureControl[i] & 0x80000000u) && int(i) >= place.subpictureStreams)
             f_.Error("pgc.subpicture-stream", T, E, "PGC_SPST_CTL " + Num(i),
                      "marks sub-picture stream " + Num(i) + " available, the attributes declare " +
                          Num(place.subpictureStreams),
-                     place.subpictureStreams ? "streams 0 to " + Num(place.subpictureStreams - 1) : "no stream");
+                     place.subpictureStreams ? "streams 0 to " + Num(place.subpictureStreams - 1)
+                                             : "no stream");
 
     // Cells: sectors in order, inside the VOB set, at VOBU starts, and
     // within the cell address table's entries for their VOB and cell.
@@ -192,7 +198,8 @@ void Checker::CheckPgc(const disc::Pgc& pgc, const PgcPlace& place) {
         }
         if (place.vobSectors && c.lastVobuEnd >= place.vobSectors) {
             f_.Error("cell.outside-vobs", T, E, Cell(k) + " last VOBU end sector",
-                     Num(c.lastVobuEnd) + " lies past the VOB set", "below " + Num(place.vobSectors));
+                     Num(c.lastVobuEnd) + " lies past the VOB set",
+                     "below " + Num(place.vobSectors));
             continue;
         }
         if (sortedVobus && !vobus.empty()) {
@@ -234,7 +241,8 @@ void Checker::CheckCommands(const disc::Pgc& pgc, const PgcPlace& place) {
     const struct {
         const std::vector<disc::Command>* list;
         const char* name;
-    } lists[] = {{&pgc.preCommands, "pre"}, {&pgc.postCommands, "post"}, {&pgc.cellCommands, "cell"}};
+    } lists[] = {
+        {&pgc.preCommands, "pre"}, {&pgc.postCommands, "post"}, {&pgc.cellCommands, "cell"}};
     for (const auto& l : lists)
         for (size_t i = 0; i < l.list->size() && !f_.Full(); ++i)
             CheckCommand((*l.list)[i], pgc, place, l.name, int(i + 1), int(l.list->size()));
@@ -257,7 +265,8 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
         if (!f_.Wants(id, T)) return;
         std::string hex;
         for (uint8_t b : c) hex += Hex(b, 2);
-        f_.Error(id, T, E, std::string(list) + " command " + Num(line), hex + ": " + what, expected);
+        f_.Error(id, T, E, std::string(list) + " command " + Num(line), hex + ": " + what,
+                 expected);
     };
     auto reg = [&](uint8_t r) {
         if (!RegisterExists(r))
@@ -286,14 +295,16 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                 // The titles whose parts name this PGC give how many parts there are.
                 const size_t most = PartsOfPgc(*place.vts, unsigned(E));
                 if (most && (n == 0 || n > most))
-                    missing("command.part", "links to part of title " + Num(n) + ", which does not exist",
+                    missing("command.part",
+                            "links to part of title " + Num(n) + ", which does not exist",
                             Range(1, most));
             }
             break;
         }
         case 6:
             if ((c[7] & 0x7f) == 0 || (c[7] & 0x7f) > pgc.programCount)
-                missing("command.program", "links to program " + Num(c[7] & 0x7f) + ", which does not exist",
+                missing("command.program",
+                        "links to program " + Num(c[7] & 0x7f) + ", which does not exist",
                         Range(1, pgc.programCount));
             break;
         case 7:
@@ -301,8 +312,7 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                 missing("command.cell", "links to cell " + Num(c[7]) + ", which does not exist",
                         Range(1, pgc.cellCount));
             break;
-        default:
-            return;
+        default: return;
         }
         if (button > kMaxButtons)
             missing("command.button", "highlights button " + Num(button), "0 or 1 to 36");
@@ -354,13 +364,15 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
         if (!here) break;
         const auto& parts = here->model.parts;
         if (ttn == 0 || size_t(ttn) > parts.size()) {
-            missing("command.title", "jumps to title " + Num(ttn) + " of this title set, which does not exist",
+            missing("command.title",
+                    "jumps to title " + Num(ttn) + " of this title set, which does not exist",
                     Range(1, parts.size()));
         } else if (op == 5) {
             const unsigned ptt = ((c[2] & 0x03) << 8) | c[3];
             if (ptt == 0 || ptt > parts[size_t(ttn - 1)].size())
-                missing("command.part", "jumps to part " + Num(ptt) + " of title " + Num(ttn) +
-                                            ", which does not exist",
+                missing("command.part",
+                        "jumps to part " + Num(ptt) + " of title " + Num(ttn) +
+                            ", which does not exist",
                         Range(1, parts[size_t(ttn - 1)].size()));
         }
         break;
@@ -375,9 +387,11 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                         "a First Play PGC");
         } else if (domain == 1) {
             if (op == 6 && menu != 2)
-                missing("command.menu", "jumps to video manager menu " + Num(menu), "menu 2, the title menu");
+                missing("command.menu", "jumps to video manager menu " + Num(menu),
+                        "menu 2, the title menu");
             else if (hasVmg_ && vmg_.readable && !HasMenu(vmg_.model.menus, 2))
-                missing("command.menu", std::string(verb) + " to the title menu, which the video manager lacks",
+                missing("command.menu",
+                        std::string(verb) + " to the title menu, which the video manager lacks",
                         "an entry PGC of menu type 2");
         } else if (domain == 2) {
             const VtsData* target = here;
@@ -388,15 +402,17 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                 where = "title set " + Num(vtsn);
                 const int sets = hasVmg_ && vmg_.readable ? vmg_.model.titleSetCount : 0;
                 if (hasVmg_ && (vtsn == 0 || vtsn > sets)) {
-                    missing("command.title-set", "jumps to title set " + Num(vtsn) + ", which does not exist",
+                    missing("command.title-set",
+                            "jumps to title set " + Num(vtsn) + ", which does not exist",
                             Range(1, sets));
                     break;
                 }
                 target = TitleSet(vtsn);
                 if (target && (ttn == 0 || size_t(ttn) > target->model.parts.size())) {
-                    missing("command.title", "jumps to title " + Num(ttn) + " of " + where +
-                                                 ", which does not exist",
-                            Range(1, target->model.parts.size()));
+                    missing(
+                        "command.title",
+                        "jumps to title " + Num(ttn) + " of " + where + ", which does not exist",
+                        Range(1, target->model.parts.size()));
                     break;
                 }
             }
@@ -404,15 +420,17 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                 missing("command.menu", std::string(verb) + " to title set menu " + Num(menu),
                         "3 to 7 (root, sub-picture, audio, angle, part of title)");
             else if (target && !HasMenu(target->model.menus, menu))
-                missing("command.menu", std::string(verb) + " to menu " + Num(menu) + " of " + where +
-                                            ", which has no such menu",
+                missing("command.menu",
+                        std::string(verb) + " to menu " + Num(menu) + " of " + where +
+                            ", which has no such menu",
                         "an entry PGC of menu type " + Num(menu));
         } else {
             const unsigned n = ((c[2] & 0x7f) << 8) | c[3];
             const size_t most = hasVmg_ && vmg_.readable ? MostPgcs(vmg_.model.menus) : 0;
             if (hasVmg_ && vmg_.readable && (n == 0 || n > most))
-                missing("command.pgc", std::string(verb) + " to video manager PGC " + Num(n) +
-                                           ", which does not exist",
+                missing("command.pgc",
+                        std::string(verb) + " to video manager PGC " + Num(n) +
+                            ", which does not exist",
                         Range(1, most));
         }
         if (op == 8 && c[4] > pgc.cellCount && place.domain == Domain::Title)
@@ -420,8 +438,7 @@ void Checker::CheckCommand(const disc::Command& c, const disc::Pgc& pgc, const P
                     "0 or " + Range(1, pgc.cellCount));
         break;
     }
-    default:
-        break;
+    default: break;
     }
 }
 

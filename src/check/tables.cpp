@@ -116,7 +116,8 @@ void Checker::CheckVtsTables(const VtsData& vts) {
 
     const uint64_t ifo = uint64_t(m.vtsiEndSector) + 1, all = uint64_t(m.vtsEndSector) + 1;
     const uint64_t menuClaim = m.start.titleVobs > ifo ? m.start.titleVobs - ifo : 0;
-    const uint64_t titleClaim = all > uint64_t(m.start.titleVobs) + ifo ? all - m.start.titleVobs - ifo : 0;
+    const uint64_t titleClaim =
+        all > uint64_t(m.start.titleVobs) + ifo ? all - m.start.titleVobs - ifo : 0;
 
     PgcPlace menus;
     menus.domain = Domain::TitleSetMenu;
@@ -172,13 +173,14 @@ void Checker::CheckVtsTables(const VtsData& vts) {
             const uint32_t sector = map.entries[k] & 0x7fffffff;
             const uint32_t before = last;
             last = sector;
-            const char* id = k > 0 && sector < before ? "tmap.order"
+            const char* id = k > 0 && sector < before                           ? "tmap.order"
                              : titles.vobSectors && sector >= titles.vobSectors ? "tmap.outside"
                              : sortedVobus && !vobus.empty() &&
-                                       !std::binary_search(vobus.begin(), vobus.end(), sector)
+                                     !std::binary_search(vobus.begin(), vobus.end(), sector)
                                  ? "tmap.vobu"
                                  : nullptr;
-            if (!id || !f_.Wants(id, "VTS_TMAPT", id[5] == 'v' ? Severity::Warning : Severity::Error))
+            if (!id ||
+                !f_.Wants(id, "VTS_TMAPT", id[5] == 'v' ? Severity::Warning : Severity::Error))
                 continue;
             const std::string field = "entry " + Num(k + 1);
             if (id[5] == 'o' && id[6] == 'r')
@@ -186,10 +188,12 @@ void Checker::CheckVtsTables(const VtsData& vts) {
                          "sector " + Num(sector) + " lies before the entry above it",
                          "at least " + Num(before));
             else if (id[5] == 'o')
-                f_.Error(id, "VTS_TMAPT", entry, field, "sector " + Num(sector) + " lies past the title VOBs",
+                f_.Error(id, "VTS_TMAPT", entry, field,
+                         "sector " + Num(sector) + " lies past the title VOBs",
                          "below " + Num(titles.vobSectors));
             else
-                f_.Warning(id, "VTS_TMAPT", entry, field, "sector " + Num(sector) + " is not the start of a VOBU",
+                f_.Warning(id, "VTS_TMAPT", entry, field,
+                           "sector " + Num(sector) + " is not the start of a VOBU",
                            "a sector VTS_VOBU_ADMAP lists");
         }
     }
@@ -211,8 +215,10 @@ void Checker::CheckMenus(const disc::MenuTable& menus, const char* name, bool ti
         const char* name;
     };
     static const MenuBit kVmgm[] = {{0x80, 2, "title menu"}};
-    static const MenuBit kVtsm[] = {{0x80, 3, "root menu"},      {0x40, 4, "sub-picture menu"},
-                                    {0x20, 5, "audio menu"},     {0x10, 6, "angle menu"},
+    static const MenuBit kVtsm[] = {{0x80, 3, "root menu"},
+                                    {0x40, 4, "sub-picture menu"},
+                                    {0x20, 5, "audio menu"},
+                                    {0x10, 6, "angle menu"},
                                     {0x08, 7, "part-of-title menu"}};
     const MenuBit* bits = titleSetMenus ? kVtsm : kVmgm;
     const size_t nbits = titleSetMenus ? 5 : 1;
@@ -233,7 +239,8 @@ void Checker::CheckMenus(const disc::MenuTable& menus, const char* name, bool ti
             }
             if ((u.menuExists & bits[b].bit) && !entry)
                 f_.Error("menu.declared-missing", table, int(i + 1), "menu existence",
-                         std::string("declares a ") + bits[b].name + ", the unit has no entry PGC for it",
+                         std::string("declares a ") + bits[b].name +
+                             ", the unit has no entry PGC for it",
                          "an entry PGC of menu type " + Num(bits[b].type));
             else if (!(u.menuExists & bits[b].bit) && entry && any)
                 f_.Warning("menu.undeclared", table, int(i + 1), "menu existence",
@@ -248,7 +255,8 @@ void Checker::CheckMenus(const disc::MenuTable& menus, const char* name, bool ti
     }
 }
 
-void Checker::CheckCellTable(const disc::CellAddressTable& t, const char* name, uint64_t vobSectors) {
+void Checker::CheckCellTable(const disc::CellAddressTable& t, const char* name,
+                             uint64_t vobSectors) {
     if (!t.present) return;
     if (t.endAddress < 7 || (uint64_t(t.endAddress) + 1 - 8) % 12)
         f_.Warning("table.end-address", name, 0, "end address",

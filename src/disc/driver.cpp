@@ -135,8 +135,7 @@ const std::vector<TableOps>& VmgTables() {
         {"VMGM_LU",
          [](S& s, char* b, int n, std::string& e) {
              return With(s.vmg.GetVMGM_LU(), e, [&](auto& t) {
-                 return t.Details(b, n, &s.pgc, s.vmg.GetVMGM_PGCI_UT(),
-                                  s.vmg.GetVMGM_PGCIT_SA());
+                 return t.Details(b, n, &s.pgc, s.vmg.GetVMGM_PGCI_UT(), s.vmg.GetVMGM_PGCIT_SA());
              });
          },
          [](S& s, const std::string& ini, SideFiles, Sides&, std::string& e) {
@@ -162,8 +161,7 @@ const std::vector<TableOps>& VtsTables() {
         Plain("VTS_PTT_SRPT", [](S& s) { return s.vts.GetVTS_PTT_SRPT(); }),
         {"VTS_PGCIT",
          [](S& s, char* b, int n, std::string& e) {
-             return With(s.vts.GetVTS_PGCIT(), e,
-                         [&](auto& t) { return t.Details(&s.pgc, b, n); });
+             return With(s.vts.GetVTS_PGCIT(), e, [&](auto& t) { return t.Details(&s.pgc, b, n); });
          },
          [](S& s, const std::string& ini, SideFiles, Sides&, std::string& e) {
              return With(s.vts.GetVTS_PGCIT(), e,
@@ -173,8 +171,7 @@ const std::vector<TableOps>& VtsTables() {
         {"VTSM_LU",
          [](S& s, char* b, int n, std::string& e) {
              return With(s.vts.GetVTSM_LU(), e, [&](auto& t) {
-                 return t.Details(b, n, &s.pgc, s.vts.GetVTSM_PGCI_UT(),
-                                  s.vts.GetVTSM_PGCIT_SA());
+                 return t.Details(b, n, &s.pgc, s.vts.GetVTSM_PGCI_UT(), s.vts.GetVTSM_PGCIT_SA());
              });
          },
          [](S& s, const std::string& ini, SideFiles, Sides&, std::string& e) {
@@ -183,21 +180,22 @@ const std::vector<TableOps>& VtsTables() {
                                  s.vts.GetVTSM_PGCIT_SA());
              });
          }},
-        WithSideFiles("VTS_TMAPT", [](S& s) { return s.vts.GetVTS_TMAPT(); }, DisasmTimeMaps),
+        WithSideFiles(
+            "VTS_TMAPT", [](S& s) { return s.vts.GetVTS_TMAPT(); }, DisasmTimeMaps),
         Plain("VTSM_C_ADT", [](S& s) { return s.vts.GetVTSM_C_ADT(); }),
-        WithSideFiles("VTSM_VOBU_ADMAP", [](S& s) { return s.vts.GetVTSM_VOBU_ADMAP(); },
-                      [](CKestro_VTSM_ADMAP& t, const std::string& ini, SideFiles side,
-                         Sides& sides) {
-                          return DisasmVobuMap(t, &CKestro_VTSM_ADMAP::DisasmToFile,
-                                               kVtsmAdmapBinSuffix, ini, side, sides);
-                      }),
+        WithSideFiles(
+            "VTSM_VOBU_ADMAP", [](S& s) { return s.vts.GetVTSM_VOBU_ADMAP(); },
+            [](CKestro_VTSM_ADMAP& t, const std::string& ini, SideFiles side, Sides& sides) {
+                return DisasmVobuMap(t, &CKestro_VTSM_ADMAP::DisasmToFile, kVtsmAdmapBinSuffix, ini,
+                                     side, sides);
+            }),
         Plain("VTS_C_ADT", [](S& s) { return s.vts.GetVTS_C_ADT(); }),
-        WithSideFiles("VTS_VOBU_ADMAP", [](S& s) { return s.vts.GetVTS_VOBU_ADMAP(); },
-                      [](CKestro_VTS_ADMAP& t, const std::string& ini, SideFiles side,
-                         Sides& sides) {
-                          return DisasmVobuMap(t, &CKestro_VTS_ADMAP::Disasm_ToFile,
-                                               kVtsAdmapBinSuffix, ini, side, sides);
-                      }),
+        WithSideFiles(
+            "VTS_VOBU_ADMAP", [](S& s) { return s.vts.GetVTS_VOBU_ADMAP(); },
+            [](CKestro_VTS_ADMAP& t, const std::string& ini, SideFiles side, Sides& sides) {
+                return DisasmVobuMap(t, &CKestro_VTS_ADMAP::Disasm_ToFile, kVtsAdmapBinSuffix, ini,
+                                     side, sides);
+            }),
     };
     return tables;
 }
@@ -455,8 +453,10 @@ bool KindOfFile(const std::string& ifo, IfoKind& kind, std::string& error) {
     }
     char id[12] = {};
     in.read(id, sizeof id);
-    if (std::memcmp(id, "DVDVIDEO-VMG", 12) == 0) kind = IfoKind::VideoManager;
-    else if (std::memcmp(id, "DVDVIDEO-VTS", 12) == 0) kind = IfoKind::TitleSet;
+    if (std::memcmp(id, "DVDVIDEO-VMG", 12) == 0)
+        kind = IfoKind::VideoManager;
+    else if (std::memcmp(id, "DVDVIDEO-VTS", 12) == 0)
+        kind = IfoKind::TitleSet;
     else {
         error = ifo + ": not a DVD-Video information file";
         return false;
@@ -497,8 +497,7 @@ bool LibraryAsm(const std::string& ini, const std::string& out, const std::strin
             AsmVmg(ini, sections, out, vobDir, ifoName, options.lenient, result);
         } else {
             result.kind = IfoKind::TitleSet;
-            AsmVts(ini, sections, out, vobDir, ifoName, options.absolute, options.lenient,
-                   result);
+            AsmVts(ini, sections, out, vobDir, ifoName, options.absolute, options.lenient, result);
         }
     } catch (const Failure& f) {
         result.error = f.message;

@@ -167,9 +167,12 @@ std::string Escape(const uint8_t* p, size_t n) {
         const uint8_t c = p[i];
         // A value that starts with $ reads as a missing statement.
         const bool blankAtEnd = (c == ' ' && (i == 0 || i + 1 == n)) || (c == '$' && i == 0);
-        if (c == '\\') s += "\\\\";
-        else if (c >= 0x20 && c < 0x7f && !blankAtEnd) s += char(c);
-        else s += std::string("\\x") + digits[c >> 4] + digits[c & 15];
+        if (c == '\\')
+            s += "\\\\";
+        else if (c >= 0x20 && c < 0x7f && !blankAtEnd)
+            s += char(c);
+        else
+            s += std::string("\\x") + digits[c >> 4] + digits[c & 15];
     }
     return s;
 }
@@ -193,8 +196,8 @@ bool Unescape(const std::string& text, Bytes& out) {
     return true;
 }
 
-bool StatementHex(const std::string& ini, const char* section, const std::string& key,
-                  size_t n, uint8_t* out) {
+bool StatementHex(const std::string& ini, const char* section, const std::string& key, size_t n,
+                  uint8_t* out) {
     Bytes b;
     const std::string v = Statement(ini, section, key.c_str());
     if (v[0] == '$' || !ParseHex(v, b) || b.size() != n) return false;
@@ -275,7 +278,7 @@ struct Slot {
 // The library's layout order, with the tables it never writes at the places
 // the format gives them.
 const Slot kVmgLayout[] = {
-    {196, "TT_SRPT"},  {200, "VMGM_PGCI_UT"}, {204, "PTL_MAIT"},       {208, "VTS_ATRT"},
+    {196, "TT_SRPT"},  {200, "VMGM_PGCI_UT"}, {204, "PTL_MAIT"},        {208, "VTS_ATRT"},
     {212, "TXTDT_MG"}, {216, "VMGM_C_ADT"},   {220, "VMGM_VOBU_ADMAP"},
 };
 const Slot kVtsLayout[] = {
@@ -311,7 +314,9 @@ LaidOut TakeApart(const Bytes& file, const Slot (&layout)[N]) {
     return l;
 }
 
-void PadToSectors(Bytes& b) { b.resize((b.size() + kSectorBytes - 1) / kSectorBytes * kSectorBytes, 0); }
+void PadToSectors(Bytes& b) {
+    b.resize((b.size() + kSectorBytes - 1) / kSectorBytes * kSectorBytes, 0);
+}
 
 // Lays the file out again: the management table, then every table in layout
 // order, each start sector set and the last sector of the IFO file. Returns
@@ -340,9 +345,9 @@ void AddBE32(uint8_t* p, int64_t delta) { PutBE32(p, uint32_t(int64_t(GetBE32(p)
 // ---- Cell address tables and VOBU maps -------------------------------------------------------
 
 struct CellKind {
-    const char* section;      // the library's section
-    const char* lossless;     // the module's section when the library's keys cannot hold it
-    size_t field;             // start sector field
+    const char* section;   // the library's section
+    const char* lossless;  // the module's section when the library's keys cannot hold it
+    size_t field;          // start sector field
 };
 const CellKind kVmgmCells = {"vmgm_c_adt", "lossless_vmgm_c_adt", 216};
 const CellKind kVtsmCells = {"vtsm_c_adt", "lossless_vtsm_c_adt", 216};
@@ -375,10 +380,14 @@ void CompleteCells(const std::string& ini, const CellAddressTable& t, const Cell
         // rewritten with the same values.
         for (const auto& c : t.cells) {
             const int cell = c.cellId, vob = c.vobId;
-            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_vob_idn", cell, vob), std::to_string(vob));
-            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_c_idn", cell, vob), std::to_string(cell));
-            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_cp_sa", cell, vob), std::to_string(c.firstSector));
-            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_cp_ea", cell, vob), std::to_string(c.lastSector));
+            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_vob_idn", cell, vob),
+                std::to_string(vob));
+            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_c_idn", cell, vob),
+                std::to_string(cell));
+            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_cp_sa", cell, vob),
+                std::to_string(c.firstSector));
+            Put(ini, kind.section, Key("c_%03d_vob%03d_vts_cp_ea", cell, vob),
+                std::to_string(c.lastSector));
         }
         return;
     }
@@ -398,9 +407,10 @@ bool CellsFromSource(const std::string& ini, const CellKind& kind, Bytes& table)
     long long n = 0;
     if (!StatementInt(ini, kind.lossless, "cell_ns", n) || n <= 0) return false;
     long long vobs = 0;
-    StatementInt(ini, kind.section, kind.section == std::string("vmgm_c_adt") ? "vmgm_vob_ns"
-                                    : kind.section == std::string("vtsm_c_adt") ? "vtsm_vob_ns"
-                                                                                 : "vts_vob_ns",
+    StatementInt(ini, kind.section,
+                 kind.section == std::string("vmgm_c_adt")   ? "vmgm_vob_ns"
+                 : kind.section == std::string("vtsm_c_adt") ? "vtsm_vob_ns"
+                                                             : "vts_vob_ns",
                  vobs);
     table.assign(8, 0);
     PutBE16(table.data(), uint32_t(vobs));
@@ -427,14 +437,23 @@ void CompleteVobus(const std::string& ini, const VobuMap& m, const char* section
     const size_t n = std::min<size_t>(m.sectors.size(), 0xFFFF);
     size_t i = 1;
     while (i <= n && Has(ini, section, Key("vobu_sa%04d", int(i)))) ++i;
-    for (; i <= n; ++i) Put(ini, section, Key("vobu_sa%04d", int(i)), std::to_string(int(m.sectors[i - 1])));
+    for (; i <= n; ++i)
+        Put(ini, section, Key("vobu_sa%04d", int(i)), std::to_string(int(m.sectors[i - 1])));
 }
 
 // ---- Video manager --------------------------------------------------------------------------------
 
 Carried VmgCarried(const VideoManager& v, const std::string& ini) {
-    Carried c = CarriedBy(1024, {{0, 15}, {28, 31}, {33, 45}, {62, 63}, {96, 103}, {128, 135},
-                                 {192, 223}, {256, 257}, {259, 267}, {341, 347}});
+    Carried c = CarriedBy(1024, {{0, 15},
+                                 {28, 31},
+                                 {33, 45},
+                                 {62, 63},
+                                 {96, 103},
+                                 {128, 135},
+                                 {192, 223},
+                                 {256, 257},
+                                 {259, 267},
+                                 {341, 347}});
     // The provider ID comes back as far as the statement holds it (the store
     // trims blanks, and a NUL ends the text).
     std::string provider = Statement(ini, "vmgi_mat", "pvr_id", "");
@@ -444,7 +463,8 @@ Carried VmgCarried(const VideoManager& v, const std::string& ini) {
         c[64 + i] = (i < provider.size() ? uint8_t(provider[i]) : 0) == v.table[64 + i];
     // A First Play PGC inside the table's bytes is not part of the table.
     if (v.firstPlayByte && v.firstPlayByte < 1024)
-        Carry(c, v.firstPlayByte, size_t(std::min<uint32_t>(v.matEndByte, 1023)) + 1 - v.firstPlayByte);
+        Carry(c, v.firstPlayByte,
+              size_t(std::min<uint32_t>(v.matEndByte, 1023)) + 1 - v.firstPlayByte);
     return c;
 }
 
@@ -534,7 +554,8 @@ bool ParentalFromSource(const std::string& ini, Bytes& table) {
                 Bytes b;
                 const std::string v = Statement(
                     ini, kParentalSection,
-                    (Key("country%02d_level%d", int(i), level) + Key("_vts%03d", int(from))).c_str());
+                    (Key("country%02d_level%d", int(i), level) + Key("_vts%03d", int(from)))
+                        .c_str());
                 if (v[0] == '$' || !ParseHex(v, b)) continue;
                 for (size_t k = 0; k + 1 < b.size() && from + k / 2 < masks; k += 2)
                     row[from + k / 2] = GetBE16(b.data() + k);
@@ -558,7 +579,8 @@ bool TextFromSource(const std::string& ini, Bytes& table) {
         Bytes b;
         if (!Unescape(Statement(ini, kTextSection, Key("bytes%06d", int(at)).c_str(), ""), b))
             continue;
-        for (size_t k = 0; k < b.size() && size_t(at) + k < table.size(); ++k) table[size_t(at) + k] = b[k];
+        for (size_t k = 0; k < b.size() && size_t(at) + k < table.size(); ++k)
+            table[size_t(at) + k] = b[k];
     }
     return true;
 }
@@ -582,8 +604,7 @@ uint64_t TitleSetSectors(const std::string& dir, int n) {
     return 0;
 }
 
-void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file,
-                AsmResult& result) {
+void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file, AsmResult& result) {
     LaidOut l = TakeApart(file, kVmgLayout);
     uint8_t* mat = l.head.data();
     ApplyUncarried(ini, kVmgBytesSection, "", mat, std::min<size_t>(l.head.size(), 1024));
@@ -616,8 +637,8 @@ void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file,
             if (StatementInt(ini, "vts_atrt", Key("vts_atrt_srp%03d_vts_atr_ea", int(i)), v))
                 PutBE32(rec, uint32_t(v));
             for (int j = 1; j <= rec[11]; ++j)
-                StatementHex(ini, "vts_atrt", Key("vts_atrt_srp%03d_vtsm_ast_atr%02d", int(i), j), 1,
-                             rec + 11 + j);
+                StatementHex(ini, "vts_atrt", Key("vts_atrt_srp%03d_vtsm_ast_atr%02d", int(i), j),
+                             1, rec + 11 + j);
             for (int j = 1; j <= rec[93]; ++j)
                 StatementHex(ini, "vts_atrt", Key("vts_atrt_srp%03d_vtsm_spst_atr%02d", int(i), j),
                              1, rec + 93 + j);
@@ -647,7 +668,8 @@ void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file,
     const uint32_t ttAt = GetBE32(mat + 196);
     if (!ttAt) return;
     uint8_t* t = file.data() + size_t(ttAt) * kSectorBytes;
-    const size_t n = std::min<size_t>(GetBE16(t), (file.size() - size_t(ttAt) * kSectorBytes - 8) / 12);
+    const size_t n =
+        std::min<size_t>(GetBE16(t), (file.size() - size_t(ttAt) * kSectorBytes - 8) / 12);
     const int sets = GetBE16(mat + 62);
     std::vector<uint64_t> starts(size_t(sets) + 2, 0);
     bool all = sets > 0;
@@ -662,8 +684,10 @@ void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file,
     for (size_t i = 0; i < n; ++i) {
         uint8_t* e = t + 8 + 12 * i;
         const int set = e[6];
-        if (all && set >= 1 && set <= sets) PutBE32(e + 8, uint32_t(starts[size_t(set)]));
-        else if (shift) AddBE32(e + 8, int64_t(GetBE32(mat + 12)) - before);
+        if (all && set >= 1 && set <= sets)
+            PutBE32(e + 8, uint32_t(starts[size_t(set)]));
+        else if (shift)
+            AddBE32(e + 8, int64_t(GetBE32(mat + 12)) - before);
     }
 }
 
@@ -671,15 +695,25 @@ void RestoreVmg(const std::string& ini, const std::string& vobDir, Bytes& file,
 
 Carried VtsCarried(const TitleSet& v) {
     const uint8_t* m = v.table.data();
-    Carried c = CarriedBy(2048, {{0, 15}, {28, 31}, {33, 37}, {128, 131}, {192, 231}, {256, 257},
-                                 {259, 267}, {341, 347}, {512, 513}, {515, 515}, {597, 597},
+    Carried c = CarriedBy(2048, {{0, 15},
+                                 {28, 31},
+                                 {33, 37},
+                                 {128, 131},
+                                 {192, 231},
+                                 {256, 257},
+                                 {259, 267},
+                                 {341, 347},
+                                 {512, 513},
+                                 {515, 515},
+                                 {597, 597},
                                  {792, 983}});
     Carry(c, 516, 8 * size_t(m[515]));
     Carry(c, 598, 6 * size_t(m[597]));
     return c;
 }
 
-bool DisasmVtsExtras(const std::string& ini, const TitleSet& v, SideFiles side, std::string& error) {
+bool DisasmVtsExtras(const std::string& ini, const TitleSet& v, SideFiles side,
+                     std::string& error) {
     WriteUncarried(ini, kVtsBytesSection, "", v.table.data(), VtsCarried(v));
     CompleteCells(ini, v.menuCells, kVtsmCells);
     CompleteCells(ini, v.titleCells, kVtsCells);
@@ -736,8 +770,8 @@ void RestoreVts(const std::string& ini, const std::string& vobDir, const std::st
     // The table classes count the title VOB bytes in 32 bits, so the last
     // sector of a title set above 4 GiB wraps; it is counted in full here.
     const uint64_t titleBytes = TitleVobBytes(vobDir, ifoName);
-    AddBE32(file.data() + 12, int64_t(titleBytes / kSectorBytes) -
-                                  int64_t(uint32_t(titleBytes) / kSectorBytes));
+    AddBE32(file.data() + 12,
+            int64_t(titleBytes / kSectorBytes) - int64_t(uint32_t(titleBytes) / kSectorBytes));
 
     LaidOut l = TakeApart(file, kVtsLayout);
     uint8_t* mat = l.head.data();
@@ -789,10 +823,11 @@ DisasmResult DisassembleIfo(const std::string& ifo, const std::string& ini, Side
         // and no further than the first sector: the next one holds a table.
         Bytes copy = original;
         if (copy.size() < 2048) copy.resize(2048, 0);
-        const uint64_t pgcBytes =
-            vmg.matEndByte >= vmg.firstPlayByte ? uint64_t(vmg.matEndByte) + 1 - vmg.firstPlayByte : 0;
-        const size_t n = size_t(std::min<uint64_t>(
-            {1024, pgcBytes, uint64_t(original.size() - vmg.firstPlayByte)}));
+        const uint64_t pgcBytes = vmg.matEndByte >= vmg.firstPlayByte
+                                      ? uint64_t(vmg.matEndByte) + 1 - vmg.firstPlayByte
+                                      : 0;
+        const size_t n = size_t(
+            std::min<uint64_t>({1024, pgcBytes, uint64_t(original.size() - vmg.firstPlayByte)}));
         std::fill(copy.begin() + 1024, copy.begin() + 2048, 0);
         std::memmove(copy.data() + 1024, original.data() + vmg.firstPlayByte, n);
         moved = ini + ".first-play.ifo";
@@ -849,8 +884,10 @@ AsmResult AssembleIfo(const std::string& ini, const std::string& out, const std:
         result.error = out + ": the assembled file is incomplete";
         return result;
     }
-    if (result.kind == IfoKind::VideoManager) RestoreVmg(ini, vobDir, file, result);
-    else RestoreVts(ini, vobDir, ifoName, file);
+    if (result.kind == IfoKind::VideoManager)
+        RestoreVmg(ini, vobDir, file, result);
+    else
+        RestoreVts(ini, vobDir, ifoName, file);
     if (!WriteFileChecked(out, file, result.error)) return result;
     result.ok = true;
     return result;

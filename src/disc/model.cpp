@@ -92,9 +92,12 @@ Pgc ReadPgc(const ByteView& v, const char* name, std::vector<std::string>& probl
         const size_t pre = v.BE16(at), post = v.BE16(at + 2), cell = v.BE16(at + 4);
         size_t n = r.Held(at + 8, uint64_t(pre) + post + cell, 8);
         size_t k = 0;
-        for (size_t i = 0; i < pre && k < n; ++i, ++k) p.preCommands.push_back(CommandAt(v, at + 8 + 8 * k));
-        for (size_t i = 0; i < post && k < n; ++i, ++k) p.postCommands.push_back(CommandAt(v, at + 8 + 8 * k));
-        for (size_t i = 0; i < cell && k < n; ++i, ++k) p.cellCommands.push_back(CommandAt(v, at + 8 + 8 * k));
+        for (size_t i = 0; i < pre && k < n; ++i, ++k)
+            p.preCommands.push_back(CommandAt(v, at + 8 + 8 * k));
+        for (size_t i = 0; i < post && k < n; ++i, ++k)
+            p.postCommands.push_back(CommandAt(v, at + 8 + 8 * k));
+        for (size_t i = 0; i < cell && k < n; ++i, ++k)
+            p.cellCommands.push_back(CommandAt(v, at + 8 + 8 * k));
     }
     if (p.programMapAt)
         for (size_t i = 0, n = r.Held(p.programMapAt, p.programCount, 1); i < n; ++i)
@@ -163,8 +166,10 @@ PgcTable ReadPgcTable(TableReader& r, const char* name, std::vector<std::string>
             break;
         }
         --budget.pgcsLeft;
-        if (s.startByte >= v.size()) r.Problem("PGC " + std::to_string(i + 1) + " lies outside the file");
-        else s.pgc = ReadPgc(v.From(s.startByte), name, problems);
+        if (s.startByte >= v.size())
+            r.Problem("PGC " + std::to_string(i + 1) + " lies outside the file");
+        else
+            s.pgc = ReadPgc(v.From(s.startByte), name, problems);
         t.pgcs.push_back(std::move(s));
     }
     return t;
@@ -254,8 +259,10 @@ bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
 
     if (out.firstPlayByte != 0) {
         out.hasFirstPlay = true;
-        if (out.firstPlayByte >= ifo.size()) problems.push_back("FP_PGC: lies outside the file");
-        else out.firstPlay = ReadPgc(f.From(out.firstPlayByte), "FP_PGC", problems);
+        if (out.firstPlayByte >= ifo.size())
+            problems.push_back("FP_PGC: lies outside the file");
+        else
+            out.firstPlay = ReadPgc(f.From(out.firstPlayByte), "FP_PGC", problems);
     }
 
     TableReader tt(ifo, s.titles, "TT_SRPT", problems);
@@ -284,7 +291,8 @@ bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
             c.startByte = v.BE16(12 + 8 * i);
             const size_t masks = size_t(p.titleSets) + 1;
             const size_t held = entries.Take(pm.Held(c.startByte, 8 * masks, 2), pm);
-            for (size_t k = 0; k < held; ++k) c.levels[k / masks].push_back(v.BE16(c.startByte + 2 * k));
+            for (size_t k = 0; k < held; ++k)
+                c.levels[k / masks].push_back(v.BE16(c.startByte + 2 * k));
             p.countries.push_back(std::move(c));
         }
     }
@@ -353,7 +361,8 @@ bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
             if (to > from) {
                 for (size_t k = 0, m = entries.Take(pt.Held(size_t(from), (to - from) / 4, 4), pt);
                      k < m; ++k)
-                    parts.push_back({v.BE16(size_t(from) + 4 * k), v.BE16(size_t(from) + 4 * k + 2)});
+                    parts.push_back(
+                        {v.BE16(size_t(from) + 4 * k), v.BE16(size_t(from) + 4 * k + 2)});
             }
             out.parts.push_back(std::move(parts));
         }
@@ -373,7 +382,8 @@ bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
             const uint32_t at = v.BE32(8 + 4 * i);
             TimeMap m;
             m.unitSeconds = v.U8(at);
-            for (size_t k = 0, e = entries.Take(tm.Held(size_t(at) + 4, v.BE16(size_t(at) + 2), 4), tm);
+            for (size_t k = 0,
+                        e = entries.Take(tm.Held(size_t(at) + 4, v.BE16(size_t(at) + 2), 4), tm);
                  k < e; ++k)
                 m.entries.push_back(v.BE32(size_t(at) + 4 + 4 * k));
             out.timeMaps.push_back(std::move(m));

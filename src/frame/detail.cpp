@@ -24,9 +24,12 @@ struct Conversion {
 // other conversions): such formats go to vsnprintf whole.
 bool ParseConversion(const char*& p, Conversion& s) {
     for (;; ++p) {
-        if (*p == '-') s.left = true;
-        else if (*p == '0') s.zero = true;
-        else break;
+        if (*p == '-')
+            s.left = true;
+        else if (*p == '0')
+            s.zero = true;
+        else
+            break;
     }
     while (*p >= '0' && *p <= '9') {
         s.width = s.width * 10 + size_t(*p++ - '0');
@@ -56,7 +59,11 @@ bool ParseConversion(const char*& p, Conversion& s) {
     case '%': return !s.left && !s.zero && !s.width && !s.hasPrecision && !s.length;
     case 'c': return !s.zero && !s.hasPrecision && !s.length;
     case 's': return !s.zero && !s.length;
-    case 'd': case 'i': case 'u': case 'x': case 'X': return !s.hasPrecision;
+    case 'd':
+    case 'i':
+    case 'u':
+    case 'x':
+    case 'X': return !s.hasPrecision;
     default: return false;
     }
 }
@@ -168,9 +175,7 @@ bool FastFormat(Sink& result, const char* fmt, va_list* ap) {
         Conversion s;
         if (!ParseConversion(p, s)) return false;
         switch (s.conv) {
-        case '%':
-            out.Put("%", 1);
-            break;
+        case '%': out.Put("%", 1); break;
         case 'c': {
             const char ch = char(va_arg(*ap, int));
             out.Pad(s, 1, true);
@@ -188,9 +193,7 @@ bool FastFormat(Sink& result, const char* fmt, va_list* ap) {
             out.Pad(s, n, false);
             break;
         }
-        default:
-            PutInteger(out, s, ap);
-            break;
+        default: PutInteger(out, s, ap); break;
         }
     }
     result = out;
@@ -306,7 +309,9 @@ ReportStream::~ReportStream() {
 const ReportStream* ReportStream::Current() { return t_stream; }
 
 Report::Report(char* buf, int len)
-    : buf_(buf), len_(len), used_(buf ? std::strlen(buf) : 0),
+    : buf_(buf),
+      len_(len),
+      used_(buf ? std::strlen(buf) : 0),
       stream_(buf ? ReportStream::Current() : nullptr) {}
 
 // Sync follows text appended at the cursor by someone else (a PGC report, a

@@ -26,9 +26,15 @@ inline uint16_t GetBE16(const uint8_t* p) { return uint16_t((p[0] << 8) | p[1]);
 inline uint32_t GetBE32(const uint8_t* p) {
     return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
 }
-inline void PutBE16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v >> 8); p[1] = uint8_t(v); }
+inline void PutBE16(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v >> 8);
+    p[1] = uint8_t(v);
+}
 inline void PutBE32(uint8_t* p, uint32_t v) {
-    p[0] = uint8_t(v >> 24); p[1] = uint8_t(v >> 16); p[2] = uint8_t(v >> 8); p[3] = uint8_t(v);
+    p[0] = uint8_t(v >> 24);
+    p[1] = uint8_t(v >> 16);
+    p[2] = uint8_t(v >> 8);
+    p[3] = uint8_t(v);
 }
 // A few fields are stored least significant byte first: the parental ID
 // field of a title search pointer, the VOBU map's entry count as the
@@ -37,13 +43,23 @@ inline uint16_t GetLE16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8));
 inline uint32_t GetLE32(const uint8_t* p) {
     return p[0] | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
 }
-inline void PutLE16(uint8_t* p, uint32_t v) { p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); }
+inline void PutLE16(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v);
+    p[1] = uint8_t(v >> 8);
+}
 inline void PutLE32(uint8_t* p, uint32_t v) {
-    p[0] = uint8_t(v); p[1] = uint8_t(v >> 8); p[2] = uint8_t(v >> 16); p[3] = uint8_t(v >> 24);
+    p[0] = uint8_t(v);
+    p[1] = uint8_t(v >> 8);
+    p[2] = uint8_t(v >> 16);
+    p[3] = uint8_t(v >> 24);
 }
 // Swaps the two bytes of a 16-bit word in place (the command-table header
 // is turned into little-endian words this way by the PGC report and source).
-inline void Swap16InPlace(uint8_t* p) { uint8_t t = p[0]; p[0] = p[1]; p[1] = t; }
+inline void Swap16InPlace(uint8_t* p) {
+    uint8_t t = p[0];
+    p[0] = p[1];
+    p[1] = t;
+}
 
 // ---- Bounded reading ---------------------------------------------------------
 // A view of bytes that were actually read or allocated. Every read beyond the
@@ -315,9 +331,12 @@ inline uint32_t GetBE(const ByteView& v, size_t off, size_t size) {
     return size == 1 ? v.U8(off) : size == 2 ? v.BE16(off) : v.BE32(off);
 }
 inline void PutBE(uint8_t* p, size_t size, uint32_t v) {
-    if (size == 1) p[0] = uint8_t(v);
-    else if (size == 2) PutBE16(p, v);
-    else PutBE32(p, v);
+    if (size == 1)
+        p[0] = uint8_t(v);
+    else if (size == 2)
+        PutBE16(p, v);
+    else
+        PutBE32(p, v);
 }
 
 // ---- Tables: bounded reads ------------------------------------------------------

@@ -175,14 +175,14 @@ struct Stamp {
 };
 
 struct IniFile {
-    std::string text;  // the file as read, then keys and values written since
-    size_t garbage = 0;  // bytes of text no line points at any more
+    std::string text;            // the file as read, then keys and values written since
+    size_t garbage = 0;          // bytes of text no line points at any more
     std::vector<Line> preamble;  // lines before the first section
     std::vector<Section> sections;
     std::unordered_map<std::string, size_t> index;  // lower-case section -> index
     Stamp stamp;
     bool dirty = false;
-    uint64_t checkedIn = 0;  // the operation that last found it current
+    uint64_t checkedIn = 0;           // the operation that last found it current
     size_t lastSection = size_t(-1);  // the section found last
 
     const char* At(uint32_t at) const { return text.data() + at; }
@@ -425,7 +425,6 @@ private:
         return g_operationDepth > 0 && !absent_.empty() && absent_.count(path) != 0;
     }
 
-
     // The cached copy of a file, read afresh when it is not current; null
     // for a file that does not exist, unless it is to be written. Inside an
     // operation a file found absent is remembered as such until it ends
@@ -564,8 +563,7 @@ const Line* FindKey(const IniFile& f, Section& sec, const char* key, size_t len,
         }
     }
     *hash = HashName(key, len);
-    long i = sec.index.Find(key, len, *hash,
-                            [&](uint32_t n) { return f.KeyOf(sec.lines[n]); });
+    long i = sec.index.Find(key, len, *hash, [&](uint32_t n) { return f.KeyOf(sec.lines[n]); });
     if (i < 0) return nullptr;
     sec.cursor = size_t(i);
     return &sec.lines[size_t(i)];
@@ -573,8 +571,8 @@ const Line* FindKey(const IniFile& f, Section& sec, const char* key, size_t len,
 
 }  // namespace
 
-void INIGetPrivateProfileString(const char* section, const char* key, const char* def,
-                                char* buffer, int size, const char* file) {
+void INIGetPrivateProfileString(const char* section, const char* key, const char* def, char* buffer,
+                                int size, const char* file) {
     IniFile* f = TheStore().Get(file, false);
     if (f && section && key) {
         if (Section* sec = FindSection(*f, section)) {

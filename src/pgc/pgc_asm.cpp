@@ -16,8 +16,10 @@ namespace {
 class PgcSource {
 public:
     PgcSource(const char* iniFile, const char* section, const char* prefix)
-        : src_(iniFile, section), ini_(iniFile ? iniFile : ""),
-          section_(section ? section : ""), prefix_(prefix ? prefix : "") {}
+        : src_(iniFile, section),
+          ini_(iniFile ? iniFile : ""),
+          section_(section ? section : ""),
+          prefix_(prefix ? prefix : "") {}
 
     // Formats the key (prefix first, then an optional index) and reads it;
     // false when the statement is missing.
@@ -42,8 +44,7 @@ private:
 // a cell without its first statement ends the table (true); a cell without
 // a later one is false, with that key in s.Key().
 template <size_t N, size_t K>
-bool ReadCells(PgcSource& s, const CellKey (&keys)[K],
-               std::vector<std::array<uint8_t, N>>& cells) {
+bool ReadCells(PgcSource& s, const CellKey (&keys)[K], std::vector<std::array<uint8_t, N>>& cells) {
     cells.clear();
     while (cells.size() < kMaxCells) {
         const int index = int(cells.size()) + 1;
@@ -141,14 +142,16 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
     const int mapLength = m.pgmapLength;
     if (programs != mapLength && programs != mapLength - 1) {
         static const char kPrograms[] =
-            "Number of Programs in cnt [%d] not equal to number of programs defined in PGMAP_PROG [%d]";
+            "Number of Programs in cnt [%d] not equal to number of programs defined in PGMAP_PROG "
+            "[%d]";
         SetError(kPrograms, programs, mapLength);
         return false;
     }
     if (gi[kGiCells] != m.pbit.size()) {
         // The message ends in a blank, kept as hosts have always shown it.
         static const char kCells[] =
-            "In [%s] at [%s] the number of Cells in cnt not equal to number of cells defined in C_PBIT. Cell count = %d and C_PBIT = %d ";
+            "In [%s] at [%s] the number of Cells in cnt not equal to number of cells defined in "
+            "C_PBIT. Cell count = %d and C_PBIT = %d ";
         SetError(kCells, s.Ini(), s.Section(), gi[kGiCells], int(m.pbit.size()));
         return false;
     }
@@ -162,8 +165,14 @@ bool CKestro_PGCI::AsmPGCI(const char* iniFile, const char* section, const char*
             switch (f.form) {
             case GeneralForm::Bytes: HexBytes(s.Value(), field, 4); break;
             case GeneralForm::Words: HexWords(s.Value(), field, 4); break;
-            case GeneralForm::Hex16: PutBE16(field, s.Hex() & 0xFFFF); field += 2; break;
-            case GeneralForm::Hex32: PutBE32(field, s.Hex()); field += 4; break;
+            case GeneralForm::Hex16:
+                PutBE16(field, s.Hex() & 0xFFFF);
+                field += 2;
+                break;
+            case GeneralForm::Hex32:
+                PutBE32(field, s.Hex());
+                field += 4;
+                break;
             }
         }
     }

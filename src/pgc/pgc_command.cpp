@@ -72,24 +72,18 @@ int SystemSpace(const uint8_t* c, char* out, bool call) {
     if (!call) {
         switch (domain) {
         case 0: return Put(out, " JmpInSystemSpace To First Play PGC ");
-        case 1:
-            Put(out, " JmpInSystemSpace To VMGM Menu ");
-            return Append(out, "%s", menu);
+        case 1: Put(out, " JmpInSystemSpace To VMGM Menu "); return Append(out, "%s", menu);
         case 2:
             Format(out, kCommandText, " JmpInSystemSpace To VTS %d TTN %d", c[4], c[3]);
             return Append(out, "%s", menu);
-        default:
-            return Format(out, kCommandText, " JmpInSystemSpace To VMGM PGC number %d ", pgcn);
+        default: return Format(out, kCommandText, " JmpInSystemSpace To VMGM PGC number %d ", pgcn);
         }
     }
     switch (domain) {
     case 0: return Put(out, " CallInSystemSpace First Play ");
     case 1: return Put(out, " CallInSystemSpace VMGM Title Menu");
-    case 2:
-        Put(out, " CallInSystemSpace VTSM ");
-        return Append(out, "%s", menu);
-    default:
-        return Format(out, kCommandText, " CallInSystemSpace VMGM_DOM PGC number %d ", pgcn);
+    case 2: Put(out, " CallInSystemSpace VTSM "); return Append(out, "%s", menu);
+    default: return Format(out, kCommandText, " CallInSystemSpace VMGM_DOM PGC number %d ", pgcn);
     }
 }
 

@@ -26,8 +26,14 @@ void WriteGeneral(Source& src, const char* px, const PgcBytes& p) {
                 src.Write(key, "%04x%04x%04x%04x", p.BE16(at), p.BE16(at + 2), p.BE16(at + 4),
                           p.BE16(at + 6));
                 break;
-            case GeneralForm::Hex16: src.Write(key, "%04x", p.BE16(at)); at += 2; break;
-            case GeneralForm::Hex32: src.Write(key, "%08x", p.BE32(at)); at += 4; break;
+            case GeneralForm::Hex16:
+                src.Write(key, "%04x", p.BE16(at));
+                at += 2;
+                break;
+            case GeneralForm::Hex32:
+                src.Write(key, "%08x", p.BE32(at));
+                at += 4;
+                break;
             }
         }
     }
@@ -44,13 +50,12 @@ void WriteCommands(Source& src, const char* px, PgcBytes& p) {
         // Counts come from the file: commands that would lie beyond the
         // bytes the caller holds are not invented (a damaged header can
         // announce 196,605 of them).
-        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize);
-             ++i, at += kCommandSize) {
+        for (unsigned i = 1; i <= n[g] && p.View().Has(at, kCommandSize); ++i, at += kCommandSize) {
             uint8_t c[kCommandSize];
             p.View().Copy(at, c, kCommandSize);
             src.Write(src.Key(kCommandGroups[g].commandKey, px, int(i)),
-                      "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1], c[2], c[3], c[4], c[5],
-                      c[6], c[7]);
+                      "%02x%02x%02x%02x%02x%02x%02x%02x", c[0], c[1], c[2], c[3], c[4], c[5], c[6],
+                      c[7]);
         }
     }
 }

@@ -16,15 +16,15 @@ namespace pgc {
 
 // PGC general information (PGC_GI): fixed 236-byte block at the PGC start.
 constexpr size_t kGiSize = 236;
-constexpr size_t kGiCount = 0;        // reserved word, programs, cells
-constexpr size_t kGiPrograms = 2;     // low 7 bits count
+constexpr size_t kGiCount = 0;     // reserved word, programs, cells
+constexpr size_t kGiPrograms = 2;  // low 7 bits count
 constexpr size_t kGiCells = 3;
-constexpr size_t kGiPlayTime = 4;     // BCD hh mm ss ff (top bits of ff: rate)
+constexpr size_t kGiPlayTime = 4;  // BCD hh mm ss ff (top bits of ff: rate)
 constexpr size_t kGiUops = 8;
-constexpr size_t kGiAudio = 12;       // 8 x 16 bits
-constexpr size_t kGiSubpic = 28;      // 32 x 32 bits
-constexpr size_t kGiNav = 156;        // next, prev, go-up, mode/still
-constexpr size_t kGiPalette = 164;    // 16 x (0, Y, Cr, Cb)
+constexpr size_t kGiAudio = 12;     // 8 x 16 bits
+constexpr size_t kGiSubpic = 28;    // 32 x 32 bits
+constexpr size_t kGiNav = 156;      // next, prev, go-up, mode/still
+constexpr size_t kGiPalette = 164;  // 16 x (0, Y, Cr, Cb)
 constexpr size_t kGiCmdtSa = 228;
 constexpr size_t kGiPgmapSa = 230;
 constexpr size_t kGiCpbitSa = 232;
@@ -34,7 +34,7 @@ constexpr int kAudioStreams = 8;
 constexpr int kSubpicStreams = 32;
 constexpr int kPaletteColours = 16;
 
-constexpr size_t kCmdtHeader = 8;     // pre, post, cell counts, end address
+constexpr size_t kCmdtHeader = 8;  // pre, post, cell counts, end address
 constexpr size_t kCommandSize = 8;
 constexpr size_t kPbitEntry = 24;
 constexpr size_t kPositEntry = 4;

@@ -32,7 +32,8 @@ public:
 #if defined(__GNUC__)
     __attribute__((format(printf, 2, 3)))
 #endif
-    void Line(const char* fmt, ...) {
+    void
+    Line(const char* fmt, ...) {
         if (!ok_) return;
         va_list ap;
         va_start(ap, fmt);
@@ -47,9 +48,9 @@ public:
     // lands behind the text's terminator and is not shown.
     void Command(CKestro_PGCI& codec, unsigned number, const uint8_t* c) {
         if (!ok_) return;
-        int len = Format(line_ + indent_, kLine - indent_,
-                         "      %d: %02x%02x%02x%02x%02x%02x%02x%02x ", number, c[0], c[1], c[2],
-                         c[3], c[4], c[5], c[6], c[7]);
+        int len =
+            Format(line_ + indent_, kLine - indent_, "      %d: %02x%02x%02x%02x%02x%02x%02x%02x ",
+                   number, c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]);
         char text[64] = {};
         int rlen = codec.DisAssembleCommand(c, text);
         size_t at = size_t(len) + 4;
@@ -85,8 +86,10 @@ private:
 void PlayTime(PgcLines& r, const char* fmt, const PgcBytes& p, size_t at, int cell) {
     uint8_t h = p.U8(at), m = p.U8(at + 1), s = p.U8(at + 2), f = p.U8(at + 3);
     int d[8] = {h >> 4, h & 15, m >> 4, m & 15, s >> 4, s & 15, (f >> 4) & 3, f & 15};
-    if (cell < 0) r.Line(fmt, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
-    else r.Line(fmt, cell, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
+    if (cell < 0)
+        r.Line(fmt, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
+    else
+        r.Line(fmt, cell, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
 }
 
 // A part whose start offset is 0: says so, and calls it an error when the
@@ -181,14 +184,13 @@ bool WriteReport(CKestro_PGCI& codec, PgcLines& r, PgcBytes& p) {
 
 }  // namespace
 
-int CKestro_PGCI::DetailsOfPGCI(unsigned short indent, unsigned char* data,
-                                unsigned long offset, char* out, int room) {
+int CKestro_PGCI::DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset,
+                                char* out, int room) {
     return DetailsOfPGCI(indent, data, offset, out, room, kTrustCaller);
 }
 
-int CKestro_PGCI::DetailsOfPGCI(unsigned short indent, unsigned char* data,
-                                unsigned long offset, char* out, int room,
-                                unsigned long dataSize) {
+int CKestro_PGCI::DetailsOfPGCI(unsigned short indent, unsigned char* data, unsigned long offset,
+                                char* out, int room, unsigned long dataSize) {
     if (!out) return 0;
     PgcBytes pgc(data, offset, dataSize);
     PgcLines lines(indent, out, room);

@@ -16,18 +16,27 @@ namespace {
 constexpr size_t kEntry = 12;
 
 const CellTableKind kVmgmCells = {
-    "vmgm_c_adt", "vmgm_vob_ns", "vmgm_c_adt_ea",
-    "Number of VOBs in VMGM_VOBS %d", "End byte address of VMGM_C_ADT table: %d",
+    "vmgm_c_adt",
+    "vmgm_vob_ns",
+    "vmgm_c_adt_ea",
+    "Number of VOBs in VMGM_VOBS %d",
+    "End byte address of VMGM_C_ADT table: %d",
     /*bodySize16=*/true,
 };
 const CellTableKind kVtsCells = {
-    "vts_c_adt", "vts_vob_ns", "vts_c_adt_ea",
-    "Number of VOBs in VTS_VOBS: %d", "End byte address of VTS_C_ADT table: %d",
+    "vts_c_adt",
+    "vts_vob_ns",
+    "vts_c_adt_ea",
+    "Number of VOBs in VTS_VOBS: %d",
+    "End byte address of VTS_C_ADT table: %d",
     /*bodySize16=*/true,
 };
 const CellTableKind kVtsmCells = {
-    "vtsm_c_adt", "vtsm_vob_ns", "vtsm_c_adt_ea",
-    "Number of VOBs in VTSM_VOBS: %d", "End byte address of VTSM_C_ADT table: %d",
+    "vtsm_c_adt",
+    "vtsm_vob_ns",
+    "vtsm_c_adt_ea",
+    "Number of VOBs in VTSM_VOBS: %d",
+    "End byte address of VTSM_C_ADT table: %d",
     /*bodySize16=*/false,
 };
 
@@ -46,9 +55,12 @@ int FieldOf(const ByteView& e, const EntryField& f) {
     return f.width == 1 ? e.U8(f.at) : f.width == 2 ? e.BE16(f.at) : int(e.BE32(f.at));
 }
 void PutField(uint8_t* e, const EntryField& f, int value) {
-    if (f.width == 1) e[f.at] = uint8_t(value);
-    else if (f.width == 2) PutBE16(e + f.at, uint32_t(value));
-    else PutBE32(e + f.at, uint32_t(value));
+    if (f.width == 1)
+        e[f.at] = uint8_t(value);
+    else if (f.width == 2)
+        PutBE16(e + f.at, uint32_t(value));
+    else
+        PutBE32(e + f.at, uint32_t(value));
 }
 
 // Every member reports a missing entry statement with the VTSM wording.

@@ -24,16 +24,26 @@ using namespace kestro;
 namespace {
 
 const MenuPgcKind kVmgmMenus = {
-    "vmgm", "VMGM", "Video Manager",
-    /*wrapIllegalFormat=*/false, /*clearLoadedViewFirst=*/false,
-    /*unitCountPreamble=*/true, /*breakAfterUnitEndLine=*/false,
-    /*byteAddressNumberedByLine=*/true, /*pgcSeparator=*/" \r\n",
+    "vmgm",
+    "VMGM",
+    "Video Manager",
+    /*wrapIllegalFormat=*/false,
+    /*clearLoadedViewFirst=*/false,
+    /*unitCountPreamble=*/true,
+    /*breakAfterUnitEndLine=*/false,
+    /*byteAddressNumberedByLine=*/true,
+    /*pgcSeparator=*/" \r\n",
 };
 const MenuPgcKind kVtsmMenus = {
-    "vtsm", "VTSM", "Video Title Set",
-    /*wrapIllegalFormat=*/true, /*clearLoadedViewFirst=*/true,
-    /*unitCountPreamble=*/false, /*breakAfterUnitEndLine=*/true,
-    /*byteAddressNumberedByLine=*/false, /*pgcSeparator=*/"\r\n",
+    "vtsm",
+    "VTSM",
+    "Video Title Set",
+    /*wrapIllegalFormat=*/true,
+    /*clearLoadedViewFirst=*/true,
+    /*unitCountPreamble=*/false,
+    /*breakAfterUnitEndLine=*/true,
+    /*byteAddressNumberedByLine=*/false,
+    /*pgcSeparator=*/"\r\n",
 };
 
 // Units and PGCs the language-unit reports and sources walk: the capacity of
@@ -64,8 +74,7 @@ std::string PgcPrefix(const MenuPgcKind& k) { return std::string(k.key) + "_pgc_
 // Unit table
 // ============================================================================
 
-CKestroMenuPgcTable::CKestroMenuPgcTable(const MenuPgcKind& kind)
-    : m_kind(&kind), m_header{} {}
+CKestroMenuPgcTable::CKestroMenuPgcTable(const MenuPgcKind& kind) : m_kind(&kind), m_header{} {}
 
 CKestroMenuPgcTable::~CKestroMenuPgcTable() = default;
 

@@ -14,16 +14,25 @@ namespace {
 
 const VobuMapKind kVmgmMap = {
     // The video manager's map shares the title set map's section name.
-    "vts_vobu_admap", "VMGM VOBU Address Map Information: %d entries",
-    /*mapReadAtLoad=*/false, /*silentBufferFailure=*/true, /*sideFileLittleEndian=*/false,
+    "vts_vobu_admap",
+    "VMGM VOBU Address Map Information: %d entries",
+    /*mapReadAtLoad=*/false,
+    /*silentBufferFailure=*/true,
+    /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsMap = {
-    "vts_vobu_admap", nullptr,
-    /*mapReadAtLoad=*/false, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/false,
+    "vts_vobu_admap",
+    nullptr,
+    /*mapReadAtLoad=*/false,
+    /*silentBufferFailure=*/false,
+    /*sideFileLittleEndian=*/false,
 };
 const VobuMapKind kVtsmMap = {
-    "vtsm_vobu_admap", nullptr,
-    /*mapReadAtLoad=*/true, /*silentBufferFailure=*/false, /*sideFileLittleEndian=*/true,
+    "vtsm_vobu_admap",
+    nullptr,
+    /*mapReadAtLoad=*/true,
+    /*silentBufferFailure=*/false,
+    /*sideFileLittleEndian=*/true,
 };
 
 constexpr const char* kNoMemory = "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP";
@@ -190,9 +199,7 @@ CKestro_VTS_ADMAP::CKestro_VTS_ADMAP() : CKestroVobuAddressMap(kVtsMap) {}
 int CKestro_VTS_ADMAP::Load(int hFile, unsigned long startSector) {
     return LoadMap(hFile, startSector);
 }
-bool CKestro_VTS_ADMAP::Disasm_ToFile(const char*, const char* path) {
-    return WriteSideFile(path);
-}
+bool CKestro_VTS_ADMAP::Disasm_ToFile(const char*, const char* path) { return WriteSideFile(path); }
 bool CKestro_VTS_ADMAP::Asm_FromFile(const char*, unsigned short, const char* path) {
     return ReadSideFile(path, true);
 }
@@ -204,9 +211,7 @@ CKestro_VTSM_ADMAP::CKestro_VTSM_ADMAP() : CKestroVobuAddressMap(kVtsmMap) {}
 int CKestro_VTSM_ADMAP::Load(int hFile, unsigned long startSector) {
     return LoadMap(hFile, startSector);
 }
-bool CKestro_VTSM_ADMAP::DisasmToFile(const char*, const char* path) {
-    return WriteSideFile(path);
-}
+bool CKestro_VTSM_ADMAP::DisasmToFile(const char*, const char* path) { return WriteSideFile(path); }
 bool CKestro_VTSM_ADMAP::AsmFromFile(const char*, const char* path) {
     return ReadSideFile(path, true);
 }

@@ -65,8 +65,10 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
     for (const Field& f : kFields) {
         if (f.reader == Reader::Computed) continue;
         if (!src.Read(f.key)) {
-            if (f.missing) SetError("%s", f.missing);
-            else SetError("[%s] Statement missing in vmgi_mat", f.key);
+            if (f.missing)
+                SetError("%s", f.missing);
+            else
+                SetError("[%s] Statement missing in vmgi_mat", f.key);
             return false;
         }
         if (f.reader == Reader::Identifier && std::strncmp(src.Value(), kVmgId, f.size) != 0) {
@@ -103,9 +105,9 @@ bool CKestro_VMG_MAT::Asm(const char* iniPath, int hFile, const char* ifoPath) {
         CBaseKestro* table;
         size_t field;
     } const layout[] = {
-        {m_ptt.get(), kTtSrptSa},   {m_pgci.get(), kVmgmPgciUtSa}, {m_mait.get(), kPtlMaitSa},
-        {m_atrt.get(), kVtsAtrtSa}, {m_cadt.get(), kVmgmCAdtSa},
-        {m_admap.get(), kVmgmVobuAdmapSa},
+        {m_ptt.get(), kTtSrptSa},    {m_pgci.get(), kVmgmPgciUtSa},
+        {m_mait.get(), kPtlMaitSa},  {m_atrt.get(), kVtsAtrtSa},
+        {m_cadt.get(), kVmgmCAdtSa}, {m_admap.get(), kVmgmVobuAdmapSa},
     };
     // The first sub-table follows the management table: its end address (not
     // the byte count) rounded up to whole sectors. An end address of exactly

@@ -124,10 +124,14 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
         for (const auto& f : kAttrFields) {
             for (int j = 1, m = Streams(rec, f); r.ok() && j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
-                if (f.form == Form::Dec) r.Line(f.line, int(GetBE(v, 0, f.size)));
-                else if (f.form == Form::FirstByte) r.Line(f.line, int(r.Written() + 1), v.U8(0));
-                else if (f.countAt) r.Line(f.line, j, HexDigits(v, f.size).c_str());
-                else r.Line(f.line, HexDigits(v, f.size).c_str());
+                if (f.form == Form::Dec)
+                    r.Line(f.line, int(GetBE(v, 0, f.size)));
+                else if (f.form == Form::FirstByte)
+                    r.Line(f.line, int(r.Written() + 1), v.U8(0));
+                else if (f.countAt)
+                    r.Line(f.line, j, HexDigits(v, f.size).c_str());
+                else
+                    r.Line(f.line, HexDigits(v, f.size).c_str());
             }
         }
     }
@@ -148,8 +152,10 @@ bool CKestro_VMG_ATRT::Disasm(const char* iniPath) {
             for (int j = 1, m = Streams(rec, f); j <= m; ++j) {
                 const ByteView v = FieldAt(rec, f, j);
                 const char* key = src.Key(f.key, i, j);
-                if (f.form == Form::Dec) src.Write(key, "%d", int(GetBE(v, 0, f.size)));
-                else src.Write(key, "x%s", HexDigits(v, f.size).c_str());
+                if (f.form == Form::Dec)
+                    src.Write(key, "%d", int(GetBE(v, 0, f.size)));
+                else
+                    src.Write(key, "x%s", HexDigits(v, f.size).c_str());
             }
         }
     }

@@ -79,8 +79,7 @@ constexpr Field kFields[] = {
      "VMG No Provider ID available:"},
     // Each byte shown with %x, without its leading zero.
     {"pos_cd", 96, 8, Form::Bytes, Reader::Required, "VMG POS Code: %x%x%x%x%x%x%x%x"},
-    {"vmgi_mat_ea", kVmgiMatEa, 4, Form::Dec, Reader::Computed,
-     "End byte address of VMGI_MAT: %d"},
+    {"vmgi_mat_ea", kVmgiMatEa, 4, Form::Dec, Reader::Computed, "End byte address of VMGI_MAT: %d"},
     {"fp_pgci_sa", kFpPgcSa, 4, Form::Dec, Reader::Computed,
      "Start byte address of First Play PGC FP_PGC: %d"},
     {"vmgm_vobs_sa", kVmgmVobsSa, 4, Form::Dec, Reader::Computed,
@@ -105,10 +104,9 @@ constexpr Field kFields[] = {
     {"vmgm_ast_ns", 259, 1, Form::Dec, Reader::Required,
      "Number of audio streams in VMGM_VOBS: %d"},
     // One byte per stream is shown, not the stream's whole attribute.
-    {"vmgm_ast_atr", 260, 8, Form::Bytes, Reader::Required, "  Audio %d attributes: %x",
-     nullptr, nullptr, 259},
-    {"vmgm_spst_ns", 341, 1, Form::Dec, Reader::Required,
-     "VMGM Number of subpicture streams: %d"},
+    {"vmgm_ast_atr", 260, 8, Form::Bytes, Reader::Required, "  Audio %d attributes: %x", nullptr,
+     nullptr, 259},
+    {"vmgm_spst_ns", 341, 1, Form::Dec, Reader::Required, "VMGM Number of subpicture streams: %d"},
     {"vmgm_spst_atr", 342, 6, Form::Bytes, Reader::Required,
      "  Subpicture stream %d attributes: %x", nullptr, nullptr, 341},
 };

@@ -110,8 +110,10 @@ bool CKestro_VMG_MAT::Details(char* buf, int len) {
         const uint8_t* p = rec + f.at;
         switch (f.form) {
         case Form::Text:
-            if (f.empty && p[0] == 0) r.Text(f.empty);
-            else r.Line(f.line, TextAt(p, f.size).c_str());
+            if (f.empty && p[0] == 0)
+                r.Text(f.empty);
+            else
+                r.Line(f.line, TextAt(p, f.size).c_str());
             break;
         case Form::Dec: r.Line(f.line, int(GetBE(mat, f.at, f.size))); break;
         case Form::Version: r.Line(f.line, p[0] >> 4, p[0] & 0x0F); break;
@@ -168,7 +170,7 @@ bool CKestro_VMG_MAT::Disasm(const char* iniPath) {
         case Form::Category: src.Write(f.key, "x%08x", GetBE32(p)); break;
         case Form::VolumeSet:
             src.Write(f.key, "x%04x%04x%04x%04x", GetBE16(p), GetBE16(p + 2), GetBE16(p + 4),
-                    GetBE16(p + 6));
+                      GetBE16(p + 6));
             break;
         case Form::Bytes: src.Write(f.key, "x%s", HexDigits(mat.From(f.at), f.size).c_str()); break;
         }

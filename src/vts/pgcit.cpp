@@ -63,9 +63,8 @@ bool CKestro_VTS_PGCIT::Details(CKestro_PGCI* pgci, char* buf, int len) {
         // overrun it. A report that does not fit returns 0 and the next lines
         // overwrite its partial text.
         const long room = long(len) - long(r.Used()) - (kPgcIndent + 2);
-        const int wrote = pgci->DetailsOfPGCI(kPgcIndent, BodyData(m_loaded), start - 8,
-                                              r.Cursor(), room > 0 ? int(room) : 0,
-                                              m_loaded.body.size());
+        const int wrote = pgci->DetailsOfPGCI(kPgcIndent, BodyData(m_loaded), start - 8, r.Cursor(),
+                                              room > 0 ? int(room) : 0, m_loaded.body.size());
         const size_t at = r.Used() + size_t(wrote > 0 ? wrote : 0);
         if (at + 3 > size_t(len) + 2) return false;  // not even the line break fits
         std::memcpy(buf + at, " \r\n", 4);

@@ -18,8 +18,10 @@ constexpr uint32_t kDiscontinuity = 0x80000000u;
 // A time map inside a loaded body (body byte 0 is table byte 8).
 struct LoadedMap {
     LoadedMap(const ByteView& body, uint32_t index)
-        : start(body.BE32(4 * size_t(index))), at(start - 8),
-          timeUnit(body.U8(at)), entries(body.BE16(at + 2)) {}
+        : start(body.BE32(4 * size_t(index))),
+          at(start - 8),
+          timeUnit(body.U8(at)),
+          entries(body.BE16(at + 2)) {}
     uint32_t Entry(const ByteView& body, uint32_t j) const {
         return body.BE32(size_t(at) + 4 + 4 * size_t(j));
     }
@@ -38,7 +40,8 @@ public:
     // Only whole 4-byte start addresses count (unlike the shared clamp: that
     // keeps today's report of a damaged table).
     explicit MapWalk(const LoadedTable& t)
-        : body_(t.body), maps_(uint32_t(HeldEntries(t.count, t.body.size() / 4 * 4, 4))),
+        : body_(t.body),
+          maps_(uint32_t(HeldEntries(t.count, t.body.size() / 4 * 4, 4))),
           budget_(t.body.size() / 4) {}
     uint32_t Maps() const { return maps_; }
     const ByteView& Body() const { return body_; }

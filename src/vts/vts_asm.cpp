@@ -37,33 +37,33 @@ size_t NameStart(const std::string& path) {
 bool StoreField(Table& mat, const Field& f, int k, const char* value) {
     uint8_t bytes[24];
     switch (f.form) {
-        case Form::Id:
-            if (std::strncmp(value, kVtsId, kIdSize) != 0) return false;
-            std::memcpy(mat.data(), value, kIdSize);
-            break;
-        case Form::Decimal32: PutBE32(&mat[f.offset], uint32_t(std::atoi(value))); break;
-        case Form::Hex32: PutBE32(&mat[f.offset], uint32_t(axtoi(value))); break;
-        case Form::Version: {
-            // The second character is cut off: the major number is the
-            // first character alone, the minor number the rest.
-            char v[Source::kValueSize] = {};
-            Format(v, sizeof v, "%s", value);
-            v[1] = 0;
-            int major = std::atoi(v), minor = std::atoi(v + 2);
-            mat[f.offset + 1] = uint8_t(major * 16 + minor % 16);
-            break;
-        }
-        case Form::Count: mat[f.offset] = uint8_t(std::atoi(value)); break;
-        case Form::MenuVideo:
-            // Only the low byte of the whole number is kept.
-            mat[f.offset] = 0;
-            mat[f.offset + 1] = uint8_t(axtoi(value));
-            break;
-        case Form::HexBytes:
-        case Form::Run:
-            HexBytes(value, bytes, f.size);
-            Store(mat, f.offset + f.size * size_t(k - 1), bytes, f.size);
-            break;
+    case Form::Id:
+        if (std::strncmp(value, kVtsId, kIdSize) != 0) return false;
+        std::memcpy(mat.data(), value, kIdSize);
+        break;
+    case Form::Decimal32: PutBE32(&mat[f.offset], uint32_t(std::atoi(value))); break;
+    case Form::Hex32: PutBE32(&mat[f.offset], uint32_t(axtoi(value))); break;
+    case Form::Version: {
+        // The second character is cut off: the major number is the
+        // first character alone, the minor number the rest.
+        char v[Source::kValueSize] = {};
+        Format(v, sizeof v, "%s", value);
+        v[1] = 0;
+        int major = std::atoi(v), minor = std::atoi(v + 2);
+        mat[f.offset + 1] = uint8_t(major * 16 + minor % 16);
+        break;
+    }
+    case Form::Count: mat[f.offset] = uint8_t(std::atoi(value)); break;
+    case Form::MenuVideo:
+        // Only the low byte of the whole number is kept.
+        mat[f.offset] = 0;
+        mat[f.offset + 1] = uint8_t(axtoi(value));
+        break;
+    case Form::HexBytes:
+    case Form::Run:
+        HexBytes(value, bytes, f.size);
+        Store(mat, f.offset + f.size * size_t(k - 1), bytes, f.size);
+        break;
     }
     return true;
 }
@@ -77,8 +77,8 @@ bool CKestro_VTS_MAT::ReadSource(const char* iniPath, bool absolute) {
         if (f.absoluteOnly && !absolute) continue;
         for (int k = 1, n = Statements(f, m_mat.data()); k <= n; ++k) {
             if (!src.Read(f.form == Form::Run ? src.Key(f.key, k) : src.Key("%s", f.key))) {
-                const char* irregular = absolute && f.missingAbsolute ? f.missingAbsolute
-                                                                      : f.missing;
+                const char* irregular =
+                    absolute && f.missingAbsolute ? f.missingAbsolute : f.missing;
                 if (irregular)
                     SetError("%s", irregular);
                 else
@@ -94,8 +94,7 @@ bool CKestro_VTS_MAT::ReadSource(const char* iniPath, bool absolute) {
     return true;
 }
 
-bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPath,
-                               bool absolute) {
+bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPath, bool absolute) {
     // Title-set number: the 5th and 6th characters of the file name.
     const std::string ifo = ifoPath ? ifoPath : "";
     const size_t nameAt = NameStart(ifo);
@@ -106,8 +105,8 @@ bool CKestro_VTS_MAT::Assemble(const char* iniPath, int hFile, const char* ifoPa
     if (!ReadSource(iniPath, absolute)) return false;
 
     // Layout: the management table, then the sub-tables back to back.
-    CBaseKestro* const tables[kTableCount] = {m_ptt.get(),    m_pgcit.get(),     m_pgciUt.get(),
-                                              m_tmap.get(),   m_vtsmCadt.get(),  m_vtsmAdmap.get(),
+    CBaseKestro* const tables[kTableCount] = {m_ptt.get(),     m_pgcit.get(),    m_pgciUt.get(),
+                                              m_tmap.get(),    m_vtsmCadt.get(), m_vtsmAdmap.get(),
                                               m_vtsCadt.get(), m_vtsAdmap.get()};
     uint32_t next = 1;
     for (size_t i = 0; i < kTableCount; ++i) {

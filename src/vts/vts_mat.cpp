@@ -18,27 +18,27 @@ std::string FieldText(const ByteView& mat, const Field& f, bool report, int k) {
     char text[32] = {};
     const uint32_t held = f.size == 4 ? GetLE32(mat.data() + f.offset) : 0;  // 32-bit fields
     switch (f.form) {
-        case Form::Id: {
-            // The identifier has no terminator: in the report it runs on into
-            // VTS_EA as held (least significant byte first) up to the first
-            // zero byte, which is the established text of that line. It never
-            // runs past the management table. The source gives 12 characters.
-            const char* id = reinterpret_cast<const char*>(mat.data());
-            const size_t n = report ? mat.size() : kIdSize;
-            const void* end = std::memchr(id, 0, n);
-            return std::string(id, end ? size_t(static_cast<const char*>(end) - id) : n);
-        }
-        case Form::Decimal32: Format(text, sizeof text, "%d", int(held)); break;
-        case Form::Hex32: Format(text, sizeof text, "%08x", unsigned(held)); break;
-        case Form::Version: {
-            const uint8_t v = mat.U8(f.offset + 1);  // major << 4 | minor
-            Format(text, sizeof text, "%d.%d", v >> 4, v & 15);
-            break;
-        }
-        case Form::Count: Format(text, sizeof text, "%d", mat.U8(f.offset)); break;
-        case Form::HexBytes:
-        case Form::MenuVideo: return HexDigits(mat.From(f.offset), f.size);
-        case Form::Run: return HexDigits(mat.From(f.offset + f.size * size_t(k - 1)), f.size);
+    case Form::Id: {
+        // The identifier has no terminator: in the report it runs on into
+        // VTS_EA as held (least significant byte first) up to the first
+        // zero byte, which is the established text of that line. It never
+        // runs past the management table. The source gives 12 characters.
+        const char* id = reinterpret_cast<const char*>(mat.data());
+        const size_t n = report ? mat.size() : kIdSize;
+        const void* end = std::memchr(id, 0, n);
+        return std::string(id, end ? size_t(static_cast<const char*>(end) - id) : n);
+    }
+    case Form::Decimal32: Format(text, sizeof text, "%d", int(held)); break;
+    case Form::Hex32: Format(text, sizeof text, "%08x", unsigned(held)); break;
+    case Form::Version: {
+        const uint8_t v = mat.U8(f.offset + 1);  // major << 4 | minor
+        Format(text, sizeof text, "%d.%d", v >> 4, v & 15);
+        break;
+    }
+    case Form::Count: Format(text, sizeof text, "%d", mat.U8(f.offset)); break;
+    case Form::HexBytes:
+    case Form::MenuVideo: return HexDigits(mat.From(f.offset), f.size);
+    case Form::Run: return HexDigits(mat.From(f.offset + f.size * size_t(k - 1)), f.size);
     }
     return text;
 }

@@ -98,8 +98,8 @@ constexpr Field kFields[] = {
     // Counts above 8 run past the audio area (and above 190 past the table:
     // reported and written as zeros, dropped when assembled).
     {"vts_ast_atrt%02d", "  Audio %d attributes: %s", Form::Run, 516, 8, false, /*countAt=*/515},
-    {"vts_spst_ns", "Number of subpicture streams in VTSTT_VOBS: %s", Form::Count, 597, 1, false,
-     0, 0, nullptr, /*missingAbsolute=*/"vts_spst_ns"},
+    {"vts_spst_ns", "Number of subpicture streams in VTSTT_VOBS: %s", Form::Count, 597, 1, false, 0,
+     0, nullptr, /*missingAbsolute=*/"vts_spst_ns"},
     {"vts_spst_atrt%02d", "  Subpicture stream %d attributes: %s", Form::Run, 598, 6, false,
      /*countAt=*/597},
     // Multichannel audio attributes: not reported.
