@@ -133,8 +133,8 @@ bool CKestro_VMG_MAT::Details(char* buf, int len) {
         r.Line("VMG has no First Play PGC");
         return r.ok();
     }
-    // Nothing is written at the cursor once a line was refused.
-    if (!r.Line("VMG First Play PGC:")) return false;
+    r.Line("VMG First Play PGC:");
+    if (!r.ok()) return false;  // nothing is written at the cursor once a line was refused
     // The codec byte-swaps the command-table header of the PGC it reports,
     // in the record itself, and leaves it so: a second report or source run
     // of the same loaded object reads those counts byte-swapped (hosts load
