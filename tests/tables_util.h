@@ -17,8 +17,8 @@
 
 namespace tt {
 
-struct
-    File {  // a handle of the library's file layer (created, or opened to read), closed at scope end
+// A handle of the library's file layer (created, or opened to read), closed at scope end.
+struct File {
     explicit File(const std::string& p, bool create = false)
         : h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8000)) {}
     ~File() { kestro::FileClose(h); }
@@ -27,22 +27,15 @@ struct
 };
 
 struct Bytes : std::vector<uint8_t> {  // big-endian builder
-    Bytes& u8(uint32_t v) {
-        push_back(uint8_t(v));
-        return *this;
-    }
+    Bytes& u8(uint32_t v) { return push_back(uint8_t(v)), *this; }
     Bytes& be16(uint32_t v) { return u8(v >> 8).u8(v); }
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
-    Bytes& be32s(const std::vector<uint32_t>& v) {
-        for (uint32_t x : v) be32(x);
-        return *this;
-    }
-    Bytes& add(const std::vector<uint8_t>& b) {
-        insert(end(), b.begin(), b.end());
-        return *this;
-    }
-    Bytes& zeros(size_t n) {
-        resize(size() + n);
+    Bytes& be16s(const std::vector<uint32_t>& v) { return each(v, &Bytes::be16); }
+    Bytes& be32s(const std::vector<uint32_t>& v) { return each(v, &Bytes::be32); }
+    Bytes& add(const std::vector<uint8_t>& b) { return insert(end(), b.begin(), b.end()), *this; }
+    Bytes& zeros(size_t n) { return resize(size() + n), *this; }
+    Bytes& each(const std::vector<uint32_t>& v, Bytes& (Bytes::*put)(uint32_t)) {
+        for (uint32_t x : v) (this->*put)(x);
         return *this;
     }
 };
@@ -75,13 +68,13 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
     return dir / "T.IFO";
 }
 
+// A value of a source ("$" when missing), and the values of `keys`, each followed by '|'.
 inline std::string Value(const std::string& ini, const std::string& section,
-                         const std::string& key) {  // "$" = missing
+                         const std::string& key) {
     char buf[256];
     INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str());
     return buf;
 }
-// The values of `keys` in one section, each followed by '|'.
 inline std::string Values(const std::string& ini, const std::string& section,
                           std::vector<std::string> keys) {
     std::string all;
