@@ -1,5 +1,5 @@
-// Helpers shared by the table tests: byte images, tables placed in files and
-// loaded, their reports, sources and writes, and a host's walk over a file's tables.
+// Helpers shared by the table tests: byte images, tables placed in files and loaded, their
+// reports, sources and writes, and a host's walk over a file's tables.
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
@@ -57,8 +57,8 @@ Member<Base> Of(std::string name, std::string section, std::string text) {
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
-// Writes `table` at sector `at` of an otherwise zero file, padded to a sector
-// unless told otherwise; returns its path.
+// Writes `table` at sector `at` of an otherwise zero file, padded to a sector unless told
+// otherwise; returns its path.
 inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table,
                             size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
@@ -126,8 +126,8 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
     return kt::ReadBytes(path);
 }
 
-// Get counts `want` (it also fills in end addresses), Write puts it padded
-// with zeros to whole sectors, a second Write nothing.
+// Get counts `want` (it also fills in end addresses), Write puts it padded with zeros to whole
+// sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
     unsigned long size = want.size();
     want.resize((size + 2047) / 2048 * 2048);
