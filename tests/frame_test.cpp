@@ -12,15 +12,14 @@ using namespace kestro;
 
 namespace {
 
-struct HexCase {
-    const char* text;
-    unsigned long (*fn)(const char*);
-    unsigned long want;
-};
-
-// Hex text reads any alphanumeric character as a digit, an optional x first.
+// Hex text reads any alphanumeric character as a digit, an optional x first; missing hex digits
+// of bytes and words count as zero.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
-    const HexCase cases[] = {
+    const struct {
+        const char* text;
+        unsigned long (*fn)(const char*);
+        unsigned long want;
+    } cases[] = {
         {"x1A", axtoi, 26},     {"1A", axtoi, 26},
         {"x", axtoi, 0},        {"", axtoi, 0},
         {"X10", axtoi, 0x110},  {"fg", axtoi, 0xF0},
@@ -31,15 +30,11 @@ TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
         {" 1", axtoib, 0x01},   {"ffff", axtoiw, 0xFFFF},
     };
     for (const auto& c : cases) EXPECT_EQ(c.fn(c.text), c.want) << '"' << c.text << '"';
-}
-
-// Missing hex digits count as zero.
-TEST(Codecs, HexBytesCountMissingDigitsAsZero) {
-    const std::pair<const char*, const char*> cases[] = {{"x0102", "\x01\x02\x00\x00"},
+    const std::pair<const char*, const char*> bytes[] = {{"x0102", "\x01\x02\x00\x00"},
                                                          {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"},
                                                          {"f", "\xf0\x00\x00\x00"}};
     uint8_t out[8];
-    for (const auto& [text, want] : cases) {
+    for (const auto& [text, want] : bytes) {
         HexBytes(text, out, 4);
         EXPECT_EQ(0, std::memcmp(out, want, 4)) << text;
     }
@@ -52,24 +47,20 @@ public:
     void Fail(const char* t) { SetError("%s", t); }
 };
 
-// The base class refuses every operation, leaves Get's values alone, has no error text.
-TEST(Base, DefaultsFailAndErrorTextStartsEmpty) {
-    Probe p;
+// The base class refuses every operation, leaves Get's values alone and starts without error
+// text. A text longer than len is cut to len - 1 characters; one of exactly len characters is
+// copied whole with its terminator; the stored text holds 259.
+TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
+    Probe base;
     char buf[8] = "x";
-    EXPECT_EQ(p.Load(1), 0);
-    EXPECT_FALSE(p.Details(buf, 8) || p.Disasm("a") || p.Asm("a") || p.Write(1));
-    EXPECT_STREQ(buf, "x");
     unsigned long a = 7, b = 9;
-    p.Get(&a, &b);
-    EXPECT_EQ(std::make_pair(a, b), std::make_pair(7ul, 9ul));
-    EXPECT_EQ(p.FileHandle(), -1);
-    p.GetErrorMessage(buf, sizeof buf);
+    base.Get(&a, &b);
+    EXPECT_EQ(std::make_tuple(a, b, base.FileHandle()), std::make_tuple(7ul, 9ul, -1));
+    EXPECT_EQ(base.Load(1), 0);
+    EXPECT_FALSE(base.Details(buf, 8) || base.Disasm("a") || base.Asm("a") || base.Write(1));
+    EXPECT_STREQ(buf, "x");
+    base.GetErrorMessage(buf, sizeof buf);
     EXPECT_STREQ(buf, "");
-}
-
-// A text longer than len is cut to len - 1 characters; one of exactly len
-// characters is copied whole with its terminator; the stored text holds 259.
-TEST(Base, ErrorMessageCopyRuleIsStrict) {
     const struct {
         size_t text;
         int len;
@@ -96,7 +87,7 @@ TEST(FileLayer, SlotsHandlesAndSemantics) {
     ASSERT_GE(h, 1);
     EXPECT_EQ(FileWrite(h, "hello", 5), 5u);
     EXPECT_EQ(FileSize(h), 5u);
-    EXPECT_EQ(FileSeek(h, 1, 7), 1u);  // unknown origin: from the start
+    EXPECT_EQ(FileSeek(h, 1, 7), 1u);
     char c[4] = {};
     EXPECT_EQ(FileRead(h, c, 3), 3u);
     EXPECT_STREQ(c, "ell");
@@ -127,8 +118,7 @@ TEST(FileLayer, TableHolds512AndReusesTheLowestSlot) {
         handles.push_back(h);
         ASSERT_LE(handles.size(), 512u);
     }
-    // Slots in use by other tests' leftovers are none: all 512 are ours.
-    EXPECT_EQ(handles.size(), 512u);
+    EXPECT_EQ(handles.size(), 512u);  // no other test leaves a slot in use
     FileClose(handles[10]);
     EXPECT_EQ(FileOpen(path.c_str(), 0x8000), handles[10]);
     for (int h : handles) FileClose(h);
@@ -166,22 +156,16 @@ TEST(FileLayer, TraceHookLogsCreatedFilesWhenSwitchedOn) {
 // Sector 0 loads nothing; a body is what the file holds, whatever its end address says.
 TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     kt::TempDir dir;
-    std::vector<uint8_t> file(2048 + 12, 0);
-    // count 2, end address 0x00100000 (far beyond the file)
-    file[2048] = 0;
-    file[2049] = 2;
-    file[2052] = 0x00;
-    file[2053] = 0x10;
-    file[2056] = 0xAA;
+    std::vector<uint8_t> file(2048, 0);  // count 2, end address 0x00100000 (far beyond the file)
+    file.insert(file.end(), {0, 2, 0, 0, 0, 0x10, 0, 0, 0xAA, 0, 0, 0});
     kt::WriteBytes(dir / "t.ifo", file);
     int h = FileOpen((dir / "t.ifo").c_str(), 0x8000);
     LoadedTable t;
     EXPECT_EQ(t.LoadTableHeader(h, 0), 0);
     EXPECT_EQ(t.count, 0);
     EXPECT_EQ(t.LoadTableHeader(h, 1), 1);
-    EXPECT_EQ(t.count, 2);
-    EXPECT_EQ(t.endAddress, 0x00100000u);
-    EXPECT_EQ(t.bodyPos, 2056u);
+    EXPECT_EQ(std::make_tuple(int(t.count), t.endAddress, t.bodyPos),
+              std::make_tuple(2, 0x00100000u, 2056u));
     FileSeek(h, 5, 0);
     t.ReadBody();
     EXPECT_EQ(FileTell(h), 5u);
@@ -192,7 +176,8 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     FileClose(h);
 }
 
-// A line is written while the text stays below len; one that reaches len is left out.
+// A line is written while the text stays below len; one that reaches len is left out. The
+// closing line end is left out where it would pass the headroom.
 TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     char buf[64] = {};
     Report r(buf, 10);
@@ -203,18 +188,14 @@ TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     Report r2(first, 5);
     EXPECT_FALSE(r2.Line("12345"));  // a first line as long as len
     EXPECT_STREQ(first, "");
-}
-
-// The closing line end is left out where it would pass the headroom.
-TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
-    char buf[16];
-    std::memset(buf, '#', sizeof buf);
-    buf[0] = 0;
-    Report r(buf, 10);
-    EXPECT_TRUE(r.Line("123456789"));  // 9 < 10: uses the headroom up to buf[11]
-    r.End();                           // would write buf[11..13]: left out
-    EXPECT_STREQ(buf, "123456789\r\n");
-    EXPECT_EQ(buf[12], '#');
+    char full[16];
+    std::memset(full, '#', sizeof full);
+    full[0] = 0;
+    Report f(full, 10);
+    EXPECT_TRUE(f.Line("123456789"));  // 9 < 10: uses the headroom up to full[11]
+    f.End();                           // would write full[11..13]: left out
+    EXPECT_STREQ(full, "123456789\r\n");
+    EXPECT_EQ(full[12], '#');
     char small[16] = {};
     Report s(small, 10);
     EXPECT_TRUE(s.Line("1234"));
@@ -222,8 +203,8 @@ TEST(ReportRule, ClosingLineEndStaysInsideTheHeadroom) {
     EXPECT_STREQ(small, "1234\r\n\r\n");
 }
 
-// The formatter answers the common conversions itself and hands the rest to
-// vsnprintf; either way the text must be vsnprintf's, cut to the buffer.
+// The formatter answers common conversions itself and hands the rest to vsnprintf; either way
+// the text must be vsnprintf's, cut to the buffer.
 TEST(Formatting, MatchesTheCLibrary) {
     const int ints[] = {0,   7,    -7,    42,     99,         100,
                         255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};

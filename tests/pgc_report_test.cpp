@@ -1,5 +1,4 @@
-// The PGC report: every command family's text, its lines, renderings by indentation, the room
-// test, the in-place header conversion and damaged PGCs.
+// The PGC report: command texts, lines, indentation, room, header conversion, damaged PGCs.
 #include <cstring>
 
 #include "kestro/pgc.h"
@@ -43,12 +42,12 @@ const struct {
     {{0x10, 0, 0, 0, 0, 0, 0, 0}, " Unsupported by Zintara at this time"},
 };
 
-// Every command family and subtype renders as its exact text.
+// Every command family and subtype renders as its exact text, replacing what was there.
 TEST(PgcCommand, RendersEveryFamilyAndSubtype) {
     CKestro_PGCI codec;
     for (const auto& c : kCases) {
         char out[53];
-        std::memset(out, 'Z', sizeof out);  // replacing forms drop what was there
+        std::memset(out, 'Z', sizeof out);
         EXPECT_EQ(codec.DisAssembleCommand(c.b, out), int(std::strlen(c.text))) << c.text;
         EXPECT_STREQ(out, c.text);
     }
@@ -57,9 +56,8 @@ TEST(PgcCommand, RendersEveryFamilyAndSubtype) {
 struct Reported {
     int result;
     std::string text;
-    std::vector<std::string> lines;
+    std::vector<std::string> lines;  // whole lines only
 };
-
 Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 << 22,
                 size_t offset = 0) {
     CKestro_PGCI codec;
@@ -72,7 +70,8 @@ Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 <
     return r;
 }
 
-// The report's lines in order; counts without their tables are reported as errors.
+// The report's lines in order; counts without their tables are reported as errors and the
+// report goes on.
 TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
     auto pgc = kt::BuildPgc({{}, {}, {}, false, 1, 1});
     const uint8_t gi[][2] = {{4, 0x01}, {5, 0x23},   {6, 0x45},   {7, 0xE7},
@@ -94,7 +93,6 @@ TEST(PgcReport, LinesInOrderAndCountsWithoutTables) {
         {75, "      Cell 1 start sector of last VOUB: -2147483648"},
         {78, "      VOB ID number 1 of this Cell 1"}};
     for (const auto& e : expected) EXPECT_EQ(r.lines[e.first], e.second) << e.first;
-    // Counts without their tables are reported as errors and the report goes on.
     for (size_t sa = 228; sa < 236; ++sa) pgc[sa] = 0;
     pgc[2] = 3, pgc[3] = 2;
     r = Report(pgc, 0);
@@ -121,8 +119,8 @@ TEST(PgcReport, CommandRenderingByIndentationAndHeaderConversion) {
         EXPECT_EQ(r.lines[68], c.second);
         EXPECT_EQ(r.lines[69], in + "    There are 2 Post Commands");
         EXPECT_EQ(r.lines[72], in + "    There are 0 Cell Commands");
-        // The header words are left little-endian in the caller's buffer, so
-        // a second report reads byte-swapped counts (zeros beyond the buffer).
+        // The header words are left little-endian in the caller's buffer, so a second report
+        // reads byte-swapped counts (zeros beyond the buffer).
         EXPECT_EQ(std::vector<uint8_t>(&pgc[236], &pgc[244]),
                   (std::vector<uint8_t>{1, 0, 2, 0, 0, 0, 31, 0}));
         r = Report(pgc, c.first);
@@ -131,8 +129,8 @@ TEST(PgcReport, CommandRenderingByIndentationAndHeaderConversion) {
     }
 }
 
-// The room test counts the text without its indentation; a command line is
-// tested at the rendering's position plus its length, shown or not.
+// The room test counts the text without its indentation; a command line is tested at the
+// rendering's position plus its length, shown or not.
 TEST(PgcReport, RoomTest) {
     const auto pgc = kt::BuildPgc({{kt::Command{}}, {}, {}, false, 0, 0});
     auto report = [&](unsigned short indent, int room) {

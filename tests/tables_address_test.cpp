@@ -27,18 +27,19 @@ std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, in
     return s;
 }
 
-class CellTables : public ::testing::TestWithParam<tt::Member<Cells>> {
+template <class T>
+class Family : public ::testing::TestWithParam<tt::Member<T>> {
 protected:
-    const tt::Member<Cells>& m = GetParam();
+    const tt::Member<T>& m = this->GetParam();
     kt::TempDir dir;
     std::string ini = dir / "s.ini", src = dir / "a.ini";
-    std::unique_ptr<Cells> t = m.make();
+    std::unique_ptr<T> t = m.make();
 };
+using CellTables = Family<Cells>;
 INSTANTIATE_TEST_SUITE_P(Members, CellTables, ::testing::ValuesIn(kCells),
                          [](const auto& info) { return info.param.name; });
 
-// A loaded table is reported whole; its source keeps only as many entries as
-// the table has VOBs.
+// A loaded table is reported whole; its source keeps only as many entries as it has VOBs.
 TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
     tt::Bytes five = tt::Bytes().be16(2).be16(0).be32(12 * 5 + 7);  // 2 VOBs, 5 cells
     for (int i = 0; i < 5; ++i)  // VOB, cell, reserved, first and last sector
@@ -59,20 +60,11 @@ TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
     EXPECT_EQ(tt::Values(ini, m.section, keys), "2|67|199|$|");
 }
 
-// VMG and VTS take the body size from the end address's low 16 bits only;
-// VTSM from all of it.
+// VMG and VTS take the body size from the end address's low 16 bits only; VTSM from all of it.
 TEST_P(CellTables, BodySizeOfVmgAndVtsIsTheEndAddressModulo65536) {
-    const tt::Bytes table =
-        tt::Bytes()
-            .be16(1)             // VOB count
-            .be16(0)             // reserved
-            .be32(0x10000 + 11)  // end address: its low 16 bits give the body size
-            .be16(1)
-            .u8(1)
-            .u8(0)  // entry 1: VOB 1, cell 1
-            .be32(5)
-            .be32(0x105);  // first and last sector
-    tt::File g(tt::PutTable(dir, table));
+    // 1 VOB, end address 0x10000 + 11; entry 1: VOB 1, cell 1, sectors 5 to 0x105.
+    tt::File g(tt::PutTable(
+        dir, tt::Bytes().be16s({1, 0}).be32(0x10000 + 11).be16s({1, 0x100}).be32s({5, 0x105})));
     ASSERT_EQ(m.load(*t, g, 1), 1);
     const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
     EXPECT_NE(r.find(m.name == "vtsm" ? "addres is 261." : "addres is 256."), std::string::npos);
@@ -89,16 +81,9 @@ TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
     tt::ExpectWritesOnce(*t, dir / "o.bin", want);
 }
 
-// A missing statement is named, in the section every member shares.
-TEST_P(CellTables, MissingStatementIsNamed) {
-    std::string s = CellSource(m, {{1, 1}, {1, 2}});
-    kt::WriteText(src, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
-    EXPECT_FALSE(t->Asm(src.c_str()));
-    EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
-}
-
-// A table holds 256 cells; one more is refused, and the 256 read stay.
-TEST_P(CellTables, HoldsAtMost256Cells) {
+// A table holds 256 cells; one more is refused, and the 256 read stay. A missing statement is
+// named in the section every member shares.
+TEST_P(CellTables, HoldsAtMost256CellsAndNamesAMissingStatement) {
     std::vector<std::pair<int, int>> many;
     for (int i = 0; i < 257; ++i) many.push_back({1 + i / 99, 1 + i % 99});
     for (long n : {256, 257}) {
@@ -108,6 +93,10 @@ TEST_P(CellTables, HoldsAtMost256Cells) {
     }
     EXPECT_EQ(tt::Error(*t), "[c_059_vob003_vts_vob_idn] Too many cells in " + m.section +
                                  ": a cell address table holds at most 256");
+    std::string s = CellSource(m, {{1, 1}, {1, 2}});
+    kt::WriteText(src, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
+    EXPECT_FALSE((t = m.make())->Asm(src.c_str()));
+    EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
 }
 
 using Maps = CKestroVobuAddressMap;  // text: the report's first line for 2 entries
@@ -122,7 +111,7 @@ tt::Bytes Map(const std::vector<uint32_t>& entries, uint32_t end) {
     return tt::Bytes().be32(end).be32s(entries);
 }
 
-// Entries step, 2 step, ... n step; and the source keys of entries from vobu_sa<first>.
+// Entries step, 2 step, ... n step; the source keys of entries from vobu_sa<first>.
 std::vector<uint32_t> Steps(size_t n, uint32_t step) {
     std::vector<uint32_t> v(n);
     for (size_t i = 0; i < n; ++i) v[i] = uint32_t(i + 1) * step;
@@ -137,18 +126,11 @@ std::string Keys(const std::vector<uint32_t>& entries, size_t first = 1) {
     return s;
 }
 
-class VobuMaps : public ::testing::TestWithParam<tt::Member<Maps>> {
-protected:
-    const tt::Member<Maps>& m = GetParam();
-    kt::TempDir dir;
-    std::string ini = dir / "s.ini", src = dir / "a.ini";
-    std::unique_ptr<Maps> t = m.make();
-};
+using VobuMaps = Family<Maps>;
 INSTANTIATE_TEST_SUITE_P(Members, VobuMaps, ::testing::ValuesIn(kMaps),
                          [](const auto& info) { return info.param.name; });
 
-// The entries the end address holds are reported and disassembled, the
-// report again after Disasm (VTSM keeps its buffer).
+// The entries the end address holds are reported and disassembled, again after Disasm.
 TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
     tt::File f(tt::PutTable(dir, Map({0, 0x12345, 77}, 11), 2));  // end address 11: 2 entries
     ASSERT_EQ(m.load(*t, f, 2), 1);
@@ -169,8 +151,7 @@ TEST_P(VobuMaps, EndAddressBelowThreeGetsNoBuffer) {
               m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
 }
 
-// Entries are assembled up to the first gap and written once, padded to
-// sectors (511 entries fill one sector exactly).
+// Entries run up to the first gap, written once, padded (511 entries fill one sector exactly).
 TEST_P(VobuMaps, SourceEntriesRunUpToTheFirstGapAndAreWrittenOnce) {
     for (uint32_t entries : {3, 511, 512}) {
         kt::WriteText(src,
@@ -180,7 +161,7 @@ TEST_P(VobuMaps, SourceEntriesRunUpToTheFirstGapAndAreWrittenOnce) {
     }
 }
 
-// Side files: counted (from VTS in IFO order, from VTSM little-endian and so kept) and plain (little-endian).
+// Side files: counted (VTS in IFO order, VTSM little-endian, and read so) and plain (little-endian).
 TEST(VobuMaps, SideFiles) {
     const tt::Bytes be = Map({0x01020304, 0x0A0B0C0D}, 11), le = Map({0x04030201, 0x0D0C0B0A}, 11);
     kt::TempDir dir;
@@ -209,8 +190,7 @@ TEST(VobuMaps, SideFiles) {
     for (const auto& [t, read, file, map] : readers) {
         SCOPED_TRACE(file);
         ASSERT_TRUE(read(file.c_str()));
-        auto out = tt::Written(*t, dir / "w.bin");
-        EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + long(map.size())), map);
+        EXPECT_EQ(tt::Slice(tt::Written(*t, dir / "w.bin"), 0, map.size()), map);
         EXPECT_FALSE(read((dir / "missing.bin").c_str()));
     }
     kt::WriteBytes(plain, {1, 2, 3});
@@ -220,10 +200,10 @@ TEST(VobuMaps, SideFiles) {
               "Can not create input ADMAP file [" + bad + "]. This file is required.");
 }
 
-// 65,535 entries, all the 16-bit count holds, assemble whole in linear time.
+// 65,535 entries, all the 16-bit count holds, assemble whole in linear time (quadratic work would
+// meet the test's time limit). A loaded map keeps its size in 16 bits too, so its source shows
+// (size mod 65,536) / 4 = 16,383 of them.
 TEST(VobuMaps, LargestMapsStayLinear) {
-    // 65,535 entries, all the 16-bit count holds. A loaded map keeps its size in 16 bits too,
-    // so its source shows (size mod 65,536) / 4 = 16,383 of them; a source of all assembles whole.
     const tt::Bytes map = Map(Steps(0xFFFF, 7), 4 * 0xFFFF + 3);
     kt::TempDir dir;
     tt::File f(tt::PutTable(dir, map));
@@ -233,8 +213,6 @@ TEST(VobuMaps, LargestMapsStayLinear) {
     ASSERT_TRUE(loaded.Load(f, 1) && loaded.Disasm(shown.c_str()) && t.Asm(whole.c_str()));
     EXPECT_EQ(tt::Size(t).second, map.size());
     EXPECT_EQ(tt::Written(t, dir / "o.bin"), map);
-    // Quadratic work would run into the test's time limit; the speed itself is
-    // measured by the benchmarks.
     EXPECT_EQ(tt::Values(shown, "vts_vobu_admap", {"vobu_sa16383", "vobu_sa16384"}),
               std::to_string(16383 * 7) + "|$|");
 }

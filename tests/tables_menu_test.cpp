@@ -5,8 +5,7 @@
 
 namespace {
 
-// What the two pairs do differently; texts are written in the video manager
-// form and turned into the title set form by T().
+// What the two pairs do differently; texts in the video manager form become the title set's by T().
 template <class TableT, class UnitsT, bool kVmgm>
 struct Pair {
     using Table = TableT;
@@ -39,27 +38,19 @@ using Pairs = ::testing::Types<Pair<CKestro_VMGM_PGCI, CKestro_VMGM_LU, true>,
                                Pair<CKestro_VTSM_PGCI, CKestro_VTSM_LU, false>>;
 TYPED_TEST_SUITE(MenuPgc, Pairs);
 
-// A table as this library lays it out, back to back: units "en" and "fr",
-// each with PGCs of 300 and 500 bytes (236 + 8 + 8n: n pre commands only).
+// A table laid out back to back: units "en" and "fr", each with PGCs of 300 and 500 bytes
+// (236 + 8 + 8n: n pre commands only).
 tt::Bytes Table() {
-    tt::Bytes t, unit;
-    unit.be16(2).be16(0).be32(823).be32(0x81000000).be32(24).be32(0x82000000).be32(324);
+    tt::Bytes unit = tt::Bytes().be16s({2, 0}).be32s({823, 0x81000000, 24, 0x82000000, 324});
     for (int n : {7, 32}) {
         size_t at = unit.size();
         unit.resize(at + 236, 0);
         unit[at + 163] = 255, unit[at + 165] = 0xEB, unit[at + 229] = 236;
-        unit.be16(n).be16(0).be16(0).be16(8 * n + 7);
+        unit.be16s({uint32_t(n), 0, 0, uint32_t(8 * n + 7)});
         for (int i = 0; i < n; ++i) unit.be32(0x30020000).be32(uint32_t(i) << 16);
     }
-    return t.be16(2)
-        .be16(0)
-        .be32(1671)
-        .be32(0x656E0080)
-        .be32(24)
-        .be32(0x66720080)
-        .be32(848)
-        .add(unit)
-        .add(unit);
+    tt::Bytes t = tt::Bytes().be16s({2, 0}).be32s({1671, 0x656E0080, 24, 0x66720080, 848});
+    return t.add(unit).add(unit);
 }
 
 // Both pairs report their tables and come back byte for byte through the source.
@@ -82,8 +73,8 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     typename TypeParam::Units lu;
     ASSERT_EQ(lu.Load(0, 2, &t), 1);
     CKestro_PGCI codec;
-    // VMGM opens with the unit count and numbers the byte-address lines by the
-    // category line's length + 1; VTSM breaks the line after each unit's end address.
+    // VMGM opens with the unit count and numbers the byte-address lines by the category line's
+    // length + 1; VTSM breaks the line after each unit's end address.
     std::string r = tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &t, 2); });
     std::string start =
         (TypeParam::vmgm ? "There are 2 LU PGCs\r\n \r\n" : "") +
@@ -141,21 +132,11 @@ TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
     kt::WriteText(ini, TypeParam::T(head + "0\n"));
     EXPECT_TRUE(t.Asm(ini.c_str(), &codec) && tt::Written(t, dir / "o.bin").empty());
 
-    // Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run off
-    // the end of the 32,768-byte unit buffer; unit 3 is not defined.
-    tt::Bytes damaged;
-    damaged.be16(3)
-        .be16(0)
-        .be32(0xFFFFFF)
-        .be32(0x656E0000)
-        .be32(0x7FFFFFF0)
-        .be32(0x64650000)
-        .be32(32)
-        .be32(0x66720000)
-        .be32(0)
-        .be16(110)
-        .be16(0)
-        .be32(40000);
+    // Unit 1 starts far beyond the file; unit 2 claims 110 PGCs that run off the end of the
+    // 32,768-byte unit buffer; unit 3 is not defined.
+    tt::Bytes damaged = tt::Bytes().be16s({3, 0}).be32(0xFFFFFF);
+    damaged.be32s({0x656E0000, 0x7FFFFFF0, 0x64650000, 32, 0x66720000, 0}).be16s({110, 0});
+    damaged.be32(40000);
     for (int i = 0; i < 110; ++i) damaged.be32(0x80000000u).be32(32700 + i);
     tt::File f(tt::PutTable(dir, damaged));
     typename TypeParam::Table table;

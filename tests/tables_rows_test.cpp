@@ -5,38 +5,26 @@
 
 namespace {
 
-// A cell entry counts from its first statement on: an entry whose later
-// statement is missing is kept, its fields read so far in place, and Get and
-// Write carry it.
+// A cell entry counts from its first statement on: an entry whose later statement is missing is
+// kept with the fields read so far, and Get and Write carry it.
 TEST(CellTableRows, AnEntryCutShortIsKeptWithTheFieldsRead) {
-    const std::string head = "[vtsm_c_adt]\nvtsm_vob_ns=1\nc_001_vob001_vts_vob_idn=3\n";
+    const std::string head = "[vtsm_c_adt]\nvtsm_vob_ns=1\nc_001_vob001_vts_vob_idn=3\n",
+                      cell = "c_001_vob001_vts_c_idn=2\n";
     const struct {
-        const char* rest;  // statements after the VOB ID
+        std::string rest;  // statements after the VOB ID
         uint8_t cell;
         uint32_t first;
-    } cases[] = {
-        {"", 0, 0},
-        {"c_001_vob001_vts_c_idn=2\n", 2, 0},
-        {"c_001_vob001_vts_c_idn=2\nc_001_vob001_vts_cp_sa=77\n", 2, 77},
-    };
+    } cases[] = {{"", 0, 0}, {cell, 2, 0}, {cell + "c_001_vob001_vts_cp_sa=77\n", 2, 77}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.rest);
         kt::TempDir dir;
-        const std::string src = dir / "s.ini";
-        kt::WriteText(src, head + c.rest);
+        kt::WriteText(dir / "s.ini", head + c.rest);
         CKestro_VTSM_CADT t;
-        EXPECT_FALSE(t.Asm(src.c_str()));
-        EXPECT_EQ(tt::Size(t), std::make_pair(1ul, 20ul));
-        tt::ExpectWritesOnce(t, dir / "o.bin",
-                             tt::Bytes()
-                                 .be16(1)
-                                 .be16(0)
-                                 .be32(19)  // VOB count, reserved, end address
-                                 .be16(3)
-                                 .u8(c.cell)
-                                 .u8(0)  // VOB ID, cell ID, reserved
-                                 .be32(c.first)
-                                 .be32(0));  // first sector, last sector (missing)
+        EXPECT_FALSE(t.Asm((dir / "s.ini").c_str()));
+        // VOB count, reserved, end address; VOB ID, cell ID, reserved; first and last sector.
+        tt::ExpectWritesOnce(
+            t, dir / "o.bin",
+            tt::Bytes().be16s({1, 0}).be32(19).be16(3).u8(c.cell).u8(0).be32s({c.first, 0}));
     }
 }
 
@@ -53,14 +41,9 @@ TEST(PgcCommandRows, ACommandTableCutShortKeepsTheLastCompleteHeader) {
     ASSERT_EQ(codec.GetPGCISize(), 236ul + 8 + 8);
     std::vector<uint8_t> pgc(252);
     ASSERT_TRUE(codec.GetPGCData(pgc.data(), pgc.size()));
-    EXPECT_EQ(std::vector<uint8_t>(pgc.begin() + 236, pgc.end()),
-              tt::Bytes()
-                  .be16(1)
-                  .be16(0)
-                  .be16(0)
-                  .be16(15)  // pre, post, cell counts, end address
-                  .be32(0x11121314)
-                  .be32(0x15161718));  // the one command read
+    // Pre, post and cell counts and end address of the first table; the one command read.
+    EXPECT_EQ(tt::Slice(pgc, 236, 16),
+              tt::Bytes().be16s({1, 0, 0, 15}).be32s({0x11121314, 0x15161718}));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Helpers shared by the table tests: byte images, tables placed in files and
-// loaded, their reports, sources and writes, and a host's walk over a file's tables.
+// Helpers shared by the table tests: byte images, tables placed in files and loaded, their
+// reports, sources and writes, and a host's walk over a file's tables.
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
@@ -17,8 +17,8 @@
 
 namespace tt {
 
-struct
-    File {  // a handle of the library's file layer (created, or opened to read), closed at scope end
+// A handle of the library's file layer (created, or opened to read), closed at scope end.
+struct File {
     explicit File(const std::string& p, bool create = false)
         : h(create ? kestro::FileCreate(p.c_str(), 0x180) : kestro::FileOpen(p.c_str(), 0x8000)) {}
     ~File() { kestro::FileClose(h); }
@@ -27,22 +27,15 @@ struct
 };
 
 struct Bytes : std::vector<uint8_t> {  // big-endian builder
-    Bytes& u8(uint32_t v) {
-        push_back(uint8_t(v));
-        return *this;
-    }
+    Bytes& u8(uint32_t v) { return push_back(uint8_t(v)), *this; }
     Bytes& be16(uint32_t v) { return u8(v >> 8).u8(v); }
     Bytes& be32(uint32_t v) { return be16(v >> 16).be16(v); }
-    Bytes& be32s(const std::vector<uint32_t>& v) {
-        for (uint32_t x : v) be32(x);
-        return *this;
-    }
-    Bytes& add(const std::vector<uint8_t>& b) {
-        insert(end(), b.begin(), b.end());
-        return *this;
-    }
-    Bytes& zeros(size_t n) {
-        resize(size() + n);
+    Bytes& be16s(const std::vector<uint32_t>& v) { return each(v, &Bytes::be16); }
+    Bytes& be32s(const std::vector<uint32_t>& v) { return each(v, &Bytes::be32); }
+    Bytes& add(const std::vector<uint8_t>& b) { return insert(end(), b.begin(), b.end()), *this; }
+    Bytes& zeros(size_t n) { return resize(size() + n), *this; }
+    Bytes& each(const std::vector<uint32_t>& v, Bytes& (Bytes::*put)(uint32_t)) {
+        for (uint32_t x : v) (this->*put)(x);
         return *this;
     }
 };
@@ -64,8 +57,8 @@ Member<Base> Of(std::string name, std::string section, std::string text) {
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
-// Writes `table` at sector `at` of an otherwise zero file, padded to a sector
-// unless told otherwise; returns its path.
+// Writes `table` at sector `at` of an otherwise zero file, padded to a sector unless told
+// otherwise; returns its path.
 inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table,
                             size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
@@ -75,13 +68,13 @@ inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& 
     return dir / "T.IFO";
 }
 
+// A value of a source ("$" when missing), and the values of `keys`, each followed by '|'.
 inline std::string Value(const std::string& ini, const std::string& section,
-                         const std::string& key) {  // "$" = missing
+                         const std::string& key) {
     char buf[256];
     INIGetPrivateProfileString(section.c_str(), key.c_str(), "$", buf, sizeof buf, ini.c_str());
     return buf;
 }
-// The values of `keys` in one section, each followed by '|'.
 inline std::string Values(const std::string& ini, const std::string& section,
                           std::vector<std::string> keys) {
     std::string all;
@@ -133,8 +126,8 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
     return kt::ReadBytes(path);
 }
 
-// Get counts `want` (it also fills in end addresses), Write puts it padded
-// with zeros to whole sectors, a second Write nothing.
+// Get counts `want` (it also fills in end addresses), Write puts it padded with zeros to whole
+// sectors, a second Write nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
     unsigned long size = want.size();
     want.resize((size + 2047) / 2048 * 2048);
