@@ -1,17 +1,10 @@
-// A preloaded library (LD_PRELOAD) that makes writes fail, for the tests of
-// what the kestro command does when a disk fills up or a device fails.
-//
-// It acts only on files below the folder named by KESTRO_FAULT_DIR (every
-// file when that is "/"), and only as the environment asks:
-//   KESTRO_FAULT_WRITE=N   the Nth write to such a file fails, the others go
-//   KESTRO_FAULT_BYTES=N   writes succeed for N bytes in all, then fail (the
-//                          write that crosses the limit is cut short first,
-//                          as on a device that fills up)
-//   KESTRO_FAULT_FSYNC=1   fsync and fdatasync of such files fail
-//   KESTRO_FAULT_ERRNO=EIO the error given (default ENOSPC)
-//   KESTRO_FAULT_LOADED=F  a file created when the library is loaded, so a
-//                          test can tell that the command was reached (a
-//                          statically linked command is not)
+// A preloaded library (LD_PRELOAD) that makes writes fail, for the tests of what the kestro
+// command does when a disk fills up or a device fails. It acts on files below KESTRO_FAULT_DIR
+// (every file when "/") as the environment asks: KESTRO_FAULT_WRITE=N fails the Nth write;
+// KESTRO_FAULT_BYTES=N lets N bytes in all through, cutting the write that crosses the limit
+// short first, as a device that fills up does; KESTRO_FAULT_FSYNC=1 fails every sync;
+// KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC); KESTRO_FAULT_LOADED=F names a file made on
+// loading, so a test can tell the command was reached (a statically linked one is not).
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/uio.h>
