@@ -13,11 +13,9 @@ using tt::Kestro;
 // The smallest title set source: a management table and nothing else.
 std::string MinimalVtsSource() {
     std::string s =
-        "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=00000000\nvtsm_v_atr=4d01\nvtsm_ast_ns="
-        "0\n"
-        "vtsm_ast_atr=0000000000000000\nvtsm_spst_ns=0\nvtsm_spst_atr=000000000000\nvts_v_atr="
-        "4d01\n"
-        "vts_ast_ns=0\nvts_spst_ns=0\n";
+        "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=00000000\nvtsm_v_atr=4d01\n"
+        "vtsm_ast_ns=0\nvtsm_ast_atr=0000000000000000\nvtsm_spst_ns=0\n"
+        "vtsm_spst_atr=000000000000\nvts_v_atr=4d01\nvts_ast_ns=0\nvts_spst_ns=0\n";
     for (int k = 1; k <= 8; ++k)
         s += "vts_mu_ast_atrt0" + std::to_string(k) + "=" + std::string(48, '0') + "\n";
     return s;
@@ -31,6 +29,15 @@ protected:
         kt::WriteText(src, MinimalVtsSource());
         fs::create_directories(dir / "disc/VIDEO_TS");
         ASSERT_EQ(Kestro({"asm", src, "-o", ifo}).code, 0);
+    }
+    // Assembles the sample's `name` source into the test folder and lets `patch` damage it.
+    std::string Sample(const std::string& name, void (*patch)(std::vector<uint8_t>&)) {
+        const std::string to = dir / (name + ".IFO");
+        EXPECT_EQ(Kestro({"asm", (tt::SampleDir() / (name + ".ini")).string(), "-o", to}).code, 0);
+        std::vector<uint8_t> b = kt::ReadBytes(to);
+        patch(b);
+        kt::WriteBytes(to, b);
+        return to;
     }
     kt::TempDir dir;
     std::string src = dir / "vts.ini", ifo = dir / "disc/VIDEO_TS/VTS_01_0.IFO";
@@ -46,7 +53,7 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     kt::WriteText(noSpst, s.erase(s.find("vts_spst_ns=0\n"), 14));
     // A PGC whose source lacks a statement: the table and the user's file
     // are named; --lenient writes the file with a warning.
-    s = kt::ReadText(std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini");
+    s = kt::ReadText((tt::SampleDir() / "VTS_02_0.ini").string());
     size_t at = s.find("vts_pgc_pb_tm=");
     ASSERT_NE(at, std::string::npos);
     kt::WriteText(pgc, s.erase(at, s.find('\n', at) + 1 - at));
@@ -55,7 +62,7 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     const struct {
         std::vector<std::string> args;
         int code;
-        std::string needle; /* in stdout or stderr */
+        std::string needle;  // in stdout or stderr
     } cases[] = {
         {{"--help"}, 0, "rebuild"},
         {{"--version"}, 0, "kestro "},
@@ -122,28 +129,26 @@ TEST_F(ToolCli, ForceGuardsEveryOutputKind) {
         fs::create_directories(fs::path(c.existing).parent_path());
         kt::WriteText(c.existing, "precious");
         tt::Result r = Kestro(c.args);
-        EXPECT_EQ(r.code, 1) << c.existing;
-        EXPECT_NE(r.err.find("--force"), std::string::npos) << r.err;
+        EXPECT_TRUE(r.code == 1 && r.err.find("--force") != std::string::npos) << r.err;
         EXPECT_EQ(kt::ReadText(c.existing), "precious");
         c.args.push_back("--force");
-        r = Kestro(c.args);
-        EXPECT_EQ(r.code, 0) << r.err;
+        EXPECT_EQ(Kestro(c.args).code, 0) << c.existing;
         EXPECT_NE(kt::ReadText(c.existing), "precious");
     }
     EXPECT_EQ(kt::ReadBytes(dir / "out/VTS_01_0.IFO"), built);
     EXPECT_EQ(kt::ReadBytes(dir / "rebuilt/VIDEO_TS/VTS_01_0.IFO"), built);
-    // --no-backup writes the IFO file only; rebuild never writes into its input.
+    // --no-backup writes the IFO file only.
     EXPECT_EQ(Kestro({"asm", src, "-o", dir / "out/VTS_03_0.IFO", "--no-backup"}).code, 0);
     EXPECT_FALSE(fs::exists(dir / "out/VTS_03_0.BUP"));
     for (const char* inside : {"disc", "disc/VIDEO_TS", "disc/new", "."}) {
         tt::Result r = Kestro({"rebuild", dir / "disc", "-o", dir / inside, "--force"});
-        EXPECT_EQ(r.code, 1) << inside;
-        EXPECT_NE(r.err.find("outside the input"), std::string::npos) << r.err;
+        EXPECT_TRUE(r.code == 1 && r.err.find("outside the input") != std::string::npos)
+            << inside << ": " << r.err;
     }
     EXPECT_EQ(kt::ReadBytes(ifo), built);
 }
 
-// Inputs on read-only media are read and left untouched.
+// Inputs on read-only media are read and left untouched (IFO and BUP alone stay).
 TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     fs::path media = dir / "disc/VIDEO_TS";
     std::vector<uint8_t> before = kt::ReadBytes(ifo);
@@ -160,14 +165,12 @@ TEST_F(ToolCli, InputsStayUntouchedOnReadOnlyMedia) {
     ::stat(ifo.c_str(), &st1);
     EXPECT_EQ(kt::ReadBytes(ifo), before);
     EXPECT_EQ(st0.st_mtime, st1.st_mtime);
-    EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()),
-              2);  // IFO and BUP only
+    EXPECT_EQ(std::distance(fs::directory_iterator(media), fs::directory_iterator()), 2);
 }
 
-// Reports far larger than the first buffer come out complete.
+// A report far larger than the first buffer is complete; a table whose report fails for
+// another reason shows its error text, and the others are still reported.
 TEST_F(ToolCli, ReportsGrowTheirBuffer) {
-    // A report far larger than the first buffer is complete; a table whose report
-    // fails for another reason shows its error text, and the others are still reported.
     std::string big = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
     for (int i = 1; i <= 6000; ++i)
         big += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" + std::to_string(i * 7) + "\n";
@@ -184,21 +187,14 @@ TEST_F(ToolCli, ReportsGrowTheirBuffer) {
     EXPECT_EQ(r.out.find('\r'), std::string::npos);
 }
 
-// One PGC larger than the first buffer is reported whole and once.
+// A PGC of 65,535 pre commands (zeros past the file) makes megabytes of report, which come
+// out once and whole, as into a buffer large enough.
 TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
-    // 65,535 pre commands (zeros past the file): megabytes from one PGC, reported
-    // once and whole, as into a buffer large enough.
-    std::string vts = dir / "VTS_02_0.IFO";
-    ASSERT_EQ(
-        Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VTS_02_0.ini", "-o", vts})
-            .code,
-        0);
-    std::vector<uint8_t> b = kt::ReadBytes(vts);
-    const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048, pgc = pgcit + kt::BE32(b, pgcit + 12),
-                 cmdt = pgc + (kt::BE32(b, pgc + 0xE4) >> 16);
-    kt::PutBE(b, cmdt, 0xFFFF, 2);
-    kt::WriteBytes(vts, b);
-
+    const std::string vts = Sample("VTS_02_0", [](std::vector<uint8_t>& b) {
+        const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048,
+                     pgc = pgcit + kt::BE32(b, pgcit + 12);
+        kt::PutBE(b, pgc + (kt::BE32(b, pgc + 0xE4) >> 16), 0xFFFF, 2);
+    });
     CKestro_VTS_MAT mat;
     CKestro_PGCI codec;
     unsigned long h = mat.OpenKestroFile(vts.c_str());
@@ -217,21 +213,14 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     EXPECT_EQ(r.out.substr(from, r.out.find("---- ", from + 1) - from), expected);
 }
 
-// A damaged table's endless report stops at 256 MiB with a message.
+// A cell address table whose end address is below 7 announces some 357 million entries: the
+// report stops at 256 MiB with a message, and the other tables are still reported.
 TEST_F(ToolCli, AReportOfADamagedTableStopsWithAMessage) {
-    // A cell address table whose end address is below 7 announces some 357
-    // million entries: the report stops at 256 MiB with a message, and the
-    // other tables are still reported.
-    std::string vmg = dir / "VIDEO_TS.IFO";
-    ASSERT_EQ(
-        Kestro({"asm", std::string(KESTRO_SOURCE_DIR) + "/examples/sample/VIDEO_TS.ini", "-o", vmg})
-            .code,
-        0);
-    std::vector<uint8_t> b = kt::ReadBytes(vmg);
-    const size_t cadt = size_t(kt::BE32(b, 0xD8)) * 2048;
-    ASSERT_TRUE(cadt != 0 && cadt + 8 <= b.size());
-    kt::PutBE(b, cadt + 4, 3, 4);
-    kt::WriteBytes(vmg, b);
+    const std::string vmg = Sample("VIDEO_TS", [](std::vector<uint8_t>& b) {
+        const size_t cadt = size_t(kt::BE32(b, 0xD8)) * 2048;
+        ASSERT_TRUE(cadt != 0 && cadt + 8 <= b.size());
+        kt::PutBE(b, cadt + 4, 3, 4);
+    });
     tt::Result r = Kestro({"report", vmg});
     EXPECT_EQ(r.code, 1);
     EXPECT_NE(r.err.find("VIDEO_TS.IFO: VMGM_C_ADT: report stopped after 256 MiB"),

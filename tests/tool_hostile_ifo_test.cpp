@@ -1,8 +1,6 @@
 // Damaged IFO files (real discs, the sample's assembled files): truncated, header fields
 // smashed, and every fault fuzzing found, each a named regression test. Nothing may crash,
 // overrun (the sanitizer build checks), leak, hang or leave a file handle open.
-#include <random>
-
 #include "../fuzz/kestro_drive.h"
 #include "tables_util.h"
 
@@ -11,6 +9,8 @@
 namespace {
 
 namespace fs = std::filesystem;
+using kt::BE32;
+using kt::PutBE;
 
 struct Base {
     std::string name;
@@ -18,58 +18,52 @@ struct Base {
     bool vmg;
 };
 
+// The corpus files and the sample's sources assembled.
 const std::vector<Base>& Bases() {
     static const std::vector<Base> bases = [] {
         std::vector<Base> out;
         for (const char* prefix : {"VIDEO_TS", "VTS_"})
-            for (const auto& p : kt::CorpusFiles(prefix)) {
+            for (const auto& p : kt::CorpusFiles(prefix))
                 out.push_back({p, kt::ReadBytes(p), std::string(prefix) == "VIDEO_TS"});
-            }
-        fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
+        kdrive::Scratch s("hostile-base");
         std::error_code ec;
-        if (fs::is_directory(sample, ec)) {
-            kdrive::Scratch s("hostile-base");
-            for (auto& e : fs::directory_iterator(sample, ec)) {
-                if (e.path().extension() != ".ini") continue;
-                auto text = kt::ReadBytes(e.path().string());
-                s.Put("source.ini", text.data(), text.size());
-                kdrive::DriveSource(s);
-                const bool vmg = e.path().filename().string().rfind("VIDEO_TS", 0) == 0;
-                const auto b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
-                if (b.size() >= 2048) out.push_back({e.path().string(), b, vmg});
-                s.Clear();
-            }
+        for (auto& e :
+             fs::directory_iterator(fs::path(KESTRO_SOURCE_DIR) / "examples/sample", ec)) {
+            if (e.path().extension() != ".ini") continue;
+            const auto text = kt::ReadBytes(e.path().string());
+            s.Put("source.ini", text.data(), text.size());
+            kdrive::DriveSource(s);
+            const bool vmg = e.path().filename().string().rfind("VIDEO_TS", 0) == 0;
+            const auto b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
+            if (b.size() >= 2048) out.push_back({e.path().string(), b, vmg});
+            s.Clear();
         }
         return out;
     }();
     return bases;
 }
 
-// Drives one image twice: ample room with the source written, then `room`
-// (streamed in pieces for some rooms).
-void Drive(kdrive::Scratch& s, bool vmg, const std::vector<uint8_t>& bytes, int room) {
+// Loads, reports (in `room` bytes, streamed in pieces of `piece` when not 0) and
+// disassembles one image.
+void Drive(kdrive::Scratch& s, bool vmg, const std::vector<uint8_t>& b, int room, size_t piece,
+           bool disasm = true) {
     kdrive::LoadedRun run;
-    kdrive::DriveBytes(s, vmg, bytes.data(), bytes.size(), run);
     run.reportRoom = room;
-    run.streamPiece = size_t(room % 3) * 200;
-    run.disasm = false;
-    kdrive::DriveBytes(s, vmg, bytes.data(), bytes.size(), run);
+    run.streamPiece = piece;
+    run.disasm = disasm;
+    kdrive::DriveBytes(s, vmg, b.data(), b.size(), run);
     s.Clear();
 }
 
-// Where to cut a file: the first bytes, around every sector boundary, inside
-// the management table's fields, and the last bytes.
-std::vector<size_t> CutPoints(size_t size) {
-    std::vector<size_t> cuts = {0, 1, 11, 12, 13, 128, 255, 512, 1023, 1024, 1025, 2047};
-    for (size_t sector = 2048; sector < size; sector += 2048)
-        for (size_t d : {size_t(0), size_t(1), size_t(8), size_t(100)})
-            if (sector + d < size) cuts.push_back(sector + d);
-    cuts.push_back(size - 1);
-    return cuts;
+// Each start-sector field of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
+// VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP) and the byte its table starts at.
+template <class F>
+void EachTableField(const Base& b, F&& f) {
+    for (size_t field = b.vmg ? 0xc4 : 0xc8; field <= (b.vmg ? 0xdcu : 0xe4u); field += 4)
+        f(field, size_t(BE32(b.bytes, field)) * 2048);
 }
 
-// The two file kinds (true: VIDEO_TS.IFO), each through the bases of its kind;
-// no test may leave a file handle open.
+// The two file kinds (true: VIDEO_TS.IFO), each through the bases of its kind.
 class HostileIfo : public ::testing::TestWithParam<bool> {
 protected:
     void SetUp() override {
@@ -79,12 +73,9 @@ protected:
         handle_ = kdrive::NextHandle(scratch_.Path("probe"));
     }
     void TearDown() override {
-        if (!bases_.empty()) {
-            EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_);
-        }
+        if (!bases_.empty()) EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_);
     }
-    // Runs the check of each base's kind on it.
-    using Check = void (*)(const std::vector<uint8_t>&);
+    template <class Check>
     static void ForEachBase(const std::vector<Base>& bases, Check vmg, Check vts) {
         for (const Base& base : bases) {
             SCOPED_TRACE(base.name);
@@ -99,41 +90,30 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(), [](const auto& in
     return std::string(info.param ? "VideoManager" : "TitleSet");
 });
 
-// Truncated anywhere; and whole, read as the other kind (identifier swapped).
+// Truncated anywhere (the first bytes, around every sector boundary, the management table's
+// fields, the last byte); and whole, read as the other kind (identifier swapped).
 TEST_P(HostileIfo, TruncatedOrOfTheOtherKind) {
     for (const Base& base : bases_) {
         SCOPED_TRACE(base.name);
         std::vector<uint8_t> other = base.bytes;
         std::memcpy(other.data(), base.vmg ? "DVDVIDEO-VTS" : "DVDVIDEO-VMG", 12);
-        Drive(scratch_, !base.vmg, other, 200);
-        for (size_t cut : CutPoints(base.bytes.size())) {
+        Drive(scratch_, !base.vmg, other, 1 << 18, 0);
+        Drive(scratch_, !base.vmg, other, 200, 400, false);
+        const size_t size = base.bytes.size();
+        std::vector<size_t> cuts = {0, 1, 11, 12, 13, 128, 255, 512, 1023, 1024, 1025, 2047};
+        for (size_t sector = 2048; sector < size; sector += 2048)
+            for (size_t d : {0, 1, 8, 100})
+                if (sector + d < size) cuts.push_back(sector + d);
+        cuts.push_back(size - 1);
+        for (size_t cut : cuts) {
             SCOPED_TRACE("cut at " + std::to_string(cut));
-            std::vector<uint8_t> b(base.bytes.begin(), base.bytes.begin() + long(cut));
-            Drive(scratch_, base.vmg, b, 1 + int(cut % 97));
+            const std::vector<uint8_t> b(base.bytes.begin(), base.bytes.begin() + long(cut));
+            const int room = 1 + int(cut % 97);
+            Drive(scratch_, base.vmg, b, 1 << 18, 0);
+            Drive(scratch_, base.vmg, b, room, size_t(room % 3) * 200, false);
         }
     }
 }
-
-using kt::BE32;
-using kt::PutBE;
-
-// Drives every variant with a small and a large room, some of them streamed.
-void DriveVariants(kdrive::Scratch& s, const Base& base,
-                   const std::vector<std::vector<uint8_t>>& variants) {
-    for (size_t i = 0; i < variants.size(); ++i) {
-        SCOPED_TRACE("variant " + std::to_string(i));
-        kdrive::LoadedRun run;  // reports and sources list only the entries a body holds
-        run.reportRoom = i % 2 ? 1 << 18 : 64;
-        run.streamPiece = i % 3 ? 0 : 600;
-        kdrive::DriveBytes(s, base.vmg, variants[i].data(), variants[i].size(), run);
-        s.Clear();
-    }
-}
-
-// The first and last start-sector fields of the management table
-// (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP, VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP).
-size_t FirstTableField(const Base& b) { return b.vmg ? 0xc4 : 0xc8; }
-size_t LastTableField(const Base& b) { return b.vmg ? 0xdc : 0xe4; }
 
 // Start sectors past the end, at 1 and all ones; counts and end addresses all ones; every
 // table on one sector of all ones. (Random damage is the fuzzers' work, seeded with these files.)
@@ -145,52 +125,44 @@ TEST_P(HostileIfo, ExtremeHeaderFieldsAreReadWithinTheFile) {
             variants.push_back(base.bytes);
             PutBE(variants.back(), at, v, width);
         };
-        for (size_t field = FirstTableField(base); field <= LastTableField(base); field += 4) {
-            for (uint32_t v : {uint32_t(base.bytes.size() / 2048 + 1), 1u, 0xffffffffu})
-                vary(field, v, 4);
-            const size_t table = size_t(BE32(base.bytes, field)) * 2048;
-            if (table && table + 8 <= base.bytes.size())
-                vary(table, 0xffff, 2), vary(table + 4, 0xffffffff, 4);
-        }
         std::vector<uint8_t> oneSector = base.bytes;
         oneSector.resize(std::max<size_t>(oneSector.size(), 2 * 2048));
-        for (size_t field = FirstTableField(base); field <= LastTableField(base); field += 4)
+        EachTableField(base, [&](size_t field, size_t table) {
+            for (uint32_t v : {uint32_t(base.bytes.size() / 2048 + 1), 1u, 0xffffffffu})
+                vary(field, v, 4);
+            if (table && table + 8 <= base.bytes.size())
+                vary(table, 0xffff, 2), vary(table + 4, 0xffffffff, 4);
             PutBE(oneSector, field, 1, 4);
+        });
         std::fill(oneSector.begin() + 2048, oneSector.begin() + 2 * 2048, 0xff);
         variants.push_back(oneSector);
         variants.push_back({oneSector.begin(), oneSector.end() - 1});
-        DriveVariants(scratch_, base, variants);
+        for (size_t i = 0; i < variants.size(); ++i) {
+            SCOPED_TRACE("variant " + std::to_string(i));
+            Drive(scratch_, base.vmg, variants[i], i % 2 ? 1 << 18 : 64, i % 3 ? 0 : 600);
+        }
     }
 }
 
 // Regression (fuzzing): an end address below the header (a cell address table then announces
 // 357 million entries) made a streamed report run on without end.
 TEST_P(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
-    for (const Base& base : bases_) {
-        SCOPED_TRACE(base.name);
-        for (size_t field = FirstTableField(base); field <= LastTableField(base); field += 4) {
-            const size_t table = size_t(BE32(base.bytes, field)) * 2048;
-            if (!table || table + 8 > base.bytes.size()) continue;
+    for (const Base& base : bases_)
+        EachTableField(base, [&](size_t field, size_t table) {
+            if (!table || table + 8 > base.bytes.size()) return;
+            SCOPED_TRACE(base.name + ", start sector at byte " + std::to_string(field));
             std::vector<uint8_t> b = base.bytes;
             PutBE(b, table + 4, 3, 4);
-            SCOPED_TRACE("start sector at byte " + std::to_string(field));
-            kdrive::LoadedRun run;
-            run.reportRoom = 64;
-            run.streamPiece = 600;
-            kdrive::DriveBytes(scratch_, base.vmg, b.data(), b.size(), run);
-            scratch_.Clear();
-        }
-    }
+            Drive(scratch_, base.vmg, b, 64, 600);
+        });
 }
 
 // Regression (fuzzing): a 5 KB VIDEO_TS.IFO whose menu unit and PGC counts read all ones made
 // Disasm write 187,298 statements; at most 16 units of 99 PGCs are covered.
 TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfStatements) {
-    bool done = false;
     for (const Base& base : bases_) {
         const size_t table = size_t(BE32(base.bytes, base.vmg ? 0xc8 : 0xd0)) * 2048;
-        if (done || table == 0 || table + 16 > base.bytes.size()) continue;
-        done = true;
+        if (table == 0 || table + 16 > base.bytes.size()) continue;
         SCOPED_TRACE(base.name);
         std::vector<uint8_t> b = base.bytes;
         PutBE(b, table, 0xffff, 2);
@@ -202,8 +174,9 @@ TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfSta
         for (const char* beyond : {"_lu_srp17_", "m_lu17_", "_100]"})
             EXPECT_EQ(source.find(beyond), std::string::npos) << beyond;
         scratch_.Clear();
+        return;
     }
-    if (!done) GTEST_SKIP() << "no file with a menu PGC unit table";
+    GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
 // Regression (fuzzing): 64 KB of records pointing at one long run (parts of title, time maps)
@@ -228,8 +201,8 @@ TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
     }));
 }
 
-// A report streamed in pieces through a small buffer reads as the one made in one buffer
-// (each pass loads afresh: the management table's report changes its loaded record).
+// A report streamed in 100-byte pieces through a small buffer reads as the one made in one
+// buffer (each pass loads afresh: the management table's report changes its loaded record).
 template <class Mat>
 void StreamReports(const std::vector<uint8_t>& bytes) {
     tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
@@ -237,10 +210,9 @@ void StreamReports(const std::vector<uint8_t>& bytes) {
     const auto a = tt::TablesOf(whole.t, codecs[0]), b = tt::TablesOf(streamed.t, codecs[1]);
     ASSERT_TRUE(whole.loaded == 1 && streamed.loaded == 1 && a.size() == b.size());
     for (size_t i = 0; i < a.size(); ++i) {
-        std::vector<char> big(1 << 22, '\0');
+        std::vector<char> big(1 << 22, '\0'), buf(1 << 18, '\0');  // buf: a piece, any PGC
         const bool ok = a[i].Details(big.data(), int(big.size()) - 3);
         std::string pieces;
-        std::vector<char> buf(1 << 18, '\0');  // room for one piece and any PGC report
         bool streamedOk;
         {
             kestro::ReportStream stream(
@@ -256,20 +228,18 @@ void StreamReports(const std::vector<uint8_t>& bytes) {
     }
 }
 
-// Every report keeps to its three bytes of headroom beyond len for every len
-// across the report's length: guard bytes past len + 3 must survive.
+// Every report keeps to its three bytes of headroom beyond len, for every len near the start
+// and the end of the report and a sample between: guard bytes past len + 3 survive.
 template <class Mat>
 void SweepReports(const std::vector<uint8_t>& bytes) {
     tt::Loaded<Mat> loaded(bytes, 0, false);
     CKestro_PGCI codec;
     ASSERT_EQ(loaded.loaded, 1);
-    const auto tables = tt::TablesOf(loaded.t, codec);
     constexpr size_t kGuard = 256;
-    for (auto& table : tables) {
+    for (auto& table : tt::TablesOf(loaded.t, codec)) {
         std::vector<char> big(1 << 22, '\0');
         table.Details(big.data(), int(big.size()) - int(kGuard));
         const int full = int(strnlen(big.data(), big.size()));
-        // Every len near the start and the end of the report, a sample between.
         const int stride = full > 2000 ? full / 1000 : 1;
         for (int len = 1; len <= full + 8; len += (len < 300 || len > full - 300) ? 1 : stride) {
             std::vector<char> buf(size_t(len) + 3 + kGuard, 'G');
@@ -293,26 +263,20 @@ TEST_P(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) 
     ForEachBase(bases_, SweepReports<CKestro_VMG_MAT>, SweepReports<CKestro_VTS_MAT>);
 }
 
-// Five menu audio and sub-picture streams in the first VTS_ATRT record, whose report numbers
-// those lines by the characters written before them.
-std::vector<uint8_t> WithMenuStreams(std::vector<uint8_t> b) {
-    const size_t atrt = size_t(BE32(b, 208)) * 2048;
-    if (atrt == 0 || BE32(b, atrt + 8) == 0) return {};
-    // The report reads the record at the length of its "VTS 1" line, less 8.
-    const size_t rec =
-        atrt + 8 +
-        ("  VTS 1 Attribute start byte address " + std::to_string(BE32(b, atrt + 8))).size() - 8;
-    if (rec + 94 >= b.size()) return {};
-    b[rec + 11] = b[rec + 93] = 5;
-    return b;
-}
-
-// Streamed reports read as whole ones.
+// Streamed reports read as whole ones; also with five menu audio and sub-picture streams in the
+// first VTS_ATRT record, whose report numbers those lines by the characters written before them.
 TEST_P(HostileIfo, StreamedReportsReadAsWholeOnes) {
     std::vector<Base> bases = bases_;
-    for (const Base& base : bases_)
-        if (auto b = base.vmg ? WithMenuStreams(base.bytes) : std::vector<uint8_t>(); !b.empty())
-            bases.push_back({base.name + " (menu streams)", b, true});
+    for (const Base& base : bases_) {
+        const size_t atrt = base.vmg ? size_t(BE32(base.bytes, 208)) * 2048 : 0;
+        if (atrt == 0 || BE32(base.bytes, atrt + 8) == 0) continue;
+        // The report reads the record at the length of its "VTS 1" line, less 8.
+        const size_t rec = atrt + std::to_string(BE32(base.bytes, atrt + 8)).size() +
+                           std::string("  VTS 1 Attribute start byte address ").size();
+        if (rec + 94 >= base.bytes.size()) continue;
+        bases.push_back({base.name + " (menu streams)", base.bytes, true});
+        bases.back().bytes[rec + 11] = bases.back().bytes[rec + 93] = 5;
+    }
     ForEachBase(bases, StreamReports<CKestro_VMG_MAT>, StreamReports<CKestro_VTS_MAT>);
 }
 

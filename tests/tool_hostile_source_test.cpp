@@ -1,5 +1,6 @@
 // Hostile sources (damaged statements, broken grammar, counts at and beyond every capacity),
 // assembled, written and loaded back: nothing may crash, overrun, leak or hang.
+#include <functional>
 #include <sstream>
 
 #include "../fuzz/kestro_drive.h"
@@ -11,10 +12,8 @@ namespace fs = std::filesystem;
 
 std::vector<std::string> SampleSources() {
     std::vector<std::string> out;
-    fs::path sample = fs::path(KESTRO_SOURCE_DIR) / "examples/sample";
     std::error_code ec;
-    if (!fs::is_directory(sample, ec)) return out;
-    for (auto& e : fs::directory_iterator(sample, ec))
+    for (auto& e : fs::directory_iterator(fs::path(KESTRO_SOURCE_DIR) / "examples/sample", ec))
         if (e.path().extension() == ".ini") out.push_back(kt::ReadText(e.path().string()));
     std::sort(out.begin(), out.end());
     return out;
@@ -40,26 +39,26 @@ protected:
 TEST_F(HostileSource, DamagedStatements) {
     const auto sources = SampleSources();
     if (sources.empty()) GTEST_SKIP() << "no sample sources";
-    const std::vector<std::string> damages = {"",        "=",
-                                              "+",       "=x" + std::string(5000, 'f'),
-                                              "=-1",     "=99999999999",
-                                              "=zz%s%n", "=xffffffffffffffff",
-                                              "=$1"};
+    const std::string damages[] = {"",        "=",
+                                   "+",       "=x" + std::string(5000, 'f'),
+                                   "=-1",     "=99999999999",
+                                   "=zz%s%n", "=xffffffffffffffff",
+                                   "=$1"};
     for (size_t s = 0; s < sources.size(); ++s)
-        for (size_t d = 0; d < damages.size(); ++d)
+        for (const std::string& damage : damages)
             for (size_t phase = 0; phase < 3; ++phase) {
-                SCOPED_TRACE("source " + std::to_string(s) + ", damage " + std::to_string(d) +
-                             ", phase " + std::to_string(phase));
+                SCOPED_TRACE("source " + std::to_string(s) + ", damage '" + damage.substr(0, 9) +
+                             "', phase " + std::to_string(phase));
                 std::string text, line;
                 std::istringstream in(sources[s]);
                 for (size_t statement = 0; std::getline(in, line);) {
                     const size_t eq = line.find('=');
                     if (eq == std::string::npos || line[0] == '[' || statement++ % 3 != phase)
                         text += line + "\n";
-                    else if (damages[d] == "+")
+                    else if (damage == "+")
                         text += line + std::string(300, '7') + "\n";
-                    else if (!damages[d].empty())
-                        text += line.substr(0, eq) + damages[d] + "\n";
+                    else if (!damage.empty())
+                        text += line.substr(0, eq) + damage + "\n";
                 }
                 Run(text);
             }
@@ -70,7 +69,7 @@ TEST_F(HostileSource, DamagedStatements) {
 TEST_F(HostileSource, BrokenGrammar) {
     const auto sources = SampleSources();
     const std::string first = sources.empty() ? std::string() : sources.front();
-    const std::vector<std::string> texts = {
+    const std::string texts[] = {
         "",
         "\n\n\n",
         "vts_ttu_ns=5\nvobu_sa0001=3\n",
@@ -85,9 +84,9 @@ TEST_F(HostileSource, BrokenGrammar) {
         "[vts_pgcit]\n" + std::string(100000, 'k') + "=1\n",
         first + "\n" + first,
     };
-    for (size_t i = 0; i < texts.size(); ++i) {
-        SCOPED_TRACE("text " + std::to_string(i));
-        Run(texts[i]);
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text.substr(0, 40));
+        Run(text);
     }
 }
 
@@ -96,14 +95,21 @@ std::string Fmt(const char* fmt, int a, int b = 0) {
     return std::string(buf, size_t(std::snprintf(buf, sizeof buf, fmt, a, b)));
 }
 
+// The statements of `fields` for i = 1 to n, each format given i (twice).
+std::string Numbered(int n, std::initializer_list<const char*> fields, const std::string& p = "") {
+    std::string t;
+    for (int i = 1; i <= n; ++i)
+        for (const char* f : fields) t += p + Fmt(f, i, i) + "\n";
+    return t;
+}
+
 // A minimal PGC with `cells` cells and `commands` pre commands under prefix p.
 std::string Pgc(const std::string& p, int cells, int commands) {
     std::string t = p + Fmt("cnt=0000%02x", cells > 255 ? 0 : cells) + Fmt("%02x\n", cells & 0xff);
     for (const char* f :
          {"pb_tm=00000000", "uop_ctl=00000000", "cmdt_sa=236", "cmdt_post_ns=0", "cmdt_cmds_ns=0"})
         t += p + f + "\n";
-    t += p + Fmt("cmdt_pre_ns=%d\n", commands);
-    for (int c = 1; c <= commands; ++c) t += p + Fmt("pre%d=3002000000010000\n", c);
+    t += p + Fmt("cmdt_pre_ns=%d\n", commands) + Numbered(commands, {"pre%d=3002000000010000"}, p);
     for (const char* f : {"pgmap_sa=", "c_pbit_sa=", "c_posit_sa="})
         t += p + f + (cells > 0 ? "1\n" : "0\n");
     if (cells > 0) t += p + "pgmap_prog_entry_cell01=1\n";
@@ -114,14 +120,6 @@ std::string Pgc(const std::string& p, int cells, int commands) {
         t += p + Fmt("c_posit_cell%03d_vobid=1\n", c) + p +
              Fmt("c_posit_cell%03d_cellid=%d\n", c, c & 0xff);
     }
-    return t;
-}
-
-// The statements of `fields` for i = 1 to n, each format given i (twice).
-std::string Numbered(int n, std::initializer_list<const char*> fields) {
-    std::string t;
-    for (int i = 1; i <= n; ++i)
-        for (const char* f : fields) t += Fmt(f, i, i) + "\n";
     return t;
 }
 
@@ -169,10 +167,6 @@ std::string TitlePgcs(int pgcs, int cells, int commands) {
     return t;
 }
 
-std::string VobuMap(const char* section, int entries) {
-    return std::string("[") + section + "]\n" + Numbered(entries, {"vobu_sa%04d=%d"});
-}
-
 std::string TimeMaps(int maps, int entries) {
     std::string t = "[vts_tmapt]\n" + Fmt("vts_tmap_ns=%d\n", maps) + "[vts_tmapti]\n";
     for (int m = 1; m <= maps; ++m) {
@@ -185,43 +179,44 @@ std::string TimeMaps(int maps, int entries) {
 }
 
 // A management-table section so that whole files are laid out too.
-const std::string
-    kVmgMat =
-        "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
-        "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
-        "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n",
-    kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
+const std::string kVmgMat =
+    "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
+    "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
+    "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
+const std::string kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
 
 // Whole files at every capacity and one beyond (the refusals and sizes of
 // each table are checked in the table tests).
 TEST_F(HostileSource, CountsAtAndBeyondCapacity) {
-    const std::pair<const char*, std::string> cases[] = {
-        {"999 titles", kVmgMat + VmgTitles(999)},
-        {"1000 titles", kVmgMat + VmgTitles(1000)},
-        {"999 title units", kVtsMat + VtsTitleUnits(999)},
-        {"1000 title units", kVtsMat + VtsTitleUnits(1000)},
-        {"256 cells", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 256)},
-        {"257 cells", kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", 257)},
-        {"256 VMGM cells", kVmgMat + CellTable("vmgm_c_adt", "vmgm_vob_ns", 256)},
-        {"256 cells, 384 commands", kVtsMat + TitlePgcs(1, 256, 384)},
-        {"257 cells, 385 commands", kVtsMat + TitlePgcs(1, 257, 385)},
-        {"256 PGCs", kVtsMat + TitlePgcs(256, 1, 0)},
-        {"257 PGCs", kVtsMat + TitlePgcs(257, 1, 0)},
-        {"16 VMGM units", kVmgMat + MenuUnits("vmgm", 16, 2)},
-        {"17 VMGM units", kVmgMat + MenuUnits("vmgm", 17, 1)},
-        {"99 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 99, 2)},
-        {"100 VTSM PGCs", kVtsMat + MenuUnits("vtsm", 1, 100)},
-        {"17 VTSM units", kVtsMat + MenuUnits("vtsm", 17, 1)},
-        {"999 time maps", kVtsMat + TimeMaps(999, 1)},
-        {"1000 maps", kVtsMat + TimeMaps(1000, 1)},
-        {"4,096 map entries", kVtsMat + TimeMaps(1, 4096)},
-        {"65,535 VOBUs", kVtsMat + VobuMap("vts_vobu_admap", 65535)},
-        {"65,536 VOBUs", kVtsMat + VobuMap("vtsm_vobu_admap", 65536)},
+    const struct {
+        const char* what;
+        int capacity;
+        std::function<std::string(int)> make;
+    } cases[] = {
+        {"titles", 999, [](int n) { return kVmgMat + VmgTitles(n); }},
+        {"title units", 999, [](int n) { return kVtsMat + VtsTitleUnits(n); }},
+        {"cells", 256, [](int n) { return kVtsMat + CellTable("vts_c_adt", "vts_vob_ns", n); }},
+        {"VMGM cells", 256,
+         [](int n) { return kVmgMat + CellTable("vmgm_c_adt", "vmgm_vob_ns", n); }},
+        {"cells, 1.5 commands each", 256,
+         [](int n) { return kVtsMat + TitlePgcs(1, n, n * 3 / 2); }},
+        {"PGCs", 256, [](int n) { return kVtsMat + TitlePgcs(n, 1, 0); }},
+        {"VMGM units", 16, [](int n) { return kVmgMat + MenuUnits("vmgm", n, 2); }},
+        {"VTSM units", 16, [](int n) { return kVtsMat + MenuUnits("vtsm", n, 1); }},
+        {"VTSM PGCs", 99, [](int n) { return kVtsMat + MenuUnits("vtsm", 1, n, 2); }},
+        {"time maps", 999, [](int n) { return kVtsMat + TimeMaps(n, 1); }},
+        {"map entries", 4096, [](int n) { return kVtsMat + TimeMaps(1, n); }},
+        {"VOBUs (title map, then menu map)", 65535,
+         [](int n) {
+             return kVtsMat + (n % 2 ? "[vts_vobu_admap]\n" : "[vtsm_vobu_admap]\n") +
+                    Numbered(n, {"vobu_sa%04d=%d"});
+         }},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.first);
-        Run(c.second);
-    }
+    for (const auto& c : cases)
+        for (int n : {c.capacity, c.capacity + 1}) {
+            SCOPED_TRACE(std::to_string(n) + " " + c.what);
+            Run(c.make(n));
+        }
 }
 
 }  // namespace

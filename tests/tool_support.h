@@ -52,8 +52,7 @@ inline Result Kestro(const std::vector<std::string>& args) {
     if (!fs::exists(tt::KestroBinary())) \
     GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
 
-// The folder of a disc that holds its IFO files: its VIDEO_TS folder, or the
-// disc folder itself when it has none.
+// The folder of a disc that holds its IFO files: VIDEO_TS, or the disc folder when it has none.
 inline fs::path VideoTsOf(const fs::path& disc) {
     return fs::is_directory(disc / "VIDEO_TS") ? disc / "VIDEO_TS" : disc;
 }
@@ -100,8 +99,7 @@ inline std::vector<LsdvdTitle> Lsdvd(const fs::path& disc, std::string* raw = nu
     return titles;
 }
 
-// The bundled sample disc (examples/sample) assembled by the kestro command,
-// for tests that need a small disc with VOB files.
+// The bundled sample disc, a small disc with VOB files.
 inline fs::path SampleDir() { return fs::path(KESTRO_SOURCE_DIR) / "examples/sample"; }
 
 // Assembles every source of the sample into `videoTs`, next to empty VOB
@@ -110,9 +108,8 @@ inline std::vector<fs::path> AssembleSample(const fs::path& videoTs) {
     fs::create_directories(videoTs);
     std::ifstream vobs(SampleDir() / "vobs.txt");
     std::string name;
-    for (unsigned long long bytes = 0; vobs >> name >> bytes;
-         fs::resize_file(videoTs / name, bytes))
-        std::ofstream(videoTs / name).close();
+    for (unsigned long long bytes = 0; vobs >> name >> bytes;)
+        std::ofstream(videoTs / name).close(), fs::resize_file(videoTs / name, bytes);
     std::vector<fs::path> sources;
     for (auto& e : fs::directory_iterator(SampleDir()))
         if (e.path().extension() == ".ini") sources.push_back(e.path());

@@ -5,10 +5,8 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <random>
@@ -21,21 +19,18 @@ extern char** environ;
 namespace {
 
 namespace fs = std::filesystem;
+using Runs = std::vector<std::pair<std::string, std::vector<std::string>>>;
 
-// Every file and folder below `dir` (hidden ones included): relative path ->
-// content ("<dir>" for folders; with `vobSizes`, a VOB file's size, as they are large).
+// Every file and folder below `dir` (hidden ones included): relative path -> content ("<dir>"
+// for folders; with `vobSizes`, a VOB file's size, as they are large).
 std::map<std::string, std::string> Snapshot(const fs::path& dir, bool vobSizes = false) {
     std::map<std::string, std::string> out;
     std::error_code ec;
-    for (auto& e : fs::recursive_directory_iterator(dir, ec)) {
-        const std::string rel = fs::relative(e.path(), dir).string();
-        if (e.is_directory())
-            out[rel] = "<dir>";
-        else if (vobSizes && e.path().extension() == ".VOB")
-            out[rel] = std::to_string(e.file_size());
-        else
-            out[rel] = kt::ReadText(e.path().string());
-    }
+    for (auto& e : fs::recursive_directory_iterator(dir, ec))
+        out[fs::relative(e.path(), dir).string()] = e.is_directory() ? "<dir>"
+                                                    : vobSizes && e.path().extension() == ".VOB"
+                                                        ? std::to_string(e.file_size())
+                                                        : kt::ReadText(e.path().string());
     return out;
 }
 
@@ -44,22 +39,19 @@ struct Faults {
     long write = 0;      // the Nth write fails
     long bytes = -1;     // or every write after so many bytes
     bool fsync = false;  // or every sync
-    const char* error = "ENOSPC";
+    std::string error = "ENOSPC";
 };
 
-const char* ReasonOf(const char* error) {
-    return std::string(error) == "EIO" ? "Input/output error" : "No space left on device";
-}
-
-tt::Result KestroWithFaults(const std::vector<std::string>& args, const Faults& f) {
+tt::Result KestroWithFaults(const std::vector<std::string>& args, const Faults& f,
+                            const std::string& loaded = "") {
     std::string asan = "verify_asan_link_order=0";
     if (const char* given = std::getenv("ASAN_OPTIONS")) asan = std::string(given) + ":" + asan;
     std::string line =
         "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=" + tt::Quote(asan) +
         " KESTRO_FAULT_DIR=" + tt::Quote(f.dir) + " KESTRO_FAULT_WRITE=" + std::to_string(f.write) +
         " KESTRO_FAULT_BYTES=" + std::to_string(f.bytes) +
-        " KESTRO_FAULT_FSYNC=" + (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error + " " +
-        tt::Quote(tt::KestroBinary());
+        " KESTRO_FAULT_FSYNC=" + (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error +
+        " KESTRO_FAULT_LOADED=" + tt::Quote(loaded) + " " + tt::Quote(tt::KestroBinary());
     for (const auto& a : args) line += " " + tt::Quote(a);
     return tt::Shell(line);
 }
@@ -70,14 +62,12 @@ class WriteFaults : public ::testing::Test {
 protected:
     void SetUp() override {
         TT_REQUIRE_KESTRO();
-        kt::TempDir probe;
-        const std::string loaded = probe / "loaded";
-        tt::Shell("env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) +
-                  " ASAN_OPTIONS=verify_asan_link_order=0 KESTRO_FAULT_LOADED=" +
-                  tt::Quote(loaded) + " " + tt::Quote(tt::KestroBinary()) + " --version");
+        const std::string loaded = work_ / "loaded";
+        KestroWithFaults({"--version"}, {}, loaded);
         if (!fs::exists(loaded))
             GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
                          << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
+        fs::remove(loaded);
         fs::create_directories(ifoOnly_);
         fs::create_directories(src_);
         for (const auto& source : tt::AssembleSample(disc_)) {
@@ -88,42 +78,46 @@ protected:
         fs::create_directories(out_);
     }
 
-    // Runs `args` with the Nth write below `faultDir` failing, for N = 1, 2,
-    // ... until a run succeeds: each failed run exits 1 naming a path below
-    // out_ and the reason, and leaves out_ exactly as it was.
-    void FailEveryWrite(const std::string& what, const std::vector<std::string>& args,
-                        const std::string& faultDir) {
-        const auto before = Snapshot(out_);
-        long n = 1;
-        for (; n < 200; ++n) {
-            Faults f{faultDir, n};
-            f.error = n % 2 ? "ENOSPC" : "EIO";
-            tt::Result r = KestroWithFaults(args, f);
-            if (r.code == 0) break;
-            EXPECT_EQ(r.code, 1) << what << ", write " << n << ": " << r.err;
-            EXPECT_NE(r.err.find(out_.string()), std::string::npos)
-                << what << ", write " << n << ": " << r.err;
-            EXPECT_NE(r.err.find(ReasonOf(f.error)), std::string::npos)
-                << what << ", write " << n << ": " << r.err;
-            ASSERT_EQ(Snapshot(out_), before)
-                << what << ": write " << n << " changed or left files";
-        }
-        EXPECT_GT(n, 1) << what << ": no write was made to fail";
-        EXPECT_LT(n, 200) << what << ": never succeeded";
-    }
-
-    // The same command on a device that fills up after a few bytes, and on
-    // one whose syncs fail: both fail and change nothing.
-    void FailFullDeviceAndSync(const std::string& what, const std::vector<std::string>& args) {
-        const auto before = Snapshot(out_);
-        for (Faults f : {Faults{out_.string(), 0, 0}, Faults{out_.string(), 0, 3000},
-                         Faults{out_.string(), 0, -1, true}}) {
-            tt::Result r = KestroWithFaults(args, f);
-            EXPECT_EQ(r.code, 1) << what << " (bytes " << f.bytes << ", sync " << f.fsync
-                                 << "): " << r.err;
-            EXPECT_NE(r.err.find(out_.string()), std::string::npos) << what << ": " << r.err;
-            ASSERT_EQ(Snapshot(out_), before)
-                << what << " (bytes " << f.bytes << ", sync " << f.fsync << ")";
+    // Runs each of `runs` with the Nth write failing, for N = 1, 2, ... until a run succeeds:
+    // below out_, and below "/" too when `everyFile` (the library's own writes go to private
+    // folders, and are checked there); then on a device that fills up at once or after 3000
+    // bytes and on one whose syncs fail. Each failed run exits 1 naming a path below out_ and
+    // the reason, and leaves out_ exactly as it was.
+    void FailWrites(const Runs& runs, bool everyFile, const std::function<void()>& reset) {
+        auto before = Snapshot(out_);
+        auto restart = [&] {  // a success may leave new files that reset keeps: they stay
+            reset();
+            before = Snapshot(out_);
+        };
+        restart();
+        for (const auto& [what, args] : runs) {
+            auto fails = [&, &what = what, &args = args](const Faults& f) {
+                tt::Result r = KestroWithFaults(args, f);
+                if (r.code == 0 && f.write) return false;
+                const std::string run = what + " (below " + f.dir + ", write " +
+                                        std::to_string(f.write) + ", bytes " +
+                                        std::to_string(f.bytes) + (f.fsync ? ", sync): " : "): ");
+                EXPECT_EQ(r.code, 1) << run << r.err;
+                EXPECT_NE(r.err.find(out_.string()), std::string::npos) << run << r.err;
+                const char* reason = !f.write           ? ""
+                                     : f.error == "EIO" ? "Input/output error"
+                                                        : "No space left on device";
+                EXPECT_NE(r.err.find(reason), std::string::npos) << run << r.err;
+                EXPECT_EQ(Snapshot(out_), before) << run << "changed or left files";
+                return true;
+            };
+            for (const std::string& dir : {out_.string(), std::string(everyFile ? "/" : "")}) {
+                long n = 1;
+                while (!dir.empty() && n < 200 &&
+                       fails({dir, n, -1, false, n % 2 ? "ENOSPC" : "EIO"}))
+                    ++n;
+                EXPECT_TRUE(dir.empty() || (n > 1 && n < 200)) << what << ", " << dir << ": " << n;
+                restart();
+            }
+            for (const Faults& f :
+                 {Faults{out_, 0, 0}, Faults{out_, 0, 3000}, Faults{out_, 0, -1, true}})
+                fails(f);
+            restart();
         }
     }
 
@@ -134,75 +128,59 @@ protected:
     fs::path out_ = work_.path() / "out";
 };
 
-// asm and disasm keep every file when any write fails.
+// asm and disasm keep every file when any write fails, over existing outputs (--force) and
+// none at all.
 TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
-    // Existing outputs to be replaced with --force, and none at all; a
-    // success leaves new outputs, so each phase starts from the old ones.
-    fs::create_directories(out_ / "V");
-    fs::create_directories(out_ / "S");
-    auto reset = [&] {
-        fs::remove(out_ / "V/VTS_01_0 new.IFO");
-        fs::remove(out_ / "V/VTS_01_0 new.BUP");
-        for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
-            fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name,
-                          fs::copy_options::overwrite_existing);
-        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-            kt::WriteText((out_ / "S" / name).string(), "old\n");
-    };
-    reset();
-    const std::string source = (src_ / "VTS_01_0.ini").string(),
-                      ifo = (disc_ / "VTS_01_0.IFO").string();
-    const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
-        {"asm over an IFO and its BUP",
-         {"asm", source, "-o", (out_ / "V/VTS_01_0.IFO").string(), "--force"}},
-        {"asm into a new file", {"asm", source, "-o", (out_ / "V/VTS_01_0 new.IFO").string()}},
-        {"disasm", {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--force"}},
-        {"disasm, ini side files",
-         {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "ini", "--force"}},
-        {"disasm, bin side files",
-         {"disasm", ifo, "-o", (out_ / "S/x.ini").string(), "--side-files", "bin", "--force"}},
-    };
-    for (const auto& [what, args] : runs) {
-        FailEveryWrite(what, args, out_.string());
-        reset();
-        // The library's own writes fail too when every file of the system
-        // does: they go to private folders, and are checked there.
-        FailEveryWrite(what + " (every file failing)", args, "/");
-        reset();
-        FailFullDeviceAndSync(what, args);
-        reset();
-    }
+    const std::string source = src_ / "VTS_01_0.ini", ifo = disc_ / "VTS_01_0.IFO",
+                      ini = out_ / "S/x.ini";
+    FailWrites(
+        {
+            {"asm over an IFO and its BUP",
+             {"asm", source, "-o", out_ / "V/VTS_01_0.IFO", "--force"}},
+            {"asm into a new file", {"asm", source, "-o", out_ / "V/VTS_01_0 new.IFO"}},
+            {"disasm", {"disasm", ifo, "-o", ini, "--force"}},
+            {"disasm, ini side files",
+             {"disasm", ifo, "-o", ini, "--side-files", "ini", "--force"}},
+            {"disasm, bin side files",
+             {"disasm", ifo, "-o", ini, "--side-files", "bin", "--force"}},
+        },
+        true, [&] {
+            fs::create_directories(out_ / "V");
+            fs::create_directories(out_ / "S");
+            fs::remove(out_ / "V/VTS_01_0 new.IFO");
+            fs::remove(out_ / "V/VTS_01_0 new.BUP");
+            for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
+                fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name,
+                              fs::copy_options::overwrite_existing);
+            for (const char* name :
+                 {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+                kt::WriteText(out_ / "S" / name, "old\n");
+        });
 }
 
 // A rebuild whose write fails leaves the output folder as it was.
 TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
-    const std::string disc = disc_.parent_path().string(), bare = ifoOnly_.parent_path().string();
-    const std::string fresh = (out_ / "new").string(), old = (out_ / "old").string();
-    auto reset = [&] {
-        fs::remove_all(fresh);
-        fs::remove_all(old);
-        fs::create_directories(out_ / "old/VIDEO_TS");
-        kt::WriteText((out_ / "old/VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
-    };
-    reset();
-    const std::vector<std::pair<std::string, std::vector<std::string>>> runs = {
-        {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
-        {"rebuild into the VIDEO_TS folder of missing folders",
-         {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
-        {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
-        {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
-        {"rebuild --placeholder-vobs", {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
-    };
-    for (const auto& [what, args] : runs) {
-        FailEveryWrite(what, args, out_.string());
-        reset();
-        FailFullDeviceAndSync(what, args);
-        reset();
-    }
+    const std::string disc = disc_.parent_path(), bare = ifoOnly_.parent_path(),
+                      fresh = out_ / "new", old = out_ / "old";
+    FailWrites(
+        {
+            {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
+            {"rebuild into the VIDEO_TS folder of missing folders",
+             {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
+            {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
+            {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
+            {"rebuild --placeholder-vobs",
+             {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
+        },
+        false, [&] {
+            fs::remove_all(fresh);
+            fs::remove_all(old);
+            fs::create_directories(out_ / "old/VIDEO_TS");
+            kt::WriteText(out_ / "old/VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
+        });
 }
 
-// Starts the command and kills it after `delay`; true when it ended by
-// itself first.
+// Starts the command and kills it after `delay`; true when it ended by itself first.
 bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds delay) {
     std::vector<std::string> argv = {tt::KestroBinary()};
     argv.insert(argv.end(), args.begin(), args.end());
@@ -214,8 +192,9 @@ bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds 
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     pid_t pid = 0;
-    if (posix_spawn(&pid, cargs[0], &actions, nullptr, cargs.data(), environ) != 0) return false;
+    const bool spawned = posix_spawn(&pid, cargs[0], &actions, nullptr, cargs.data(), environ) == 0;
     posix_spawn_file_actions_destroy(&actions);
+    if (!spawned) return false;
     std::this_thread::sleep_for(delay);
     int status = 0;
     if (::waitpid(pid, &status, WNOHANG) == pid) return true;
@@ -224,16 +203,16 @@ bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds 
     return false;
 }
 
-// A rebuild killed at any moment leaves its output absent or complete.
+// A rebuild killed at any moment leaves its output absent or complete; an old folder replaced
+// with --force is the old one or the new one, never a mix.
 TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
-    // A larger title VOB so that a copy takes long enough to be cut.
-    fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);
-    const fs::path fresh = out_ / "new", old = out_ / "old", reference = work_.path() / "reference";
-    const std::string disc = disc_.parent_path().string();
-    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", reference.string(), "-q", "--copy-vobs"}).code, 0);
+    fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);  // a copy long enough to be cut
+    const fs::path fresh = out_ / "new", old = out_ / "old", reference = work_ / "reference";
+    const std::string disc = disc_.parent_path();
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", reference, "-q", "--copy-vobs"}).code, 0);
     const auto complete = Snapshot(reference, true);
     auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}).code, 0);
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}).code, 0);
     const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
         std::chrono::steady_clock::now() - start);
     ASSERT_EQ(Snapshot(fresh, true), complete);
@@ -244,33 +223,27 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     auto makeOld = [&] {
         fs::remove_all(old);
         fs::create_directories(old / "VIDEO_TS");
-        kt::WriteText((old / "VIDEO_TS/VIDEO_TS.IFO").string(), "the old disc\n");
+        kt::WriteText(old / "VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
+        return Snapshot(old, true);
     };
-    makeOld();
-    const auto oldShape = Snapshot(old, true);
+    const auto oldShape = makeOld();
     int cut = 0;
     for (int run = 0; run < 24; ++run) {
         const std::chrono::microseconds delay(when(random));
-        const bool ended =
-            RunAndKill({"rebuild", disc, "-o", fresh.string(), "-q", "--copy-vobs"}, delay);
-        cut += !ended;
-        if (fs::exists(fresh)) {
-            EXPECT_EQ(Snapshot(fresh, true), complete) << "killed after " << delay.count() << " us";
-        }
+        SCOPED_TRACE("killed after " + std::to_string(delay.count()) + " us");
+        cut += !RunAndKill({"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}, delay);
+        EXPECT_TRUE(!fs::exists(fresh) || Snapshot(fresh, true) == complete);
         fs::remove_all(fresh);
-
-        RunAndKill({"rebuild", disc, "-o", old.string(), "-q", "--copy-vobs", "--force"}, delay);
-        ASSERT_TRUE(fs::exists(old))
-            << "killed after " << delay.count() << " us: the old folder is gone";
+        RunAndKill({"rebuild", disc, "-o", old, "-q", "--copy-vobs", "--force"}, delay);
+        ASSERT_TRUE(fs::exists(old)) << "the old folder is gone";
         const auto now = Snapshot(old, true);
-        EXPECT_TRUE(now == oldShape || now == complete)
-            << "killed after " << delay.count() << " us: a mix";
+        EXPECT_TRUE(now == oldShape || now == complete) << "a mix";
         makeOld();
     }
     EXPECT_GT(cut, 0) << "no run was cut short";
     // What killed runs left beside the output is removed by the next run.
-    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh.string(), "-q"}).code, 0);
-    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", old.string(), "-q", "--force"}).code, 0);
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh, "-q"}).code, 0);
+    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", old, "-q", "--force"}).code, 0);
     for (auto& e : fs::directory_iterator(out_))
         EXPECT_TRUE(e.path() == fresh || e.path() == old) << e.path() << " was left behind";
 }
