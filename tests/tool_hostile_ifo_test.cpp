@@ -3,7 +3,7 @@
 // build checks), leak, hang or leave a file handle open.
 #include <random>
 
-#include "../fuzz/kestro_drive.h"
+#include "support/kestro_drive.h"
 #include "tables_util.h"
 
 namespace {

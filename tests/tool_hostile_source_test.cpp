@@ -3,7 +3,7 @@
 // nothing may crash, overrun, leak or hang.
 #include <sstream>
 
-#include "../fuzz/kestro_drive.h"
+#include "support/kestro_drive.h"
 #include "test_util.h"
 
 namespace {

@@ -3,8 +3,8 @@
 // table it has; assemble every table from a source and lay a whole file out.
 // Nothing here checks results: the point is that no input, however damaged,
 // makes the library read or write outside its memory, hang or leak.
-#ifndef KESTRO_FUZZ_KESTRO_DRIVE_H
-#define KESTRO_FUZZ_KESTRO_DRIVE_H
+#ifndef KESTRO_TESTS_SUPPORT_KESTRO_DRIVE_H
+#define KESTRO_TESTS_SUPPORT_KESTRO_DRIVE_H
 
 #include <unistd.h>
 
