@@ -77,6 +77,7 @@ run_one() {
   case "$t" in pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;; check_fuzz) tag=check ;; *) tag=src ;; esac
   touch "$marker"
   trap 'find /dev/shm /tmp -maxdepth 1 -type d -name "kestro-$tag-*" -newer "$marker" -exec rm -rf {} + 2>/dev/null; trap - RETURN' RETURN
+  rm -f "$build/$t.rate"
   if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
      UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "$build/fuzz/$t" -max_total_time="$secs" -timeout=60 -rss_limit_mb=4096 \
@@ -87,9 +88,11 @@ run_one() {
     summary=$(grep -o "Done [0-9]* runs in [0-9]* second" "$build/$t.log" | tail -1)
     [ -n "$summary" ] && read -r _ runs _ _ took _ <<< "$summary"
     [ "$took" -gt 0 ] || took=1
+    echo "$t $runs $took $((runs / took))" > "$build/$t.rate"
     echo "   $t: clean after $((SECONDS - start))s ($(grep -c . "$build/$t.log") log lines," \
       "$runs runs, $((runs / took)) inputs/second)"
   else
+    echo "$t FAILED" > "$build/$t.rate"
     echo "   $t: FAILED, see $build/$t.log and $art" >&2
     return 1
   fi
@@ -106,4 +109,16 @@ for t in "${targets[@]}"; do
   fi
 done
 for p in "${pids[@]}"; do wait "$p" || status=1; done
+
+# Summary: every target's runs and rate (inputs per second, as libFuzzer
+# counts them), and how busy the machine was (rates fall with its load).
+echo "== summary: ${secs}s per target, $jobs at a time, load average $(cut -d' ' -f1-3 /proc/loadavg)"
+printf '   %-14s %9s %9s\n' target runs inputs/s
+for t in "${targets[@]}"; do
+  if [ -f "$build/$t.rate" ]; then
+    read -r _ runs _ rate < "$build/$t.rate" || true
+    [ "$runs" = FAILED ] && rate=-
+    printf '   %-14s %9s %9s\n' "$t" "$runs" "${rate:-}"
+  fi
+done
 exit $status

@@ -163,6 +163,45 @@ private:
     std::vector<const void*> heavy_;
 };
 
+// Reports tables into one buffer and notes which are heavy. A report cut
+// short by a small room does not tell: then the table is reported once more
+// into a probe a little larger than the heavy limit (a report that does not
+// fit it passes the limit), unstreamed, which costs at most the limit's
+// worth of lines where the source of a heavy table would cost thousands of
+// statements.
+class Reporter {
+public:
+    Reporter(int room, size_t piece, size_t limit, size_t heavyAt, bool disasm)
+        : buffer(room, piece, limit), heavyAt_(heavyAt), heavy_(heavyAt) {
+        if (disasm && heavyAt && size_t(room) < heavyAt)
+            probe_.emplace(int(heavyAt + kProbeSlack), 0, 0);
+    }
+    // details(buf, room) makes the table's report.
+    template <class T, class F>
+    void Report(const T& table, F&& details) {
+        details(buffer.Fresh(), buffer.room);
+        buffer.CheckTerminated();
+        heavy_.Note(&table, buffer);
+        if (probe_ && buffer.last < heavyAt_) {
+            // A stream whose pieces no report reaches: the probe is made
+            // whole in its buffer, whatever stream the run uses.
+            kestro::ReportStream whole(&ReportBuffer::Handed, &*probe_, ~size_t(0));
+            details(probe_->Fresh(), probe_->room);
+            probe_->CheckTerminated();
+            heavy_.Note(&table, *probe_);
+        }
+    }
+    bool Light(const void* table) const { return heavy_.Light(table); }
+
+    ReportBuffer buffer;
+
+private:
+    static constexpr size_t kProbeSlack = 4096;  // longer than any line a report refuses
+    std::optional<ReportBuffer> probe_;
+    size_t heavyAt_;
+    HeavyTables heavy_;
+};
+
 // The handle the file layer gives next; a run must leave it unchanged (a
 // handle the library forgets to close would exhaust the 512 slots).
 inline int NextHandle(const std::string& probe) {
@@ -270,21 +309,20 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom, run.streamPiece, run.streamLimit);
-        HeavyTables heavy(run.disasmBelow);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
+                     run.disasm);
+        ReportBuffer& rb = rep.buffer;
         mat.Details(rb.Fresh(), rb.room);
         rb.CheckTerminated();
         auto report = [&](auto& t) {
-            t.Details(rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(buf, room); });
         };
         Each(mat.GetVMG_PTT_SRPT(), report);
         Each(mat.GetVMGM_PGCI_UT(), report);
         Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) {
+                t.Details(buf, room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
+            });
         });
         Each(mat.GetVMG_MAIT(), report);
         Each(mat.GetVMG_ATRT(), report);
@@ -297,14 +335,14 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
             kestro::FlushBatch batch;
             const std::string ini = s.Ini();
             auto disasm = [&](auto& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+                if (rep.Light(&t)) t.Disasm(ini.c_str());
             };
             const FileImage file(ifo, run);
             mat.Disasm(ini.c_str());
             Each(mat.GetVMG_PTT_SRPT(), disasm);
             Each(mat.GetVMGM_PGCI_UT(), disasm);
             Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-                if (heavy.Light(&t) && UnitsLight(run, file, mat.GetVMGM_PGCI_UT(),
+                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVMGM_PGCI_UT(),
                                                   mat.GetVMGM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
             });
@@ -326,25 +364,21 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom, run.streamPiece, run.streamLimit);
-        HeavyTables heavy(run.disasmBelow);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
+                     run.disasm);
         auto report = [&](auto& t) {
-            t.Details(rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(buf, room); });
         };
         report(mat);
         Each(mat.GetVTS_PTT_SRPT(), report);
         Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
-            t.Details(&pgc, rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(&pgc, buf, room); });
         });
         Each(mat.GetVTSM_PGCI_UT(), report);
         Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) {
+                t.Details(buf, room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+            });
         });
         Each(mat.GetVTS_TMAPT(), report);
         Each(mat.GetVTSM_C_ADT(), report);
@@ -357,17 +391,17 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             kestro::FlushBatch batch;  // one write of the whole source
             const std::string ini = s.Ini();
             auto disasm = [&](auto& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+                if (rep.Light(&t)) t.Disasm(ini.c_str());
             };
             const FileImage file(ifo, run);
             mat.Disasm(ini.c_str());
             Each(mat.GetVTS_PTT_SRPT(), disasm);
             Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str(), &pgc);
+                if (rep.Light(&t)) t.Disasm(ini.c_str(), &pgc);
             });
             Each(mat.GetVTSM_PGCI_UT(), disasm);
             Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-                if (heavy.Light(&t) && UnitsLight(run, file, mat.GetVTSM_PGCI_UT(),
+                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVTSM_PGCI_UT(),
                                                   mat.GetVTSM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             });
@@ -379,7 +413,7 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             if (run.sideFiles) {
                 const std::string tmap = s.Path("tmap.bin");
                 Each(mat.GetVTS_TMAPT(), [&](CKestro_VTS_TMAP& t) {
-                    if (heavy.Light(&t)) t.DisasmToFile(ini.c_str(), tmap.c_str());
+                    if (rep.Light(&t)) t.DisasmToFile(ini.c_str(), tmap.c_str());
                 });
                 Each(mat.GetVTSM_VOBU_ADMAP(), [&](CKestro_VTSM_ADMAP& t) {
                     t.DisasmToFile(ini.c_str(), s.Path("vtsm_admap.bin").c_str());
@@ -580,7 +614,7 @@ inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
     run.reportRoom = 1 << 16;
-    run.streamLimit = size_t(1) << 18;
+    run.streamLimit = size_t(1) << 16;
     run.disasmBelow = size_t(run.reportRoom) / 2;
     run.unitPgcsBelow = 200;
     run.cellsBelow = 1024;
