@@ -11,6 +11,9 @@
 # sources of examples/sample. Each target keeps its growing corpus in
 # build-fuzz/corpus/<target>; a crash leaves its input in
 # build-fuzz/artifacts/<target>/ and makes the script exit with status 1.
+# The summary at the end gives every target's runs, rate (inputs per second
+# of wall time), processor time and inputs per processor second, with the
+# load average (on a shared machine the last column is what compares).
 set -euo pipefail
 secs=${1:?usage: fuzz.sh SECONDS [TARGET...]}
 shift
@@ -78,19 +81,25 @@ run_one() {
   touch "$marker"
   trap 'find /dev/shm /tmp -maxdepth 1 -type d -name "kestro-$tag-*" -newer "$marker" -exec rm -rf {} + 2>/dev/null; trap - RETURN' RETURN
   rm -f "$build/$t.rate"
-  if ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
+  # The processor time the run took (user + system), beside the wall time:
+  # on a shared machine the rate per processor second is what compares.
+  local TIMEFORMAT='%U %S'
+  if { time ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 \
      UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "$build/fuzz/$t" -max_total_time="$secs" -timeout=60 -rss_limit_mb=4096 \
        -max_len=65536 -print_final_stats=1 -artifact_prefix="$art" "${extra[@]}" \
-       "$corpus" "$(seed_dir "$t")" > "$build/$t.log" 2>&1; then
+       "$corpus" "$(seed_dir "$t")" > "$build/$t.log" 2>&1; } 2> "$build/$t.cpu"; then
     # libFuzzer ends with "Done N runs in S second(s)": the rate is N / S.
-    local summary runs=0 took=1
+    local summary runs=0 took=1 user=0 sys=0 cpu percpu
     summary=$(grep -o "Done [0-9]* runs in [0-9]* second" "$build/$t.log" | tail -1)
     [ -n "$summary" ] && read -r _ runs _ _ took _ <<< "$summary"
     [ "$took" -gt 0 ] || took=1
-    echo "$t $runs $took $((runs / took))" > "$build/$t.rate"
+    read -r user sys < "$build/$t.cpu" || true
+    read -r cpu percpu <<< "$(awk -v u="${user:-0}" -v s="${sys:-0}" -v n="$runs" \
+      'BEGIN { c = u + s; printf "%.1f %.0f\n", c, (c > 0 ? n / c : 0) }')"
+    echo "$t $runs $((runs / took)) $cpu $percpu" > "$build/$t.rate"
     echo "   $t: clean after $((SECONDS - start))s ($(grep -c . "$build/$t.log") log lines," \
-      "$runs runs, $((runs / took)) inputs/second)"
+      "$runs runs, $((runs / took)) inputs/second, $percpu per processor second)"
   else
     echo "$t FAILED" > "$build/$t.rate"
     echo "   $t: FAILED, see $build/$t.log and $art" >&2
@@ -113,12 +122,14 @@ for p in "${pids[@]}"; do wait "$p" || status=1; done
 # Summary: every target's runs and rate (inputs per second, as libFuzzer
 # counts them), and how busy the machine was (rates fall with its load).
 echo "== summary: ${secs}s per target, $jobs at a time, load average $(cut -d' ' -f1-3 /proc/loadavg)"
-printf '   %-14s %9s %9s\n' target runs inputs/s
+printf '   %-14s %9s %9s %9s %12s\n' target runs inputs/s cpu-s inputs/cpu-s
 for t in "${targets[@]}"; do
-  if [ -f "$build/$t.rate" ]; then
-    read -r _ runs _ rate < "$build/$t.rate" || true
-    [ "$runs" = FAILED ] && rate=-
-    printf '   %-14s %9s %9s\n' "$t" "$runs" "${rate:-}"
+  [ -f "$build/$t.rate" ] || continue
+  read -r _ runs rate cpu percpu < "$build/$t.rate" || true
+  if [ "$runs" = FAILED ]; then
+    printf '   %-14s %9s\n' "$t" FAILED
+  else
+    printf '   %-14s %9s %9s %9s %12s\n' "$t" "$runs" "$rate" "$cpu" "$percpu"
   fi
 done
 exit $status
