@@ -599,11 +599,11 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // The work per input is bounded where more of it repeats what an input
 // already did: mutated inputs often announce tables of thousands of
 // entries, every one formatted as a report line and a source statement at
-// some microseconds each under the sanitizers. Reports get 64 KiB of room
-// (a streamed report stops at 256 KiB): a report cut there runs the same
-// code as one cut further on, and only maps of thousands of entries (or
+// some microseconds each under the sanitizers. Reports get 32 KiB of room
+// (a streamed report stops at 32 KiB): a report cut there runs the same
+// code as one cut further on, and only tables of hundreds of entries (or
 // damaged counts) run longer. A table whose report passes half of it is not
-// disassembled. Language units of more than 200 PGCs in all (one
+// disassembled (see Reporter for reports in a small room). Language units of more than 200 PGCs in all (one
 // full unit of 99 and more) and cell address tables of 1,024 VOBs or more
 // are not disassembled either: their disassembly writes every PGC and every
 // VOB the headers count, mostly the same bytes again (an undefined unit is
@@ -613,8 +613,8 @@ inline void DriveSourceAndReload(const Scratch& s) {
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
-    run.reportRoom = 1 << 16;
-    run.streamLimit = size_t(1) << 16;
+    run.reportRoom = 1 << 15;
+    run.streamLimit = size_t(1) << 15;
     run.disasmBelow = size_t(run.reportRoom) / 2;
     run.unitPgcsBelow = 200;
     run.cellsBelow = 1024;
