@@ -67,6 +67,19 @@ seed_dir() {
   esac
 }
 
+# Removes the scratch folders of fuzz targets of the given tag whose
+# processes have ended.
+remove_ended() {
+  local d pid
+  for d in /dev/shm/kestro-"$1"-* /tmp/kestro-"$1"-*; do
+    [ -d "$d" ] || continue
+    pid=${d##*/kestro-"$1"-}
+    pid=${pid%%-*}
+    case "$pid" in '' | *[!0-9]*) continue ;; esac
+    [ -d "/proc/$pid" ] || rm -rf "$d"
+  done
+}
+
 run_one() {
   local t=$1 corpus=$build/corpus/$1 art=$build/artifacts/$1/
   local extra=()
@@ -74,12 +87,15 @@ run_one() {
   [ "$t" = source_fuzz ] && [ -s "$build/source.dict" ] && extra+=(-dict="$build/source.dict")
   echo "== $t: ${secs}s"
   local start=$SECONDS
-  # libFuzzer ends without running destructors: the scratch folders this run
-  # makes (/dev/shm or /tmp, "kestro-<tag>-*") are removed afterwards.
-  local marker=$build/$t.started tag
-  case "$t" in pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;; check_fuzz) tag=check ;; *) tag=src ;; esac
-  touch "$marker"
-  trap 'find /dev/shm /tmp -maxdepth 1 -type d -name "kestro-$tag-*" -newer "$marker" -exec rm -rf {} + 2>/dev/null; trap - RETURN' RETURN
+  # libFuzzer ends without running destructors: the scratch folders of the
+  # run ("kestro-<tag>-<pid>-*" in /dev/shm or /tmp) are removed afterwards,
+  # with those of other runs that have ended (never those of a live process).
+  local tag
+  case "$t" in
+    pgc_fuzz) tag=pgc ;; vmg_ifo_fuzz) tag=vmg ;; vts_ifo_fuzz) tag=vts ;;
+    check_fuzz) tag=check ;; *) tag=src ;;
+  esac
+  trap "remove_ended $tag; trap - RETURN" RETURN
   rm -f "$build/$t.rate"
   # The processor time the run took (user + system), beside the wall time:
   # on a shared machine the rate per processor second is what compares.
@@ -121,7 +137,8 @@ for p in "${pids[@]}"; do wait "$p" || status=1; done
 
 # Summary: every target's runs and rate (inputs per second, as libFuzzer
 # counts them), and how busy the machine was (rates fall with its load).
-echo "== summary: ${secs}s per target, $jobs at a time, load average $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "== summary: ${secs}s per target, $jobs at a time," \
+  "load average $(cut -d' ' -f1-3 /proc/loadavg)"
 printf '   %-14s %9s %9s %9s %12s\n' target runs inputs/s cpu-s inputs/cpu-s
 for t in "${targets[@]}"; do
   [ -f "$build/$t.rate" ] || continue

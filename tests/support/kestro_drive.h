@@ -32,7 +32,11 @@ class Scratch {
 public:
     explicit Scratch(const char* tag) {
         const char* base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        std::string tmpl = std::string(base) + "/kestro-" + tag + "-XXXXXX";
+        // The process number in the name tells whose folder it is: a fuzz
+        // target ends without running destructors, and scripts/fuzz.sh
+        // removes the folders of processes that have ended.
+        std::string tmpl = std::string(base) + "/kestro-" + tag + "-" +
+                           std::to_string(getpid()) + "-XXXXXX";
         std::vector<char> buf(tmpl.begin(), tmpl.end());
         buf.push_back('\0');
         dir_ = mkdtemp(buf.data()) ? buf.data() : tmpl;
@@ -116,7 +120,8 @@ struct ReportBuffer {
 
     static void Handed(void* self, char* text, size_t size) {
         auto& b = *static_cast<ReportBuffer*>(self);
-        if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size)) std::abort();
+        if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size))
+            std::abort();
         b.handed += size;
     }
     // Zeroes the buffer as far as the text it holds (beyond it is zero or
@@ -603,13 +608,14 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // (a streamed report stops at 32 KiB): a report cut there runs the same
 // code as one cut further on, and only tables of hundreds of entries (or
 // damaged counts) run longer. A table whose report passes half of it is not
-// disassembled (see Reporter for reports in a small room). Language units of more than 200 PGCs in all (one
-// full unit of 99 and more) and cell address tables of 1,024 VOBs or more
-// are not disassembled either: their disassembly writes every PGC and every
-// VOB the headers count, mostly the same bytes again (an undefined unit is
-// read from the file's start, as 99 PGCs), while their reports are cut
-// short by the room. The clamps these tables apply stay reachable below
-// the limits. Traps when a file handle was left open.
+// disassembled (see Reporter for reports in a small room). Language units
+// of more than 200 PGCs in all (one full unit of 99 and more) and cell
+// address tables of 1,024 VOBs or more are not disassembled either: their
+// disassembly writes every PGC and every VOB the headers count, mostly the
+// same bytes again (an undefined unit is read from the file's start, as 99
+// PGCs), while their reports are cut short by the room. The clamps these
+// tables apply stay reachable below the limits. Traps when a file handle
+// was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
