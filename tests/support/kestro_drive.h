@@ -609,20 +609,21 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // code as one cut further on, and only tables of hundreds of entries (or
 // damaged counts) run longer. A table whose report passes half of it is not
 // disassembled (see Reporter for reports in a small room). Language units
-// of more than 200 PGCs in all (one full unit of 99 and more) and cell
+// of 100 PGCs or more in all (more than one full unit of 99) and cell
 // address tables of 1,024 VOBs or more are not disassembled either: their
 // disassembly writes every PGC and every VOB the headers count, mostly the
 // same bytes again (an undefined unit is read from the file's start, as 99
-// PGCs), while their reports are cut short by the room. The clamps these
-// tables apply stay reachable below the limits. Traps when a file handle
-// was left open.
+// PGCs, and reported as one line), while their reports are cut short by the
+// room. The clamps these tables apply stay reachable below the limits (one
+// unit counting more than 99 PGCs passes). Traps when a file handle was
+// left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
     run.reportRoom = 1 << 15;
     run.streamLimit = size_t(1) << 15;
     run.disasmBelow = size_t(run.reportRoom) / 2;
-    run.unitPgcsBelow = 200;
+    run.unitPgcsBelow = 100;
     run.cellsBelow = 1024;
     if (size > 20) {
         if (data[size - 1] != 0) run.reportRoom = 1 + data[size - 1] * 4;
