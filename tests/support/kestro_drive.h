@@ -274,16 +274,20 @@ private:
 
 // The PGCs the language units of a menu table hold, as their disassembly
 // goes through them: at most kMaxPgcs in each of at most kMaxUnits units,
-// each unit's count read at its position in the file (an undefined unit,
-// position 0, is read from the file's start).
+// each unit's count read at its position in the file. An undefined unit
+// (position 0) is read from the file's start, whose first bytes count more
+// than kMaxPgcs: the same PGC, made of the management table's bytes, that
+// many times; it is counted as one more than kMaxPgcs, which no limit
+// passes (the code that reads it is the code that reads any unit).
 inline uint32_t UnitPgcs(const FileImage& file, CKestroMenuPgcTable* table,
                          unsigned long startSector) {
     if (!table) return 0;
     uint32_t units = std::min<uint32_t>(table->UnitCount(), CKestroMenuPgcTable::kMaxUnits);
     uint32_t pgcs = 0;
     for (uint32_t i = 0; i < units; ++i) {
-        uint32_t n = file.BE(table->UnitPosition(uint16_t(i), startSector), 2);
-        pgcs += std::min<uint32_t>(n, CKestroMenuPgcTable::kMaxPgcs);
+        unsigned long at = table->UnitPosition(uint16_t(i), startSector);
+        pgcs += at == 0 ? CKestroMenuPgcTable::kMaxPgcs + 1
+                        : std::min<uint32_t>(file.BE(at, 2), CKestroMenuPgcTable::kMaxPgcs);
     }
     return pgcs;
 }
@@ -612,11 +616,11 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // of 100 PGCs or more in all (more than one full unit of 99) and cell
 // address tables of 1,024 VOBs or more are not disassembled either: their
 // disassembly writes every PGC and every VOB the headers count, mostly the
-// same bytes again (an undefined unit is read from the file's start, as 99
-// PGCs, and reported as one line), while their reports are cut short by the
-// room. The clamps these tables apply stay reachable below the limits (one
-// unit counting more than 99 PGCs passes). Traps when a file handle was
-// left open.
+// same bytes again (an undefined unit, reported as one line, is read from
+// the file's start as 99 PGCs: such units are not disassembled), while
+// their reports are cut short by the room. The clamps these tables apply
+// stay reachable below the limits (one unit counting more than 99 PGCs
+// passes). Traps when a file handle was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
