@@ -635,7 +635,13 @@ inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t
         run.sideFiles = (data[size - 2] & 4) != 0;
     }
     DriveBytes(s, vmg, data, size, run);
-    if (FileBytes(s.Ini()) < (64 << 10)) DriveSource(s);
+    if (FileBytes(s.Ini()) < (64 << 10)) {
+        // One INI operation for the whole reassembly: the source is checked
+        // against the disk once rather than once per section a table reads
+        // (nothing but the INI store writes it meanwhile).
+        kestro::IniOperation operation;
+        DriveSource(s);
+    }
     s.Clear();
     if (NextHandle(s.Path("probe")) != handle) __builtin_trap();
 }
