@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <string>
 
-#include "../fuzz/kestro_drive.h"
+#include "kestro_drive.h"
 
 namespace {
 

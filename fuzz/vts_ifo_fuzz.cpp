@@ -1,6 +1,6 @@
 // Fuzz target: bytes as a VTS_nn_0.IFO file. Loaded, every table reported
-// (with ample room, then with a small room taken from the input's last byte)
-// and disassembled; the source just written is assembled again.
+// in the room the input's last bytes pick and disassembled, the source just
+// written assembled again (see FuzzIfoInput for what is left out and why).
 #include "kestro_drive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -1,7 +1,7 @@
 // Damaged IFO files (real discs, the sample's assembled files): truncated, header fields
 // smashed, and every fault fuzzing found, each a named regression test. Nothing may crash,
 // overrun (the sanitizer build checks), leak, hang or leave a file handle open.
-#include "../fuzz/kestro_drive.h"
+#include "support/kestro_drive.h"
 #include "tables_util.h"
 
 #include "kestro/disc.h"

@@ -3,7 +3,7 @@
 #include <functional>
 #include <sstream>
 
-#include "../fuzz/kestro_drive.h"
+#include "support/kestro_drive.h"
 #include "test_util.h"
 
 namespace {

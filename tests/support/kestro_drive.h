@@ -3,9 +3,10 @@
 // table it has; assemble every table from a source and lay a whole file out.
 // Nothing here checks results: the point is that no input, however damaged,
 // makes the library read or write outside its memory, hang or leak.
-#ifndef KESTRO_FUZZ_KESTRO_DRIVE_H
-#define KESTRO_FUZZ_KESTRO_DRIVE_H
+#ifndef KESTRO_TESTS_SUPPORT_KESTRO_DRIVE_H
+#define KESTRO_TESTS_SUPPORT_KESTRO_DRIVE_H
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -31,7 +32,11 @@ class Scratch {
 public:
     explicit Scratch(const char* tag) {
         const char* base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        std::string tmpl = std::string(base) + "/kestro-" + tag + "-XXXXXX";
+        // The process number in the name tells whose folder it is: a fuzz
+        // target ends without running destructors, and scripts/fuzz.sh
+        // removes the folders of processes that have ended.
+        std::string tmpl = std::string(base) + "/kestro-" + tag + "-" +
+                           std::to_string(getpid()) + "-XXXXXX";
         std::vector<char> buf(tmpl.begin(), tmpl.end());
         buf.push_back('\0');
         dir_ = mkdtemp(buf.data()) ? buf.data() : tmpl;
@@ -59,17 +64,28 @@ public:
         std::fclose(f);
     }
 
-    // Removes every file a run may have made (sources, side files, outputs).
+    // Removes every file a run may have made (sources, side files, outputs)
+    // and the INI store's cached copies of the sources: what is in the folder
+    // is listed once rather than every name a run might use removed in turn.
     void Clear() const {
-        static const char* const kNames[] = {
-            "source.ini", "out.ifo", "VIDEO_TS.IFO", "VTS_01_0.IFO", "VIDEO_TS.BUP",
-            "VTS_01_0.BUP", "tmap.bin", "vts_admap.bin", "vtsm_admap.bin", "plain.bin"};
-        for (const char* n : kNames) Forget(Path(n));
+        static const char* const kNames[] = {"source.ini", "VIDEO_TS.IFO", "VTS_01_0.IFO"};
+        for (const char* n : kNames) INIForgetFile(Path(n).c_str());
         for (int k = 1; k <= 16; ++k) {
             char side[64];
             std::snprintf(side, sizeof side, "source TmapTable%d.ini", k);
-            Forget(Path(side));
+            INIForgetFile(Path(side).c_str());
         }
+        DIR* d = opendir(dir_.c_str());
+        if (!d) return;
+        std::vector<std::string> made;
+        while (const dirent* e = readdir(d)) {
+            const std::string n = e->d_name;
+            if (n != "." && n != ".." && n != "VIDEO_TS.VOB" && n != "VTS_01_0.VOB" &&
+                n != "VTS_01_1.VOB")
+                made.push_back(n);
+        }
+        closedir(d);
+        for (const std::string& n : made) Forget(Path(n.c_str()));
     }
 
 private:
@@ -87,14 +103,14 @@ private:
 // The buffer of the largest room used is kept for the next run of that room:
 // a fresh one of a quarter megabyte per run costs more than the reports.
 struct ReportBuffer {
-    ReportBuffer(int room, size_t piece) : room(room) {
+    ReportBuffer(int room, size_t piece, size_t limit) : room(room) {
         if (Spare().size() == size_t(room) + 3)
             buf.swap(Spare());
         else
             buf.assign(size_t(room) + 3, '\0');
         // A damaged count can announce hundreds of millions of entries:
-        // a streamed report stops at a megabyte, as a buffered one at its room.
-        if (piece) stream.emplace(&Handed, this, piece, size_t(1) << 20);
+        // a streamed report stops at `limit`, as a buffered one at its room.
+        if (piece) stream.emplace(&Handed, this, piece, limit);
     }
     ~ReportBuffer() {
         if (buf.size() >= Spare().size()) buf.swap(Spare());
@@ -104,7 +120,8 @@ struct ReportBuffer {
 
     static void Handed(void* self, char* text, size_t size) {
         auto& b = *static_cast<ReportBuffer*>(self);
-        if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size)) std::abort();
+        if (text != b.buf.data() || size > b.buf.size() || std::memchr(text, '\0', size))
+            std::abort();
         b.handed += size;
     }
     // Zeroes the buffer as far as the text it holds (beyond it is zero or
@@ -151,6 +168,45 @@ private:
     std::vector<const void*> heavy_;
 };
 
+// Reports tables into one buffer and notes which are heavy. A report cut
+// short by a small room does not tell: then the table is reported once more
+// into a probe a little larger than the heavy limit (a report that does not
+// fit it passes the limit), unstreamed, which costs at most the limit's
+// worth of lines where the source of a heavy table would cost thousands of
+// statements.
+class Reporter {
+public:
+    Reporter(int room, size_t piece, size_t limit, size_t heavyAt, bool disasm)
+        : buffer(room, piece, limit), heavyAt_(heavyAt), heavy_(heavyAt) {
+        if (disasm && heavyAt && size_t(room) < heavyAt)
+            probe_.emplace(int(heavyAt + kProbeSlack), 0, 0);
+    }
+    // details(buf, room) makes the table's report.
+    template <class T, class F>
+    void Report(const T& table, F&& details) {
+        details(buffer.Fresh(), buffer.room);
+        buffer.CheckTerminated();
+        heavy_.Note(&table, buffer);
+        if (probe_ && buffer.last < heavyAt_) {
+            // A stream whose pieces no report reaches: the probe is made
+            // whole in its buffer, whatever stream the run uses.
+            kestro::ReportStream whole(&ReportBuffer::Handed, &*probe_, ~size_t(0));
+            details(probe_->Fresh(), probe_->room);
+            probe_->CheckTerminated();
+            heavy_.Note(&table, *probe_);
+        }
+    }
+    bool Light(const void* table) const { return heavy_.Light(table); }
+
+    ReportBuffer buffer;
+
+private:
+    static constexpr size_t kProbeSlack = 4096;  // longer than any line a report refuses
+    std::optional<ReportBuffer> probe_;
+    size_t heavyAt_;
+    HeavyTables heavy_;
+};
+
 // The handle the file layer gives next; a run must leave it unchanged (a
 // handle the library forgets to close would exhaust the 512 slots).
 inline int NextHandle(const std::string& probe) {
@@ -175,12 +231,80 @@ inline long FileBytes(const std::string& path) {
 struct LoadedRun {
     int reportRoom = 1 << 18;  // room given to each report
     size_t streamPiece = 0;    // when not 0, reports are streamed in pieces of this size
+    size_t streamLimit = size_t(1) << 20;  // where a streamed report is stopped
     bool disasm = true;        // write the source too
     // When not 0: a table's source is written only when its report stayed
     // shorter than this.
     size_t disasmBelow = 0;
+    // When not 0: language units are disassembled only when they hold fewer
+    // PGCs than this in all, cell address tables only when their VOB count
+    // (the entries their source gets, whatever their bytes hold) is below
+    // cellsBelow. Their reports do not tell: a unit's PGCs are reported as
+    // far as the room goes, and a cell address table reports the entries
+    // its end address gives.
+    uint32_t unitPgcsBelow = 0;
+    uint32_t cellsBelow = 0;
     bool sideFiles = true;     // the binary and INI side-file writers (VTS)
 };
+
+// The bytes of the file being driven, for the counts that decide how much
+// of it is disassembled (read only when a run has such limits).
+class FileImage {
+public:
+    FileImage(const std::string& path, const LoadedRun& run) {
+        if (!run.unitPgcsBelow && !run.cellsBelow) return;
+        std::FILE* f = std::fopen(path.c_str(), "rb");
+        if (!f) return;
+        uint8_t chunk[1 << 14];
+        for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, f)) > 0;)
+            bytes_.insert(bytes_.end(), chunk, chunk + n);
+        std::fclose(f);
+    }
+    // The big-endian number of `width` bytes at a byte position; 0 past the end.
+    uint32_t BE(uint64_t at, int width) const {
+        if (at >= bytes_.size() || bytes_.size() - at < size_t(width)) return 0;
+        uint32_t v = 0;
+        for (int b = 0; b < width; ++b) v = v << 8 | bytes_[size_t(at) + size_t(b)];
+        return v;
+    }
+
+private:
+    std::vector<uint8_t> bytes_;
+};
+
+// The PGCs the language units of a menu table hold, as their disassembly
+// goes through them: at most kMaxPgcs in each of at most kMaxUnits units,
+// each unit's count read at its position in the file. An undefined unit
+// (position 0) is read from the file's start, whose first bytes count more
+// than kMaxPgcs: the same PGC, made of the management table's bytes, that
+// many times; it is counted as one more than kMaxPgcs, which no limit
+// passes (the code that reads it is the code that reads any unit).
+inline uint32_t UnitPgcs(const FileImage& file, CKestroMenuPgcTable* table,
+                         unsigned long startSector) {
+    if (!table) return 0;
+    uint32_t units = std::min<uint32_t>(table->UnitCount(), CKestroMenuPgcTable::kMaxUnits);
+    uint32_t pgcs = 0;
+    for (uint32_t i = 0; i < units; ++i) {
+        unsigned long at = table->UnitPosition(uint16_t(i), startSector);
+        pgcs += at == 0 ? CKestroMenuPgcTable::kMaxPgcs + 1
+                        : std::min<uint32_t>(file.BE(at, 2), CKestroMenuPgcTable::kMaxPgcs);
+    }
+    return pgcs;
+}
+
+inline bool UnitsLight(const LoadedRun& run, const FileImage& file, CKestroMenuPgcTable* table,
+                       unsigned long startSector) {
+    return run.unitPgcsBelow == 0 || UnitPgcs(file, table, startSector) < run.unitPgcsBelow;
+}
+
+// Where the management tables give the start sectors of the cell address
+// tables (big-endian): the menus' and the titles' in a title set, the menus'
+// in the video manager. A table's VOB count is its first field.
+constexpr unsigned kVtsmCellTableAt = 216, kVtsCellTableAt = 224, kVmgmCellTableAt = 216;
+
+inline bool CellsLight(const LoadedRun& run, const FileImage& file, unsigned tableAt) {
+    return run.cellsBelow == 0 || file.BE(uint64_t(file.BE(tableAt, 4)) * 2048, 2) < run.cellsBelow;
+}
 
 template <class T, class F>
 void Each(T* table, F&& call) {
@@ -194,21 +318,20 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom, run.streamPiece);
-        HeavyTables heavy(run.disasmBelow);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
+                     run.disasm);
+        ReportBuffer& rb = rep.buffer;
         mat.Details(rb.Fresh(), rb.room);
         rb.CheckTerminated();
         auto report = [&](auto& t) {
-            t.Details(rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(buf, room); });
         };
         Each(mat.GetVMG_PTT_SRPT(), report);
         Each(mat.GetVMGM_PGCI_UT(), report);
         Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) {
+                t.Details(buf, room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
+            });
         });
         Each(mat.GetVMG_MAIT(), report);
         Each(mat.GetVMG_ATRT(), report);
@@ -221,19 +344,21 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
             kestro::FlushBatch batch;
             const std::string ini = s.Ini();
             auto disasm = [&](auto& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+                if (rep.Light(&t)) t.Disasm(ini.c_str());
             };
+            const FileImage file(ifo, run);
             mat.Disasm(ini.c_str());
             Each(mat.GetVMG_PTT_SRPT(), disasm);
             Each(mat.GetVMGM_PGCI_UT(), disasm);
             Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-                if (heavy.Light(&t))
+                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVMGM_PGCI_UT(),
+                                                  mat.GetVMGM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
             });
             Each(mat.GetVMG_MAIT(), disasm);
             Each(mat.GetVMG_ATRT(), disasm);
             Each(mat.GetVMG_TXTDT(), disasm);
-            Each(mat.GetVMGM_C_ADT(), disasm);
+            if (CellsLight(run, file, kVmgmCellTableAt)) Each(mat.GetVMGM_C_ADT(), disasm);
             Each(mat.GetVMGM_VOBU_ADMAP(), disasm);
             INIFlushFiles();
         }
@@ -248,25 +373,21 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        ReportBuffer rb(run.reportRoom, run.streamPiece);
-        HeavyTables heavy(run.disasmBelow);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
+                     run.disasm);
         auto report = [&](auto& t) {
-            t.Details(rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(buf, room); });
         };
         report(mat);
         Each(mat.GetVTS_PTT_SRPT(), report);
         Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
-            t.Details(&pgc, rb.Fresh(), rb.room);
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) { t.Details(&pgc, buf, room); });
         });
         Each(mat.GetVTSM_PGCI_UT(), report);
         Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-            t.Details(rb.Fresh(), rb.room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
-            rb.CheckTerminated();
-            heavy.Note(&t, rb);
+            rep.Report(t, [&](char* buf, int room) {
+                t.Details(buf, room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+            });
         });
         Each(mat.GetVTS_TMAPT(), report);
         Each(mat.GetVTSM_C_ADT(), report);
@@ -279,27 +400,29 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             kestro::FlushBatch batch;  // one write of the whole source
             const std::string ini = s.Ini();
             auto disasm = [&](auto& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str());
+                if (rep.Light(&t)) t.Disasm(ini.c_str());
             };
+            const FileImage file(ifo, run);
             mat.Disasm(ini.c_str());
             Each(mat.GetVTS_PTT_SRPT(), disasm);
             Each(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t) {
-                if (heavy.Light(&t)) t.Disasm(ini.c_str(), &pgc);
+                if (rep.Light(&t)) t.Disasm(ini.c_str(), &pgc);
             });
             Each(mat.GetVTSM_PGCI_UT(), disasm);
             Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-                if (heavy.Light(&t))
+                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVTSM_PGCI_UT(),
+                                                  mat.GetVTSM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             });
             Each(mat.GetVTS_TMAPT(), disasm);
-            Each(mat.GetVTSM_C_ADT(), disasm);
+            if (CellsLight(run, file, kVtsmCellTableAt)) Each(mat.GetVTSM_C_ADT(), disasm);
             Each(mat.GetVTSM_VOBU_ADMAP(), disasm);
-            Each(mat.GetVTS_C_ADT(), disasm);
+            if (CellsLight(run, file, kVtsCellTableAt)) Each(mat.GetVTS_C_ADT(), disasm);
             Each(mat.GetVTS_VOBU_ADMAP(), disasm);
             if (run.sideFiles) {
                 const std::string tmap = s.Path("tmap.bin");
                 Each(mat.GetVTS_TMAPT(), [&](CKestro_VTS_TMAP& t) {
-                    if (heavy.Light(&t)) t.DisasmToFile(ini.c_str(), tmap.c_str());
+                    if (rep.Light(&t)) t.DisasmToFile(ini.c_str(), tmap.c_str());
                 });
                 Each(mat.GetVTSM_VOBU_ADMAP(), [&](CKestro_VTSM_ADMAP& t) {
                     t.DisasmToFile(ini.c_str(), s.Path("vtsm_admap.bin").c_str());
@@ -477,21 +600,48 @@ inline void DriveSourceAndReload(const Scratch& s) {
 // it is small (large ones are the source target's business). The input's
 // last byte picks the reports' room (0: ample, else 1 + 4 times the byte,
 // cut short) and the byte before it whether they are streamed and in pieces
-// of which size. Each input is reported once, in the form it picks: a
-// second load and report in another form cost as much as the first and
-// reach no code the corpus does not reach through inputs of either form.
-// A table whose report passes half the ample room is not disassembled.
-// Traps when a file handle was left open.
+// of which size (bits 0 and 1) and whether the side-file writers run (bit
+// 2). Each input is reported once, in the form it picks: a second load and
+// report in another form cost as much as the first and reach no code the
+// corpus does not reach through inputs of either form.
+//
+// The work per input is bounded where more of it repeats what an input
+// already did: mutated inputs often announce tables of thousands of
+// entries, every one formatted as a report line and a source statement at
+// some microseconds each under the sanitizers. Reports get 32 KiB of room
+// (a streamed report stops at 32 KiB): a report cut there runs the same
+// code as one cut further on, and only tables of hundreds of entries (or
+// damaged counts) run longer. A table whose report passes half of it is not
+// disassembled (see Reporter for reports in a small room). Language units
+// of 100 PGCs or more in all (more than one full unit of 99) and cell
+// address tables of 1,024 VOBs or more are not disassembled either: their
+// disassembly writes every PGC and every VOB the headers count, mostly the
+// same bytes again (an undefined unit, reported as one line, is read from
+// the file's start as 99 PGCs: such units are not disassembled), while
+// their reports are cut short by the room. The clamps these tables apply
+// stay reachable below the limits (one unit counting more than 99 PGCs
+// passes). Traps when a file handle was left open.
 inline void FuzzIfoInput(const Scratch& s, bool vmg, const uint8_t* data, size_t size) {
     static const int handle = NextHandle(s.Path("probe"));
     LoadedRun run;
-    run.disasmBelow = run.reportRoom / 2;
+    run.reportRoom = 1 << 15;
+    run.streamLimit = size_t(1) << 15;
+    run.disasmBelow = size_t(run.reportRoom) / 2;
+    run.unitPgcsBelow = 100;
+    run.cellsBelow = 1024;
     if (size > 20) {
         if (data[size - 1] != 0) run.reportRoom = 1 + data[size - 1] * 4;
         run.streamPiece = data[size - 2] % 4 * 300;
+        run.sideFiles = (data[size - 2] & 4) != 0;
     }
     DriveBytes(s, vmg, data, size, run);
-    if (FileBytes(s.Ini()) < (64 << 10)) DriveSource(s);
+    if (FileBytes(s.Ini()) < (64 << 10)) {
+        // One INI operation for the whole reassembly: the source is checked
+        // against the disk once rather than once per section a table reads
+        // (nothing but the INI store writes it meanwhile).
+        kestro::IniOperation operation;
+        DriveSource(s);
+    }
     s.Clear();
     if (NextHandle(s.Path("probe")) != handle) __builtin_trap();
 }
