@@ -49,7 +49,8 @@ void CheckInMemory(benchmark::State& state) {
         const std::string name = e.path().filename().string();
         if (e.path().extension() != ".IFO") continue;
         std::ifstream in(e.path(), std::ios::binary);
-        kc::IfoImage ifo{name, std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), true, {}};
+        kc::IfoImage ifo{
+            name, std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), true, {}};
         ifo.backup = ifo.bytes;
         image.ifos.push_back(std::move(ifo));
     }

@@ -48,7 +48,8 @@ void Disassemble(const std::string& ifo, const std::string& ini) {
     disasm(mat.GetVTS_PTT_SRPT());
     if (auto* t = mat.GetVTS_PGCIT()) t->Disasm(src, &pgc);
     disasm(mat.GetVTSM_PGCI_UT());
-    if (auto* t = mat.GetVTSM_LU()) t->Disasm(src, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
+    if (auto* t = mat.GetVTSM_LU())
+        t->Disasm(src, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
     if (auto* t = mat.GetVTS_TMAPT()) {
         t->Disasm(src);
         CKestro_VTS_TMAP::JoinTmapSideFiles(src);

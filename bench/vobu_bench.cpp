@@ -25,7 +25,8 @@ std::string MakeMapFile(int entries) {
     std::string path = TempPath("map.ifo");
     std::vector<uint8_t> bytes(2048 + 4 + 4 * size_t(entries), 0);
     kestro::PutBE32(&bytes[2048], uint32_t(4 * entries + 3));
-    for (int i = 0; i < entries; ++i) kestro::PutBE32(&bytes[2052 + 4 * size_t(i)], uint32_t(i * 37));
+    for (int i = 0; i < entries; ++i)
+        kestro::PutBE32(&bytes[2052 + 4 * size_t(i)], uint32_t(i * 37));
     std::FILE* f = std::fopen(path.c_str(), "wb");
     std::fwrite(bytes.data(), 1, bytes.size(), f);
     std::fclose(f);
@@ -89,11 +90,7 @@ void VobuMapRoundTrip(benchmark::State& state) {
     state.SetComplexityN(n);
     state.SetItemsProcessed(int64_t(state.iterations()) * n);
 }
-BENCHMARK(VobuMapRoundTrip)
-    ->Arg(6553)
-    ->Arg(16383)
-    ->Arg(65535)
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(VobuMapRoundTrip)->Arg(6553)->Arg(16383)->Arg(65535)->Unit(benchmark::kMillisecond);
 
 // The steps on their own.
 void VobuMapDisasm(benchmark::State& state) {

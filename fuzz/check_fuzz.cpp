@@ -34,7 +34,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!vmg.backup.empty()) vmg.backup.back() ^= 1;  // a BUP that differs in its last table
     disc.ifos = {vmg, vts};
     const uint64_t vob = uint64_t(data[2]) << 11 | uint64_t(data[3]) << 19;
-    disc.vobs = {{"VIDEO_TS.VOB", vob}, {"VTS_01_0.VOB", vob / 2}, {"VTS_01_1.VOB", vob * 3},
+    disc.vobs = {{"VIDEO_TS.VOB", vob},
+                 {"VTS_01_0.VOB", vob / 2},
+                 {"VTS_01_1.VOB", vob * 3},
                  {"VTS_01_3.VOB", 2048}};
     Check(kc::CheckDisc(disc));
     Check(kc::CheckDisc(disc, kc::Options(), "VTS_01_0.IFO"));

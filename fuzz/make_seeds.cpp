@@ -46,7 +46,8 @@ void SavePgc(const std::string& dir, const std::string& name, const std::vector<
 int main(int argc, char** argv) {
     if (argc < 3) return 2;
     const std::string out = argv[1];
-    for (const char* sub : {"", "/vmg", "/vts", "/source", "/pgc"}) mkdir((out + sub).c_str(), 0777);
+    for (const char* sub : {"", "/vmg", "/vts", "/source", "/pgc"})
+        mkdir((out + sub).c_str(), 0777);
     kdrive::Scratch scratch("seeds");
     for (int i = 2; i < argc; ++i) {
         std::vector<uint8_t> ifo = ReadAll(argv[i]);

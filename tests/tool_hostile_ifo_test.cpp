@@ -73,7 +73,8 @@ protected:
         handle_ = kdrive::NextHandle(scratch_.Path("probe"));
     }
     void TearDown() override {
-        if (!bases_.empty()) EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_);
+        if (bases_.empty()) return;
+        EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_);
     }
     template <class Check>
     static void ForEachBase(const std::vector<Base>& bases, Check vmg, Check vts) {

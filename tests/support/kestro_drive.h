@@ -35,8 +35,8 @@ public:
         // The process number in the name tells whose folder it is: a fuzz
         // target ends without running destructors, and scripts/fuzz.sh
         // removes the folders of processes that have ended.
-        std::string tmpl = std::string(base) + "/kestro-" + tag + "-" +
-                           std::to_string(getpid()) + "-XXXXXX";
+        std::string tmpl =
+            std::string(base) + "/kestro-" + tag + "-" + std::to_string(getpid()) + "-XXXXXX";
         std::vector<char> buf(tmpl.begin(), tmpl.end());
         buf.push_back('\0');
         dir_ = mkdtemp(buf.data()) ? buf.data() : tmpl;
@@ -232,7 +232,7 @@ struct LoadedRun {
     int reportRoom = 1 << 18;  // room given to each report
     size_t streamPiece = 0;    // when not 0, reports are streamed in pieces of this size
     size_t streamLimit = size_t(1) << 20;  // where a streamed report is stopped
-    bool disasm = true;        // write the source too
+    bool disasm = true;                    // write the source too
     // When not 0: a table's source is written only when its report stayed
     // shorter than this.
     size_t disasmBelow = 0;
@@ -244,7 +244,7 @@ struct LoadedRun {
     // its end address gives.
     uint32_t unitPgcsBelow = 0;
     uint32_t cellsBelow = 0;
-    bool sideFiles = true;     // the binary and INI side-file writers (VTS)
+    bool sideFiles = true;  // the binary and INI side-file writers (VTS)
 };
 
 // The bytes of the file being driven, for the counts that decide how much
@@ -318,8 +318,7 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
-                     run.disasm);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow, run.disasm);
         ReportBuffer& rb = rep.buffer;
         mat.Details(rb.Fresh(), rb.room);
         rb.CheckTerminated();
@@ -351,8 +350,8 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
             Each(mat.GetVMG_PTT_SRPT(), disasm);
             Each(mat.GetVMGM_PGCI_UT(), disasm);
             Each(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t) {
-                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVMGM_PGCI_UT(),
-                                                  mat.GetVMGM_PGCIT_SA()))
+                if (rep.Light(&t) &&
+                    UnitsLight(run, file, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
             });
             Each(mat.GetVMG_MAIT(), disasm);
@@ -373,8 +372,7 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     int h = int(mat.OpenKestroFile(ifo.c_str()));
     if (h < 1) return;
     if (mat.Load(h) == 1) {
-        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow,
-                     run.disasm);
+        Reporter rep(run.reportRoom, run.streamPiece, run.streamLimit, run.disasmBelow, run.disasm);
         auto report = [&](auto& t) {
             rep.Report(t, [&](char* buf, int room) { t.Details(buf, room); });
         };
@@ -410,8 +408,8 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             });
             Each(mat.GetVTSM_PGCI_UT(), disasm);
             Each(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t) {
-                if (rep.Light(&t) && UnitsLight(run, file, mat.GetVTSM_PGCI_UT(),
-                                                  mat.GetVTSM_PGCIT_SA()))
+                if (rep.Light(&t) &&
+                    UnitsLight(run, file, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA()))
                     t.Disasm(ini.c_str(), &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             });
             Each(mat.GetVTS_TMAPT(), disasm);
