@@ -28,15 +28,6 @@ TEST(VtsRows, AReportIsTheLinesThatFitBeforeTheFirstRefusal) {
     }
 }
 
-// An empty title unit table sets its error text only when its lines fit.
-TEST(VtsRows, AnEmptyTitleUnitTableSetsItsErrorOnlyWhenItsLinesFit) {
-    for (int room : {20, 4096}) {
-        tt::Loaded<CKestro_PTT_SRPT> ptt(Bytes().be16(0).be16(0).be32(7));
-        EXPECT_FALSE(ptt.t.Details(std::vector<char>(size_t(room) + 3).data(), room));
-        EXPECT_EQ(tt::Error(ptt.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
-    }
-}
-
 size_t Count(const std::string& report, const std::string& head) {  // lines starting with head
     size_t n = 0;
     for (const std::string& line : tt::Lines(report)) n += line.rfind(head, 0) == 0;
