@@ -26,11 +26,9 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(l.t.Load(l.h, 0), 0);  // sector 0: nothing to load
     ASSERT_EQ(l.t.Load(l.h, 1), 1);
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"),
-                    {"vts_ttn01", "1"},
-                    {"tt_pb_ty02", "xc0"},
-                    {"tt_agl_ns02", "44"}})
-        EXPECT_EQ(tt::Value(l.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
+    EXPECT_EQ(tt::Values(l.ini, "vmg_ptt_srpt",
+                         {"tt_ptl_id_fld01", "vts_ttn01", "tt_pb_ty02", "tt_agl_ns02"}),
+              "513|1|xc0|44|");
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(l.ini)), first);
     bool ok = false;
@@ -79,12 +77,10 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     Loaded<CKestro_VMG_ATRT> l(
         std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
     ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("vts_atrt_ea", "1567"),
-                    {"vts_atrt_srp002_vts_atr_sa", "792"},
-                    {"vts_atrt_srp002_vts_atr_ea", "775"},
-                    {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
-                    {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
-        EXPECT_EQ(tt::Value(l.ini, "vts_atrt", kv.first), kv.second) << kv.first;
+    EXPECT_EQ(tt::Values(l.ini, "vts_atrt",
+                         {"vts_atrt_ea", "vts_atrt_srp002_vts_atr_sa", "vts_atrt_srp002_vts_atr_ea",
+                          "vts_atrt_srp001_vtsm_ast_atr23", "vts_atrt_srp002_vtsm_v_atr"}),
+              "1567|792|775|x02|x4100|");
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(l.ini)), first);
 
     const std::string rep = tt::Text(l.t),
@@ -113,15 +109,11 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
         "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
         "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
     EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
-    for (auto [ini, section, key, value] : std::vector<std::array<std::string, 4>>{
-             {m.ini, "ptl_mait", "vts_ns", "3"},
-             {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
-             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"},
-             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
-             {l.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"},
-             {l.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
-             {l.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
-        EXPECT_EQ(tt::Value(ini, section.c_str(), key.c_str()), value) << key;
+    EXPECT_EQ(tt::Values(m.ini, "ptl_mait", {"vts_ns", "ptl_maait_ea"}) + "/" +
+                  tt::Values(m.ini, "vmg_ptt_srpt",
+                             {"ptl_mai_srp01_cty_cd", "ptl_mai_srp01_ptl_mai_sa"}) +
+                  "/" + tt::Values(l.ini, "txtdt_mg", {"txtdt_id", "txtdt_lu_ns", "txtdt_mg_ea"}),
+              "3|39|/de|16|/ABCDEFGHIJKL|2|65552|");
     EXPECT_TRUE(m.t.Asm((m.dir / "absent.ini").c_str()));
     EXPECT_FALSE(l.t.Asm(l.ini.c_str()) || l.t.Write(l.h));
     unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged

@@ -60,9 +60,8 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
         tt::File h(out, true);
         kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
         EXPECT_TRUE(t.Write(h));
-        if (std::is_same<T, CKestro_VMG_PTT>::value) {
-            EXPECT_TRUE(t.Write(h));
-        }  // writes nothing more
+        constexpr bool ptt = std::is_same<T, CKestro_VMG_PTT>::value;
+        EXPECT_TRUE(!ptt || t.Write(h));  // a second Write adds nothing
     }
     const auto f = kt::ReadBytes(out);
     return {f.begin() + 2048, f.end()};
