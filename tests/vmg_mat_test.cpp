@@ -170,4 +170,22 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
 }
 
+// The version statement is read by its first character for the major number
+// and from its third on for the minor one, whose low four bits are kept.
+TEST(VmgMatAsm, VersionTakesOneCharacterOfMajorAndTheLowNibbleOfMinor) {
+    const std::pair<const char*, int> cases[] = {
+        {"1.1", 0x11}, {"10.2", 0x10}, {"2.15", 0x2F}, {"1.-1", 0x1F},
+        {"1", 0x10},   {"", 0x00},     {"x1.1", 0x00}, {"+3.4", 0x00},
+    };
+    kt::TempDir dir;
+    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
+    for (const auto& [value, byte] : cases) {
+        SCOPED_TRACE(value);
+        kt::WriteText(ini, vt::Replace(vt::kMatSource, "vern=1.1", std::string("vern=") + value));
+        std::string error;
+        ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
+        EXPECT_EQ(kt::ReadBytes(out).at(33), byte);
+    }
+}
+
 }  // namespace

@@ -178,4 +178,27 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
     }
 }
 
+// A country count beyond the pointers the body holds is listed whole, the
+// pointers past the body reading as zeros: the loader keeps the end
+// address's low 16 bits as the body size (7 bytes here, one pointer).
+TEST(VmgMaitTxtdt, ParentalTableListsEveryCountryItsCountAnnounces) {
+    const std::vector<uint8_t> table = {
+        0,   2,                   // countries, more than the body holds
+        0,   2,                   // title sets
+        0,   1,   0, 7,           // end address: its low 16 bits give the body size
+        'f', 'r', 0, 0, 0, 0x10,  // country 1: code, unused, PTL_MAI start 16
+        0,                        // a byte past the body
+    };
+    tt::Loaded<CKestro_VMG_MAIT> m(table);
+    ASSERT_EQ(m.loaded, 1);
+    EXPECT_EQ(tt::Text(m.t),
+              "Number of Countries: 2\r\nNumber of Video Title Sets: 2\r\n"
+              "End byte address of PTL_MAIT table: 65543\r\n"
+              "  Country Code of 1: fr\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+              "  Country Code of 2: \r\n  Start byte address of PTL_MAI of 2: 0\r\n");
+    ASSERT_TRUE(m.t.Disasm(m.ini.c_str()));
+    EXPECT_EQ(tt::Value(m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd"), "fr");
+    EXPECT_EQ(tt::Value(m.ini, "vmg_ptt_srpt", "ptl_mai_srp02_ptl_mai_sa"), "0");
+}
+
 }  // namespace
