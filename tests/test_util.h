@@ -22,10 +22,8 @@ class TempDir {
 public:
     TempDir() {
         std::string tmpl = (fs::temp_directory_path() / "kestro-XXXXXX").string();
-        std::vector<char> buf(tmpl.begin(), tmpl.end());
-        buf.push_back(0);
-        char* made = ::mkdtemp(buf.data());
-        path_ = made ? made : tmpl;
+        ::mkdtemp(&tmpl[0]);  // on failure the template stays and the test fails on its files
+        path_ = tmpl;
     }
     ~TempDir() {
         std::error_code ec;
@@ -40,24 +38,21 @@ private:
     fs::path path_;
 };
 
-inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
-}
-
 inline std::string ReadText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
-
-inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+inline std::vector<uint8_t> ReadBytes(const std::string& path) {
+    const std::string t = ReadText(path);
+    return std::vector<uint8_t>(t.begin(), t.end());
 }
 
 inline void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << text;
+}
+inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
+    WriteText(path, std::string(data.begin(), data.end()));
 }
 
 // Big-endian fields of a file image: zeros read beyond its end, nothing written there.
@@ -82,8 +77,7 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
         if (!disc.is_directory()) continue;
         for (auto& f : fs::directory_iterator(disc.path(), ec)) {
             std::string name = f.path().filename().string();
-            if (name.rfind(prefix, 0) == 0 && name.size() > 4 &&
-                name.substr(name.size() - 4) == ".IFO")
+            if (name.rfind(prefix, 0) == 0 && f.path().extension() == ".IFO")
                 out.push_back(f.path().string());
         }
     }
