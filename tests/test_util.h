@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -64,6 +65,17 @@ inline uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
 inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
     for (size_t i = 0; i < size_t(width) && at + i < b.size(); ++i)
         b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
+}
+
+// Bytes from hex digits, spaces (between fields) ignored: "0002 0000 0000001f".
+inline std::vector<uint8_t> Hex(const std::string& digits) {
+    std::vector<uint8_t> v;
+    std::string d;
+    for (char c : digits)
+        if (std::isxdigit(static_cast<unsigned char>(c))) d += c;
+    for (size_t i = 0; i + 1 < d.size(); i += 2)
+        v.push_back(uint8_t(std::stoul(d.substr(i, 2), nullptr, 16)));
+    return v;
 }
 
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }

@@ -49,7 +49,10 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
 // Records of 776 bytes after an 8-byte header and a start address per set.
 // Attributes are hexadecimal, their x optional, but menu audio attributes
 // are decimal: "x12" is 12 (so such values do not survive a round trip).
-TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
+// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
+// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
+// source reads the real places.
+TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
     auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
@@ -59,14 +62,7 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
               std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
-}
 
-// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
-// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
-// source reads the real places.
-TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
-    kt::TempDir dir;
-    unsigned long size;
     std::string text = vt::Replace(vt::AtrtSource(2, "x05", "4100"), "srp001_vtsm_ast_ns=1\n",
                                    "srp001_vtsm_ast_ns=29\n");
     for (int j = 2; j <= 29; ++j)
@@ -98,22 +94,28 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
 
 // PTL_MAIT and TXTDT_MG are only read: the parental per-country statements go to the title
 // search pointer section and its Asm succeeds doing nothing; the text data's Asm and Write fail.
+// A country count beyond the body is listed whole, the pointers past it reading as zeros: the
+// body is the end address's low 16 bits (7 bytes here, one pointer).
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
-    Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
-    Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C',  'D',  'E', 'F', 'G', 'H', 'I', 'J',
-                                 'K', 'L', 0xEE, 0xEE, 0,   2,   0,   1,   0,   0x10});
+    // countries, title sets, end address; country 1 "fr", unused, start 16; a byte past the body
+    Loaded<CKestro_VMG_MAIT> m(kt::Hex("0002 0002 00010007 6672 0000 0010 00"));
+    // identifier "ABCDEFGHIJKL", unused, language units, end address
+    Loaded<CKestro_VMG_TXTDT> l(kt::Hex("4142434445464748494a4b4c eeee 0002 00010010"));
+    ASSERT_EQ(m.loaded, 1);
     EXPECT_EQ(
         tt::Text(m.t) + tt::Text(l.t),
-        "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT "
-        "table: 39\r\n"
-        "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+        "Number of Countries: 2\r\nNumber of Video Title Sets: 2\r\n"
+        "End byte address of PTL_MAIT table: 65543\r\n"
+        "  Country Code of 1: fr\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+        "  Country Code of 2: \r\n  Start byte address of PTL_MAI of 2: 0\r\n"
         "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
     EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
-    EXPECT_EQ(tt::Values(m.ini, "ptl_mait", {"vts_ns", "ptl_maait_ea"}) + "/" +
+    EXPECT_EQ(tt::Values(m.ini, "ptl_mait", {"vts_ns", "ptl_maait_ea"}) +
                   tt::Values(m.ini, "vmg_ptt_srpt",
-                             {"ptl_mai_srp01_cty_cd", "ptl_mai_srp01_ptl_mai_sa"}) +
-                  "/" + tt::Values(l.ini, "txtdt_mg", {"txtdt_id", "txtdt_lu_ns", "txtdt_mg_ea"}),
-              "3|39|/de|16|/ABCDEFGHIJKL|2|65552|");
+                             {"ptl_mai_srp01_cty_cd", "ptl_mai_srp01_ptl_mai_sa",
+                              "ptl_mai_srp02_ptl_mai_sa"}) +
+                  tt::Values(l.ini, "txtdt_mg", {"txtdt_id", "txtdt_lu_ns", "txtdt_mg_ea"}),
+              "2|65543|fr|16|0|ABCDEFGHIJKL|2|65552|");
     EXPECT_TRUE(m.t.Asm((m.dir / "absent.ini").c_str()));
     EXPECT_FALSE(l.t.Asm(l.ini.c_str()) || l.t.Write(l.h));
     unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged
@@ -176,29 +178,6 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
         EXPECT_EQ(error, message);
         EXPECT_EQ(kt::ReadBytes(out).size(), 0u);
     }
-}
-
-// A country count beyond the pointers the body holds is listed whole, the
-// pointers past the body reading as zeros: the loader keeps the end
-// address's low 16 bits as the body size (7 bytes here, one pointer).
-TEST(VmgMaitTxtdt, ParentalTableListsEveryCountryItsCountAnnounces) {
-    const std::vector<uint8_t> table = {
-        0,   2,                   // countries, more than the body holds
-        0,   2,                   // title sets
-        0,   1,   0, 7,           // end address: its low 16 bits give the body size
-        'f', 'r', 0, 0, 0, 0x10,  // country 1: code, unused, PTL_MAI start 16
-        0,                        // a byte past the body
-    };
-    tt::Loaded<CKestro_VMG_MAIT> m(table);
-    ASSERT_EQ(m.loaded, 1);
-    EXPECT_EQ(tt::Text(m.t),
-              "Number of Countries: 2\r\nNumber of Video Title Sets: 2\r\n"
-              "End byte address of PTL_MAIT table: 65543\r\n"
-              "  Country Code of 1: fr\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
-              "  Country Code of 2: \r\n  Start byte address of PTL_MAI of 2: 0\r\n");
-    ASSERT_TRUE(m.t.Disasm(m.ini.c_str()));
-    EXPECT_EQ(tt::Value(m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd"), "fr");
-    EXPECT_EQ(tt::Value(m.ini, "vmg_ptt_srpt", "ptl_mai_srp02_ptl_mai_sa"), "0");
 }
 
 }  // namespace

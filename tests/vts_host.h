@@ -3,7 +3,6 @@
 #ifndef KESTRO_TESTS_VTS_HOST_H
 #define KESTRO_TESTS_VTS_HOST_H
 
-#include <cctype>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -18,17 +17,6 @@ using tt::Bytes;
 inline void SetIni(const std::string& path, const char* section, const char* key,
                    const std::string& value) {
     INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
-}
-
-// Bytes from hex digits, spaces (between fields) ignored: "0002 0000 0000001f".
-inline std::vector<uint8_t> Hex(const std::string& digits) {
-    std::vector<uint8_t> v;
-    std::string d;
-    for (char c : digits)
-        if (std::isxdigit(static_cast<unsigned char>(c))) d += c;
-    for (size_t i = 0; i + 1 < d.size(); i += 2)
-        v.push_back(uint8_t(std::stoul(d.substr(i, 2), nullptr, 16)));
-    return v;
 }
 
 // A PGC of the 236-byte general information only.

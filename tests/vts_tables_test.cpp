@@ -27,7 +27,7 @@ std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrot
 
 // Two title units of three and two chapters, playing PGC 1 and PGC 2.
 const std::vector<uint8_t> kTitles =
-    vt::Hex("0002 0000 00000023 00000010 0000001c 00010001 00010002 00010003 00020001 00020002");
+    kt::Hex("0002 0000 00000023 00000010 0000001c 00010001 00010002 00010003 00020001 00020002");
 // A bare PGC and one with a pre command, two programs and two cells.
 std::vector<uint8_t> TwoPgcs() {
     const auto a = vt::BarePgc(),
@@ -70,7 +70,7 @@ TEST(VtsTables, Reports) {
     EXPECT_TRUE(ok);
     EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
     for (int room : {20, 4096}) {  // an empty table sets its error only when its lines fit
-        tt::Loaded<CKestro_PTT_SRPT> empty(vt::Hex("0000 0000 00000007"));
+        tt::Loaded<CKestro_PTT_SRPT> empty(kt::Hex("0000 0000 00000007"));
         EXPECT_EQ(tt::Lines(Report(empty.t, room, &ok)).size(), room == 20 ? 0u : 2u);
         EXPECT_FALSE(ok);
         EXPECT_EQ(tt::Error(empty.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
@@ -223,7 +223,7 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         if (!c.ok && c.kind != 't') continue;
         bool wrote = false;  // PTT_SRPT's Write reports false even after a complete write
         const auto got = Written(t, dir / "o.bin", &wrote);
-        const auto want = vt::Hex(c.written);
+        const auto want = kt::Hex(c.written);
         EXPECT_EQ(wrote, c.kind == 't' && !want.empty());
         EXPECT_EQ(tt::Slice(got, 0, want.size()), want);
         EXPECT_EQ(got.size(), want.empty() ? 0u : 2048u);
@@ -234,18 +234,18 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 // readers report and disassemble from zeros, never foreign memory, never endlessly.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
     const std::vector<uint8_t> pgc =
-        Bytes().add(vt::Hex("0000 7f ff")).zeros(224).add(vt::Hex("07d0 0bb8 0fa0 ea60"));
+        Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
     const std::vector<uint8_t> tables[] = {
-        vt::Hex("0003 0000 fffffff0 00000014 00000008 7fffffff 00000001"),
-        vt::Hex("ffff 0000 00000028 00000010"),
-        vt::Hex("0002 0000 00000fa0 00000010 00000000"),
-        Bytes().add(vt::Hex("0003 0000 7fffffff 00000001 fffffff0 00000002 00000003")).zeros(800),
-        Bytes().add(vt::Hex("0001 0000 0000012c 00000000 00000010")).add(pgc).zeros(300),
-        Bytes().add(vt::Hex("ea60 0000 00004e20")).zeros(20000),
+        kt::Hex("0003 0000 fffffff0 00000014 00000008 7fffffff 00000001"),
+        kt::Hex("ffff 0000 00000028 00000010"),
+        kt::Hex("0002 0000 00000fa0 00000010 00000000"),
+        Bytes().add(kt::Hex("0003 0000 7fffffff 00000001 fffffff0 00000002 00000003")).zeros(800),
+        Bytes().add(kt::Hex("0001 0000 0000012c 00000000 00000010")).add(pgc).zeros(300),
+        Bytes().add(kt::Hex("ea60 0000 00004e20")).zeros(20000),
         // every map points at one region announcing 65535 entries
-        vt::Hex("0004 0000 7fffffff 00000018 00000018 00000018 00000018 01 00 ffff 00000001"),
-        vt::Hex("0003 0000 00000064 00000000 00000004 ffffffff"),
-        vt::Hex("ffff 0000 0000000b 0000000c"),
+        kt::Hex("0004 0000 7fffffff 00000018 00000018 00000018 00000018 01 00 ffff 00000001"),
+        kt::Hex("0003 0000 00000064 00000000 00000004 ffffffff"),
+        kt::Hex("ffff 0000 0000000b 0000000c"),
     };
     for (const auto& table : tables) {
         tt::Loaded<CKestro_PTT_SRPT> ptt(table, 1, false);
