@@ -11,9 +11,6 @@ namespace {
 CKestro_PGCI codec;
 
 // A table's report in room + 3 bytes; the PGC table reports through the codec.
-std::string Report(CBaseKestro& t, int room = 1 << 20, bool* ok = nullptr) {
-    return tt::Text(t, room, ok);
-}
 std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr) {
     return tt::Text(tt::TableOps{"", [&](char* b, int n) { return t.Details(&codec, b, n); }, {}},
                     room, ok);
@@ -57,7 +54,7 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(ptt.t.Load(ptt.h, 0), 0) << "start sector 0: no table";
     kestro::FileSeek(ptt.h, 100, 0);
     bool ok = false;
-    EXPECT_EQ(Report(ptt.t, 1 << 16, &ok),
+    EXPECT_EQ(tt::Text(ptt.t, 1 << 16, &ok),
               "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\nEnd byte address of "
               "PTT_SRPT table: 35\r\n"
               "  Starting memory address of TTU 1: 16\r\n  Starting memory address of TTU 2: "
@@ -71,14 +68,14 @@ TEST(VtsTables, Reports) {
     EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
     for (int room : {20, 4096}) {  // an empty table sets its error only when its lines fit
         tt::Loaded<CKestro_PTT_SRPT> empty(kt::Hex("0000 0000 00000007"));
-        EXPECT_EQ(tt::Lines(Report(empty.t, room, &ok)).size(), room == 20 ? 0u : 2u);
+        EXPECT_EQ(tt::Lines(tt::Text(empty.t, room, &ok)).size(), room == 20 ? 0u : 2u);
         EXPECT_FALSE(ok);
         EXPECT_EQ(tt::Error(empty.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
     }
 
     tt::Loaded<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
     EXPECT_EQ(
-        Report(tmap.t, 4000, &ok),
+        tt::Text(tmap.t, 4000, &ok),
         "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
         "  Time map 1 byte start address 16.\r\n  Time map 1 contains 2 entries using time unit of "
         "1 seconds.\r\n"
@@ -87,9 +84,9 @@ TEST(VtsTables, Reports) {
         "2 seconds.\r\n");
 }
 
-// PGC reports indented by five, each followed by a blank line. At every room
-// (heap buffer of room + 3) nothing is written past it, a PGC report that does
-// not fit is dropped, and from the room that holds it all the text is complete.
+// PGC reports indented by five, each followed by a blank line. At every room (a heap buffer of
+// room + 3) nothing is written past it, a PGC report that does not fit is dropped, and from the
+// room that holds it all the text is complete.
 TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     tt::Loaded<CKestro_VTS_PGCIT> p(TwoPgcs());
     const std::string full = Report(p.t);
@@ -116,16 +113,11 @@ TEST(VtsTables, PgcTableReportNeverOverrunsTheBuffer) {
     EXPECT_EQ(firstFull, total - 2);
 }
 
-// Title units and time maps through their source and back (title PGCs come
-// back within the whole-file rebuilds). Time-map entries go to side files (or
+// Title units and time maps through their source and back; time-map entries go to side files (or
 // a binary file) joined in for Asm; 60,000 entries pass in linear time.
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini";
-    auto padded = [](std::vector<uint8_t> v) {
-        v.resize((v.size() + 2047) / 2048 * 2048);
-        return v;
-    };
     tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles);
     ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
@@ -146,19 +138,19 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
     ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()));
     ASSERT_TRUE(back.Asm(ini.c_str()));
-    EXPECT_EQ(Written(back, dir / "o.bin"), padded(maps));
+    auto padded = maps;
+    padded.resize(2048 * ((maps.size() + 2047) / 2048));
+    EXPECT_EQ(Written(back, dir / "o.bin"), padded);
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 30.0);
     const std::string bin = dir / "x.bin";
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
-    EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8),
-              (std::vector<uint8_t>{0x34, 0x12, 0, 0x80, 0x5c, 0x12, 0, 0}));
+    EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8), kt::Hex("34120080 5c120000"));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
-    EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded(maps));
+    EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded);
 }
 
-// Refusals, messages, and what an incomplete source writes ("vts_tmap_ns" goes
-// to "vts_tmapt", other time-map keys to "vts_tmapti").
+// Refusals, messages, and what an incomplete source writes.
 TEST(VtsTables, AssemblyRulesAndMessages) {
     const struct {
         char kind;               // 'p' PTT_SRPT, 'g' PGCIT, 't' TMAPT
@@ -230,8 +222,8 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
     }
 }
 
-// Pointers, addresses and counts outside the table, a file cut short: all three
-// readers report and disassemble from zeros, never foreign memory, never endlessly.
+// Pointers, addresses and counts outside the table, a file cut short: all three readers report
+// and disassemble from zeros, never foreign memory, never endlessly.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
     const std::vector<uint8_t> pgc =
         Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
@@ -253,7 +245,8 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         tt::Loaded<CKestro_VTS_TMAP> tmap(table, 1, false);
         const std::string ini = ptt.dir / "d.ini", bin = ptt.dir / "d.bin";
         ASSERT_EQ(ptt.loaded + pgcit.loaded + tmap.loaded, 3);
-        EXPECT_LT(Report(ptt.t).size() + Report(pgcit.t).size() + Report(tmap.t).size(), 3u << 20);
+        EXPECT_LT(tt::Text(ptt.t).size() + Report(pgcit.t).size() + tt::Text(tmap.t).size(),
+                  3u << 20);
         EXPECT_TRUE(ptt.t.Disasm(ini.c_str()));
         EXPECT_TRUE(pgcit.t.Disasm(ini.c_str(), &codec));
         EXPECT_TRUE(tmap.t.Disasm(ini.c_str()) && tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
@@ -261,9 +254,8 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
     }
 }
 
-// A report adds nothing after its first line that does not fit (the text
-// before it plus the line reach the room), shorter lines included; it is
-// true only when every line fitted.
+// A report stops before its first line that does not fit (text before it plus the line reach the
+// room), shorter lines after it included; it is true only when every line fitted.
 TEST(VtsTables, AReportIsTheLinesThatFitBeforeTheFirstRefusal) {
     tt::Loaded<CKestro_VTS_MAT> mat(vt::SyntheticVtsi());
     const std::vector<CBaseKestro*> tables = {&mat.t, mat.t.GetVTS_PTT_SRPT(),
@@ -289,8 +281,7 @@ size_t Count(const std::string& report, const std::string& head) {  // lines sta
     return n;
 }
 
-// A body that ends inside its start addresses or PGCs (the file ends with the
-// table) lists only the whole ones it holds, in the report and in the source.
+// A body ending inside its start addresses or PGCs lists only its whole ones, report and source.
 TEST(VtsTables, ABodyCutInsideAnEntryListsOnlyItsWholeEntries) {
     const auto header = [](uint32_t n) { return Bytes().be16(n).be16(0).be32(0x1000); };
     tt::Loaded<CKestro_PTT_SRPT> ptt(header(3).be32(20).be32(24).be16(0), 1, false);  // 2.5 TTUs
@@ -303,19 +294,11 @@ TEST(VtsTables, ABodyCutInsideAnEntryListsOnlyItsWholeEntries) {
     EXPECT_EQ(Count(tt::Text(tmap.t), "  Time map"), 4u) << "two lines per map";
     EXPECT_EQ(tt::Values(tmap.ini, "vts_tmapti", {"vts_tmap02_sa", "vts_tmap03_sa"}), "20.|$|");
 
-    CKestro_PGCI codec;
-    tt::Loaded<CKestro_VTS_PGCIT> pgcit(header(2)
-                                            .be32(0x81000000)
-                                            .be32(24)  // search pointer 1
-                                            .be32(0x82000000)
-                                            .be32(24)            // search pointer 2
-                                            .add(vt::BarePgc())  // PGC 1
-                                            .zeros(10),          // the start of PGC 2
-                                        1, false);
+    // search pointers 1 and 2, PGC 1 whole, 10 bytes of PGC 2
+    tt::Loaded<CKestro_VTS_PGCIT> pgcit(
+        header(2).be32s({0x81000000, 24, 0x82000000, 24}).add(vt::BarePgc()).zeros(10), 1, false);
     ASSERT_TRUE(pgcit.t.Disasm(pgcit.ini.c_str(), &codec));
-    std::vector<char> buf(1 << 16, 0);
-    pgcit.t.Details(&codec, buf.data(), int(buf.size()) - 3);
-    EXPECT_EQ(Count(buf.data(), "  VTS_PGC Category"), 1u);
+    EXPECT_EQ(Count(Report(pgcit.t), "  VTS_PGC Category"), 1u);
     EXPECT_EQ(tt::Values(pgcit.ini, "vts_pgcit", {"vts_pgc_cat01", "vts_pgc_cat02"}),
               "81000000|$|");
 }
