@@ -1,5 +1,4 @@
-// The management table of VIDEO_TS.IFO: its report and source, the First
-// Play PGC, and the assembly and layout of the whole file.
+// VIDEO_TS.IFO's management table: report, source, First Play PGC, the whole file's layout.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -12,8 +11,7 @@ using kestro::PutBE32;
 
 namespace {
 
-// A binary PGC holding only k goto-style pre commands: 244 + 8k bytes, or
-// 236 without commands; disassembled into `section` of ini when given.
+// A PGC of k goto pre commands (244 + 8k bytes; 236 for none), disassembled into ini if given.
 std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = "",
                             const char* section = "") {
     std::vector<uint8_t> p(236 + (k ? 8 + 8 * size_t(k) : 0), 0);
@@ -85,17 +83,15 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
                              "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
-    // The codec swapped the command-table header in the record: a second
-    // report of the same object reads the counts byte-swapped (2 -> 512).
+    // The codec swapped the command header in the record: a second report reads 2 as 512.
     EXPECT_NE(tt::Text(l.t).find("There are 512 Pre Commands"), std::string::npos);
     ASSERT_EQ(fresh.Load(l.h), 1);
     EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
 
-// The management table alone: the First Play PGC (up to 1268 bytes, from
-// byte 1024) and the menu VOB file (found whatever the case of its name)
-// decide the end addresses; without sub-tables every start sector is 0.
+// Alone, the First Play PGC (up to 1268 bytes, from byte 1024) and the menu VOB file (any case
+// of its name) decide the end addresses; without sub-tables every start sector is 0.
 TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
     const struct {
         int commands;  // -1: no First Play PGC
@@ -127,10 +123,9 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
     }
 }
 
-// The worked layout: First Play PGC of 300 bytes; TT_SRPT 1 sector,
-// VMGM_PGCI_UT 2, PTL_MAIT 0, VTS_ATRT 1, VMGM_C_ADT 1, VMGM_VOBU_ADMAP 1; a
-// menu VOB file of 10,000,000 bytes. The file is then a fixed point (the
-// parental IDs are 0: others come back byte-swapped).
+// First Play PGC of 300 bytes; TT_SRPT 1 sector, VMGM_PGCI_UT 2, PTL_MAIT 0, VTS_ATRT 1,
+// VMGM_C_ADT 1, VMGM_VOBU_ADMAP 1; a 10,000,000-byte menu VOB file. The file is then a fixed
+// point (with parental IDs 0: others come back byte-swapped).
 TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     kt::TempDir dir, dir2;
     std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", again = dir / "again.ini", error;
@@ -152,14 +147,12 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
     const auto f = kt::ReadBytes(out);
     ASSERT_EQ(f.size(), 7u * 2048);
-    // End addresses; start sectors of TT_SRPT, VMGM_PGCI_UT, PTL_MAIT,
-    // VTS_ATRT, TXTDT_MG, VMGM_C_ADT, VMGM_VOBU_ADMAP, VMGM_VOBS; then the
-    // head of every table on its sector.
+    // Offset, value: end addresses, the start sectors, then each table's head on its sector.
     const uint32_t fields[] = {
         128,  1323,     28,      6,        12,      4896,     196,      1,       200,
         2,    204,      0,       208,      4,       212,      0,        216,     5,
         220,  6,        192,     7,        2048,    0x20000,  2 * 2048, 0x10000, 2 * 2048 + 4,
-        2219, 4 * 2048, 0x10000, 5 * 2048, 0x10000, 6 * 2048, 7};  // offset, value
+        2219, 4 * 2048, 0x10000, 5 * 2048, 0x10000, 6 * 2048, 7};
     for (size_t i = 0; i < std::size(fields); i += 2)
         EXPECT_EQ(kt::BE32(f, fields[i]), fields[i + 1]) << fields[i];
 
@@ -170,8 +163,7 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
 }
 
-// The version statement is read by its first character for the major number
-// and from its third on for the minor one, whose low four bits are kept.
+// The version's major number is its first character, the minor (low 4 bits kept) its third on.
 TEST(VmgMatAsm, VersionTakesOneCharacterOfMajorAndTheLowNibbleOfMinor) {
     const std::pair<const char*, int> cases[] = {
         {"1.1", 0x11}, {"10.2", 0x10}, {"2.15", 0x2F}, {"1.-1", 0x1F},

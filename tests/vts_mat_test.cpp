@@ -1,5 +1,4 @@
-// VTSI_MAT: loading and owning the tables, report, source, writing, and whole
-// files assembled (layout, VOB sizes, statements read, real discs rebuilt).
+// VTSI_MAT: its tables, report, source and write; whole title sets assembled and real ones rebuilt.
 #include <map>
 #include <sstream>
 
@@ -19,8 +18,7 @@ TEST(VtsMat, ReportSourceAndWrite) {
     const auto lines = tt::Lines(tt::Text(l.t, 1 << 16, &ok));
     EXPECT_TRUE(ok);
     ASSERT_EQ(lines.size(), 27u);
-    // The identifier runs on into VTS_EA as held (127906 = 0x1F3A2, least
-    // significant byte first) up to its zero byte.
+    // The identifier runs on into VTS_EA as held (0x1F3A2, low byte first) up to its zero byte.
     const std::pair<size_t, const char*> want[] = {
         {0, "VTS Identifier: DVDVIDEO-VTS\xa2\xf3\x01"},
         {3, "Specification version number: 1.1"},
@@ -38,12 +36,12 @@ TEST(VtsMat, ReportSourceAndWrite) {
     const auto got = tt::Written(l.t, l.dir / "o.bin", &ok), file = kt::ReadBytes(l.file);
     EXPECT_TRUE(ok);
     ASSERT_EQ(got.size(), 2048u);
-    EXPECT_EQ(tt::Slice(got, 12, 4), (std::vector<uint8_t>{0xa2, 0xf3, 0x01, 0x00}));
+    EXPECT_EQ(tt::Slice(got, 12, 4), kt::Hex("a2f30100"));
     EXPECT_EQ(tt::Slice(got, 256, 2048), tt::Slice(file, 256, 2048 - 256));
 }
 
-// Load creates the file's tables, a second Load releases them, a non-title-set
-// leaves them alone; New replaces and Delete releases (sanitizer: leaks).
+// Load creates the file's tables, a second Load releases them, a non-title-set leaves them alone;
+// New replaces and Delete releases (sanitizer: leaks).
 TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     Loaded noMenus(vt::SyntheticVtsi(false)),
         cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false);
@@ -66,8 +64,7 @@ TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     EXPECT_EQ(l.t.GetVTS_C_ADT(), nullptr);
 }
 
-// Stream counts of 255 and an identifier without any zero byte after it:
-// the report and the source stay inside the 2048-byte table.
+// Stream counts of 255, an identifier without a zero byte after it: all stays inside the table.
 TEST(VtsMat, ExtremeFieldsStayInsideTheTable) {
     std::vector<uint8_t> file = vt::SyntheticMat({});
     for (size_t i = 12; i < 2048; ++i) file[i] = file[i] ? file[i] : 'A';
