@@ -8,18 +8,16 @@ namespace {
 
 using tt::Loaded;
 
-// tt_pb_ty loses its first character whatever it is ("3c" is "c", 0xC0);
-// the angle count is a byte; the parental ID is written low byte first but
-// read big-endian; the title number within the set is always 1.
+// tt_pb_ty loses its first character ("3c" is "c", 0xC0); the angle count is a byte; the parental
+// ID is written low byte first but read big-endian; the title number within the set is always 1.
 TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     kt::TempDir dir;
     unsigned long size;
     auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
     EXPECT_EQ(size, 10032u);
-    std::vector<uint8_t> want = {0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x1F,  // header, ea 31
-                                 0x3C, 0x01, 0x00, 0x0C, 0x02, 0x01, 0x01, 0x01,
-                                 0x00, 0x00, 0x10, 0x00, 0xC0, 0x2C, 0x00, 0x01,
-                                 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
+    // titles, end address; per title: type, angles, chapters, parental ID, set, title, sector
+    auto want =
+        kt::Hex("0002 0000 0000001f 3c 01 000c 0201 01 01 00001000 c0 2c 0001 0000 02 01 00011170");
     want.resize(2048, 0);
     EXPECT_EQ(first, want);
     Loaded<CKestro_VMG_PTT> l(first);
@@ -46,9 +44,8 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
 }
 
-// Records of 776 bytes after an 8-byte header and a start address per set.
-// Attributes are hexadecimal, their x optional, but menu audio attributes
-// are decimal: "x12" is 12 (so such values do not survive a round trip).
+// Records of 776 bytes after an 8-byte header and a start address per set. Attributes are hex,
+// their x optional, but menu audio attributes decimal: "x12" is 12 (lost on a round trip).
 // The report reads a record 23 bytes into it with two sets (its audio count is menu audio
 // stream 23, its end address streams 12 to 15) and numbers streams by report position; the
 // source reads the real places.
@@ -123,8 +120,7 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     EXPECT_EQ(std::vector<unsigned long>(got, got + 4), std::vector<unsigned long>({0, 0, 3, 4}));
 }
 
-// Every refused source of the management table, the title search pointers
-// and the attribute table: the exact message, and no file written.
+// Every refused source of VMGI_MAT, TT_SRPT and VTS_ATRT: the exact message, no file written.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
     std::vector<std::array<std::string, 4>> cases = {
         // table, from, to, message
@@ -149,8 +145,7 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
          "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
         {"a", "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
     };
-    // Every statement of the management table left out in turn: it reads
-    // them in this order and names the title set count vts_ns.
+    // Each management table statement left out in turn (in the order read; vmg_ns is vts_ns).
     const std::string mat = vt::kMatSource;
     for (size_t at = mat.find('\n') + 1; at < mat.size(); at = mat.find('\n', at) + 1) {
         const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at),
