@@ -1,5 +1,4 @@
-// Shared helpers for the test suite: temporary folders, file contents and
-// the real-disc corpus (skipped cleanly when absent).
+// Shared test helpers: temporary folders, file contents, the real discs (skipped when absent).
 #ifndef KESTRO_TESTS_TEST_UTIL_H
 #define KESTRO_TESTS_TEST_UTIL_H
 

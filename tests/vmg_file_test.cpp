@@ -8,8 +8,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Loads path, returns the report of every table and writes the source into
-// ini, from a fresh load as hosts do (the report swaps bytes in place).
+// Every table's report of path, and its source into ini from a fresh load (reports swap bytes).
 std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     tt::File h(path);
     CKestro_VMG_MAT mat, fresh;
@@ -85,9 +84,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
                       "Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
                   std::string::npos);
 
-        // First round: every field the tests' own reader sees is the rules' work, but for
-        // PTL_MAIT and TXTDT_MG (not assembled), reserved bytes and, without the menu VOB
-        // file, the menu VOBs.
+        // First round: every field our own reader sees is the rules' work, but PTL_MAIT, TXTDT_MG
+        // (not assembled), reserved bytes and, without the menu VOB file, the menu VOBs.
         std::string error;
         std::string ifo = round(1, a, &error);
         ASSERT_FALSE(ifo.empty()) << error;

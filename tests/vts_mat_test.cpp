@@ -155,8 +155,7 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
             EXPECT_EQ(tt::Slice(got, 200, 32), tt::Slice(original, 200, 32));
             EXPECT_EQ(tt::Slice(got, 2048, original.size()),
                       tt::Slice(original, 2048, original.size()));
-            EXPECT_EQ(tt::Slice(got, 256, 2), (std::vector<uint8_t>{0x00, 0x01}))
-                << "menu video attribute: low byte";
+            EXPECT_EQ(tt::Slice(got, 256, 2), kt::Hex("0001")) << "menu video attribute: low byte";
         }
     }
 }
