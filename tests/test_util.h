@@ -1,11 +1,11 @@
-// Shared helpers for the test suite: temporary folders, file contents and
-// the real-disc corpus (skipped cleanly when absent).
+// Shared test helpers: temporary folders, file contents, the real discs (skipped when absent).
 #ifndef KESTRO_TESTS_TEST_UTIL_H
 #define KESTRO_TESTS_TEST_UTIL_H
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -22,10 +22,8 @@ class TempDir {
 public:
     TempDir() {
         std::string tmpl = (fs::temp_directory_path() / "kestro-XXXXXX").string();
-        std::vector<char> buf(tmpl.begin(), tmpl.end());
-        buf.push_back(0);
-        char* made = ::mkdtemp(buf.data());
-        path_ = made ? made : tmpl;
+        ::mkdtemp(&tmpl[0]);  // on failure the template stays and the test fails on its files
+        path_ = tmpl;
     }
     ~TempDir() {
         std::error_code ec;
@@ -40,24 +38,21 @@ private:
     fs::path path_;
 };
 
-inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
-}
-
 inline std::string ReadText(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
-
-inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+inline std::vector<uint8_t> ReadBytes(const std::string& path) {
+    const std::string t = ReadText(path);
+    return std::vector<uint8_t>(t.begin(), t.end());
 }
 
 inline void WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << text;
+}
+inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
+    WriteText(path, std::string(data.begin(), data.end()));
 }
 
 // Big-endian fields of a file image: zeros read beyond its end, nothing written there.
@@ -71,6 +66,17 @@ inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
         b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
 }
 
+// Bytes from hex digits, spaces (between fields) ignored: "0002 0000 0000001f".
+inline std::vector<uint8_t> Hex(const std::string& digits) {
+    std::vector<uint8_t> v;
+    std::string d;
+    for (char c : digits)
+        if (std::isxdigit(static_cast<unsigned char>(c))) d += c;
+    for (size_t i = 0; i + 1 < d.size(); i += 2)
+        v.push_back(uint8_t(std::stoul(d.substr(i, 2), nullptr, 16)));
+    return v;
+}
+
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
 
 // The real discs' IFO files named `prefix`..., or none when there are no discs.
@@ -82,8 +88,7 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
         if (!disc.is_directory()) continue;
         for (auto& f : fs::directory_iterator(disc.path(), ec)) {
             std::string name = f.path().filename().string();
-            if (name.rfind(prefix, 0) == 0 && name.size() > 4 &&
-                name.substr(name.size() - 4) == ".IFO")
+            if (name.rfind(prefix, 0) == 0 && f.path().extension() == ".IFO")
                 out.push_back(f.path().string());
         }
     }

@@ -1,7 +1,4 @@
-// Whole VIDEO_TS.IFO files: real discs loaded, reported, disassembled and
-// rebuilt to a fixed point.
-#include <cstdio>
-#include <cstdlib>
+// Whole VIDEO_TS.IFO files: real discs reported, disassembled and rebuilt to a fixed point.
 #include <filesystem>
 
 #include "ifo_navigation.h"
@@ -11,8 +8,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Loads path, returns the report of every table and writes the source into
-// ini, from a fresh load as hosts do (the report swaps bytes in place).
+// Every table's report of path, and its source into ini from a fresh load (reports swap bytes).
 std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
     tt::File h(path);
     CKestro_VMG_MAT mat, fresh;
@@ -36,13 +32,10 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
         std::swap(at(e + 4), at(e + 5));
         at(e + 7) = 1;
     }
-    auto decimal = [](uint8_t b) {
-        char hex[3];
-        std::snprintf(hex, sizeof hex, "%02x", b);
-        return uint8_t(std::atoi(hex));
+    auto decimal = [](uint8_t b) {  // its two hex digits read as a decimal number, as atoi does
+        return uint8_t(b >> 4 > 9 ? 0 : (b & 15) > 9 ? b >> 4 : (b >> 4) * 10 + (b & 15));
     };
-    // Each title set's attribute record is made anew from the fields the
-    // library models, every other byte zero, its end address 775.
+    // Each attribute record is made anew from the modelled fields, its end address 775.
     const size_t atrt = size_t(kt::BE32(f, 208)) * 2048;
     for (size_t i = 0, n = atrt ? kt::BE32(f, atrt) >> 16 : 0; i < n; ++i) {
         const size_t record = atrt + kt::BE32(f, atrt + 8 + 4 * i);
@@ -91,9 +84,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
                       "Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
                   std::string::npos);
 
-        // First round: every field the tests' own reader sees is the rules' work, but for
-        // PTL_MAIT and TXTDT_MG (not assembled), reserved bytes and, without the menu VOB
-        // file, the menu VOBs.
+        // First round: every field our own reader sees is the rules' work, but PTL_MAIT, TXTDT_MG
+        // (not assembled), reserved bytes and, without the menu VOB file, the menu VOBs.
         std::string error;
         std::string ifo = round(1, a, &error);
         ASSERT_FALSE(ifo.empty()) << error;

@@ -1,5 +1,4 @@
-// The management table of VIDEO_TS.IFO: its report and source, the First
-// Play PGC, and the assembly and layout of the whole file.
+// VIDEO_TS.IFO's management table: report, source, First Play PGC, the whole file's layout.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -12,8 +11,7 @@ using kestro::PutBE32;
 
 namespace {
 
-// A binary PGC holding only k goto-style pre commands: 244 + 8k bytes, or
-// 236 without commands; disassembled into `section` of ini when given.
+// A PGC of k goto pre commands (244 + 8k bytes; 236 for none), disassembled into ini if given.
 std::vector<uint8_t> AddPgc(const std::string& ini, int k, const char* prefix = "",
                             const char* section = "") {
     std::vector<uint8_t> p(236 + (k ? 8 + 8 * size_t(k) : 0), 0);
@@ -56,24 +54,19 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
     bool ok = true;  // the report stops at the first line that does not fit
     EXPECT_EQ(tt::Text(l.t, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
-    kt::WriteText(l.ini,
-                  "[stale]\nkey=1\n");  // Disasm starts a fresh file, here without First Play PGC
+    kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file (no First Play PGC)
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
     EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
-    // Assembled, the version keeps one digit per number, the provider ID 32
-    // characters. (Real discs check every field in the whole-file round trip.)
+    // Assembled, the provider ID keeps 32 characters.
     std::string error, id = "0123456789abcdef0123456789ABCDEF";
-    kt::WriteText(l.ini, vt::Replace(vt::Replace(vt::kMatSource, "vern=1.1", "vern=10.2"),
-                                     "=KESTRO", "=" + id + "xyz"));
+    kt::WriteText(l.ini, vt::Replace(vt::kMatSource, "=KESTRO", "=" + id + "xyz"));
     ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
     const auto back = kt::ReadBytes(l.out);
-    EXPECT_EQ(std::to_string(back[33]) + std::string(back.begin() + 64, back.begin() + 96),
-              "16" + id);
+    EXPECT_EQ(std::string(back.begin() + 64, back.begin() + 96), id);
 
-    tt::Loaded<CKestro_VMG_MAT> vts(
-        Record("DVDVIDEO-VTS"));  // a title set's file is refused, its tables not taken
+    tt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // refused, its tables not taken
     EXPECT_EQ(vts.loaded, 0);
     EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
@@ -90,17 +83,15 @@ TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
                              "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
-    // The codec swapped the command-table header in the record: a second
-    // report of the same object reads the counts byte-swapped (2 -> 512).
+    // The codec swapped the command header in the record: a second report reads 2 as 512.
     EXPECT_NE(tt::Text(l.t).find("There are 512 Pre Commands"), std::string::npos);
     ASSERT_EQ(fresh.Load(l.h), 1);
     EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
 
-// The management table alone: the First Play PGC (up to 1268 bytes, from
-// byte 1024) and the menu VOB file (found whatever the case of its name)
-// decide the end addresses; without sub-tables every start sector is 0.
+// Alone, the First Play PGC (up to 1268 bytes, from byte 1024) and the menu VOB file (any case
+// of its name) decide the end addresses; without sub-tables every start sector is 0.
 TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
     const struct {
         int commands;  // -1: no First Play PGC
@@ -127,15 +118,14 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
                                  c.vobsSa, c.vmgEa};
         EXPECT_EQ(std::vector<uint32_t>(fields, fields + 5), std::vector<uint32_t>(want, want + 5));
         for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(kt::BE32(f, at), 0u) << at;
-        EXPECT_TRUE(c.commands >= 0 ||
-                    std::count(f.begin() + 1024, f.end(), 0) == 1024);  // nothing after the table
+        // nothing after the table
+        EXPECT_TRUE(c.commands >= 0 || std::count(f.begin() + 1024, f.end(), 0) == 1024);
     }
 }
 
-// The worked layout: First Play PGC of 300 bytes; TT_SRPT 1 sector,
-// VMGM_PGCI_UT 2, PTL_MAIT 0, VTS_ATRT 1, VMGM_C_ADT 1, VMGM_VOBU_ADMAP 1; a
-// menu VOB file of 10,000,000 bytes. The file is then a fixed point (the
-// parental IDs are 0: others come back byte-swapped).
+// First Play PGC of 300 bytes; TT_SRPT 1 sector, VMGM_PGCI_UT 2, PTL_MAIT 0, VTS_ATRT 1,
+// VMGM_C_ADT 1, VMGM_VOBU_ADMAP 1; a 10,000,000-byte menu VOB file. The file is then a fixed
+// point (with parental IDs 0: others come back byte-swapped).
 TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     kt::TempDir dir, dir2;
     std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO", again = dir / "again.ini", error;
@@ -157,33 +147,37 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
     const auto f = kt::ReadBytes(out);
     ASSERT_EQ(f.size(), 7u * 2048);
-    // End addresses; start sectors of TT_SRPT, VMGM_PGCI_UT, PTL_MAIT,
-    // VTS_ATRT, TXTDT_MG, VMGM_C_ADT, VMGM_VOBU_ADMAP, VMGM_VOBS; then the
-    // head of every table on its sector.
-    const std::pair<size_t, uint32_t> fields[] = {{128, 1323},
-                                                  {28, 6},
-                                                  {12, 4896},
-                                                  {196, 1},
-                                                  {200, 2},
-                                                  {204, 0},
-                                                  {208, 4},
-                                                  {212, 0},
-                                                  {216, 5},
-                                                  {220, 6},
-                                                  {192, 7},
-                                                  {2048, 0x20000},
-                                                  {2 * 2048, 0x10000},
-                                                  {2 * 2048 + 4, 2219},
-                                                  {4 * 2048, 0x10000},
-                                                  {5 * 2048, 0x10000},
-                                                  {6 * 2048, 7}};
-    for (auto [at, value] : fields) EXPECT_EQ(kt::BE32(f, at), value) << at;
+    // Offset, value: end addresses, the start sectors, then each table's head on its sector.
+    const uint32_t fields[] = {
+        128,  1323,     28,      6,        12,      4896,     196,      1,       200,
+        2,    204,      0,       208,      4,       212,      0,        216,     5,
+        220,  6,        192,     7,        2048,    0x20000,  2 * 2048, 0x10000, 2 * 2048 + 4,
+        2219, 4 * 2048, 0x10000, 5 * 2048, 0x10000, 6 * 2048, 7};
+    for (size_t i = 0; i < std::size(fields); i += 2)
+        EXPECT_EQ(kt::BE32(f, fields[i]), fields[i + 1]) << fields[i];
 
     tt::Loaded<CKestro_VMG_MAT> l(f);
     tt::Walk(l.t, 0, again);
     std::filesystem::copy_file(dir / "VIDEO_TS.VOB", dir2 / "VIDEO_TS.VOB");
     ASSERT_TRUE(vt::AssembleVmg(again, dir2 / "VIDEO_TS.IFO", &error)) << error;
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
+}
+
+// The version's major number is its first character, the minor (low 4 bits kept) its third on.
+TEST(VmgMatAsm, VersionTakesOneCharacterOfMajorAndTheLowNibbleOfMinor) {
+    const std::pair<const char*, int> cases[] = {
+        {"1.1", 0x11}, {"10.2", 0x10}, {"2.15", 0x2F}, {"1.-1", 0x1F},
+        {"1", 0x10},   {"", 0x00},     {"x1.1", 0x00}, {"+3.4", 0x00},
+    };
+    kt::TempDir dir;
+    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
+    for (const auto& [value, byte] : cases) {
+        SCOPED_TRACE(value);
+        kt::WriteText(ini, vt::Replace(vt::kMatSource, "vern=1.1", std::string("vern=") + value));
+        std::string error;
+        ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
+        EXPECT_EQ(kt::ReadBytes(out).at(33), byte);
+    }
 }
 
 }  // namespace

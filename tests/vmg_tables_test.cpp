@@ -8,29 +8,25 @@ namespace {
 
 using tt::Loaded;
 
-// tt_pb_ty loses its first character whatever it is ("3c" is "c", 0xC0);
-// the angle count is a byte; the parental ID is written low byte first but
-// read big-endian; the title number within the set is always 1.
+// tt_pb_ty loses its first character ("3c" is "c", 0xC0); the angle count is a byte; the parental
+// ID is written low byte first but read big-endian; the title number within the set is always 1.
 TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     kt::TempDir dir;
     unsigned long size;
     auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
     EXPECT_EQ(size, 10032u);
-    std::vector<uint8_t> want = {0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x1F,  // header, ea 31
-                                 0x3C, 0x01, 0x00, 0x0C, 0x02, 0x01, 0x01, 0x01,
-                                 0x00, 0x00, 0x10, 0x00, 0xC0, 0x2C, 0x00, 0x01,
-                                 0x00, 0x00, 0x02, 0x01, 0x00, 0x01, 0x11, 0x70};
+    // titles, end address; per title: type, angles, chapters, parental ID, set, title, sector
+    auto want =
+        kt::Hex("0002 0000 0000001f 3c 01 000c 0201 01 01 00001000 c0 2c 0001 0000 02 01 00011170");
     want.resize(2048, 0);
     EXPECT_EQ(first, want);
     Loaded<CKestro_VMG_PTT> l(first);
     EXPECT_EQ(l.t.Load(l.h, 0), 0);  // sector 0: nothing to load
     ASSERT_EQ(l.t.Load(l.h, 1), 1);
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("tt_ptl_id_fld01", "513"),
-                    {"vts_ttn01", "1"},
-                    {"tt_pb_ty02", "xc0"},
-                    {"tt_agl_ns02", "44"}})
-        EXPECT_EQ(tt::Value(l.ini, "vmg_ptt_srpt", kv.first), kv.second) << kv.first;
+    EXPECT_EQ(tt::Values(l.ini, "vmg_ptt_srpt",
+                         {"tt_ptl_id_fld01", "vts_ttn01", "tt_pb_ty02", "tt_agl_ns02"}),
+              "513|1|xc0|44|");
     std::swap(first[12], first[13]);  // 02 01 comes back as 01 02
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_PTT>(dir, kt::ReadText(l.ini)), first);
     bool ok = false;
@@ -48,10 +44,12 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
 }
 
-// Records of 776 bytes after an 8-byte header and a start address per set.
-// Attributes are hexadecimal, their x optional, but menu audio attributes
-// are decimal: "x12" is 12 (so such values do not survive a round trip).
-TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
+// Records of 776 bytes after an 8-byte header and a start address per set. Attributes are hex,
+// their x optional, but menu audio attributes decimal: "x12" is 12 (lost on a round trip).
+// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
+// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
+// source reads the real places.
+TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
     auto t = vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(3), &size);
@@ -61,14 +59,7 @@ TEST(VmgAtrt, SizesStartAddressesAndDecimalMenuAudio) {
               std::vector<uint8_t>(2048, 0));
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, vt::AtrtSource(1, "x12"))[12 + 12], 12);
-}
 
-// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
-// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
-// source reads the real places.
-TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
-    kt::TempDir dir;
-    unsigned long size;
     std::string text = vt::Replace(vt::AtrtSource(2, "x05", "4100"), "srp001_vtsm_ast_ns=1\n",
                                    "srp001_vtsm_ast_ns=29\n");
     for (int j = 2; j <= 29; ++j)
@@ -79,12 +70,10 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
     Loaded<CKestro_VMG_ATRT> l(
         std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
     ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
-    for (auto kv : {std::make_pair("vts_atrt_ea", "1567"),
-                    {"vts_atrt_srp002_vts_atr_sa", "792"},
-                    {"vts_atrt_srp002_vts_atr_ea", "775"},
-                    {"vts_atrt_srp001_vtsm_ast_atr23", "x02"},
-                    {"vts_atrt_srp002_vtsm_v_atr", "x4100"}})
-        EXPECT_EQ(tt::Value(l.ini, "vts_atrt", kv.first), kv.second) << kv.first;
+    EXPECT_EQ(tt::Values(l.ini, "vts_atrt",
+                         {"vts_atrt_ea", "vts_atrt_srp002_vts_atr_sa", "vts_atrt_srp002_vts_atr_ea",
+                          "vts_atrt_srp001_vtsm_ast_atr23", "vts_atrt_srp002_vtsm_v_atr"}),
+              "1567|792|775|x02|x4100|");
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(l.ini)), first);
 
     const std::string rep = tt::Text(l.t),
@@ -102,26 +91,28 @@ TEST(VmgAtrt, RoundTripAndTheReportPlacements) {
 
 // PTL_MAIT and TXTDT_MG are only read: the parental per-country statements go to the title
 // search pointer section and its Asm succeeds doing nothing; the text data's Asm and Write fail.
+// A country count beyond the body is listed whole, the pointers past it reading as zeros: the
+// body is the end address's low 16 bits (7 bytes here, one pointer).
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
-    Loaded<CKestro_VMG_MAIT> m({0, 1, 0, 3, 0, 0, 0, 0x27, 'd', 'e', 0, 0, 0, 0x10, 0, 0});
-    Loaded<CKestro_VMG_TXTDT> l({'A', 'B', 'C',  'D',  'E', 'F', 'G', 'H', 'I', 'J',
-                                 'K', 'L', 0xEE, 0xEE, 0,   2,   0,   1,   0,   0x10});
+    // countries, title sets, end address; country 1 "fr", unused, start 16; a byte past the body
+    Loaded<CKestro_VMG_MAIT> m(kt::Hex("0002 0002 00010007 6672 0000 0010 00"));
+    // identifier "ABCDEFGHIJKL", unused, language units, end address
+    Loaded<CKestro_VMG_TXTDT> l(kt::Hex("4142434445464748494a4b4c eeee 0002 00010010"));
+    ASSERT_EQ(m.loaded, 1);
     EXPECT_EQ(
         tt::Text(m.t) + tt::Text(l.t),
-        "Number of Countries: 1\r\nNumber of Video Title Sets: 3\r\nEnd byte address of PTL_MAIT "
-        "table: 39\r\n"
-        "  Country Code of 1: de\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+        "Number of Countries: 2\r\nNumber of Video Title Sets: 2\r\n"
+        "End byte address of PTL_MAIT table: 65543\r\n"
+        "  Country Code of 1: fr\r\n  Start byte address of PTL_MAI of 1: 16\r\n"
+        "  Country Code of 2: \r\n  Start byte address of PTL_MAI of 2: 0\r\n"
         "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
     EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
-    for (auto [ini, section, key, value] : std::vector<std::array<std::string, 4>>{
-             {m.ini, "ptl_mait", "vts_ns", "3"},
-             {m.ini, "ptl_mait", "ptl_maait_ea", "39"},
-             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_cty_cd", "de"},
-             {m.ini, "vmg_ptt_srpt", "ptl_mai_srp01_ptl_mai_sa", "16"},
-             {l.ini, "txtdt_mg", "txtdt_id", "ABCDEFGHIJKL"},
-             {l.ini, "txtdt_mg", "txtdt_lu_ns", "2"},
-             {l.ini, "txtdt_mg", "txtdt_mg_ea", "65552"}})
-        EXPECT_EQ(tt::Value(ini, section.c_str(), key.c_str()), value) << key;
+    EXPECT_EQ(tt::Values(m.ini, "ptl_mait", {"vts_ns", "ptl_maait_ea"}) +
+                  tt::Values(m.ini, "vmg_ptt_srpt",
+                             {"ptl_mai_srp01_cty_cd", "ptl_mai_srp01_ptl_mai_sa",
+                              "ptl_mai_srp02_ptl_mai_sa"}) +
+                  tt::Values(l.ini, "txtdt_mg", {"txtdt_id", "txtdt_lu_ns", "txtdt_mg_ea"}),
+              "2|65543|fr|16|0|ABCDEFGHIJKL|2|65552|");
     EXPECT_TRUE(m.t.Asm((m.dir / "absent.ini").c_str()));
     EXPECT_FALSE(l.t.Asm(l.ini.c_str()) || l.t.Write(l.h));
     unsigned long got[4] = {5, 5, 3, 4};  // parental Get: empty; text data Get: unchanged
@@ -129,8 +120,7 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     EXPECT_EQ(std::vector<unsigned long>(got, got + 4), std::vector<unsigned long>({0, 0, 3, 4}));
 }
 
-// Every refused source of the management table, the title search pointers
-// and the attribute table: the exact message, and no file written.
+// Every refused source of VMGI_MAT, TT_SRPT and VTS_ATRT: the exact message, no file written.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
     std::vector<std::array<std::string, 4>> cases = {
         // table, from, to, message
@@ -155,8 +145,7 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
          "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
         {"a", "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
     };
-    // Every statement of the management table left out in turn: it reads
-    // them in this order and names the title set count vts_ns.
+    // Each management table statement left out in turn (in the order read; vmg_ns is vts_ns).
     const std::string mat = vt::kMatSource;
     for (size_t at = mat.find('\n') + 1; at < mat.size(); at = mat.find('\n', at) + 1) {
         const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at),

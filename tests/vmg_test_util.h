@@ -1,5 +1,4 @@
-// Helpers of the video manager tests: sources, and how a host drives a whole
-// VIDEO_TS.IFO (report, disassemble, rebuild).
+// Video manager test helpers: sources, and a whole VIDEO_TS.IFO rebuilt as a host does.
 #ifndef KESTRO_TESTS_VMG_TEST_UTIL_H
 #define KESTRO_TESTS_VMG_TEST_UTIL_H
 
@@ -18,8 +17,7 @@ inline std::string Replace(std::string text, const std::string& from, const std:
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
-// Sources: the management table, two titles, `sets` (at most 9) title set
-// attribute records.
+// Sources: the management table, two titles, `sets` (at most 9) attribute records.
 const char* const kMatSource =
     "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
     "vmg_ns=1\npvr_id=KESTRO\npos_cd=x0100000000000000\nvmgm_v_atr=x4100\nvmgm_ast_ns=1\n"
@@ -44,8 +42,8 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
     return t + "\n";
 }
 
-// Assembles a sub-table from `text` alone and returns what its Write put
-// after a first sector; `size` gets sectors * 10000 + bytes.
+// A sub-table assembled from `text`: what Write puts after a blank sector; size gets
+// 10000 * sectors + bytes.
 template <class T>
 std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
                               unsigned long* size = nullptr) {
@@ -60,17 +58,15 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
         tt::File h(out, true);
         kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
         EXPECT_TRUE(t.Write(h));
-        if (std::is_same<T, CKestro_VMG_PTT>::value) {
-            EXPECT_TRUE(t.Write(h));
-        }  // writes nothing more
+        constexpr bool ptt = std::is_same<T, CKestro_VMG_PTT>::value;
+        EXPECT_TRUE(!ptt || t.Write(h));  // a second Write adds nothing
     }
     const auto f = kt::ReadBytes(out);
     return {f.begin() + 2048, f.end()};
 }
 
-// Rebuilds VIDEO_TS.IFO at out as a host does: creates and assembles each
-// sub-table whose count the source holds, then the management table lays
-// out and writes the file. On failure `error` gets the error text.
+// Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count the source holds, then
+// the management table lays out and writes the file. On failure `error` gets the error text.
 inline bool AssembleVmg(const std::string& ini, const std::string& out,
                         std::string* error = nullptr) {
     CKestro_VMG_MAT mat;

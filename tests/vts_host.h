@@ -30,8 +30,7 @@ inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
     std::memcpy(m.data(), "DVDVIDEO-VTS", 12);
     std::vector<std::pair<size_t, uint32_t>> words = {{12, 127906}, {28, 9}, {34, 1}, {128, 2047}};
     for (size_t i = 0; i < sa.size(); ++i) words.push_back({192 + 4 * i, sa[i]});
-    for (auto [at, v] : words)
-        for (int i = 0; i < 4; ++i) m[at + i] = uint8_t(v >> (24 - 8 * i));
+    for (auto [at, v] : words) kt::PutBE(m, at, v, 4);
     m[33] = 0x11, m[256] = 0x4d, m[257] = 0x01, m[259] = 1, m[341] = 1, m[512] = 0x53, m[515] = 2,
     m[597] = 1;
     for (int i = 0; i < 16; ++i)
