@@ -2,8 +2,6 @@
 // disc, and each injected fault found and named by file, table, entry and field.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "kestro/check.h"
 #include "kestro/disc.h"
 #include "test_util.h"
@@ -17,14 +15,20 @@ using Bytes = std::vector<uint8_t>;
 uint32_t BE16(const Bytes& b, size_t at) { return kt::BE32(b, at) >> 16; }
 // Byte offset of the table whose start sector the management table holds at `field`.
 size_t Table(const Bytes& b, size_t field) { return size_t(kt::BE32(b, field)) * 2048; }
+// Byte offset of the record that the word at `ptr` of that table points at.
+size_t Rec(const Bytes& b, size_t field, size_t ptr) {
+    return Table(b, field) + kt::BE32(b, Table(b, field) + ptr);
+}
 // Byte offset of PGC n (1-based) of the PGC table at `table`.
 size_t Pgc(const Bytes& b, size_t table, int n) { return table + kt::BE32(b, table + 4 + 8 * n); }
 size_t TitlePgc(const Bytes& b, int n) { return Pgc(b, Table(b, 204), n); }
-size_t Commands(const Bytes& b, size_t pgc) { return pgc + BE16(b, pgc + 228) + 8; }
-void Put8(Bytes& b, size_t at, const char* hex) {
-    for (size_t i = 0; i < 8; ++i)
-        b[at + i] = uint8_t(std::stoul(std::string(hex + 2 * i, 2), nullptr, 16));
+// The part of title PGC n whose offset the PGC holds at `field` (228 commands, 232 cells, 234
+// cell positions).
+size_t Part(const Bytes& b, int n, size_t field) {
+    return TitlePgc(b, n) + BE16(b, TitlePgc(b, n) + field);
 }
+// The first command of a PGC (after the command table's header).
+size_t Commands(const Bytes& b, size_t pgc) { return pgc + BE16(b, pgc + 228) + 8; }
 
 // The sample disc (examples/sample) assembled by the library next to VOB
 // files of the recorded sizes, read into memory once.
@@ -75,15 +79,19 @@ TEST(Check, SoundSampleHasNoFinding) {
     EXPECT_TRUE(r.findings.empty()) << All(r);
 }
 
+// A fault: the bytes `hex` written where `at` finds in `file` (or `inject` run on the disc),
+// and the finding it must give in `file`.
 struct Fault {
     const char* name;
-    std::function<void(kc::DiscImage&)> inject;
-    const char* id;
     const char* file;
+    size_t (*at)(const Bytes&);
+    const char* hex;
+    const char* id;
     const char* table;
     int entry;
     const char* field;  // a part of the field's name
     kc::Severity severity = kc::Severity::Error;
+    void (*inject)(kc::DiscImage&) = nullptr;
 };
 
 void PrintTo(const Fault& f, std::ostream* os) { *os << f.name; }
@@ -94,7 +102,14 @@ class CheckFault : public ::testing::TestWithParam<Fault> {};
 TEST_P(CheckFault, IsFoundAndNamed) {
     const Fault& fault = GetParam();
     kc::DiscImage disc = Sample();
-    fault.inject(disc);
+    if (fault.inject) {
+        fault.inject(disc);
+    } else {
+        Bytes& b = File(disc, fault.file);
+        const size_t at = fault.at(b);
+        for (size_t i = 0; fault.hex[2 * i]; ++i)
+            b.at(at + i) = uint8_t(std::stoul(std::string(fault.hex + 2 * i, 2), nullptr, 16));
+    }
     const kc::Result r = kc::CheckDisc(disc);
     bool found = false;
     for (const auto& f : r.findings)
@@ -109,190 +124,97 @@ TEST_P(CheckFault, IsFoundAndNamed) {
 const char* const V1 = "VTS_01_0.IFO";
 const char* const V2 = "VTS_02_0.IFO";
 const char* const VM = "VIDEO_TS.IFO";
+#define AT(offset) [](const Bytes& b) -> size_t { return (void)b, (offset); }
+constexpr auto kWarning = kc::Severity::Warning;
+constexpr auto kError = kc::Severity::Error;
 
 const Fault kFaults[] = {
     // Files.
-    {"Identifier", [](kc::DiscImage& d) { File(d, V1)[11] = 'X'; }, "file.identifier", V1,
-     "VTSI_MAT", 0, "VTS_ID"},
-    {"ShortFile",
-     [](kc::DiscImage& d) {
-         File(d, V2).resize(5 * 2048);
-         d.ifos[1].backup.resize(5 * 2048);
-     },
-     "file.size", V2, "VTSI_MAT", 0, "VTSI_EA"},
-    {"BackupDiffers",
-     [](kc::DiscImage& d) { d.ifos[0].backup[Table(d.ifos[0].bytes, 204) + 300] ^= 1; },
-     "file.backup-differs", "VTS_01_0.BUP", "VTS_PGCIT", 0, "", kc::Severity::Warning},
-    {"VobShort", [](kc::DiscImage& d) { d.vobs[2].bytes -= 2048; }, "vob.size", V1, "VTSI_MAT", 0,
-     "VTS_EA"},
-    {"VobMissing", [](kc::DiscImage& d) { d.vobs.pop_back(); }, "vob.missing", "VTS_02_1.VOB", "",
-     0, ""},
+    {"Identifier", V1, AT(11), "58", "file.identifier", "VTSI_MAT", 0, "VTS_ID"},
+    {"ShortFile", V2, nullptr, "", "file.size", "VTSI_MAT", 0, "VTSI_EA", kError,
+     [](kc::DiscImage& d) { File(d, V2).resize(5 * 2048), d.ifos[1].backup.resize(5 * 2048); }},
+    {"BackupDiffers", "VTS_01_0.BUP", nullptr, "", "file.backup-differs", "VTS_PGCIT", 0, "",
+     kWarning, [](kc::DiscImage& d) { d.ifos[0].backup[Table(d.ifos[0].bytes, 204) + 300] ^= 1; }},
+    {"VobShort", V1, nullptr, "", "vob.size", "VTSI_MAT", 0, "VTS_EA", kError,
+     [](kc::DiscImage& d) { d.vobs[2].bytes -= 2048; }},
+    {"VobMissing", "VTS_02_1.VOB", nullptr, "", "vob.missing", "", 0, "", kError,
+     [](kc::DiscImage& d) { d.vobs.pop_back(); }},
     // Where tables lie and what their headers say.
-    {"TableOutside", [](kc::DiscImage& d) { kt::PutBE(File(d, V1), 224, 200, 4); }, "table.outside",
-     V1, "VTSI_MAT", 0, "VTS_C_ADT_SA"},
-    {"TablesOverlap", [](kc::DiscImage& d) { kt::PutBE(File(d, V1), 204, 1, 4); }, "table.overlap",
-     V1, "VTS_PGCIT", 0, "start sector"},
-    {"EndAddressShort", [](kc::DiscImage& d) { kt::PutBE(File(d, VM), 2048 + 4, 20, 4); },
-     "table.end-address", VM, "TT_SRPT", 0, "end address"},
-    {"TooManyTitles", [](kc::DiscImage& d) { kt::PutBE(File(d, VM), 2048, 100, 2); },
-     "limit.titles", VM, "TT_SRPT", 0, "number of titles"},
-    {"NoTitleSets", [](kc::DiscImage& d) { kt::PutBE(File(d, VM), 62, 0, 2); }, "limit.title-sets",
-     VM, "VMGI_MAT", 0, "VMG_NR_OF_TITLE_SETS"},
-    {"CellTableVobCount",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, V1), Table(File(d, V1), 224), 1, 2); },
-     "cells.vob-count", V1, "VTS_C_ADT", 0, "number of VOBs"},
-    {"VobuMapFalls",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, V1), Table(File(d, V1), 228) + 8, 0, 4); },
-     "vobu.order", V1, "VTS_VOBU_ADMAP", 2, "sector"},
-    {"TimeMapPastVobs",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t t = Table(b, 212);
-         kt::PutBE(b, t + kt::BE32(b, t + 8) + 4 + 8, 90000, 4);
-     },
-     "tmap.outside", V1, "VTS_TMAPT", 1, "entry 3"},
+    {"TableOutside", V1, AT(224), "000000c8", "table.outside", "VTSI_MAT", 0, "VTS_C_ADT_SA"},
+    {"TablesOverlap", V1, AT(204), "00000001", "table.overlap", "VTS_PGCIT", 0, "start sector"},
+    {"EndAddressShort", VM, AT(2048 + 4), "00000014", "table.end-address", "TT_SRPT", 0,
+     "end address"},
+    {"TooManyTitles", VM, AT(2048), "0064", "limit.titles", "TT_SRPT", 0, "number of titles"},
+    {"NoTitleSets", VM, AT(62), "0000", "limit.title-sets", "VMGI_MAT", 0, "VMG_NR_OF_TITLE_SETS"},
+    {"CellTableVobCount", V1, AT(Table(b, 224)), "0001", "cells.vob-count", "VTS_C_ADT", 0,
+     "number of VOBs"},
+    {"VobuMapFalls", V1, AT(Table(b, 228) + 8), "00000000", "vobu.order", "VTS_VOBU_ADMAP", 2,
+     "sector"},
+    {"TimeMapPastVobs", V1, AT(Rec(b, 212, 8) + 4 + 8), "00015f90", "tmap.outside", "VTS_TMAPT", 1,
+     "entry 3"},
+    {"TimeMapOffVobu", V1, AT(Rec(b, 212, 8) + 4 + 8), "000000b5", "tmap.vobu", "VTS_TMAPT", 1,
+     "entry 3", kWarning},
     // Titles against title sets.
-    {"TitleSetMissing", [](kc::DiscImage& d) { File(d, VM)[2048 + 8 + 24 + 6] = 3; },
-     "title.vts-missing", VM, "TT_SRPT", 3, "VTSN"},
-    {"TitleInSetMissing", [](kc::DiscImage& d) { File(d, VM)[2048 + 8 + 7] = 5; },
-     "title.vts-title-missing", VM, "TT_SRPT", 1, "VTS_TTN"},
-    {"PartCount", [](kc::DiscImage& d) { kt::PutBE(File(d, VM), 2048 + 8 + 2, 4, 2); },
-     "title.parts", VM, "TT_SRPT", 1, "number of parts"},
-    {"TitleSetStart",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, VM);
-         kt::PutBE(b, 2048 + 8 + 24 + 8, kt::BE32(b, 2048 + 8 + 24 + 8) + 1, 4);
-     },
-     "title.start-sector", VM, "TT_SRPT", 3, "VTS start sector"},
-    {"AttributesDiffer",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, VM);
-         const size_t t = Table(b, 208);
-         kt::PutBE(b, t + kt::BE32(b, t + 8) + 8 + 0x102, 3, 2);
-     },
-     "atrt.mismatch", VM, "VTS_ATRT", 1, "VTS_AST_NS"},
-    {"PartNamesMissingPgc",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t t = Table(b, 200);
-         kt::PutBE(b, t + kt::BE32(b, t + 12), 9, 2);
-     },
-     "ptt.pgc", V1, "VTS_PTT_SRPT", 2, "part 1 PGCN"},
-    {"PartNamesMissingProgram",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t t = Table(b, 200);
-         kt::PutBE(b, t + kt::BE32(b, t + 8) + 8 + 2, 7, 2);
-     },
-     "ptt.program", V1, "VTS_PTT_SRPT", 1, "part 3 PGN"},
+    {"TitleSetMissing", VM, AT(2048 + 8 + 24 + 6), "03", "title.vts-missing", "TT_SRPT", 3, "VTSN"},
+    {"TitleInSetMissing", VM, AT(2048 + 8 + 7), "05", "title.vts-title-missing", "TT_SRPT", 1,
+     "VTS_TTN"},
+    {"PartCount", VM, AT(2048 + 8 + 2), "0004", "title.parts", "TT_SRPT", 1, "number of parts"},
+    {"TitleSetStart", VM, nullptr, "", "title.start-sector", "TT_SRPT", 3, "VTS start sector",
+     kError, [](kc::DiscImage& d) { File(d, VM)[2048 + 8 + 24 + 11] ^= 1; }},
+    {"AttributesDiffer", VM, AT(Rec(b, 208, 8) + 8 + 0x102), "0003", "atrt.mismatch", "VTS_ATRT", 1,
+     "VTS_AST_NS"},
+    {"AttributeCount", VM, AT(Table(b, 208)), "0001", "atrt.count", "VTS_ATRT", 0,
+     "number of title sets"},
+    {"PartNamesMissingPgc", V1, AT(Rec(b, 200, 12)), "0009", "ptt.pgc", "VTS_PTT_SRPT", 2,
+     "part 1 PGCN"},
+    {"PartNamesMissingProgram", V1, AT(Rec(b, 200, 8) + 8 + 2), "0007", "ptt.program",
+     "VTS_PTT_SRPT", 1, "part 3 PGN"},
     // PGCs.
-    {"ProgramMapFalls",
-     [](kc::DiscImage& d) { File(d, V1)[TitlePgc(File(d, V1), 1) + 252 + 2] = 2; },
-     "pgc.program-map", V1, "VTS_PGCIT", 1, "program 3 entry cell"},
-    {"ProgramPastCells",
-     [](kc::DiscImage& d) { File(d, V2)[TitlePgc(File(d, V2), 1) + 252 + 1] = 5; },
-     "pgc.program-map", V2, "VTS_PGCIT", 1, "program 2 entry cell"},
-    {"MoreProgramsThanCells",
-     [](kc::DiscImage& d) { File(d, V1)[TitlePgc(File(d, V1), 1) + 2] = 4; }, "pgc.programs", V1,
-     "VTS_PGCIT", 1, "number of programs"},
-    {"NextPgcMissing",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, V1), TitlePgc(File(d, V1), 1) + 156, 7, 2); },
-     "pgc.link", V1, "VTS_PGCIT", 1, "next PGC"},
-    {"AudioStreamMissing",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, V2), TitlePgc(File(d, V2), 1) + 12 + 6, 0x8000, 2); },
-     "pgc.audio-stream", V2, "VTS_PGCIT", 1, "PGC_AST_CTL 3"},
-    {"SubpictureStreamMissing",
-     [](kc::DiscImage& d) {
-         kt::PutBE(File(d, V2), TitlePgc(File(d, V2), 1) + 28 + 4, 0x80000000u, 4);
-     },
-     "pgc.subpicture-stream", V2, "VTS_PGCIT", 1, "PGC_SPST_CTL 1"},
-    {"CellPastVobs",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V2);
-         const size_t p = TitlePgc(b, 1);
-         kt::PutBE(b, p + BE16(b, p + 232) + 24 + 20, 100000, 4);
-     },
-     "cell.outside-vobs", V2, "VTS_PGCIT", 1, "C_PBI 2"},
-    {"CellPositionMissing",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V2);
-         const size_t p = TitlePgc(b, 1);
-         b[p + BE16(b, p + 234) + 4 + 3] = 9;
-     },
-     "cell.position-missing", V2, "VTS_PGCIT", 1, "C_POSI 2"},
-    {"CellBeyondAddressTable",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, V1), Table(File(d, V1), 224) + 8 + 8, 0x30, 4); },
-     "cell.address-mismatch", V1, "VTS_PGCIT", 1, "C_PBI 1"},
-    {"CellNotAtVobu",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t p = TitlePgc(b, 1);
-         kt::PutBE(b, p + BE16(b, p + 232) + 8, 1, 4);
-     },
-     "cell.vobu", V1, "VTS_PGCIT", 1, "C_PBI 1 first VOBU"},
-    {"CellCommandMissing",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t p = TitlePgc(b, 1);
-         b[p + BE16(b, p + 232) + 3] = 5;
-     },
-     "pgc.cell-command", V1, "VTS_PGCIT", 1, "C_PBI 1 cell command"},
-    {"DeclaredMenuMissing",
-     [](kc::DiscImage& d) { File(d, V1)[Table(File(d, V1), 208) + 8 + 3] = 0xc8; },
-     "menu.declared-missing", V1, "VTSM_PGCI_UT", 1, "menu existence"},
-    {"MenuNextPgcMissing",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t menus = Table(b, 208), unit = menus + kt::BE32(b, menus + 12);
-         kt::PutBE(b, Pgc(b, unit, 1) + 156, 9, 2);
-     },
-     "pgc.link", V1, "VTSM_LU1", 1, "next PGC"},
-    {"AttributeCount",
-     [](kc::DiscImage& d) { kt::PutBE(File(d, VM), Table(File(d, VM), 208), 1, 2); }, "atrt.count",
-     VM, "VTS_ATRT", 0, "number of title sets"},
-    {"TimeMapOffVobu",
-     [](kc::DiscImage& d) {
-         Bytes& b = File(d, V1);
-         const size_t t = Table(b, 212);
-         kt::PutBE(b, t + kt::BE32(b, t + 8) + 4 + 8, 0xb5, 4);
-     },
-     "tmap.vobu", V1, "VTS_TMAPT", 1, "entry 3", kc::Severity::Warning},
+    {"ProgramMapFalls", V1, AT(TitlePgc(b, 1) + 252 + 2), "02", "pgc.program-map", "VTS_PGCIT", 1,
+     "program 3 entry cell"},
+    {"ProgramPastCells", V2, AT(TitlePgc(b, 1) + 252 + 1), "05", "pgc.program-map", "VTS_PGCIT", 1,
+     "program 2 entry cell"},
+    {"MoreProgramsThanCells", V1, AT(TitlePgc(b, 1) + 2), "04", "pgc.programs", "VTS_PGCIT", 1,
+     "number of programs"},
+    {"NextPgcMissing", V1, AT(TitlePgc(b, 1) + 156), "0007", "pgc.link", "VTS_PGCIT", 1,
+     "next PGC"},
+    {"AudioStreamMissing", V2, AT(TitlePgc(b, 1) + 12 + 6), "8000", "pgc.audio-stream", "VTS_PGCIT",
+     1, "PGC_AST_CTL 3"},
+    {"SubpictureStreamMissing", V2, AT(TitlePgc(b, 1) + 28 + 4), "80000000",
+     "pgc.subpicture-stream", "VTS_PGCIT", 1, "PGC_SPST_CTL 1"},
+    {"CellPastVobs", V2, AT(Part(b, 1, 232) + 24 + 20), "000186a0", "cell.outside-vobs",
+     "VTS_PGCIT", 1, "C_PBI 2"},
+    {"CellPositionMissing", V2, AT(Part(b, 1, 234) + 4 + 3), "09", "cell.position-missing",
+     "VTS_PGCIT", 1, "C_POSI 2"},
+    {"CellBeyondAddressTable", V1, AT(Table(b, 224) + 8 + 8), "00000030", "cell.address-mismatch",
+     "VTS_PGCIT", 1, "C_PBI 1"},
+    {"CellNotAtVobu", V1, AT(Part(b, 1, 232) + 8), "00000001", "cell.vobu", "VTS_PGCIT", 1,
+     "C_PBI 1 first VOBU"},
+    {"CellCommandMissing", V1, AT(Part(b, 1, 232) + 3), "05", "pgc.cell-command", "VTS_PGCIT", 1,
+     "C_PBI 1 cell command"},
+    {"DeclaredMenuMissing", V1, AT(Table(b, 208) + 8 + 3), "c8", "menu.declared-missing",
+     "VTSM_PGCI_UT", 1, "menu existence"},
+    {"MenuNextPgcMissing", V1, AT(Pgc(b, Rec(b, 208, 12), 1) + 156), "0009", "pgc.link", "VTSM_LU1",
+     1, "next PGC"},
     // Navigation command targets.
-    {"JumpToMissingTitle",
-     [](kc::DiscImage& d) { File(d, V1)[Commands(File(d, V1), TitlePgc(File(d, V1), 1)) + 5] = 5; },
-     "command.title", V1, "VTS_PGCIT", 1, "post command 1"},
-    {"CallToMissingVmgPgc",
-     [](kc::DiscImage& d) { File(d, V1)[Commands(File(d, V1), TitlePgc(File(d, V1), 2)) + 3] = 9; },
-     "command.pgc", V1, "VTS_PGCIT", 2, "post command 1"},
-    {"FirstPlayJumpsToMissingPgc",
-     [](kc::DiscImage& d) { File(d, VM)[Commands(File(d, VM), 1024) + 3] = 40; }, "command.pgc", VM,
-     "FP_PGC", 0, "pre command 1"},
-    {"LinkToMissingPgc",
-     [](kc::DiscImage& d) {
-         Put8(File(d, V1), Commands(File(d, V1), TitlePgc(File(d, V1), 1)), "2004000000000009");
-     },
-     "command.pgc", V1, "VTS_PGCIT", 1, "post command 1"},
-    {"LinkToMissingCell",
-     [](kc::DiscImage& d) {
-         Put8(File(d, V2), Commands(File(d, V2), TitlePgc(File(d, V2), 1)), "2007000000000003");
-     },
-     "command.cell", V2, "VTS_PGCIT", 1, "post command 1"},
-    {"GotoMissingLine",
-     [](kc::DiscImage& d) {
-         Put8(File(d, V1), Commands(File(d, V1), TitlePgc(File(d, V1), 1)), "0001000000000009");
-     },
-     "command.line", V1, "VTS_PGCIT", 1, "post command 1"},
-    {"CompareMissingRegister",
-     [](kc::DiscImage& d) {
-         Put8(File(d, V1), Commands(File(d, V1), TitlePgc(File(d, V1), 1)), "0010002000000000");
-     },
-     "command.register", V1, "VTS_PGCIT", 1, "post command 1"},
-    {"JumpToMissingMenu",
-     [](kc::DiscImage& d) {
-         Put8(File(d, V2), Commands(File(d, V2), TitlePgc(File(d, V2), 1)), "3006000101820000");
-     },
-     "command.menu", V2, "VTS_PGCIT", 1, "post command 1"},
+    {"JumpToMissingTitle", V1, AT(Commands(b, TitlePgc(b, 1)) + 5), "05", "command.title",
+     "VTS_PGCIT", 1, "post command 1"},
+    {"CallToMissingVmgPgc", V1, AT(Commands(b, TitlePgc(b, 2)) + 3), "09", "command.pgc",
+     "VTS_PGCIT", 2, "post command 1"},
+    {"FirstPlayJumpsToMissingPgc", VM, AT(Commands(b, 1024) + 3), "28", "command.pgc", "FP_PGC", 0,
+     "pre command 1"},
+    {"LinkToMissingPgc", V1, AT(Commands(b, TitlePgc(b, 1))), "2004000000000009", "command.pgc",
+     "VTS_PGCIT", 1, "post command 1"},
+    {"LinkToMissingCell", V2, AT(Commands(b, TitlePgc(b, 1))), "2007000000000003", "command.cell",
+     "VTS_PGCIT", 1, "post command 1"},
+    {"GotoMissingLine", V1, AT(Commands(b, TitlePgc(b, 1))), "0001000000000009", "command.line",
+     "VTS_PGCIT", 1, "post command 1"},
+    {"CompareMissingRegister", V1, AT(Commands(b, TitlePgc(b, 1))), "0010002000000000",
+     "command.register", "VTS_PGCIT", 1, "post command 1"},
+    {"JumpToMissingMenu", V2, AT(Commands(b, TitlePgc(b, 1))), "3006000101820000", "command.menu",
+     "VTS_PGCIT", 1, "post command 1"},
 };
+#undef AT
 
 INSTANTIATE_TEST_SUITE_P(Injected, CheckFault, ::testing::ValuesIn(kFaults),
                          [](const auto& info) { return std::string(info.param.name); });

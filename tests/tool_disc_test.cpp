@@ -1,7 +1,6 @@
-// Whole discs through the kestro command (the authored test disc, the sample,
-// the corpus): a rebuild keeps every navigation field as the tests' own reader
-// and lsdvd see it, and a second rebuild changes no byte; --library-rules
-// changes only the fields the table classes' rules rewrite.
+// Whole discs through the kestro command (the authored test disc, the sample, the corpus): a
+// rebuild keeps every navigation field as the tests' own reader and lsdvd see it, a second
+// rebuild changes no byte, and --library-rules changes only the fields its rules rewrite.
 #include "ifo_navigation.h"
 #include "tool_support.h"
 
@@ -19,8 +18,7 @@ std::vector<std::string> FilesOf(const fs::path& dir, const char* ext) {
     return names;
 }
 
-// Rebuilds `disc` into `out`; where a disc lacks VOB files (the corpus holds
-// IFO files only), empty ones of the recorded sizes stand in for them.
+// Rebuilds `disc` into `out`, with empty VOB files of the recorded sizes where it has none.
 tt::Result Rebuild(const fs::path& disc, const fs::path& out, bool libraryRules = false) {
     std::vector<std::string> args = {"rebuild", disc, "-o", out, "--placeholder-vobs", "-q"};
     if (libraryRules) args.push_back("--library-rules");
@@ -138,8 +136,8 @@ void CheckLibraryRules(const fs::path& disc) {
     }
 }
 
-// The authored test disc (once): menus in both domains, two title sets, three
-// titles with chapters (two in one set), two audio and one sub-picture stream.
+// The authored test disc (made once): menus in both domains, two title sets, three titles with
+// chapters (two in one set), two audio and one sub-picture stream.
 class ToolDisc : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -155,7 +153,6 @@ protected:
     fs::path disc;
 };
 
-// The authored disc keeps every navigation field through a rebuild.
 TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(disc);
     if (tt::Shell("command -v lsdvd").code == 0) {
@@ -165,11 +162,10 @@ TEST_F(ToolDisc, RebuildKeepsEveryNavigationField) {
     }
 }
 
-// The authored disc by the library's rules changes only the rules' fields.
 TEST_F(ToolDisc, LibraryRulesRewriteOnlyTheirFields) { CheckLibraryRules(disc); }
 
-// Time maps and address maps as "ini" and as "bin" side files assemble the
-// same IFO file as the single source, and --force guards side files too.
+// Maps as "ini" and "bin" side files assemble the same IFO file as one source; --force guards
+// side files too.
 TEST_F(ToolDisc, SideFileFormsAssembleTheSameFile) {
     kt::TempDir work;
     fs::path in = disc / "VIDEO_TS", out = work / "a/VTS_01_0.IFO";
@@ -227,8 +223,8 @@ TEST_F(ToolSampleDisc, ReportsAndDisassemblesIntoItsOwnSources) {
     }
 }
 
-// The sample plays every title as authored (title 2 is the second title of
-// title set 1, not its first again), and keeps it through a rebuild.
+// The sample plays every title as authored (title 2 is the second title of title set 1, not its
+// first again), and keeps it through a rebuild.
 TEST_F(ToolSampleDisc, RebuildKeepsEveryNavigationField) {
     CheckLosslessRebuild(work.path());
     if (tt::Shell("command -v lsdvd").code == 0) {
@@ -264,13 +260,11 @@ void ForEachCorpusDisc(void (*check)(const fs::path&)) {
     }
 }
 
-// Every real disc keeps every navigation field through a rebuild.
 TEST(ToolCorpus, RebuildKeepsEveryNavigationField) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLosslessRebuild);
 }
 
-// Every real disc by the library's rules changes only the rules' fields.
 TEST(ToolCorpus, LibraryRulesRewriteOnlyTheirFields) {
     TT_REQUIRE_KESTRO();
     ForEachCorpusDisc(CheckLibraryRules);
