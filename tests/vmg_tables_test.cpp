@@ -15,9 +15,25 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     unsigned long size;
     auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
     EXPECT_EQ(size, 10032u);
-    // titles, end address; per title: type, angles, chapters, parental ID, set, title, sector
-    auto want =
-        kt::Hex("0002 0000 0000001f 3c 01 000c 0201 01 01 00001000 c0 2c 0001 0000 02 01 00011170");
+    auto want = kt::Hex(
+        "0002"      // titles
+        "0000"      // reserved
+        "0000001f"  // end address: 8 + 2 * 12 - 1
+        "3c"        // title 1: playback type
+        "01"        //   angles
+        "000c"      //   parts of title
+        "0201"      //   parental ID field, low byte first
+        "01"        //   title set
+        "01"        //   title within the set
+        "00001000"  //   start sector of the set
+        "c0"        // title 2: playback type
+        "2c"        //   angles
+        "0001"      //   parts of title
+        "0000"      //   parental ID field
+        "02"        //   title set
+        "01"        //   title within the set: always written as 1
+        "00011170"  //   start sector of the set
+    );
     want.resize(2048, 0);
     EXPECT_EQ(first, want);
     Loaded<CKestro_VMG_PTT> l(first);
@@ -94,10 +110,21 @@ TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
 // A country count beyond the body is listed whole, the pointers past it reading as zeros: the
 // body is the end address's low 16 bits (7 bytes here, one pointer).
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
-    // countries, title sets, end address; country 1 "fr", unused, start 16; a byte past the body
-    Loaded<CKestro_VMG_MAIT> m(kt::Hex("0002 0002 00010007 6672 0000 0010 00"));
-    // identifier "ABCDEFGHIJKL", unused, language units, end address
-    Loaded<CKestro_VMG_TXTDT> l(kt::Hex("4142434445464748494a4b4c eeee 0002 00010010"));
+    Loaded<CKestro_VMG_MAIT> m(
+        kt::Hex("0002"      // countries, more than the body holds
+                "0002"      // title sets
+                "00010007"  // end address: the body is its low 16 bits
+                "6672"      // country 1: code "fr"
+                "0000"      //   unused
+                "0010"      //   start byte of its PTL_MAI
+                "00"        // a byte past the body
+                ));
+    Loaded<CKestro_VMG_TXTDT> l(
+        kt::Hex("4142434445464748494a4b4c"  // identifier "ABCDEFGHIJKL"
+                "eeee"                      // unused
+                "0002"                      // language units
+                "00010010"                  // end address
+                ));
     ASSERT_EQ(m.loaded, 1);
     EXPECT_EQ(
         tt::Text(m.t) + tt::Text(l.t),

@@ -23,8 +23,15 @@ std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrot
 }
 
 // Two title units of three and two chapters, playing PGC 1 and PGC 2.
-const std::vector<uint8_t> kTitles =
-    kt::Hex("0002 0000 00000023 00000010 0000001c 00010001 00010002 00010003 00020001 00020002");
+const std::vector<uint8_t> kTitles = kt::Hex(
+    "0002"                        // title units
+    "0000"                        // reserved
+    "00000023"                    // end address: 36 bytes in all
+    "00000010"                    // title unit 1 starts at byte 16
+    "0000001c"                    // title unit 2 at byte 28
+    "00010001 00010002 00010003"  // unit 1: PGC 1, programs 1 to 3
+    "00020001 00020002"           // unit 2: PGC 2, programs 1 and 2
+);
 // A bare PGC and one with a pre command, two programs and two cells.
 std::vector<uint8_t> TwoPgcs() {
     const auto a = vt::BarePgc(),
@@ -227,16 +234,25 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
     const std::vector<uint8_t> pgc =
         Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
+    // Each image: count, reserved, end address, then pointers and entries.
     const std::vector<uint8_t> tables[] = {
+        // an end address near 4 GiB, pointers into the header and 2 GiB out
         kt::Hex("0003 0000 fffffff0 00000014 00000008 7fffffff 00000001"),
+        // 65535 announced, one pointer
         kt::Hex("ffff 0000 00000028 00000010"),
+        // an end address of 4,000 over a 20-byte table, a pointer of 0
         kt::Hex("0002 0000 00000fa0 00000010 00000000"),
+        // an end address of 2 GiB, pointers into the header and near 4 GiB
         Bytes().add(kt::Hex("0003 0000 7fffffff 00000001 fffffff0 00000002 00000003")).zeros(800),
+        // a PGC whose parts lie past its end
         Bytes().add(kt::Hex("0001 0000 0000012c 00000000 00000010")).add(pgc).zeros(300),
+        // 60,000 entries announced over 20,000 zero bytes
         Bytes().add(kt::Hex("ea60 0000 00004e20")).zeros(20000),
         // every map points at one region announcing 65535 entries
         kt::Hex("0004 0000 7fffffff 00000018 00000018 00000018 00000018 01 00 ffff 00000001"),
+        // pointers of 0, into the header and at 4 GiB
         kt::Hex("0003 0000 00000064 00000000 00000004 ffffffff"),
+        // 65535 announced, an end address right after one pointer
         kt::Hex("ffff 0000 0000000b 0000000c"),
     };
     for (const auto& table : tables) {
