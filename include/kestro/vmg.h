@@ -118,6 +118,7 @@ public:
 
 private:
     std::array<uint8_t, kHeaderSize> m_header{};  // as read, in file byte order
+    LoadedTable m_body;                           // where the rest lies
 };
 
 // VMGI_MAT with the First Play PGC, and the owner of every other table of

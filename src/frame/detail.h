@@ -188,7 +188,7 @@ char* PutDecimal(char* out, int value);
 class Report {
 public:
     Report(char* buf, int len);
-    // False once a line did not fit (or when there is no buffer at all).
+    // False once a line did not fit (a report without a buffer fits no line).
     bool ok() const { return ok_; }
     // Formats and appends one line; false when it does not fit.
     bool Line(const char* fmt, ...)

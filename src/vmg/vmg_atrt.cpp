@@ -111,6 +111,7 @@ bool CKestro_VMG_ATRT::Details(char* buf, int len) {
     Report r(buf, len);
     r.Line("Number of Video Title Sets: %d", m_loaded.count);
     r.Line("End byte address of VTS_ATR table: %d", int(m_loaded.endAddress));
+    if (!r.ok()) return false;  // the body is read back only for the records
     BodyScope body(m_loaded);
     for (int i = 1, n = body.Held(4); r.ok() && i <= n; ++i) {
         const uint32_t start = body.View().BE32(4 * size_t(i - 1));

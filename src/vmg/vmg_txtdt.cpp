@@ -24,11 +24,17 @@ int CKestro_VMG_TXTDT::Load(int hFile, unsigned long startSector) {
     FileSeek(hFile, static_cast<unsigned long>(uint32_t(startSector * kSector)), 0);
     m_header.fill(0);
     FileRead(hFile, m_header.data(), m_header.size());
+    m_body.hFile = static_cast<uint16_t>(hFile);
+    m_body.bodyPos = static_cast<uint32_t>(FileTell(hFile));
+    m_body.bodySize = GetBE32(m_header.data() + kEndAt) & 0xFFFF;
     return 1;
 }
 
 bool CKestro_VMG_TXTDT::Details(char* buf, int len) {
     Report r(buf, len);
+    // The body is read back as for every loaded table, although neither the
+    // report nor the source uses it (a failed read shows in LastFileError).
+    BodyScope body(m_body);
     r.Line("Number of Text Language Units %d", GetBE16(m_header.data() + kUnitsAt));
     r.Line("End byte address of VMG_TXTDT_MGI table: %d", int(GetBE32(m_header.data() + kEndAt)));
     // This report ends without the closing line end the other tables write.
@@ -36,6 +42,7 @@ bool CKestro_VMG_TXTDT::Details(char* buf, int len) {
 }
 
 bool CKestro_VMG_TXTDT::Disasm(const char* iniPath) {
+    BodyScope body(m_body);
     // The identifier has no terminator of its own: at most its 12 characters.
     char id[kIdSize + 1] = {};
     std::memcpy(id, m_header.data(), kIdSize);
