@@ -1,5 +1,4 @@
 // Cell address tables and VOBU address maps, three members each; the maps' side files.
-
 #include "tables_util.h"
 
 namespace {
@@ -14,7 +13,7 @@ const tt::Member<Cells> kCells[] = {
         "vtsm", "vtsm_c_adt", "Number of VOBs in VTSM_VOBS: 2\r\nEnd byte address of VTSM_C_ADT"),
 };
 
-// Source: the count, then (vob, cell) entries starting at sector 1000v + 10c.
+// Source: the count, then (vob, cell) entries from sector 1000v + 10c to 10000v + 100c + 9.
 std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, int>> cells) {
     std::string s = "[" + m.section + "]\n" + m.name + "_vob_ns=7\n";
     char k[200];
@@ -30,6 +29,9 @@ std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, in
 template <class T>
 class Family : public ::testing::TestWithParam<tt::Member<T>> {
 protected:
+    std::string Report() {
+        return tt::Report([&](char* b, int l) { return t->Details(b, l); });
+    }
     const tt::Member<T>& m = this->GetParam();
     kt::TempDir dir;
     std::string ini = dir / "s.ini", src = dir / "a.ini";
@@ -39,20 +41,28 @@ using CellTables = Family<Cells>;
 INSTANTIATE_TEST_SUITE_P(Members, CellTables, ::testing::ValuesIn(kCells),
                          [](const auto& info) { return info.param.name; });
 
-// A loaded table is reported whole; its source keeps only as many entries as it has VOBs.
-TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
-    tt::Bytes five = tt::Bytes().be16(2).be16(0).be32(12 * 5 + 7);  // 2 VOBs, 5 cells
-    for (int i = 0; i < 5; ++i)  // VOB, cell, reserved, first and last sector
-        five.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
-    tt::File f(tt::PutTable(dir, five, 3));
-    ASSERT_EQ(m.load(*t, f, 3), 1);
+// Reported whole, disassembled up to the VOB count. VMG and VTS take the body size from the end
+// address's low 16 bits only, VTSM from all of it.
+TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
+    // Sector 1: 1 VOB, end address 0x10000 + 11, VOB 1 cell 1 at sectors 5 to 0x105.
+    tt::Bytes img =
+        tt::Bytes().be16s({1, 0}).be32(0x10000 + 11).be16s({1, 0x100}).be32s({5, 0x105});
+    img.resize(2 * 2048);
+    img.be16s({2, 0}).be32(12 * 5 + 7);  // sector 3: 2 VOBs, 5 cells
+    for (int i = 0; i < 5; ++i)          // VOB, cell, reserved, first and last sector
+        img.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
+    tt::File f(tt::PutTable(dir, img));
+    ASSERT_EQ(m.load(*t, f, 1), 1);
+    EXPECT_NE(Report().find(m.name == "vtsm" ? "addres is 261." : "addres is 256."),
+              std::string::npos);
+    ASSERT_EQ(m.load(*(t = m.make()), f, 3), 1);
     const std::string head = m.text +
                              " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
                              "    Start sector address is 0 and end sector addres is 99.\r\n",
                       tail =
                           "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
                           "    Start sector address is 400 and end sector addres is 70000.\r\n";
-    const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
+    const std::string r = Report();
     EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
     EXPECT_TRUE(t->Disasm(ini.c_str()));
     const std::vector<std::string> keys = {m.name + "_vob_ns", m.section + "_ea",
@@ -60,30 +70,17 @@ TEST_P(CellTables, LoadedTableIsReportedWholeAndDisassembledUpToItsVobCount) {
     EXPECT_EQ(tt::Values(ini, m.section, keys), "2|67|199|$|");
 }
 
-// VMG and VTS take the body size from the end address's low 16 bits only; VTSM from all of it.
-TEST_P(CellTables, BodySizeOfVmgAndVtsIsTheEndAddressModulo65536) {
-    // 1 VOB, end address 0x10000 + 11; entry 1: VOB 1, cell 1, sectors 5 to 0x105.
-    tt::File g(tt::PutTable(
-        dir, tt::Bytes().be16s({1, 0}).be32(0x10000 + 11).be16s({1, 0x100}).be32s({5, 0x105})));
-    ASSERT_EQ(m.load(*t, g, 1), 1);
-    const std::string r = tt::Report([&](char* b, int l) { return t->Details(b, l); });
-    EXPECT_NE(r.find(m.name == "vtsm" ? "addres is 261." : "addres is 256."), std::string::npos);
-}
-
-// Cells are assembled VOB by VOB, each up to its first gap, and written once.
+// Cells are assembled VOB by VOB, each up to its first gap, and written once. A table holds 256
+// cells: one more is refused, the 256 read stay. An entry cut short is kept with the fields read,
+// its missing statement named in the section every member shares.
 TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
-    // VOB 1: cells 1, 2 and 4 after a gap; VOB 2: cell 1; VOB 4 after a gap.
     kt::WriteText(src, CellSource(m, {{1, 1}, {1, 2}, {1, 4}, {2, 1}, {4, 1}}));
     ASSERT_TRUE(t->Asm(src.c_str()));
     tt::Bytes want = tt::Bytes().be16(7).be16(0).be32(43);
     for (auto [v, c] : {std::pair{1, 1}, {1, 2}, {2, 1}})
         want.be16(v).u8(c).u8(0).be32(v * 1000 + c * 10).be32(v * 10000 + c * 100 + 9);
     tt::ExpectWritesOnce(*t, dir / "o.bin", want);
-}
 
-// A table holds 256 cells; one more is refused, and the 256 read stay. A missing statement is
-// named in the section every member shares.
-TEST_P(CellTables, HoldsAtMost256CellsAndNamesAMissingStatement) {
     std::vector<std::pair<int, int>> many;
     for (int i = 0; i < 257; ++i) many.push_back({1 + i / 99, 1 + i % 99});
     for (long n : {256, 257}) {
@@ -93,10 +90,18 @@ TEST_P(CellTables, HoldsAtMost256CellsAndNamesAMissingStatement) {
     }
     EXPECT_EQ(tt::Error(*t), "[c_059_vob003_vts_vob_idn] Too many cells in " + m.section +
                                  ": a cell address table holds at most 256");
-    std::string s = CellSource(m, {{1, 1}, {1, 2}});
-    kt::WriteText(src, s.erase(s.find("c_002_vob001_vts_cp_sa"), 28));
-    EXPECT_FALSE((t = m.make())->Asm(src.c_str()));
-    EXPECT_EQ(tt::Error(*t), "[c_002_vob001_vts_cp_sa] Statement missing in vtsm_c_adt");
+    const char* const cut[] = {"c_001_vob001_vts_c_idn", "c_001_vob001_vts_cp_sa",
+                               "c_001_vob001_vts_cp_ea"};
+    for (int i = 0; i < 3; ++i) {
+        std::string s = CellSource(m, {{1, 1}});
+        kt::WriteText(src, s.erase(s.find(cut[i])));
+        EXPECT_FALSE((t = m.make())->Asm(src.c_str()));
+        EXPECT_EQ(tt::Error(*t), "[" + std::string(cut[i]) + "] Statement missing in vtsm_c_adt");
+        // VOB count, reserved, end address; VOB ID, cell ID, reserved; first and last sector.
+        tt::ExpectWritesOnce(*t, dir / "o.bin",
+                             tt::Bytes().be16s({7, 0}).be32(19).be16(1).u8(i > 0).u8(0).be32s(
+                                 {i > 1 ? 1010u : 0u, 0}));
+    }
 }
 
 using Maps = CKestroVobuAddressMap;  // text: the report's first line for 2 entries
@@ -130,22 +135,21 @@ using VobuMaps = Family<Maps>;
 INSTANTIATE_TEST_SUITE_P(Members, VobuMaps, ::testing::ValuesIn(kMaps),
                          [](const auto& info) { return info.param.name; });
 
-// The entries the end address holds are reported and disassembled, again after Disasm.
+// The entries the end address holds are reported and disassembled, again after Disasm. A map
+// announced at almost 4 GiB (end address below 3) gets no buffer.
 TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
-    tt::File f(tt::PutTable(dir, Map({0, 0x12345, 77}, 11), 2));  // end address 11: 2 entries
+    tt::Bytes img = Map({}, 1);
+    img.resize(2048);
+    tt::File f(tt::PutTable(dir, img.add(Map({0, 0x12345, 77}, 11))));  // sector 2: 2 entries
     ASSERT_EQ(m.load(*t, f, 2), 1);
     const std::string report =
         m.text + "  VOBU 1 starts at sector 0\r\n  VOBU 2 starts at sector 74565\r\n";
-    EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);
+    EXPECT_EQ(Report(), report);
     ASSERT_TRUE(t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Values(ini, m.section, {"vobu_sa0002", "vobu_sa0003"}), "74565|$|");
-    EXPECT_EQ(tt::Report([&](char* b, int l) { return t->Details(b, l); }), report);
-}
+    EXPECT_EQ(Report(), report);
 
-// A map announced at almost 4 GiB (end address below 3) gets no buffer.
-TEST_P(VobuMaps, EndAddressBelowThreeGetsNoBuffer) {
-    tt::File g(tt::PutTable(dir, Map({}, 1)));
-    ASSERT_EQ(m.load(*t, g, 1), m.name == "VTSM" ? 0 : 1);
+    ASSERT_EQ(m.load(*(t = m.make()), f, 1), m.name == "VTSM" ? 0 : 1);
     EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Error(*t),
               m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");

@@ -36,8 +36,10 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
     return r;
 }
 
-// VMGI_MAT's report, source and assembled fields; a title set's file is refused.
-TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
+// VMGI_MAT's report stops at the first line that does not fit; its source starts a fresh file.
+// The First Play PGC is read from byte 1024 whatever its start says, and the codec swaps its
+// command header in place (a second report reads 2 as 512). A title set's file is refused.
+TEST(VmgMat, ReportSourceAndFirstPlayPgc) {
     tt::Loaded<CKestro_VMG_MAT> l(Record());
     ASSERT_EQ(l.loaded, 1);
     const std::string report = tt::Text(l.t);
@@ -51,43 +53,33 @@ TEST(VmgMat, ReportSourceAndFieldsOfTheManagementTable) {
           "subpicture streams: 1\r\n  Subpicture stream 1 attributes: 33\r\nVMG has no First Play "
           "PGC\r\n"})
         EXPECT_NE(report.find(lines), std::string::npos) << lines;
-    bool ok = true;  // the report stops at the first line that does not fit
+    bool ok = true;
     EXPECT_EQ(tt::Text(l.t, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
     EXPECT_FALSE(ok);
-    kt::WriteText(l.ini, "[stale]\nkey=1\n");  // Disasm starts a fresh file (no First Play PGC)
+    kt::WriteText(l.ini, "[stale]\nkey=1\n");
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
     EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
-    // Assembled, the provider ID keeps 32 characters.
-    std::string error, id = "0123456789abcdef0123456789ABCDEF";
-    kt::WriteText(l.ini, vt::Replace(vt::kMatSource, "=KESTRO", "=" + id + "xyz"));
-    ASSERT_TRUE(vt::AssembleVmg(l.ini, l.out, &error)) << error;
-    const auto back = kt::ReadBytes(l.out);
-    EXPECT_EQ(std::string(back.begin() + 64, back.begin() + 96), id);
+
+    auto rec = Record(), pgc = AddPgc("", 2);
+    PutBE32(&rec[132], 1100);
+    rec.insert(rec.begin() + 1024, pgc.begin(), pgc.end());
+    tt::Loaded<CKestro_VMG_MAT> fp(rec);
+    CKestro_VMG_MAT fresh;
+    ASSERT_EQ(fp.loaded, 1);
+    const std::string first = tt::Text(fp.t);
+    for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
+                             "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
+        EXPECT_NE(first.find(line), std::string::npos) << line;
+    EXPECT_NE(tt::Text(fp.t).find("There are 512 Pre Commands"), std::string::npos);
+    ASSERT_EQ(fresh.Load(fp.h), 1);
+    EXPECT_TRUE(fresh.Disasm(fp.ini.c_str()));
+    EXPECT_EQ(tt::Value(fp.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 
     tt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // refused, its tables not taken
     EXPECT_EQ(vts.loaded, 0);
     EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
-}
-
-// The First Play PGC is read from byte 1024 whatever its start says, and swapped in place.
-TEST(VmgMat, FirstPlayPgcIsReadFromByte1024AndSwappedInPlace) {
-    auto rec = Record(), pgc = AddPgc("", 2);
-    PutBE32(&rec[132], 1100);  // the PGC is still taken from byte 1024
-    rec.insert(rec.begin() + 1024, pgc.begin(), pgc.end());
-    tt::Loaded<CKestro_VMG_MAT> l(rec);
-    CKestro_VMG_MAT fresh;
-    ASSERT_EQ(l.loaded, 1);
-    const std::string first = tt::Text(l.t);
-    for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
-                             "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
-        EXPECT_NE(first.find(line), std::string::npos) << line;
-    // The codec swapped the command header in the record: a second report reads 2 as 512.
-    EXPECT_NE(tt::Text(l.t).find("There are 512 Pre Commands"), std::string::npos);
-    ASSERT_EQ(fresh.Load(l.h), 1);
-    EXPECT_TRUE(fresh.Disasm(l.ini.c_str()));
-    EXPECT_EQ(tt::Value(l.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
 
 // Alone, the First Play PGC (up to 1268 bytes, from byte 1024) and the menu VOB file (any case
@@ -163,20 +155,25 @@ TEST(VmgMatAsm, LaysTheFileOutSectorBySector) {
     EXPECT_EQ(kt::ReadBytes(dir2 / "VIDEO_TS.IFO"), f);
 }
 
-// The version's major number is its first character, the minor (low 4 bits kept) its third on.
-TEST(VmgMatAsm, VersionTakesOneCharacterOfMajorAndTheLowNibbleOfMinor) {
+// The version's major number is its first character, the minor (low 4 bits kept) its third on;
+// the provider ID keeps 32 characters.
+TEST(VmgMatAsm, VersionAndProviderIdAreCutToTheirFields) {
     const std::pair<const char*, int> cases[] = {
         {"1.1", 0x11}, {"10.2", 0x10}, {"2.15", 0x2F}, {"1.-1", 0x1F},
         {"1", 0x10},   {"", 0x00},     {"x1.1", 0x00}, {"+3.4", 0x00},
     };
     kt::TempDir dir;
-    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
+    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO",
+                      id = "0123456789abcdef0123456789ABCDEF";
     for (const auto& [value, byte] : cases) {
         SCOPED_TRACE(value);
-        kt::WriteText(ini, vt::Replace(vt::kMatSource, "vern=1.1", std::string("vern=") + value));
+        kt::WriteText(ini, vt::Replace(vt::Replace(vt::kMatSource, "=KESTRO", "=" + id + "xyz"),
+                                       "vern=1.1", std::string("vern=") + value));
         std::string error;
         ASSERT_TRUE(vt::AssembleVmg(ini, out, &error)) << error;
-        EXPECT_EQ(kt::ReadBytes(out).at(33), byte);
+        const auto f = kt::ReadBytes(out);
+        EXPECT_EQ(f.at(33), byte);
+        EXPECT_EQ(std::string(f.begin() + 64, f.begin() + 96), id);
     }
 }
 

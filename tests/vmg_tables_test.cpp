@@ -12,33 +12,20 @@ using tt::Loaded;
 // ID is written low byte first but read big-endian; the title number within the set is always 1.
 TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     kt::TempDir dir;
-    unsigned long size;
-    auto first = vt::AsmWrite<CKestro_VMG_PTT>(dir, vt::kTwoTitles, &size);
-    EXPECT_EQ(size, 10032u);
-    auto want = kt::Hex(
-        "0002"      // titles
-        "0000"      // reserved
-        "0000001f"  // end address: 8 + 2 * 12 - 1
-        "3c"        // title 1: playback type
-        "01"        //   angles
-        "000c"      //   parts of title
-        "0201"      //   parental ID field, low byte first
-        "01"        //   title set
-        "01"        //   title within the set
-        "00001000"  //   start sector of the set
-        "c0"        // title 2: playback type
-        "2c"        //   angles
-        "0001"      //   parts of title
-        "0000"      //   parental ID field
-        "02"        //   title set
-        "01"        //   title within the set: always written as 1
-        "00011170"  //   start sector of the set
-    );
-    want.resize(2048, 0);
-    EXPECT_EQ(first, want);
+    CKestro_VMG_PTT t;
+    kt::WriteText(dir / "p.ini", vt::kTwoTitles);
+    ASSERT_TRUE(t.Asm((dir / "p.ini").c_str()));
+    auto first = kt::Hex(
+        "0002 0000 0000001f"                // titles, reserved, end address: 8 + 2 * 12 - 1
+        "3c 01 000c 0201 01 01 00001000"    // title 1: playback type, angles, parts of title,
+        "c0 2c 0001 0000 02 01 00011170");  // parental ID, title set, title in set, start sector
+    first.resize(2048);
+    EXPECT_EQ(tt::Size(t), std::make_pair(1ul, 32ul));
+    EXPECT_EQ(tt::Written(t, dir / "p.ifo"), first);
+    EXPECT_TRUE(tt::Written(t, dir / "p.ifo").empty());  // a second Write adds nothing
     Loaded<CKestro_VMG_PTT> l(first);
-    EXPECT_EQ(l.t.Load(l.h, 0), 0);  // sector 0: nothing to load
-    ASSERT_EQ(l.t.Load(l.h, 1), 1);
+    EXPECT_EQ(CKestro_VMG_PTT().Load(l.h, 0), 0);  // sector 0: nothing to load
+    ASSERT_EQ(l.loaded, 1);
     EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Values(l.ini, "vmg_ptt_srpt",
                          {"tt_ptl_id_fld01", "vts_ttn01", "tt_pb_ty02", "tt_agl_ns02"}),
@@ -60,9 +47,9 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(rep.substr(rep.size() - 5), "0\r\n\r\n");  // closing line end
 }
 
-// Records of 776 bytes after an 8-byte header and a start address per set. Attributes are hex,
-// their x optional, but menu audio attributes decimal: "x12" is 12 (lost on a round trip).
-// The report reads a record 23 bytes into it with two sets (its audio count is menu audio
+// Records of 776 bytes after an 8-byte header and a start address per set; no sets write one
+// blank sector. Attributes are hex, their x optional, but menu audio attributes decimal: "x12"
+// is 12. The report reads a record 23 bytes into it with two sets (its audio count is menu audio
 // stream 23, its end address streams 12 to 15) and numbers streams by report position; the
 // source reads the real places.
 TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
@@ -83,8 +70,7 @@ TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
                 (j == 23 ? "=2\n" : "=9\n");
     const auto first = vt::AsmWrite<CKestro_VMG_ATRT>(dir, text, &size);
     ASSERT_EQ(first[16 + 34], 2);
-    Loaded<CKestro_VMG_ATRT> l(
-        std::vector<uint8_t>(first.begin(), first.begin() + long(size % 10000)));
+    Loaded<CKestro_VMG_ATRT> l(tt::Slice(first, 0, size % 10000));
     ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Values(l.ini, "vts_atrt",
                          {"vts_atrt_ea", "vts_atrt_srp002_vts_atr_sa", "vts_atrt_srp002_vts_atr_ea",
@@ -111,20 +97,11 @@ TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
 // body is the end address's low 16 bits (7 bytes here, one pointer).
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m(
-        kt::Hex("0002"      // countries, more than the body holds
-                "0002"      // title sets
-                "00010007"  // end address: the body is its low 16 bits
-                "6672"      // country 1: code "fr"
-                "0000"      //   unused
-                "0010"      //   start byte of its PTL_MAI
-                "00"        // a byte past the body
-                ));
+        kt::Hex("0002 0002 00010007"    // countries, title sets, end address
+                "6672 0000 0010 00"));  // "fr", unused, PTL_MAI; past body
     Loaded<CKestro_VMG_TXTDT> l(
         kt::Hex("4142434445464748494a4b4c"  // identifier "ABCDEFGHIJKL"
-                "eeee"                      // unused
-                "0002"                      // language units
-                "00010010"                  // end address
-                ));
+                "eeee 0002 00010010"));     // unused, units, end address
     ASSERT_EQ(m.loaded, 1);
     EXPECT_EQ(
         tt::Text(m.t) + tt::Text(l.t),
@@ -149,22 +126,21 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
 
 // Every refused source of VMGI_MAT, TT_SRPT and VTS_ATRT: the exact message, no file written.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
+    const std::string missingP = "] Statement missing in vmg_ptt_srpt!",
+                      missingA = "] Statement missing in vts_atrt!";
     std::vector<std::array<std::string, 4>> cases = {
         // table, from, to, message
         {"m", "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
         {"m", "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
         {"p", "vts_ttu_ns=2\n", "", "Statement missing in vmg_ptt_srpt!"},
-        {"p", "vts_sa02=70000\n", "", "[vts_sa02] Statement missing in vmg_ptt_srpt!"},
-        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n",
-         "[tt_pb_ty01] Statement missing in vmg_ptt_srpt!"},
-        {"p", "vts_ttn01=5\n", "", "[vts_ttn01] Statement missing in vmg_ptt_srpt!"},
+        {"p", "vts_sa02=70000\n", "", "[vts_sa02" + missingP},
+        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01" + missingP},
+        {"p", "vts_ttn01=5\n", "", "[vts_ttn01" + missingP},
         {"p", "ttu_ns=2\n", "ttu_ns=1000\n",
          "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
         {"a", "vts_ns=2\n", "", "vts_ns"},
-        {"a", "srp002_vts_v_atr=x5200\n", "",
-         "[vts_atrt_srp002_vts_v_atr] Statement missing in vts_atrt!"},
-        {"a", "srp001_vtsm_ast_atr01=x05\n", "",
-         "[vts_atrt_srp001_vtsm_ast_atr01] Statement missing in vts_atrt!"},
+        {"a", "srp002_vts_v_atr=x5200\n", "", "[vts_atrt_srp002_vts_v_atr" + missingA},
+        {"a", "srp001_vtsm_ast_atr01=x05\n", "", "[vts_atrt_srp001_vtsm_ast_atr01" + missingA},
         {"a", "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
          "[vts_atrt_srp001_vts_spst_ns] 72 subpicture streams do not fit a title set attribute "
          "record"},

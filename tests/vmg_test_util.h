@@ -2,10 +2,6 @@
 #ifndef KESTRO_TESTS_VMG_TEST_UTIL_H
 #define KESTRO_TESTS_VMG_TEST_UTIL_H
 
-#include <algorithm>
-#include <memory>
-#include <type_traits>
-
 #include "kestro/vmg.h"
 #include "tables_util.h"
 
@@ -23,11 +19,9 @@ const char* const kMatSource =
     "vmg_ns=1\npvr_id=KESTRO\npos_cd=x0100000000000000\nvmgm_v_atr=x4100\nvmgm_ast_ns=1\n"
     "vmgm_ast_atr=x4000656e00000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
 const char* const kTwoTitles =
-    "[vmg_ptt_srpt]\nvts_ttu_ns=2\n"
-    "tt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\ntt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01="
-    "5\nvts_sa01=4096\n"
-    "tt_pb_ty02=3c\ntt_agl_ns02=300\ntt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_"
-    "sa02=70000\n";
+    "[vmg_ptt_srpt]\nvts_ttu_ns=2\ntt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\n"
+    "tt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01=5\nvts_sa01=4096\ntt_pb_ty02=3c\ntt_agl_ns02=300\n"
+    "tt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_sa02=70000\n";
 inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
                               const char* video = "x4100") {
     std::string t = "[vts_atrt]\nvts_ns=" + std::to_string(sets);
@@ -42,27 +36,16 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
     return t + "\n";
 }
 
-// A sub-table assembled from `text`: what Write puts after a blank sector; size gets
-// 10000 * sectors + bytes.
+// A sub-table assembled from `text` and written; size gets 10000 * sectors + bytes.
 template <class T>
 std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
                               unsigned long* size = nullptr) {
-    const std::string ini = dir / "w.ini", out = dir / "w.ifo";
     T t;
-    kt::WriteText(ini, text);
-    EXPECT_TRUE(t.Asm(ini.c_str()));
-    unsigned long s = 0, b = 0;
-    t.Get(&s, &b);
-    if (size) *size = s * 10000 + b;
-    {
-        tt::File h(out, true);
-        kestro::FileWrite(h, std::vector<uint8_t>(2048, 0).data(), 2048);
-        EXPECT_TRUE(t.Write(h));
-        constexpr bool ptt = std::is_same<T, CKestro_VMG_PTT>::value;
-        EXPECT_TRUE(!ptt || t.Write(h));  // a second Write adds nothing
-    }
-    const auto f = kt::ReadBytes(out);
-    return {f.begin() + 2048, f.end()};
+    kt::WriteText(dir / "w.ini", text);
+    EXPECT_TRUE(t.Asm((dir / "w.ini").c_str()));
+    const auto [sectors, bytes] = tt::Size(t);  // Get also fills in the end addresses
+    if (size) *size = sectors * 10000 + bytes;
+    return tt::Written(t, dir / "w.ifo");
 }
 
 // Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count the source holds, then
@@ -82,11 +65,11 @@ inline bool AssembleVmg(const std::string& ini, const std::string& out,
         check(*t, t->Asm(ini.c_str(), extra...));
     };
     using M = CKestro_VMG_MAT;
-    sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT),
-        sub("vmgm_pgci_ut", "vmgm_lu_ns", &M::NewVMGM_PGCI, &codec);
+    sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT);
+    sub("vmgm_pgci_ut", "vmgm_lu_ns", &M::NewVMGM_PGCI, &codec);
     sub("ptl_mait", "cty_ns", &M::NewVMGM_MAIT), sub("vts_atrt", "vts_ns", &M::NewVMGM_ATRT);
-    sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT),
-        sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
+    sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT);
+    sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
     const int h = ok ? int(mat.CreateKestroFile(out.c_str())) : -1;
     if (h < 0) return false;
     check(mat, mat.Asm(ini.c_str(), h, out.c_str()));
