@@ -46,19 +46,16 @@ struct Member {
     std::string name, section, text;
     std::function<std::unique_ptr<Base>()> make;
     std::function<int(Base&, int, unsigned long)> load;
+    friend void PrintTo(const Member& m, std::ostream* os) { *os << m.name; }
 };
-template <class Base>
-void PrintTo(const Member<Base>& m, std::ostream* os) {  // test names show the member's name
-    *os << m.name;
-}
 template <class T, class Base>
 Member<Base> Of(std::string name, std::string section, std::string text) {
     return {name, section, text, [] { return std::make_unique<T>(); },
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
-// Writes `table` at sector `at` of an otherwise zero file, padded to a sector unless told
-// otherwise; returns its path.
+// Writes `table` at sector `at` of an otherwise zero file (padded to a sector unless told
+// otherwise); returns its path.
 inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table,
                             size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
@@ -83,9 +80,8 @@ inline std::string Values(const std::string& ini, const std::string& section,
 }
 
 inline std::pair<unsigned long, unsigned long> Size(CBaseKestro& t) {  // Get's sectors and bytes
-    unsigned long sectors = 0, bytes = 0;
-    t.Get(&sectors, &bytes);
-    return {sectors, bytes};
+    std::pair<unsigned long, unsigned long> size{};
+    return t.Get(&size.first, &size.second), size;
 }
 
 inline std::string Error(CBaseKestro& t) {
@@ -98,8 +94,7 @@ inline std::string Error(CBaseKestro& t) {
 template <class T, class... Extra>
 std::string Text(T&& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) {
     std::vector<char> buf(size_t(room) + 3, 0);
-    const bool r = t.Details(buf.data(), room, extra...);
-    if (ok) *ok = r;
+    if (const bool r = t.Details(buf.data(), room, extra...); ok) *ok = r;
     return buf.data();
 }
 
@@ -126,8 +121,7 @@ inline std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, boo
     return kt::ReadBytes(path);
 }
 
-// Get counts `want` (it also fills in end addresses), Write puts it padded with zeros to whole
-// sectors, a second Write nothing.
+// Get counts `want` (and fills in end addresses); Write puts it padded to sectors, again nothing.
 inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vector<uint8_t> want) {
     unsigned long size = want.size();
     want.resize((size + 2047) / 2048 * 2048);
@@ -165,23 +159,22 @@ std::string Mismatch(const V& got, const V& want) {
            (i < want.size() ? Show(want[i]) : "(none)");
 }
 
-// Management tables load from their file's start, every other table from a start sector.
-template <class T>
-auto LoadAt(T& t, int h, unsigned long sector) -> decltype(t.Load(h, sector)) {
-    return t.Load(h, sector);
-}
-inline int LoadAt(CKestro_VMG_MAT& t, int h, unsigned long) { return t.Load(h); }
-inline int LoadAt(CKestro_VTS_MAT& t, int h, unsigned long) { return t.Load(h); }
-
-// A table loaded from dir/T.IFO holding `bytes` at `sector` (0 for a management table, else
-// 1), padded to sectors unless told otherwise; the file stays open for body reads.
+// A table loaded from dir/T.IFO holding `bytes` at `sector` (0 for a management table, which
+// loads from the file's start, else 1), padded to sectors unless told otherwise; the file stays
+// open for body reads.
 template <class T>
 struct Loaded {
-    static constexpr unsigned long kSector =
-        std::is_same_v<T, CKestro_VMG_MAT> || std::is_same_v<T, CKestro_VTS_MAT> ? 0 : 1;
-    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = kSector,
+    static constexpr bool kMat =
+        std::is_same_v<T, CKestro_VMG_MAT> || std::is_same_v<T, CKestro_VTS_MAT>;
+    explicit Loaded(const std::vector<uint8_t>& bytes, unsigned long sector = kMat ? 0 : 1,
                     bool pad = true)
-        : file(PutTable(dir, bytes, sector, pad)), h(file), loaded(LoadAt(t, h, sector)) {}
+        : file(PutTable(dir, bytes, sector, pad)), h(file), loaded(LoadAt(sector)) {}
+    int LoadAt(unsigned long sector) {
+        if constexpr (kMat)
+            return t.Load(h);
+        else
+            return t.Load(h, sector);
+    }
     kt::TempDir dir;
     std::string file, ini = dir / "t.ini", out = dir / "out.ifo";
     File h;
@@ -220,12 +213,12 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
                  }});
     };
     if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) {
-        add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT()),
-            add("VMGM_PGCI_UT", m.GetVMGM_PGCI_UT());
+        add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT());
+        add("VMGM_PGCI_UT", m.GetVMGM_PGCI_UT());
         units("VMGM_LU", m.GetVMGM_LU(), m.GetVMGM_PGCI_UT(), m.GetVMGM_PGCIT_SA());
-        add("PTL_MAIT", m.GetVMG_MAIT()), add("VTS_ATRT", m.GetVMG_ATRT()),
-            add("TXTDT_MG", m.GetVMG_TXTDT());
-        add("VMGM_C_ADT", m.GetVMGM_C_ADT()), add("VMGM_VOBU_ADMAP", m.GetVMGM_VOBU_ADMAP());
+        add("PTL_MAIT", m.GetVMG_MAIT()), add("VTS_ATRT", m.GetVMG_ATRT());
+        add("TXTDT_MG", m.GetVMG_TXTDT()), add("VMGM_C_ADT", m.GetVMGM_C_ADT());
+        add("VMGM_VOBU_ADMAP", m.GetVMGM_VOBU_ADMAP());
     } else {
         add("VTSI_MAT", &m), add("VTS_PTT_SRPT", m.GetVTS_PTT_SRPT());
         if (auto* t = m.GetVTS_PGCIT())

@@ -21,25 +21,21 @@ std::string LoadReportDisasm(const std::string& path, const std::string& ini) {
 // first; an attribute record keeps only the modelled fields, and its menu stream attributes,
 // written in hex and read in decimal, drift every trip (disc-c: x80, x50, x32, x20, x14, x0e, x00).
 std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
-    auto at = [&](size_t i) -> uint8_t& {
+    auto at = [&](size_t i) -> uint8_t& {  // nothing is changed past the file
         static uint8_t beyond;
-        beyond = 0;
-        return i < f.size() ? f[i] : beyond;  // nothing is changed past the file
+        return i < f.size() ? f[i] : (beyond = 0);
     };
-    const size_t titles = size_t(kt::BE32(f, 196)) * 2048;
+    const size_t titles = size_t(kt::BE32(f, 196)) * 2048, atrt = size_t(kt::BE32(f, 208)) * 2048;
     for (size_t i = 0, n = titles ? kt::BE32(f, titles) >> 16 : 0; i < n; ++i) {
-        const size_t e = titles + 8 + 12 * i;
-        std::swap(at(e + 4), at(e + 5));
-        at(e + 7) = 1;
+        std::swap(at(titles + 12 + 12 * i), at(titles + 13 + 12 * i));
+        at(titles + 15 + 12 * i) = 1;
     }
     auto decimal = [](uint8_t b) {  // its two hex digits read as a decimal number, as atoi does
         return uint8_t(b >> 4 > 9 ? 0 : (b & 15) > 9 ? b >> 4 : (b >> 4) * 10 + (b & 15));
     };
-    // Each attribute record is made anew from the modelled fields, its end address 775.
-    const size_t atrt = size_t(kt::BE32(f, 208)) * 2048;
     for (size_t i = 0, n = atrt ? kt::BE32(f, atrt) >> 16 : 0; i < n; ++i) {
         const size_t record = atrt + kt::BE32(f, atrt + 8 + 4 * i);
-        std::vector<uint8_t> r(776, 0);
+        std::vector<uint8_t> r(776, 0);  // made anew from the modelled fields, end address 775
         kt::PutBE(r, 0, 775, 4);
         auto keep = [&](size_t from, size_t size) {
             for (size_t k = from; k < from + size && k < r.size(); ++k) r[k] = at(record + k);
@@ -49,11 +45,8 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
             r[count] = at(record + count);
             for (size_t j = 1; j <= r[count]; ++j) r[count + j] = decimal(at(record + count + j));
         }
-        keep(264, 2);  // title video
-        r[267] = at(record + 267);
-        keep(268, 8 * size_t(r[267]));  // title audio
-        r[349] = at(record + 349);
-        keep(350, 6 * size_t(r[349]));  // title sub-pictures
+        keep(264, 2), keep(267, 1), keep(268, 8 * size_t(r[267]));  // title video, audio
+        keep(349, 1), keep(350, 6 * size_t(r[349]));                // title sub-pictures
         for (size_t k = 0; k < r.size(); ++k) at(record + k) = r[k];
     }
     return f;
@@ -69,25 +62,25 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         SCOPED_TRACE(orig);
         kt::TempDir work;
         const fs::path vob = fs::path(orig).replace_extension(".VOB");  // the menu VOB file, if any
-        auto round = [&](int k, const std::string& source, std::string* error) {
+        std::string error, report, source;
+        auto round = [&](int k, const std::string& ini) {
             const fs::path dir = work.path() / std::to_string(k);
             fs::create_directories(dir);
             if (fs::exists(vob)) fs::copy_file(vob, dir / "VIDEO_TS.VOB");
             const std::string ifo = (dir / "VIDEO_TS.IFO").string();
-            return vt::AssembleVmg(source, ifo, error) ? ifo : std::string();
+            return vt::AssembleVmg(ini, ifo, &error) ? ifo : std::string();
         };
         const auto original = kt::ReadBytes(orig);
-        const std::string titles =
-            std::to_string(kt::BE32(original, kt::BE32(original, 196) * 2048) >> 16);
-        const std::string a = work / "0.ini";
+        const std::string a = work / "0.ini",
+                          titles = std::to_string(
+                              kt::BE32(original, kt::BE32(original, 196) * 2048) >> 16);
         EXPECT_NE(LoadReportDisasm(orig, a).find(
                       "Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
                   std::string::npos);
 
         // First round: every field our own reader sees is the rules' work, but PTL_MAIT, TXTDT_MG
         // (not assembled), reserved bytes and, without the menu VOB file, the menu VOBs.
-        std::string error;
-        std::string ifo = round(1, a, &error);
+        std::string ifo = round(1, a);
         ASSERT_FALSE(ifo.empty()) << error;
         std::vector<uint8_t> last = kt::ReadBytes(ifo);
         auto readable = [&](const std::vector<uint8_t>& file) {
@@ -114,15 +107,14 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             EXPECT_TRUE(got == want) << tt::Mismatch(got, want);
         }
 
-        // Further rounds: each the rules' work on the one before, to the byte.
-        std::string report, source;
+        // Further rounds, each the rules' work on the one before to the byte, then once more to
+        // see the same report and source again.
         bool settled = false;
         for (int k = 2; k <= 10 && !settled; ++k) {
             const std::string ini = work / (std::to_string(k) + ".ini");
             report = LoadReportDisasm(ifo, ini);
             source = kt::ReadText(ini);
-            ifo = round(k, ini, &error);
-            ASSERT_FALSE(ifo.empty()) << error;
+            ASSERT_FALSE((ifo = round(k, ini)).empty()) << error;
             const auto next = kt::ReadBytes(ifo);
             EXPECT_TRUE(next == ByTheRules(last))
                 << "round " << k << ": " << tt::Mismatch(next, ByTheRules(last));
@@ -130,11 +122,8 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
             last = next;
         }
         ASSERT_TRUE(settled) << "no fixed point after ten rounds";
-
-        // The fixed point: the same report and source again.
-        const std::string c = work / "fixed.ini";
-        EXPECT_EQ(LoadReportDisasm(ifo, c), report);
-        EXPECT_EQ(kt::ReadText(c), source);
+        EXPECT_EQ(LoadReportDisasm(ifo, work / "fixed.ini"), report);
+        EXPECT_EQ(kt::ReadText(work / "fixed.ini"), source);
     }
     EXPECT_GT(sameLayout, 0u) << "no video manager was compared byte for byte";
 }

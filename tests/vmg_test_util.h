@@ -36,7 +36,8 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
     return t + "\n";
 }
 
-// A sub-table assembled from `text` and written; size gets 10000 * sectors + bytes.
+// A sub-table assembled from `text` and written (a title table's second Write adds nothing);
+// size gets 10000 * sectors + bytes.
 template <class T>
 std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
                               unsigned long* size = nullptr) {
@@ -45,7 +46,9 @@ std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
     EXPECT_TRUE(t.Asm((dir / "w.ini").c_str()));
     const auto [sectors, bytes] = tt::Size(t);  // Get also fills in the end addresses
     if (size) *size = sectors * 10000 + bytes;
-    return tt::Written(t, dir / "w.ifo");
+    const auto written = tt::Written(t, dir / "w.ifo");
+    EXPECT_TRUE(!(std::is_same_v<T, CKestro_VMG_PTT>) || tt::Written(t, dir / "w2.ifo").empty());
+    return written;
 }
 
 // Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count the source holds, then
