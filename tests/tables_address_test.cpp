@@ -29,9 +29,6 @@ std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, in
 template <class T>
 class Family : public ::testing::TestWithParam<tt::Member<T>> {
 protected:
-    std::string Report() {
-        return tt::Report([&](char* b, int l) { return t->Details(b, l); });
-    }
     const tt::Member<T>& m = this->GetParam();
     kt::TempDir dir;
     std::string ini = dir / "s.ini", src = dir / "a.ini";
@@ -53,7 +50,7 @@ TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
         img.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
     tt::File f(tt::PutTable(dir, img));
     ASSERT_EQ(m.load(*t, f, 1), 1);
-    EXPECT_NE(Report().find(m.name == "vtsm" ? "addres is 261." : "addres is 256."),
+    EXPECT_NE(tt::Report(*t).find(m.name == "vtsm" ? "addres is 261." : "addres is 256."),
               std::string::npos);
     ASSERT_EQ(m.load(*(t = m.make()), f, 3), 1);
     const std::string head = m.text +
@@ -62,7 +59,7 @@ TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
                       tail =
                           "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
                           "    Start sector address is 400 and end sector addres is 70000.\r\n";
-    const std::string r = Report();
+    const std::string r = tt::Report(*t);
     EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
     EXPECT_TRUE(t->Disasm(ini.c_str()));
     const std::vector<std::string> keys = {m.name + "_vob_ns", m.section + "_ea",
@@ -144,10 +141,10 @@ TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
     ASSERT_EQ(m.load(*t, f, 2), 1);
     const std::string report =
         m.text + "  VOBU 1 starts at sector 0\r\n  VOBU 2 starts at sector 74565\r\n";
-    EXPECT_EQ(Report(), report);
+    EXPECT_EQ(tt::Report(*t), report);
     ASSERT_TRUE(t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Values(ini, m.section, {"vobu_sa0002", "vobu_sa0003"}), "74565|$|");
-    EXPECT_EQ(Report(), report);
+    EXPECT_EQ(tt::Report(*t), report);
 
     ASSERT_EQ(m.load(*(t = m.make()), f, 1), m.name == "VTSM" ? 0 : 1);
     EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));

@@ -23,12 +23,6 @@ struct Pair {
 };
 unsigned long Sa(CKestro_VMGM_PGCI& t, int i, int s) { return t.GetVMGM_LU_SA(i, s); }
 unsigned long Sa(CKestro_VTSM_PGCI& t, int i, int s) { return t.GetVTSM_LU_SA(i, s); }
-bool Disasm(CKestro_VMGM_LU& u, const char* ini, CKestro_PGCI& c, CKestro_VMGM_PGCI& t, int s) {
-    return u.Disasm(ini, s, &c, &t);
-}
-bool Disasm(CKestro_VTSM_LU& u, const char* ini, CKestro_PGCI& c, CKestro_VTSM_PGCI& t, int s) {
-    return u.Disasm(ini, &c, &t, s);
-}
 
 template <class P>
 class MenuPgc : public ::testing::Test {
@@ -39,7 +33,8 @@ protected:
     typename P::Units lu;
     CKestro_PGCI codec;
     std::string Report(int sector) {
-        return tt::Report([&](char* b, int l) { return lu.Details(b, l, &codec, &t, sector); });
+        return tt::Report(tt::TableOps{
+            "", [&](char* b, int l) { return lu.Details(b, l, &codec, &t, sector); }, {}});
     }
 };
 using Pairs = ::testing::Types<Pair<CKestro_VMGM_PGCI, CKestro_VMGM_LU, true>,
@@ -63,7 +58,7 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     auto& t = this->t;
     ASSERT_EQ(t.Load(f, 2), 1);
     EXPECT_EQ(
-        tt::Report([&](char* b, int l) { return t.Details(b, l); }),
+        tt::Report(t),
         P::T("Number of VMGM_PGCI_LUs: 2\r\nEnd byte address of VMGM_PGCI_LUs table: 1671\r\n"
              "  Video Manager Menu Language Code 1: en\r\n  Video Manager Menu Existence 1: 80\r\n"
              "  Video Manager Menu Language Start Address 1: 24\r\n"
@@ -88,7 +83,7 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
 
     typename P::Table fresh;
     ASSERT_TRUE(t.Disasm(this->ini.c_str()) &&
-                Disasm(this->lu, this->ini.c_str(), this->codec, t, 2));
+                tt::LuDisasm(this->lu, this->ini.c_str(), this->codec, t, 2));
     ASSERT_TRUE(fresh.Asm(this->ini.c_str(), &this->codec)) << tt::Error(fresh);
     EXPECT_EQ(tt::Value(this->ini, P::T("vmgm_lu02_02"), P::T("vmgm_lui_pgc_cat")), "82000000");
     tt::ExpectWritesOnce(fresh, this->dir / "o.bin", table);
@@ -140,7 +135,7 @@ TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
               "Language Unit 3 is not defined.\r\n"})
         EXPECT_NE(r.find(part), std::string::npos) << part;
     EXPECT_TRUE(this->t.Disasm(this->ini.c_str()) &&
-                Disasm(this->lu, this->ini.c_str(), this->codec, this->t, 1));
+                tt::LuDisasm(this->lu, this->ini.c_str(), this->codec, this->t, 1));
 }
 
 // A command table whose commands stop part-way keeps the commands read, but its header stays

@@ -1,18 +1,11 @@
-// Helpers shared by the table tests: byte images, tables placed in files and loaded, their
-// reports, sources and writes, and a host's walk over a file's tables.
+// Table test helpers: byte images, tables placed in files and loaded, a host's walk over them.
 #ifndef KESTRO_TESTS_TABLES_UTIL_H
 #define KESTRO_TESTS_TABLES_UTIL_H
 
-#include <algorithm>
 #include <cstring>
 #include <functional>
-#include <memory>
-#include <type_traits>
 
-#include "kestro/ini.h"
-#include "kestro/tables.h"
-#include "kestro/vmg.h"
-#include "kestro/vts.h"
+#include "kestro/kestro.h"
 #include "test_util.h"
 
 namespace tt {
@@ -54,8 +47,7 @@ Member<Base> Of(std::string name, std::string section, std::string text) {
             [](Base& t, int h, unsigned long s) { return static_cast<T&>(t).Load(h, s); }};
 }
 
-// Writes `table` at sector `at` of an otherwise zero file (padded to a sector unless told
-// otherwise); returns its path.
+// Writes `table` at sector `at` of an otherwise zero file, padded to sectors; returns its path.
 inline std::string PutTable(const kt::TempDir& dir, const std::vector<uint8_t>& table,
                             size_t at = 1, bool pad = true) {
     std::vector<uint8_t> img(at * 2048, 0);
@@ -98,17 +90,13 @@ std::string Text(T&& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) 
     return buf.data();
 }
 
-// The whole report; reports cut all through it must be prefixes of it within
-// len + 2 characters, in buffers of len + 3 bytes that the sanitizers guard.
-inline std::string Report(const std::function<bool(char*, int)>& details) {
-    auto run = [&](int len) {
-        std::vector<char> buf(size_t(len) + 3, 0);
-        details(buf.data(), len);
-        return std::string(buf.data());
-    };
-    std::string whole = run(1 << 20);
+// The whole report; reports cut all through it (in buffers of len + 3 bytes the sanitizers
+// guard) are prefixes of it within len + 2 characters.
+template <class T>
+std::string Report(T&& t) {
+    const std::string whole = Text(t);
     for (int len = 0; len < int(whole.size()); len += 1 + len / 4) {
-        std::string cut = run(len);
+        const std::string cut = Text(t, len);
         EXPECT_TRUE(cut.size() <= size_t(len) + 2 && whole.compare(0, cut.size(), cut) == 0)
             << len << ": " << cut;
     }
@@ -133,9 +121,8 @@ inline void ExpectWritesOnce(CBaseKestro& t, const std::string& path, std::vecto
 
 // Bytes [from, from + n) of v, as many as it holds.
 inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& v, size_t from, size_t n) {
-    if (from >= v.size()) return {};
-    return std::vector<uint8_t>(v.begin() + long(from),
-                                v.begin() + long(std::min(v.size(), from + n)));
+    from = std::min(from, v.size());
+    return {v.begin() + long(from), v.begin() + long(from + std::min(n, v.size() - from))};
 }
 
 // A report's lines without their line breaks.
@@ -159,9 +146,8 @@ std::string Mismatch(const V& got, const V& want) {
            (i < want.size() ? Show(want[i]) : "(none)");
 }
 
-// A table loaded from dir/T.IFO holding `bytes` at `sector` (0 for a management table, which
-// loads from the file's start, else 1), padded to sectors unless told otherwise; the file stays
-// open for body reads.
+// A table loaded from dir/T.IFO holding `bytes` at `sector` (a management table at 0, from the
+// file's start), padded unless told otherwise; the file stays open for body reads.
 template <class T>
 struct Loaded {
     static constexpr bool kMat =
@@ -182,14 +168,23 @@ struct Loaded {
     int loaded;
 };
 
-// One table of a loaded file, as a host drives it: its report and its source.
-struct TableOps {
+struct TableOps {  // one table of a loaded file, as a host drives it
     const char* name;
     std::function<bool(char*, int)> report;
     std::function<bool(const char*)> source;
     bool Details(char* buf, int len) const { return report(buf, len); }
     bool Disasm(const char* ini) const { return source(ini); }
 };
+
+// Language units' Disasm, whose arguments come in another order in a title set.
+inline bool LuDisasm(CKestro_VMGM_LU& lu, const char* ini, CKestro_PGCI& codec,
+                     CKestro_VMGM_PGCI& ut, unsigned long sa) {
+    return lu.Disasm(ini, sa, &codec, &ut);
+}
+inline bool LuDisasm(CKestro_VTSM_LU& lu, const char* ini, CKestro_PGCI& codec,
+                     CKestro_VTSM_PGCI& ut, unsigned long sa) {
+    return lu.Disasm(ini, &codec, &ut, sa);
+}
 
 // Every table a loaded file holds, the management table first (its Disasm starts a fresh
 // source); time-map entries are joined in from their side files.
@@ -205,12 +200,7 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
         if (lu)
             out.push_back(
                 {name, [=, &codec](char* b, int n) { return lu->Details(b, n, &codec, ut, sa); },
-                 [=, &codec](const char* ini) {
-                     if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>)
-                         return lu->Disasm(ini, sa, &codec, ut);
-                     else
-                         return lu->Disasm(ini, &codec, ut, sa);
-                 }});
+                 [=, &codec](const char* ini) { return LuDisasm(*lu, ini, codec, *ut, sa); }});
     };
     if constexpr (std::is_same_v<Mat, CKestro_VMG_MAT>) {
         add("VMGI_MAT", &m), add("TT_SRPT", m.GetVMG_PTT_SRPT());
@@ -239,7 +229,7 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
 }
 
 // A host's walk: every table's report (room > 0) and source (into ini); with `check` each must
-// succeed (the language units and VOBU maps may refuse a source).
+// succeed (but the language units and VOBU maps, which may refuse a source).
 template <class Mat>
 std::string Walk(Mat& m, int room, const std::string& ini = "", bool check = false) {
     CKestro_PGCI codec;

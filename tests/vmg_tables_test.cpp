@@ -1,6 +1,5 @@
-// VIDEO_TS.IFO's sub-tables (TT_SRPT, PTL_MAIT, VTS_ATRT, TXTDT_MG) and the messages of every
-// refused video manager source (real discs' tables: the whole-file round trip).
-#include <array>
+// VIDEO_TS.IFO's sub-tables and the messages of every refused video manager source.
+#include <map>
 
 #include "vmg_test_util.h"
 
@@ -20,8 +19,7 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
             "3c 01 000c 0201 01 01 00001000"    // title 1: playback type, angles, parts of title,
             "c0 2c 0001 0000 02 01 00011170");  // parental ID, title set, title in set, start sector
     want.resize(2048);
-    EXPECT_EQ(size, 10032u);
-    EXPECT_EQ(first, want);
+    EXPECT_TRUE(size == 10032 && first == want) << size << tt::Mismatch(first, want);
     Loaded<CKestro_VMG_PTT> l(first);
     EXPECT_EQ(CKestro_VMG_PTT().Load(l.h, 0), 0);  // sector 0: nothing to load
     ASSERT_TRUE(l.loaded == 1 && l.t.Disasm(l.ini.c_str()));
@@ -36,19 +34,19 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(
         rep.find(
             "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
-            "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
+            "End byte address of PTT_SRPT table: 31\r\n"
+            "    Title set 1: Title playback type: 3c\r\n"
             "    Title set 1: Number of angles: 1\r\n    Title set 1: Number of PTTs: 12\r\n"
             "    Title set 1: Parental ID field: 513\r\n    Title set 1: Title set number: 1\r\n"
-            "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: "
-            "4096\r\n"),
+            "    Title set 1: VTS_TTN: 1\r\n"
+            "    Title set 1: Title set starting sector number: 4096\r\n"),
         0u);
 }
 
 // Records of 776 bytes after an 8-byte header and a start address per set; no sets write one
-// blank sector. Attributes are hex, their x optional, but menu audio attributes decimal: "x12"
-// is 12. The report reads a record 23 bytes into it with two sets (its audio count is menu audio
-// stream 23, its end address streams 12 to 15) and numbers streams by report position; the
-// source reads the real places.
+// blank sector. Menu audio attributes are read as decimal ("x12" is 12). The report reads a
+// record 23 bytes into it with two sets (its audio count is menu audio stream 23, its end
+// address streams 12 to 15) and numbers streams by report position; the source reads them right.
 TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
@@ -74,31 +72,26 @@ TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
                           "vts_atrt_srp001_vtsm_ast_atr23", "vts_atrt_srp002_vtsm_v_atr"}),
               "1567|792|775|x02|x4100|");
     EXPECT_EQ(vt::AsmWrite<CKestro_VMG_ATRT>(dir, kt::ReadText(l.ini)), first);
-
-    const std::string rep = tt::Text(l.t),
-                      count = "    Number of audio streams in VTSM_VOBS: 2\r\n";
+    const std::string rep = tt::Text(l.t), count = "Number of audio streams in VTSM_VOBS: 2\r\n";
     EXPECT_EQ(
         rep.find("Number of Video Title Sets: 2\r\nEnd byte address of VTS_ATR table: 1567\r\n"
-                 "  VTS 1 Attribute start byte address 16\r\n    VTS Attribute end byte address "
-                 "151587081\r\n"),
+                 "  VTS 1 Attribute start byte address 16\r\n"
+                 "    VTS Attribute end byte address 151587081\r\n"),
         0u);
     const size_t at = rep.find(count) + count.size();
-    ASSERT_GT(at, count.size());
     const std::string want = "      Audio " + std::to_string(at + 1) + " attributes: 9\r\n";
     EXPECT_EQ(rep.compare(at, want.size(), want), 0) << rep.substr(at, 60);
 }
 
-// PTL_MAIT and TXTDT_MG are only read: the parental per-country statements go to the title
-// search pointer section and its Asm succeeds doing nothing; the text data's Asm and Write fail.
-// A country count beyond the body is listed whole, the pointers past it reading as zeros: the
-// body is the end address's low 16 bits (7 bytes here, one pointer).
+// PTL_MAIT and TXTDT_MG are only read (the parental Asm succeeds doing nothing, the text data's
+// Asm and Write fail); a country count beyond the body (end address's low 16 bits) reads zeros.
 TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     Loaded<CKestro_VMG_MAIT> m(
-        kt::Hex("0002 0002 00010007"    // countries, title sets, end address
-                "6672 0000 0010 00"));  // "fr", unused, PTL_MAI; past body
+        kt::Hex("0002 0002 00010007"    // countries, title sets, end address: 7 body bytes
+                "6672 0000 0010 00"));  // country 1: "fr", unused, start of PTL_MAI; past body
     Loaded<CKestro_VMG_TXTDT> l(
         kt::Hex("4142434445464748494a4b4c"  // identifier "ABCDEFGHIJKL"
-                "eeee 0002 00010010"));     // unused, units, end address
+                "eeee 0002 00010010"));     // unused, language units, end address
     ASSERT_EQ(m.loaded, 1);
     EXPECT_EQ(
         tt::Text(m.t) + tt::Text(l.t),
@@ -109,7 +102,7 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
         "Number of Text Language Units 2\r\nEnd byte address of VMG_TXTDT_MGI table: 65552\r\n");
     EXPECT_TRUE(m.t.Disasm(m.ini.c_str()) && l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Values(m.ini, "ptl_mait", {"vts_ns", "ptl_maait_ea"}) +
-                  tt::Values(m.ini, "vmg_ptt_srpt",
+                  tt::Values(m.ini, "vmg_ptt_srpt",  // the per-country statements go here
                              {"ptl_mai_srp01_cty_cd", "ptl_mai_srp01_ptl_mai_sa",
                               "ptl_mai_srp02_ptl_mai_sa"}) +
                   tt::Values(l.ini, "txtdt_mg", {"txtdt_id", "txtdt_lu_ns", "txtdt_mg_ea"}),
@@ -121,57 +114,52 @@ TEST(VmgMaitTxtdt, OnlyReadAndReported) {
     EXPECT_EQ(std::vector<unsigned long>(got, got + 4), std::vector<unsigned long>({0, 0, 3, 4}));
 }
 
-// Every refused source of VMGI_MAT, TT_SRPT and VTS_ATRT: the exact message, no file written.
+// Refused sources of VMGI_MAT, TT_SRPT and VTS_ATRT: the exact message, no file written. Each
+// statement left out in turn is named (in the order read), but for the few listed.
 TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
-    const std::string missingP = "] Statement missing in vmg_ptt_srpt!",
-                      missingA = "] Statement missing in vts_atrt!";
-    std::vector<std::array<std::string, 4>> cases = {
-        // table, from, to, message
-        {"m", "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
-        {"m", "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
-        {"p", "vts_ttu_ns=2\n", "", "Statement missing in vmg_ptt_srpt!"},
-        {"p", "vts_sa02=70000\n", "", "[vts_sa02" + missingP},
-        {"p", "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01" + missingP},
-        {"p", "vts_ttn01=5\n", "", "[vts_ttn01" + missingP},
-        {"p", "ttu_ns=2\n", "ttu_ns=1000\n",
+    const std::string sources[] = {vt::kMatSource, vt::kTwoTitles, vt::AtrtSource(2)},
+                      missing[] = {"] Statement missing in vmgi_mat",
+                                   "] Statement missing in vmg_ptt_srpt!",
+                                   "] Statement missing in vts_atrt!"};
+    const std::map<std::string, std::string> odd = {
+        {"vmg_id", "VMG ID is missing"},
+        {"vmg_ns", "[vts_ns" + missing[0]},
+        {"vts_ttu_ns", "Statement missing in vmg_ptt_srpt!"},
+        {"vts_ns", "vts_ns"},
+        {"vts_atrt_srp001_vts_cat", ""},  // a missing category ends the table quietly
+        {"vts_atrt_srp002_vts_cat", ""}};
+    std::vector<std::tuple<int, std::string, std::string, std::string>> cases = {
+        {0, "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
+        {0, "DVDVIDEO-VMG", "DVDVIDEO", "[vmg_id] Illegal VIDEO_TS field"},
+        {1, "tt_pb_ty01=x3c\n", "tt_pb_ty01=$3\n", "[tt_pb_ty01" + missing[1]},
+        {1, "ttu_ns=2\n", "ttu_ns=1000\n",
          "[vts_ttu_ns] 1000 titles exceed the 999 a title search pointer table can hold"},
-        {"a", "vts_ns=2\n", "", "vts_ns"},
-        {"a", "srp002_vts_v_atr=x5200\n", "", "[vts_atrt_srp002_vts_v_atr" + missingA},
-        {"a", "srp001_vtsm_ast_atr01=x05\n", "", "[vts_atrt_srp001_vtsm_ast_atr01" + missingA},
-        {"a", "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
+        {2, "srp001_vts_spst_ns=2\n", "srp001_vts_spst_ns=72\n",
          "[vts_atrt_srp001_vts_spst_ns] 72 subpicture streams do not fit a title set attribute "
          "record"},
-        {"a", "vts_ns=2\n", "vts_ns=100\n",
+        {2, "vts_ns=2\n", "vts_ns=100\n",
          "[vts_ns] 100 title sets exceed the 99 a title set attribute table can hold"},
-        {"a", "vts_atrt_srp002_vts_cat=2\n", "", ""},  // a missing category ends the table quietly
     };
-    // Each management table statement left out in turn (in the order read; vmg_ns is vts_ns).
-    const std::string mat = vt::kMatSource;
-    for (size_t at = mat.find('\n') + 1; at < mat.size(); at = mat.find('\n', at) + 1) {
-        const std::string line = mat.substr(at, mat.find('\n', at) + 1 - at),
-                          key = line.substr(0, line.find('='));
-        cases.push_back({"m", line, "",
-                         key == "vmg_id"   ? "VMG ID is missing"
-                         : key == "vmg_ns" ? "[vts_ns] Statement missing in vmgi_mat"
-                                           : "[" + key + "] Statement missing in vmgi_mat"});
-    }
+    for (int t = 0; t < 3; ++t)
+        for (size_t at = sources[t].find('\n') + 1, end; at < sources[t].size(); at = end + 1) {
+            const std::string line = sources[t].substr(at, (end = sources[t].find('\n', at)) - at),
+                              key = line.substr(0, line.find('='));
+            cases.push_back(
+                {t, line + "\n", "", odd.count(key) ? odd.at(key) : "[" + key + missing[t]});
+        }
     kt::TempDir dir;
     const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
     for (const auto& [table, from, to, message] : cases) {
         SCOPED_TRACE(from + " -> " + to);
-        kt::WriteText(ini, vt::Replace(table == "m"   ? vt::kMatSource
-                                       : table == "p" ? vt::kTwoTitles
-                                                      : vt::AtrtSource(2),
-                                       from, to));
+        kt::WriteText(ini, vt::Replace(sources[table], from, to));
         std::string error;
         bool ok = false;
         auto run = [&](auto&& t) { ok = t.Asm(ini.c_str()), error = tt::Error(t); };
-        if (table == "m") ok = vt::AssembleVmg(ini, out, &error);
-        if (table == "p") run(CKestro_VMG_PTT());
-        if (table == "a") run(CKestro_VMG_ATRT());
-        EXPECT_EQ(ok, message.empty());
-        EXPECT_EQ(error, message);
-        EXPECT_EQ(kt::ReadBytes(out).size(), 0u);
+        if (table == 0) ok = vt::AssembleVmg(ini, out, &error);
+        if (table == 1) run(CKestro_VMG_PTT());
+        if (table == 2) run(CKestro_VMG_ATRT());
+        EXPECT_TRUE(ok == message.empty() && error == message && kt::ReadBytes(out).empty())
+            << error;
     }
 }
 
