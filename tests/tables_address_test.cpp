@@ -13,17 +13,22 @@ const tt::Member<Cells> kCells[] = {
         "vtsm", "vtsm_c_adt", "Number of VOBs in VTSM_VOBS: 2\r\nEnd byte address of VTSM_C_ADT"),
 };
 
-// Source: the count, then (vob, cell) entries from sector 1000v + 10c to 10000v + 100c + 9.
+// A source of 7 VOBs and the (vob, cell) entries given, from sector 1000v + 10c to 10000v + 100c + 9.
 std::string CellSource(const tt::Member<Cells>& m, std::vector<std::pair<int, int>> cells) {
     std::string s = "[" + m.section + "]\n" + m.name + "_vob_ns=7\n";
     char k[200];
     for (auto [v, c] : cells)
-        s.append(k, size_t(std::snprintf(
-                        k, sizeof k,
-                        "c_%03d_vob%03d_vts_vob_idn=%d\nc_%03d_vob%03d_vts_c_idn=%d\n"
-                        "c_%03d_vob%03d_vts_cp_sa=%d\nc_%03d_vob%03d_vts_cp_ea=%d9\n",
-                        c, v, v, c, v, c, c, v, v * 1000 + c * 10, c, v, v * 1000 + c * 10)));
+        s.append(k,
+                 size_t(std::snprintf(k, sizeof k,
+                                      "c_%2$03d_vob%1$03d_vts_vob_idn=%1$d\nc_%2$03d_vob%1$03d_vts_"
+                                      "c_idn=%2$d\nc_%2$03d_vob%1$03d_vts_cp_sa=%3$d\n"
+                                      "c_%2$03d_vob%1$03d_vts_cp_ea=%3$d9\n",
+                                      v, c, v * 1000 + c * 10)));
     return s;
+}
+// A cell entry: VOB ID, cell ID, reserved, first and last sector.
+tt::Bytes& Cell(tt::Bytes& b, int vob, int cell, uint32_t first, uint32_t last) {
+    return b.be16(vob).u8(cell).u8(0).be32(first).be32(last);
 }
 
 template <class T>
@@ -39,32 +44,31 @@ INSTANTIATE_TEST_SUITE_P(Members, CellTables, ::testing::ValuesIn(kCells),
                          [](const auto& info) { return info.param.name; });
 
 // Reported whole, disassembled up to the VOB count. VMG and VTS take the body size from the end
-// address's low 16 bits only, VTSM from all of it.
+// address's low 16 bits only (at sector 1: a 4-byte body), VTSM from all of it.
 TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
-    // Sector 1: 1 VOB, end address 0x10000 + 11, VOB 1 cell 1 at sectors 5 to 0x105.
-    tt::Bytes img =
-        tt::Bytes().be16s({1, 0}).be32(0x10000 + 11).be16s({1, 0x100}).be32s({5, 0x105});
-    img.resize(2 * 2048);
+    tt::Bytes img = tt::Bytes().be16s({1, 0}).be32(0x10000 + 11);
+    Cell(img, 1, 0, 5, 0x105).resize(2 * 2048);
     img.be16s({2, 0}).be32(12 * 5 + 7);  // sector 3: 2 VOBs, 5 cells
-    for (int i = 0; i < 5; ++i)          // VOB, cell, reserved, first and last sector
-        img.be16(1 + i / 2).u8(1 + i % 2).u8(0).be32(100 * i).be32(i == 4 ? 70000 : 100 * i + 99);
+    for (int i = 0; i < 5; ++i)
+        Cell(img, 1 + i / 2, 1 + i % 2, 100 * i, i == 4 ? 70000 : 100 * i + 99);
     tt::File f(tt::PutTable(dir, img));
     ASSERT_EQ(m.load(*t, f, 1), 1);
     EXPECT_NE(tt::Report(*t).find(m.name == "vtsm" ? "addres is 261." : "addres is 256."),
               std::string::npos);
     ASSERT_EQ(m.load(*(t = m.make()), f, 3), 1);
-    const std::string head = m.text +
+    const std::string r = tt::Report(*t),
+                      head = m.text +
                              " table: 67\r\n  For table entry 1 VOB ID 1 Cell ID 1.\r\n"
                              "    Start sector address is 0 and end sector addres is 99.\r\n",
                       tail =
                           "  For table entry 5 VOB ID 3 Cell ID 1.\r\n"
                           "    Start sector address is 400 and end sector addres is 70000.\r\n";
-    const std::string r = tt::Report(*t);
     EXPECT_EQ(r.substr(0, head.size()) + r.substr(r.size() - tail.size()), head + tail);
     EXPECT_TRUE(t->Disasm(ini.c_str()));
-    const std::vector<std::string> keys = {m.name + "_vob_ns", m.section + "_ea",
-                                           "c_002_vob001_vts_cp_ea", "c_001_vob002_vts_vob_idn"};
-    EXPECT_EQ(tt::Values(ini, m.section, keys), "2|67|199|$|");
+    EXPECT_EQ(tt::Values(ini, m.section,
+                         {m.name + "_vob_ns", m.section + "_ea", "c_002_vob001_vts_cp_ea",
+                          "c_001_vob002_vts_vob_idn"}),
+              "2|67|199|$|");
 }
 
 // Cells are assembled VOB by VOB, each up to its first gap, and written once. A table holds 256
@@ -73,11 +77,10 @@ TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
 TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
     kt::WriteText(src, CellSource(m, {{1, 1}, {1, 2}, {1, 4}, {2, 1}, {4, 1}}));
     ASSERT_TRUE(t->Asm(src.c_str()));
-    tt::Bytes want = tt::Bytes().be16(7).be16(0).be32(43);
+    tt::Bytes want = tt::Bytes().be16s({7, 0}).be32(43);
     for (auto [v, c] : {std::pair{1, 1}, {1, 2}, {2, 1}})
-        want.be16(v).u8(c).u8(0).be32(v * 1000 + c * 10).be32(v * 10000 + c * 100 + 9);
+        Cell(want, v, c, v * 1000 + c * 10, v * 10000 + c * 100 + 9);
     tt::ExpectWritesOnce(*t, dir / "o.bin", want);
-
     std::vector<std::pair<int, int>> many;
     for (int i = 0; i < 257; ++i) many.push_back({1 + i / 99, 1 + i % 99});
     for (long n : {256, 257}) {
@@ -87,17 +90,14 @@ TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
     }
     EXPECT_EQ(tt::Error(*t), "[c_059_vob003_vts_vob_idn] Too many cells in " + m.section +
                                  ": a cell address table holds at most 256");
-    const char* const cut[] = {"c_001_vob001_vts_c_idn", "c_001_vob001_vts_cp_sa",
-                               "c_001_vob001_vts_cp_ea"};
-    for (int i = 0; i < 3; ++i) {
+    for (std::string cut : {"c_idn", "cp_sa", "cp_ea"}) {
         std::string s = CellSource(m, {{1, 1}});
-        kt::WriteText(src, s.erase(s.find(cut[i])));
+        kt::WriteText(src, s.erase(s.find("c_001_vob001_vts_" + cut)));
         EXPECT_FALSE((t = m.make())->Asm(src.c_str()));
-        EXPECT_EQ(tt::Error(*t), "[" + std::string(cut[i]) + "] Statement missing in vtsm_c_adt");
-        // VOB count, reserved, end address; VOB ID, cell ID, reserved; first and last sector.
+        EXPECT_EQ(tt::Error(*t), "[c_001_vob001_vts_" + cut + "] Statement missing in vtsm_c_adt");
+        tt::Bytes want = tt::Bytes().be16s({7, 0}).be32(19);
         tt::ExpectWritesOnce(*t, dir / "o.bin",
-                             tt::Bytes().be16s({7, 0}).be32(19).be16(1).u8(i > 0).u8(0).be32s(
-                                 {i > 1 ? 1010u : 0u, 0}));
+                             Cell(want, 1, cut != "c_idn", cut == "cp_ea" ? 1010 : 0, 0));
     }
 }
 
@@ -108,12 +108,10 @@ const tt::Member<Maps> kMaps[] = {
     tt::Of<CKestro_VTS_ADMAP, Maps>("VTS", "vts_vobu_admap", ""),
     tt::Of<CKestro_VTSM_ADMAP, Maps>("VTSM", "vtsm_vobu_admap", ""),
 };
-
 tt::Bytes Map(const std::vector<uint32_t>& entries, uint32_t end) {
     return tt::Bytes().be32(end).be32s(entries);
 }
-
-// Entries step, 2 step, ... n step; the source keys of entries from vobu_sa<first>.
+// Entries step, 2 step, ... n step, and the source statements of entries from vobu_sa<first>.
 std::vector<uint32_t> Steps(size_t n, uint32_t step) {
     std::vector<uint32_t> v(n);
     for (size_t i = 0; i < n; ++i) v[i] = uint32_t(i + 1) * step;
@@ -145,7 +143,6 @@ TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
     ASSERT_TRUE(t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Values(ini, m.section, {"vobu_sa0002", "vobu_sa0003"}), "74565|$|");
     EXPECT_EQ(tt::Report(*t), report);
-
     ASSERT_EQ(m.load(*(t = m.make()), f, 1), m.name == "VTSM" ? 0 : 1);
     EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Error(*t),
@@ -172,12 +169,11 @@ TEST(VobuMaps, SideFiles) {
     CKestro_VMGM_ADMAP vmgm;
     CKestro_VTS_ADMAP vts;
     CKestro_VTSM_ADMAP vtsm;
-    ASSERT_EQ(vts.Load(f, 1) + vtsm.Load(f, 1), 2);
-    ASSERT_TRUE(vts.Disasm_ToFile("unused", vtsFile.c_str()) &&
+    ASSERT_TRUE(vts.Load(f, 1) + vtsm.Load(f, 1) == 2 &&
+                vts.Disasm_ToFile("unused", vtsFile.c_str()) &&
                 vtsm.DisasmToFile(nullptr, vtsmFile.c_str()));
-    EXPECT_EQ(kt::ReadBytes(vtsFile), tt::Bytes().be32(0x02000000).add({be.begin() + 4, be.end()}));
-    EXPECT_EQ(kt::ReadBytes(vtsmFile),
-              tt::Bytes().be32(0x02000000).add({le.begin() + 4, le.end()}));
+    EXPECT_EQ(kt::ReadBytes(vtsFile), tt::Bytes().be32(0x02000000).add(tt::Slice(be, 4, 8)));
+    EXPECT_EQ(kt::ReadBytes(vtsmFile), tt::Bytes().be32(0x02000000).add(tt::Slice(le, 4, 8)));
     kt::WriteBytes(plain, {4, 3, 2, 1, 13, 12, 11, 10, 0xEE, 0xEE});  // 10 bytes: 2 entries
     const std::tuple<CBaseKestro*, std::function<bool(const char*)>, std::string, tt::Bytes>
         readers[] = {
@@ -202,7 +198,7 @@ TEST(VobuMaps, SideFiles) {
 }
 
 // 65,535 entries, all the 16-bit count holds, assemble whole in linear time (quadratic work would
-// meet the test's time limit). A loaded map keeps its size in 16 bits too, so its source shows
+// meet the test's time limit); a loaded map keeps its size in 16 bits too, so its source shows
 // (size mod 65,536) / 4 = 16,383 of them.
 TEST(VobuMaps, LargestMapsStayLinear) {
     const tt::Bytes map = Map(Steps(0xFFFF, 7), 4 * 0xFFFF + 3);
