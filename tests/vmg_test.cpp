@@ -394,8 +394,8 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f) {
     return f;
 }
 
-// Real discs go through source and back, each round the rules' exact work, to a fixed point
-// of file, report and source (several rounds where a rule drifts, as on disc-c).
+// Real discs go through source and back, each round the rules' exact work, to a fixed point of
+// file, report and source (several rounds where a rule drifts, as on disc-c).
 TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
     auto files = kt::CorpusFiles("VIDEO_TS");
     KT_SKIP_IF_EMPTY(files);
@@ -403,52 +403,37 @@ TEST(VmgFile, RealDiscsRoundTripToAFixedPoint) {
         SCOPED_TRACE(orig);
         kt::TempDir work;
         const fs::path vob = fs::path(orig).replace_extension(".VOB");  // the menu VOB file, if any
-        std::string error, report, source;
-        auto round = [&](int k, const std::string& ini) {
-            const fs::path dir = work.path() / std::to_string(k);
-            fs::create_directories(dir);
-            if (fs::exists(vob)) fs::copy_file(vob, dir / "VIDEO_TS.VOB");
-            const std::string ifo = (dir / "VIDEO_TS.IFO").string();
-            return AssembleVmg(ini, ifo, &error) ? ifo : std::string();
-        };
-        const auto original = kt::ReadBytes(orig);
-        const std::string a = work / "0.ini",
-                          titles = std::to_string(
-                              kt::BE32(original, kt::BE32(original, 196) * 2048) >> 16);
-        EXPECT_NE(LoadReportDisasm(orig, a).find(
-                      "Number of Title Unit Serch Pointers TTUs in the VTS: " + titles),
-                  std::string::npos);
-
-        // First round: every byte the rules' work (every corpus video manager keeps its tables'
-        // sectors), but 46-61 and, without the menu VOB file, the end address and menu VOBs.
-        std::string ifo = round(1, a);
-        ASSERT_FALSE(ifo.empty()) << error;
-        std::vector<uint8_t> last = kt::ReadBytes(ifo);
+        // The first round differs in bytes 46-61 and, without the menu VOB file, in the end
+        // address and menu VOB sector (every corpus video manager keeps its tables' sectors).
         auto mask = [&](std::vector<uint8_t> v) {
             for (size_t i = 12; i < 196 && i < v.size(); ++i)
                 if ((i >= 46 && i < 62) || (!fs::exists(vob) && (i < 16 || i >= 192))) v[i] = 0;
             return v;
         };
-        const auto got = mask(last), want = mask(ByTheRules(original));
-        EXPECT_TRUE(got == want) << tt::Mismatch(got, want);
-
-        // Further rounds, each the rules' work on the one before to the byte, then once more to
-        // see the same report and source again.
+        std::vector<uint8_t> last = kt::ReadBytes(orig);
+        std::string ini = work / "0.ini", report = LoadReportDisasm(orig, ini),
+                    source = kt::ReadText(ini), error;
+        EXPECT_NE(report.find("Number of Title Unit Serch Pointers TTUs in the VTS: " +
+                              std::to_string(kt::BE32(last, kt::BE32(last, 196) * 2048) >> 16)),
+                  std::string::npos);
         bool settled = false;
-        for (int k = 2; k <= 10 && !settled; ++k) {
-            const std::string ini = work / (std::to_string(k) + ".ini");
-            report = LoadReportDisasm(ifo, ini);
-            source = kt::ReadText(ini);
-            ASSERT_FALSE((ifo = round(k, ini)).empty()) << error;
+        for (int k = 1; k <= 10 && !settled; ++k) {
+            const fs::path dir = work.path() / std::to_string(k), ifo = dir / "VIDEO_TS.IFO";
+            fs::create_directories(dir);
+            if (fs::exists(vob)) fs::copy_file(vob, dir / "VIDEO_TS.VOB");
+            ASSERT_TRUE(AssembleVmg(ini, ifo, &error)) << error;
             const auto next = kt::ReadBytes(ifo);
-            EXPECT_TRUE(next == ByTheRules(last))
-                << "round " << k << ": " << tt::Mismatch(next, ByTheRules(last));
+            const auto got = k > 1 ? next : mask(next),
+                       want = k > 1 ? ByTheRules(last) : mask(ByTheRules(last));
+            EXPECT_TRUE(got == want) << "round " << k << ": " << tt::Mismatch(got, want);
             settled = next == last;
             last = next;
+            const std::string before = report + source;
+            report = LoadReportDisasm(ifo, ini = dir / "s.ini");
+            source = kt::ReadText(ini);
+            EXPECT_TRUE(!settled || report + source == before) << "report or source moved";
         }
-        ASSERT_TRUE(settled) << "no fixed point after ten rounds";
-        EXPECT_EQ(LoadReportDisasm(ifo, work / "fixed.ini"), report);
-        EXPECT_EQ(kt::ReadText(work / "fixed.ini"), source);
+        EXPECT_TRUE(settled) << "no fixed point after ten rounds";
     }
 }
 
