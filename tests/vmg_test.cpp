@@ -1,4 +1,4 @@
-// VIDEO_TS.IFO: its tables' reports, sources and assembly, and real discs rebuilt to a fixed point.
+// VIDEO_TS.IFO: its tables' reports, sources and assembly; real discs rebuilt to a fixed point.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
@@ -14,7 +14,7 @@ using kestro::PutBE16;
 using kestro::PutBE32;
 using tt::Loaded;
 
-inline std::string Replace(std::string text, const std::string& from, const std::string& to) {
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
     const size_t at = text.find(from);
     EXPECT_NE(at, std::string::npos) << from;
     return at == std::string::npos ? text : text.replace(at, from.size(), to);
@@ -29,8 +29,7 @@ const char* const kTwoTitles =
     "[vmg_ptt_srpt]\nvts_ttu_ns=2\ntt_pb_ty01=x3c\ntt_agl_ns01=1\ntt_ptt_ns01=12\n"
     "tt_ptl_id_fld01=258\nvtsn01=1\nvts_ttn01=5\nvts_sa01=4096\ntt_pb_ty02=3c\ntt_agl_ns02=300\n"
     "tt_ptt_ns02=1\ntt_ptl_id_fld02=0\nvtsn02=2\nvts_ttn02=1\nvts_sa02=70000\n";
-inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
-                              const char* video = "x4100") {
+std::string AtrtSource(int sets, const char* menuAudio = "x05", const char* video = "x4100") {
     std::string t = "[vts_atrt]\nvts_ns=" + std::to_string(sets);
     for (int i = 1; i <= sets; ++i) {
         const std::string k = "\nvts_atrt_srp00" + std::to_string(i) + "_";
@@ -43,36 +42,29 @@ inline std::string AtrtSource(int sets, const char* menuAudio = "x05",
     return t + "\n";
 }
 
-// A sub-table assembled from `text` and written (a title table's second Write adds nothing);
-// size gets 10000 * sectors + bytes.
+// A sub-table assembled and written (a title table's second Write adds nothing); size gets
+// 10000 * sectors + bytes (Get fills in the end addresses).
 template <class T>
 std::vector<uint8_t> AsmWrite(const kt::TempDir& dir, const std::string& text,
                               unsigned long* size = nullptr) {
     T t;
     kt::WriteText(dir / "w.ini", text);
     EXPECT_TRUE(t.Asm((dir / "w.ini").c_str()));
-    const auto [sectors, bytes] = tt::Size(t);  // Get also fills in the end addresses
-    if (size) *size = sectors * 10000 + bytes;
+    if (const auto [sectors, bytes] = tt::Size(t); size) *size = sectors * 10000 + bytes;
     const auto written = tt::Written(t, dir / "w.ifo");
     EXPECT_TRUE(!(std::is_same_v<T, CKestro_VMG_PTT>) || tt::Written(t, dir / "w2.ifo").empty());
     return written;
 }
 
-// Rebuilds VIDEO_TS.IFO at out as a host does: each sub-table whose count the source holds, then
-// the management table lays out and writes the file. On failure `error` gets the error text.
-inline bool AssembleVmg(const std::string& ini, const std::string& out,
-                        std::string* error = nullptr) {
+// VIDEO_TS.IFO rebuilt as a host does: each sub-table whose count the source holds, then the
+// management table lays out and writes the file; `error` gets the first refusal's text.
+bool AssembleVmg(const std::string& ini, const std::string& out, std::string* error = nullptr) {
     CKestro_VMG_MAT mat;
     CKestro_PGCI codec;
-    bool ok = true;
-    auto check = [&](CBaseKestro& t, bool result) {
-        if (!result && error) *error = tt::Error(t);
-        ok = ok && result;
-    };
+    CBaseKestro* refused = nullptr;
     auto sub = [&](const char* section, const char* key, auto make, auto... extra) {
-        if (!ok || tt::Value(ini, section, key) == "$") return;
-        auto* t = (mat.*make)();
-        check(*t, t->Asm(ini.c_str(), extra...));
+        if (refused || tt::Value(ini, section, key) == "$") return;
+        if (auto* t = (mat.*make)(); !t->Asm(ini.c_str(), extra...)) refused = t;
     };
     using M = CKestro_VMG_MAT;
     sub("vmg_ptt_srpt", "vts_ttu_ns", &M::NewVMGM_PTT);
@@ -80,11 +72,11 @@ inline bool AssembleVmg(const std::string& ini, const std::string& out,
     sub("ptl_mait", "cty_ns", &M::NewVMGM_MAIT), sub("vts_atrt", "vts_ns", &M::NewVMGM_ATRT);
     sub("vmgm_c_adt", "vmgm_vob_ns", &M::NewVMGM_C_ADT);
     sub("vts_vobu_admap", "vobu_sa0001", &M::NewVMGM_VOBU_ADMAP);
-    const int h = ok ? int(mat.CreateKestroFile(out.c_str())) : -1;
-    if (h < 0) return false;
-    check(mat, mat.Asm(ini.c_str(), h, out.c_str()));
-    mat.CloseKestroFile(h);
-    return ok;
+    const int h = refused ? -1 : int(mat.CreateKestroFile(out.c_str()));
+    if (h >= 0 && !mat.Asm(ini.c_str(), h, out.c_str())) refused = &mat;
+    if (h >= 0) mat.CloseKestroFile(h);
+    if (refused && error) *error = tt::Error(*refused);
+    return h >= 0 && !refused;
 }
 
 // A PGC of k goto pre commands (244 + 8k bytes), as the First Play PGC of ini if given.
@@ -98,9 +90,9 @@ std::vector<uint8_t> AddPgc(const std::string& ini, int k) {
     return p;
 }
 
-// A management table with distinctive fields and no sub-tables but TT_SRPT.
+// A management table with distinctive fields and no sub-tables but TT_SRPT (sector 1: zeros).
 std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
-    std::vector<uint8_t> r(4096, 0);  // TT_SRPT's sector 1 is zeros
+    std::vector<uint8_t> r(4096, 0);
     std::memcpy(r.data(), id, 12);
     std::memcpy(&r[64], "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345", 32);  // no terminator
     std::memcpy(&r[256], "\x41\x00\x00\x02\x40\x00\x65\x6e", 8);
@@ -112,9 +104,10 @@ std::vector<uint8_t> Record(const char* id = "DVDVIDEO-VMG") {
 }
 
 // The report stops at the first line that does not fit, the source starts a fresh file; the First
-// Play PGC is read from byte 1024 whatever its start says and swapped in place by its report.
+// Play PGC is read from byte 1024 whatever its start says, and swapped in place by its report.
 TEST(VmgMat, ReportSourceAndFirstPlayPgc) {
-    tt::Loaded<CKestro_VMG_MAT> l(Record());
+    auto rec = Record(), pgc = AddPgc("", 2);
+    Loaded<CKestro_VMG_MAT> l(rec), vts(Record("DVDVIDEO-VTS"));
     ASSERT_EQ(l.loaded, 1);
     const std::string report = tt::Text(l.t);
     for (const char* lines :
@@ -129,31 +122,24 @@ TEST(VmgMat, ReportSourceAndFirstPlayPgc) {
         EXPECT_NE(report.find(lines), std::string::npos) << lines;
     bool ok = true;
     EXPECT_EQ(tt::Text(l.t, 40, &ok), "VMG Identifier: DVDVIDEO-VMG\r\n");
-    EXPECT_FALSE(ok);
     kt::WriteText(l.ini, "[stale]\nkey=1\n");
-    EXPECT_TRUE(l.t.Disasm(l.ini.c_str()));
+    EXPECT_TRUE(!ok && l.t.Disasm(l.ini.c_str()));
     char names[256] = {};
     INIGetSectionNames(l.ini.c_str(), names, sizeof names);
     EXPECT_EQ(std::string(names, 10), std::string("vmgi_mat\0\0", 10));
+    EXPECT_TRUE(vts.loaded == 0 && !vts.t.GetVMG_PTT_SRPT());  // a title set's file is refused
 
-    auto rec = Record(), pgc = AddPgc("", 2);
     PutBE32(&rec[132], 1100);
     rec.insert(rec.begin() + 1024, pgc.begin(), pgc.end());
-    tt::Loaded<CKestro_VMG_MAT> fp(rec);
+    Loaded<CKestro_VMG_MAT> fp(rec);
     CKestro_VMG_MAT fresh;
-    ASSERT_EQ(fp.loaded, 1);
     const std::string first = tt::Text(fp.t);
     for (const char* line : {"First Play PGC FP_PGC: 1100\r\nStart sector",
                              "VMG First Play PGC:\r\n", "There are 2 Pre Commands"})
         EXPECT_NE(first.find(line), std::string::npos) << line;
     EXPECT_NE(tt::Text(fp.t).find("There are 512 Pre Commands"), std::string::npos);
-    ASSERT_EQ(fresh.Load(fp.h), 1);
-    EXPECT_TRUE(fresh.Disasm(fp.ini.c_str()));
+    ASSERT_TRUE(fp.loaded == 1 && fresh.Load(fp.h) == 1 && fresh.Disasm(fp.ini.c_str()));
     EXPECT_EQ(tt::Value(fp.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
-
-    tt::Loaded<CKestro_VMG_MAT> vts(Record("DVDVIDEO-VTS"));  // refused, its tables not taken
-    EXPECT_EQ(vts.loaded, 0);
-    EXPECT_EQ(vts.t.GetVMG_PTT_SRPT(), nullptr);
 }
 
 // The First Play PGC (up to 1268 bytes) and menu VOB file (any case) decide the end addresses;
@@ -164,7 +150,7 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         size_t vobBytes, fileSize;
         uint32_t matEa, fpSa, vobsSa, vmgEa;
         const char* version;
-        int versionByte;
+        uint32_t versionByte;
     } cases[] = {{-1, 0, 2048, 1023, 0, 0, 1, "1.1", 0x11},
                  {-1, 4097, 2048, 1023, 0, 1, 4, "10.2", 0x10},
                  {97, 0, 2048, 2043, 1024, 0, 1, "2.15", 0x2F},
@@ -184,15 +170,14 @@ TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
         if (c.commands >= 0) AddPgc(ini, c.commands);
         if (c.vobBytes) kt::WriteBytes(dir / "video_ts.VOB", std::vector<uint8_t>(c.vobBytes, 0));
         EXPECT_EQ(AssembleVmg(ini, out, &error), c.fileSize > 0);
-        auto f = kt::ReadBytes(out);
+        const auto f = kt::ReadBytes(out);
         ASSERT_EQ(f.size(), c.fileSize);
         EXPECT_EQ(error, c.fileSize ? "" : "First Play PGC size exceeds maximum size allowed");
         if (!c.fileSize) continue;
-        const uint32_t fields[] = {kt::BE32(f, 128), kt::BE32(f, 132), kt::BE32(f, 28),
-                                   kt::BE32(f, 192), kt::BE32(f, 12),  f[33]},
-                       want[] = {c.matEa,  c.fpSa,  uint32_t(c.fileSize / 2048 - 1),
-                                 c.vobsSa, c.vmgEa, uint32_t(c.versionByte)};
-        EXPECT_EQ(std::vector<uint32_t>(fields, fields + 6), std::vector<uint32_t>(want, want + 6));
+        EXPECT_EQ((std::vector<uint32_t>{kt::BE32(f, 128), kt::BE32(f, 132), kt::BE32(f, 28),
+                                         kt::BE32(f, 192), kt::BE32(f, 12), f[33]}),
+                  (std::vector<uint32_t>{c.matEa, c.fpSa, uint32_t(c.fileSize / 2048 - 1), c.vobsSa,
+                                         c.vmgEa, c.versionByte}));
         EXPECT_EQ(std::string(f.begin() + 64, f.begin() + 96), id);
         for (size_t at = 196; at < 224; at += 4) EXPECT_EQ(kt::BE32(f, at), 0u) << at;
         EXPECT_TRUE(c.commands >= 0 || std::count(f.begin() + 1024, f.end(), 0) == 1024);
@@ -206,12 +191,12 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     unsigned long size;
     auto first = AsmWrite<CKestro_VMG_PTT>(dir, kTwoTitles, &size);
     EXPECT_EQ(size, 10032u);
-    EXPECT_EQ(first,
-              tt::Bytes()
-                  .add(kt::Hex("0002 0000 0000001f"              // titles, reserved, end address
-                               "3c 01 000c 0201 01 01 00001000"  // title 1: playback type, angles,
-                               "c0 2c 0001 0000 02 01 00011170"))  // parts, parental ID, set, title
-                  .zeros(2048 - 32));                              // in the set, start sector
+    // Titles, reserved, end address; per title: playback type, angles, parts, parental ID, title
+    // set, title in the set, start sector.
+    EXPECT_EQ(first, tt::Bytes()
+                         .add(kt::Hex("0002 0000 0000001f 3c 01 000c 0201 01 01 00001000"
+                                      "c0 2c 0001 0000 02 01 00011170"))
+                         .zeros(2048 - 32));
     Loaded<CKestro_VMG_PTT> l(first);
     EXPECT_EQ(CKestro_VMG_PTT().Load(l.h, 0), 0);  // sector 0: nothing to load
     ASSERT_TRUE(l.loaded == 1 && l.t.Disasm(l.ini.c_str()));
@@ -226,17 +211,16 @@ TEST(VmgPtt, AssemblyQuirksAndTheWayBack) {
     EXPECT_EQ(
         rep.find(
             "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
-            "End byte address of PTT_SRPT table: 31\r\n"
-            "    Title set 1: Title playback type: 3c\r\n"
+            "End byte address of PTT_SRPT table: 31\r\n    Title set 1: Title playback type: 3c\r\n"
             "    Title set 1: Number of angles: 1\r\n    Title set 1: Number of PTTs: 12\r\n"
             "    Title set 1: Parental ID field: 513\r\n    Title set 1: Title set number: 1\r\n"
-            "    Title set 1: VTS_TTN: 1\r\n"
-            "    Title set 1: Title set starting sector number: 4096\r\n"),
+            "    Title set 1: VTS_TTN: 1\r\n    Title set 1: Title set starting sector number: "
+            "4096\r\n"),
         0u);
 }
 
-// 776-byte records; menu audio attributes read as decimal ("x12" is 12); with two sets the report
-// reads each record 23 bytes in (count: menu audio 23, end address: streams 12-15).
+// 776-byte records, no sets one blank sector; menu audio attributes read as decimal ("x12" is 12);
+// with two sets the report reads each record 23 bytes in (count: menu audio 23, end: streams 12-15).
 TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
     kt::TempDir dir;
     unsigned long size;
@@ -253,9 +237,8 @@ TEST(VmgAtrt, LayoutDecimalMenuAudioAndTheReportPlacements) {
         text += "vts_atrt_srp001_vtsm_ast_atr" + std::to_string(j / 10) + std::to_string(j % 10) +
                 (j == 23 ? "=2\n" : "=9\n");
     const auto first = AsmWrite<CKestro_VMG_ATRT>(dir, text, &size);
-    ASSERT_EQ(first[16 + 34], 2);
     Loaded<CKestro_VMG_ATRT> l(tt::Slice(first, 0, size % 10000));
-    ASSERT_TRUE(l.t.Disasm(l.ini.c_str()));
+    ASSERT_TRUE(first[16 + 34] == 2 && l.t.Disasm(l.ini.c_str()));
     EXPECT_EQ(tt::Values(l.ini, "vts_atrt",
                          {"vts_atrt_ea", "vts_atrt_srp002_vts_atr_sa", "vts_atrt_srp002_vts_atr_ea",
                           "vts_atrt_srp001_vtsm_ast_atr23", "vts_atrt_srp002_vtsm_v_atr"}),
@@ -308,12 +291,13 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
                       missing[] = {"] Statement missing in vmgi_mat",
                                    "] Statement missing in vmg_ptt_srpt!",
                                    "] Statement missing in vts_atrt!"};
+    // A missing category ends the attribute table quietly.
     const std::map<std::string, std::string> odd = {
         {"vmg_id", "VMG ID is missing"},
         {"vmg_ns", "[vts_ns" + missing[0]},
         {"vts_ttu_ns", "Statement missing in vmg_ptt_srpt!"},
         {"vts_ns", "vts_ns"},
-        {"vts_atrt_srp001_vts_cat", ""},  // a missing category ends the table quietly
+        {"vts_atrt_srp001_vts_cat", ""},
         {"vts_atrt_srp002_vts_cat", ""}};
     std::vector<std::tuple<int, std::string, std::string, std::string>> cases = {
         {0, "DVDVIDEO-VMG", "DVDVIDEO-VTS", "[vmg_id] Illegal VIDEO_TS field"},
@@ -337,16 +321,16 @@ TEST(VmgAsm, RefusedSourcesGiveTheirMessages) {
     kt::TempDir dir;
     const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
     for (const auto& [table, from, to, message] : cases) {
-        SCOPED_TRACE(from + " -> " + to);
         kt::WriteText(ini, Replace(sources[table], from, to));
         std::string error;
-        bool ok = false;
-        auto run = [&](auto&& t) { ok = t.Asm(ini.c_str()), error = tt::Error(t); };
-        if (table == 0) ok = AssembleVmg(ini, out, &error);
-        if (table == 1) run(CKestro_VMG_PTT());
-        if (table == 2) run(CKestro_VMG_ATRT());
+        CKestro_VMG_PTT ptt;
+        CKestro_VMG_ATRT atrt;
+        const bool ok = table == 0   ? AssembleVmg(ini, out, &error)
+                        : table == 1 ? ptt.Asm(ini.c_str())
+                                     : atrt.Asm(ini.c_str());
+        if (table) error = table == 1 ? tt::Error(ptt) : tt::Error(atrt);
         EXPECT_TRUE(ok == message.empty() && error == message && kt::ReadBytes(out).empty())
-            << error;
+            << from << " -> " << to << ": " << error;
     }
 }
 
