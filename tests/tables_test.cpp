@@ -232,7 +232,7 @@ TYPED_TEST_SUITE(MenuPgc, Pairs);
 
 // Both pairs report their tables and come back byte for byte through the source. The table:
 // units "en" and "fr", each with PGCs of 300 and 500 bytes (236 + 8 + 8n: n pre commands only).
-TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
+TYPED_TEST(MenuPgc, ReportsRoundTripsRefusalsAndDamage) {
     using P = TypeParam;
     tt::Bytes unit = tt::Bytes().be16s({2, 0}).be32s({823, 0x81000000, 24, 0x82000000, 324});
     for (int n : {7, 32}) {
@@ -276,15 +276,12 @@ TYPED_TEST(MenuPgc, ReportsAndByteExactRoundTripThroughSource) {
     ASSERT_TRUE(fresh.Asm(ini.c_str(), &codec)) << tt::Error(fresh);
     EXPECT_EQ(tt::Value(ini, P::T("vmgm_lu02_02"), P::T("vmgm_lui_pgc_cat")), "82000000");
     tt::ExpectWritesOnce(fresh, dir / "o.bin", table);
-}
 
-// Refused sources (an empty table writes nothing) and damaged tables: unit 1 starts far beyond
-// the file, unit 2 claims 110 PGCs past the 32,768-byte unit buffer, unit 3 is not defined.
-TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
-    using P = TypeParam;
+    // Refused sources (an empty table writes nothing) and damaged tables: unit 1 starts beyond
+    // the file, unit 2 claims 110 PGCs past the 32,768-byte unit buffer, unit 3 is not defined.
     const std::string head = "[vmgm_pgci_ut]\nvmgm_lu_ns=",
                       srp = "vmgm_lu_srp01_lcd=e\nvmgm_lu_srp01_exst=8\n",
-                      unit = P::vmgm ? "" : "[%] Illegal source format!";
+                      wrap = P::vmgm ? "" : "[%] Illegal source format!";
     const std::pair<std::string, std::string> failures[] = {
         // sources and messages in the VMGM form
         {"", ""},
@@ -299,33 +296,30 @@ TYPED_TEST(MenuPgc, BadSourcesAndDamagedTables) {
          "[vmgm_lui02_pgci_srp_ns] 100 PGCs in language unit 2: a unit holds 0 to 99"},
         {head + "0\n", "-"},
     };
-    kt::TempDir dir;
-    const std::string ini = dir / "a.ini";
-    CKestro_PGCI codec;
     for (auto [source, error] : failures) {
         kt::WriteText(ini, P::T(source));
-        typename P::Table t;
-        EXPECT_EQ(t.Asm(ini.c_str(), &codec), error == "-") << source;
-        if (error.rfind("VMGM_LU:", 0) == 0 && !unit.empty())
-            error = std::string(unit).replace(unit.find('%'), 1, error);
-        EXPECT_TRUE(error != "-" || tt::Written(t, dir / "o.bin").empty());
-        EXPECT_EQ(tt::Error(t), P::T(error == "-" ? "" : error));
+        typename P::Table refused;
+        EXPECT_EQ(refused.Asm(ini.c_str(), &codec), error == "-") << source;
+        if (error.rfind("VMGM_LU:", 0) == 0 && !wrap.empty())
+            error = std::string(wrap).replace(wrap.find('%'), 1, error);
+        EXPECT_TRUE(error != "-" || tt::Written(refused, dir / "o.bin").empty());
+        EXPECT_EQ(tt::Error(refused), P::T(error == "-" ? "" : error));
     }
     tt::Bytes damaged = tt::Bytes().be16s({3, 0}).be32(0xFFFFFF);
     damaged.be32s({0x656E0000, 0x7FFFFFF0, 0x64650000, 32, 0x66720000, 0, 110 << 16, 40000});
     for (int i = 0; i < 110; ++i) damaged.be32(0x80000000u).be32(32700 + i);
-    tt::File f(tt::PutTable(dir, damaged));
-    typename P::Table t;
-    typename P::Units lu;
-    ASSERT_EQ(t.Load(f, 1) + lu.Load(0, 1, &t), 2);
-    EXPECT_EQ(Sa(t, 2, 1), 0u);
-    const std::string r = LuReport(lu, codec, t, 1);
+    tt::File g(tt::PutTable(dir, damaged));
+    typename P::Table bad;
+    typename P::Units badLu;
+    ASSERT_EQ(bad.Load(g, 1) + badLu.Load(0, 1, &bad), 2);
+    EXPECT_EQ(Sa(bad, 2, 1), 0u);
+    const std::string damage = LuReport(badLu, codec, bad, 1);
     for (std::string part :
          {P::T("LU 1 Number of VMGM_PGCI_SRP: 0"), P::T("LU 2 Number of VMGM_PGCI_SRP: 110"),
           std::string("Table\r\n") + (P::vmgm ? " \r\n" : "\r\n") +
               "Language Unit 3 is not defined.\r\n"})
-        EXPECT_NE(r.find(part), std::string::npos) << part;
-    EXPECT_TRUE(t.Disasm(ini.c_str()) && tt::LuDisasm(lu, ini.c_str(), codec, t, 1));
+        EXPECT_NE(damage.find(part), std::string::npos) << part;
+    EXPECT_TRUE(bad.Disasm(ini.c_str()) && tt::LuDisasm(badLu, ini.c_str(), codec, bad, 1));
 }
 
 // A command table whose commands stop part-way keeps the commands read, but its header stays

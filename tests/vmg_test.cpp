@@ -81,9 +81,8 @@ bool AssembleVmg(const std::string& ini, const std::string& out, std::string* er
 
 // A PGC of k goto pre commands (244 + 8k bytes), as the First Play PGC of ini if given.
 std::vector<uint8_t> AddPgc(const std::string& ini, int k) {
-    std::vector<uint8_t> p(236 + (k ? 8 + 8 * size_t(k) : 0), 0);
-    if (k)
-        PutBE16(&p[228], 236), PutBE16(&p[236], uint32_t(k)), PutBE16(&p[242], uint32_t(8 * k + 7));
+    std::vector<uint8_t> p(244 + 8 * size_t(k), 0);
+    PutBE16(&p[228], 236), PutBE16(&p[236], uint32_t(k)), PutBE16(&p[242], uint32_t(8 * k + 7));
     for (int i = 0; i < k; ++i) p[244 + 8 * size_t(i)] = 0x30;
     if (!ini.empty())
         CKestro_PGCI().DisasmPGCI(ini.c_str(), p.data(), 0, "pgc_", "fp_pgci", p.size());
