@@ -47,7 +47,7 @@ INSTANTIATE_TEST_SUITE_P(Members, CellTables, ::testing::ValuesIn(kCells),
 
 // Reported whole, disassembled up to the VOB count; VMG and VTS take the body size from the end
 // address's low 16 bits (here 4 bytes), VTSM from all of it.
-TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
+TEST_P(CellTables, LoadedAndAssembled) {
     tt::Bytes img = tt::Bytes().be16s({1, 0}).be32(0x10000 + 11);
     Cell(img, 1, 0, 5, 0x105).resize(2 * 2048);
     img.be16s({2, 0}).be32(12 * 5 + 7);  // sector 3: 2 VOBs, 5 cells
@@ -71,13 +71,11 @@ TEST_P(CellTables, LoadedTablesAreReportedAndDisassembled) {
                          {m.name + "_vob_ns", m.section + "_ea", "c_002_vob001_vts_cp_ea",
                           "c_001_vob002_vts_vob_idn"}),
               "2|67|199|$|");
-}
 
-// Cells are assembled VOB by VOB up to the first gap and written once; 256 at most (one more is
-// refused, the 256 stay); an entry cut short keeps the fields read, named in one section for all.
-TEST_P(CellTables, SourceCellsRunUpToTheFirstGapAndAreWrittenOnce) {
+    // Cells are assembled VOB by VOB up to the first gap and written once; 256 at most (one more
+    // is refused, the 256 stay); an entry cut short keeps the fields read, named in one section.
     kt::WriteText(src, CellSource(m, {{1, 1}, {1, 2}, {1, 4}, {2, 1}, {4, 1}}));
-    ASSERT_TRUE(t->Asm(src.c_str()));
+    ASSERT_TRUE((t = m.make())->Asm(src.c_str()));
     tt::Bytes want = tt::Bytes().be16s({7, 0}).be32(43);
     for (auto [v, c] : {std::pair{1, 1}, {1, 2}, {2, 1}})
         Cell(want, v, c, v * 1000 + c * 10, v * 10000 + c * 100 + 9);
@@ -133,7 +131,7 @@ INSTANTIATE_TEST_SUITE_P(Members, VobuMaps, ::testing::ValuesIn(kMaps),
 // The entries the end address holds are reported and disassembled, again after Disasm; a map
 // announced at almost 4 GiB (end address below 3) gets no buffer; a map's size is 16 bits, so
 // of 65,535 entries its source shows 65,539 % 65,536 / 4.
-TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
+TEST_P(VobuMaps, LoadedAndAssembled) {
     tt::Bytes img = Map({}, 1);
     img.resize(2048);
     img.add(Map({0, 0x12345, 77}, 11)).resize(3 * 2048);  // sector 2: 2 entries
@@ -151,11 +149,9 @@ TEST_P(VobuMaps, EntriesUpToTheEndAddressAreReportedAndDisassembled) {
     EXPECT_TRUE(m.name == "VTSM" || !t->Disasm(ini.c_str()));
     EXPECT_EQ(tt::Error(*t),
               m.name == "VTS" ? "ERROR: Could not aquire memory for VTSM_VOBU_ADMAP" : "");
-}
 
-// Entries run up to the first gap, written once, padded (511 entries fill one sector exactly);
-// 65,535, all the count holds, in linear time (quadratic work would meet the time limit).
-TEST_P(VobuMaps, SourceEntriesRunUpToTheFirstGapAndAreWrittenOnce) {
+    // Entries run up to the first gap, written once, padded (511 entries fill one sector); 65,535,
+    // all the count holds, in linear time (quadratic work would meet the time limit).
     for (uint32_t entries : {3, 511, 512, 0xFFFF}) {
         kt::WriteText(src,
                       "[" + m.section + "]\n" + Keys(Steps(entries, 3)) + Keys({1}, entries + 2));
