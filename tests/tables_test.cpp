@@ -160,7 +160,7 @@ TEST_P(VobuMaps, LoadedAndAssembled) {
     }
 }
 
-// Side files: counted (VTS in IFO order, VTSM little-endian, and read so) and plain (little-endian).
+// Side files: counted (VTS in IFO order, VTSM little-endian, read so) and plain (little-endian).
 TEST(VobuMaps, SideFiles) {
     const tt::Bytes be = Map({0x01020304, 0x0A0B0C0D}, 11), le = Map({0x04030201, 0x0D0C0B0A}, 11);
     kt::TempDir dir;

@@ -90,8 +90,7 @@ std::string Text(T&& t, int room = 1 << 20, bool* ok = nullptr, Extra... extra) 
     return buf.data();
 }
 
-// The whole report; reports cut all through it (in buffers of len + 3 bytes the sanitizers
-// guard) are prefixes of it within len + 2 characters.
+// The whole report; cut all through it (in len + 3 bytes), each is a prefix within len + 2.
 template <class T>
 std::string Report(T&& t) {
     const std::string whole = Text(t);
@@ -146,8 +145,7 @@ std::string Mismatch(const V& got, const V& want) {
            (i < want.size() ? Show(want[i]) : "(none)");
 }
 
-// A table loaded from dir/T.IFO holding `bytes` at `sector` (a management table at 0, from the
-// file's start), padded unless told otherwise; the file stays open for body reads.
+// A table loaded from `bytes` at `sector` of dir/T.IFO, kept open (management tables: sector 0).
 template <class T>
 struct Loaded {
     static constexpr bool kMat =
@@ -176,7 +174,7 @@ struct TableOps {  // one table of a loaded file, as a host drives it
     bool Disasm(const char* ini) const { return source(ini); }
 };
 
-// Language units' Disasm, whose arguments come in another order in a title set.
+// Language units' Disasm (its arguments come in another order in a title set).
 inline bool LuDisasm(CKestro_VMGM_LU& lu, const char* ini, CKestro_PGCI& codec,
                      CKestro_VMGM_PGCI& ut, unsigned long sa) {
     return lu.Disasm(ini, sa, &codec, &ut);
@@ -186,8 +184,7 @@ inline bool LuDisasm(CKestro_VTSM_LU& lu, const char* ini, CKestro_PGCI& codec,
     return lu.Disasm(ini, &codec, &ut, sa);
 }
 
-// Every table a loaded file holds, the management table first (its Disasm starts a fresh
-// source); time-map entries are joined in from their side files.
+// Every table of a loaded file, management table first (its Disasm starts a fresh source).
 template <class Mat>
 std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     std::vector<TableOps> out;
@@ -228,8 +225,7 @@ std::vector<TableOps> TablesOf(Mat& m, CKestro_PGCI& codec) {
     return out;
 }
 
-// A host's walk: every table's report (room > 0) and source (into ini); with `check` each must
-// succeed (but the language units and VOBU maps, which may refuse a source).
+// Every table's report (room > 0) and source; `check`: all succeed (but units' and maps' sources).
 template <class Mat>
 std::string Walk(Mat& m, int room, const std::string& ini = "", bool check = false) {
     CKestro_PGCI codec;
