@@ -22,16 +22,15 @@ long g_failWrite = 0, g_byteLimit = -1, g_writes = 0, g_bytes = 0;
 bool g_failSync = false;
 int g_errno = ENOSPC;
 
-long EnvNumber(const char* name, long otherwise) {
-    const char* v = std::getenv(name);
-    return v ? std::atol(v) : otherwise;
-}
-
 __attribute__((constructor)) void Configure() {
+    auto number = [](const char* name, long otherwise) {
+        const char* v = std::getenv(name);
+        return v ? std::atol(v) : otherwise;
+    };
     g_dir = std::getenv("KESTRO_FAULT_DIR");
-    g_failWrite = EnvNumber("KESTRO_FAULT_WRITE", 0);
-    g_byteLimit = EnvNumber("KESTRO_FAULT_BYTES", -1);
-    g_failSync = EnvNumber("KESTRO_FAULT_FSYNC", 0) != 0;
+    g_failWrite = number("KESTRO_FAULT_WRITE", 0);
+    g_byteLimit = number("KESTRO_FAULT_BYTES", -1);
+    g_failSync = number("KESTRO_FAULT_FSYNC", 0) != 0;
     const char* e = std::getenv("KESTRO_FAULT_ERRNO");
     g_errno = e && std::strcmp(e, "EIO") == 0 ? EIO : ENOSPC;
     if (const char* v = std::getenv("KESTRO_FAULT_LOADED")) ::close(::creat(v, 0644));
@@ -40,13 +39,10 @@ __attribute__((constructor)) void Configure() {
 // Whether `fd` is a regular file below the chosen folder ("/": every file, memory-backed ones
 // included, but no devices, pipes, sockets or terminals).
 bool Subject(int fd) {
-    if (!g_dir || !*g_dir) return false;
     char link[64], path[4096];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    ssize_t n = ::readlink(link, path, sizeof path - 1);
-    if (n <= 0) return false;
-    path[n] = '\0';
-    if (path[0] != '/') return false;
+    const ssize_t n = g_dir && *g_dir ? ::readlink(link, path, sizeof path - 1) : -1;
+    if (n <= 0 || (path[n] = '\0', path[0] != '/')) return false;
     if (std::strcmp(g_dir, "/") == 0)
         return std::strncmp(path, "/proc/", 6) != 0 &&
                (std::strncmp(path, "/dev/", 5) != 0 || std::strncmp(path, "/dev/shm/", 9) == 0);
@@ -54,13 +50,20 @@ bool Subject(int fd) {
     return std::strncmp(path, g_dir, len) == 0 && (path[len] == '/' || path[len] == '\0');
 }
 
-// How many of `count` bytes a write to a subject file may write now: -1 when it must fail.
-long Allowed(size_t count) {
-    ++g_writes;
-    if (g_failWrite > 0 && g_writes == g_failWrite) return -1;
-    if (g_byteLimit < 0) return long(count);
-    long left = g_byteLimit - g_bytes;
-    return left <= 0 ? -1 : long(count) < left ? long(count) : left;
+// A write of `count` bytes to `fd` through `real(n)`: for a subject file failed, cut short to
+// what the byte limit leaves (unless `whole`: then failed) or passed on.
+template <class Write>
+ssize_t Guarded(int fd, size_t count, Write real, bool whole = false) {
+    if (count == 0 || !Subject(fd)) return real(count);
+    const long left = g_byteLimit < 0 ? long(count) : g_byteLimit - g_bytes;
+    const size_t n = left <= 0 ? 0 : size_t(left) < count ? size_t(left) : count;
+    if (++g_writes == g_failWrite || n == 0 || (whole && n < count)) {
+        errno = g_errno;
+        return -1;
+    }
+    const ssize_t done = real(n);
+    if (done > 0) g_bytes += done;
+    return done;
 }
 
 template <class F>
@@ -68,25 +71,9 @@ F Next(const char* name) {
     return reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
 }
 
-// A write of `count` bytes to `fd` through `real(n)`: failed, cut short (unless `whole`) or
-// passed on as the faults ask for a subject file.
-template <class Write>
-ssize_t Guarded(int fd, size_t count, Write real, bool whole = false) {
-    if (count == 0 || !Subject(fd)) return real(count);
-    const long n = Allowed(count);
-    if (n < 0 || (whole && size_t(n) < count)) {
-        errno = g_errno;
-        return -1;
-    }
-    const ssize_t done = real(size_t(n));
-    if (done > 0) g_bytes += done;
-    return done;
-}
-
-int Sync(int (*real)(int), int fd) {
-    if (!g_failSync || !Subject(fd)) return real(fd);
-    errno = EIO;
-    return -1;
+int Sync(const char* name, int fd) {
+    if (g_failSync && Subject(fd)) return errno = EIO, -1;
+    return Next<int (*)(int)>(name)(fd);
 }
 
 }  // namespace
@@ -112,14 +99,7 @@ ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
         fd, count, [&](size_t) { return real(fd, iov, iovcnt); }, true);
 }
 
-int fsync(int fd) {
-    static auto real = Next<int (*)(int)>("fsync");
-    return Sync(real, fd);
-}
-
-int fdatasync(int fd) {
-    static auto real = Next<int (*)(int)>("fdatasync");
-    return Sync(real, fd);
-}
+int fsync(int fd) { return Sync("fsync", fd); }
+int fdatasync(int fd) { return Sync("fdatasync", fd); }
 
 }  // extern "C"

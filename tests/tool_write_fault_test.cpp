@@ -1,25 +1,17 @@
 // A failed write (made to fail by fault_shim.cpp, each write in turn) makes every writing
 // subcommand exit 1 naming the file and why, with every earlier file byte-identical and
 // nothing left behind; a rebuild killed at random leaves its output absent or complete.
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <chrono>
 #include <functional>
 #include <map>
 #include <random>
-#include <thread>
 
 #include "tool_support.h"
-
-extern char** environ;
 
 namespace {
 
 namespace fs = std::filesystem;
-using Runs = std::vector<std::pair<std::string, std::vector<std::string>>>;
+using Args = std::vector<std::string>;
 
 // Every file and folder below `dir` (hidden ones included): relative path -> content ("<dir>"
 // for folders; with `vobSizes`, a VOB file's size, as they are large).
@@ -34,26 +26,20 @@ std::map<std::string, std::string> Snapshot(const fs::path& dir, bool vobSizes =
     return out;
 }
 
-struct Faults {
-    std::string dir;     // writes below this folder fail ("/": every file)
-    long write = 0;      // the Nth write fails
-    long bytes = -1;     // or every write after so many bytes
-    bool fsync = false;  // or every sync
-    std::string error = "ENOSPC";
-};
+// The command line of the kestro command run with `args`, after `prefix`.
+std::string Line(const std::string& prefix, const Args& args) {
+    std::string line = prefix + tt::Quote(tt::KestroBinary());
+    for (const auto& a : args) line += " " + tt::Quote(a);
+    return line;
+}
 
-tt::Result KestroWithFaults(const std::vector<std::string>& args, const Faults& f,
-                            const std::string& loaded = "") {
+// Runs the command with the shim preloaded, set by `faults` (KESTRO_FAULT_* assignments).
+tt::Result KestroWithFaults(const Args& args, const std::string& faults) {
     std::string asan = "verify_asan_link_order=0";
     if (const char* given = std::getenv("ASAN_OPTIONS")) asan = std::string(given) + ":" + asan;
-    std::string line =
-        "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=" + tt::Quote(asan) +
-        " KESTRO_FAULT_DIR=" + tt::Quote(f.dir) + " KESTRO_FAULT_WRITE=" + std::to_string(f.write) +
-        " KESTRO_FAULT_BYTES=" + std::to_string(f.bytes) +
-        " KESTRO_FAULT_FSYNC=" + (f.fsync ? "1" : "0") + " KESTRO_FAULT_ERRNO=" + f.error +
-        " KESTRO_FAULT_LOADED=" + tt::Quote(loaded) + " " + tt::Quote(tt::KestroBinary());
-    for (const auto& a : args) line += " " + tt::Quote(a);
-    return tt::Shell(line);
+    return tt::Shell(Line("env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) +
+                              " ASAN_OPTIONS=" + tt::Quote(asan) + " " + faults + " ",
+                          args));
 }
 
 // The sample disc (examples/sample) assembled with empty VOB files of its
@@ -63,11 +49,10 @@ protected:
     void SetUp() override {
         TT_REQUIRE_KESTRO();
         const std::string loaded = work_ / "loaded";
-        KestroWithFaults({"--version"}, {}, loaded);
+        KestroWithFaults({"--version"}, "KESTRO_FAULT_LOADED=" + tt::Quote(loaded));
         if (!fs::exists(loaded))
             GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
                          << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
-        fs::remove(loaded);
         fs::create_directories(ifoOnly_);
         fs::create_directories(src_);
         for (const auto& source : tt::AssembleSample(disc_)) {
@@ -78,45 +63,45 @@ protected:
         fs::create_directories(out_);
     }
 
-    // Runs each of `runs` with the Nth write failing, for N = 1, 2, ... until a run succeeds:
-    // below out_, and below "/" too when `everyFile` (the library's own writes go to private
+    // Runs each of `runs` with the Nth write failing, for N = 1, 2, ... until a run succeeds,
+    // below out_ and, with `everyFile`, below "/" (the library's own writes go to private
     // folders, and are checked there); then on a device that fills up at once or after 3000
     // bytes and on one whose syncs fail. Each failed run exits 1 naming a path below out_ and
     // the reason, and leaves out_ exactly as it was.
-    void FailWrites(const Runs& runs, bool everyFile, const std::function<void()>& reset) {
-        auto before = Snapshot(out_);
+    void FailWrites(const std::vector<Args>& runs, bool everyFile,
+                    const std::function<void()>& reset) {
+        std::map<std::string, std::string> before;
         auto restart = [&] {  // a success may leave new files that reset keeps: they stay
             reset();
             before = Snapshot(out_);
         };
         restart();
-        for (const auto& [what, args] : runs) {
-            auto fails = [&, &what = what, &args = args](const Faults& f) {
-                tt::Result r = KestroWithFaults(args, f);
-                if (r.code == 0 && f.write) return false;
-                const std::string run = what + " (below " + f.dir + ", write " +
-                                        std::to_string(f.write) + ", bytes " +
-                                        std::to_string(f.bytes) + (f.fsync ? ", sync): " : "): ");
-                EXPECT_EQ(r.code, 1) << run << r.err;
-                EXPECT_NE(r.err.find(out_.string()), std::string::npos) << run << r.err;
-                const char* reason = !f.write           ? ""
-                                     : f.error == "EIO" ? "Input/output error"
-                                                        : "No space left on device";
-                EXPECT_NE(r.err.find(reason), std::string::npos) << run << r.err;
-                EXPECT_EQ(Snapshot(out_), before) << run << "changed or left files";
+        for (const Args& args : runs) {
+            // Whether the run failed under `faults` (only the Nth write's failure may not come).
+            auto fails = [&](const std::string& faults) {
+                SCOPED_TRACE(Line(faults + ": ", args));
+                const tt::Result r = KestroWithFaults(args, "KESTRO_FAULT_DIR=" + faults);
+                if (r.code == 0 && faults.find("_WRITE=") != std::string::npos) return false;
+                const bool eio = faults.find("_ERRNO=EIO") != std::string::npos ||
+                                 faults.find("_FSYNC=") != std::string::npos;
+                EXPECT_TRUE(r.code == 1 && r.err.find(out_.string()) != std::string::npos &&
+                            r.err.find(eio ? "Input/output error" : "No space left on device") !=
+                                std::string::npos)
+                    << r.code << ": " << r.err;
+                EXPECT_EQ(Snapshot(out_), before) << "changed or left files";
                 return true;
             };
-            for (const std::string& dir : {out_.string(), std::string(everyFile ? "/" : "")}) {
+            for (int d = 0; d <= int(everyFile); ++d) {
+                const std::string dir = tt::Quote(d ? "/" : out_.string());
                 long n = 1;
-                while (!dir.empty() && n < 200 &&
-                       fails({dir, n, -1, false, n % 2 ? "ENOSPC" : "EIO"}))
+                while (n < 200 && fails(dir + " KESTRO_FAULT_WRITE=" + std::to_string(n) +
+                                        (n % 2 ? "" : " KESTRO_FAULT_ERRNO=EIO")))
                     ++n;
-                EXPECT_TRUE(dir.empty() || (n > 1 && n < 200)) << what << ", " << dir << ": " << n;
+                EXPECT_TRUE(n > 1 && n < 200) << dir << ": " << n;
                 restart();
             }
-            for (const Faults& f :
-                 {Faults{out_, 0, 0}, Faults{out_, 0, 3000}, Faults{out_, 0, -1, true}})
-                fails(f);
+            for (const char* device : {"BYTES=0", "BYTES=3000", "FSYNC=1"})
+                fails(tt::Quote(out_) + " KESTRO_FAULT_" + device);
             restart();
         }
     }
@@ -133,115 +118,83 @@ protected:
 TEST_F(WriteFaults, AsmAndDisasmKeepEveryFileWhenAWriteFails) {
     const std::string source = src_ / "VTS_01_0.ini", ifo = disc_ / "VTS_01_0.IFO",
                       ini = out_ / "S/x.ini";
-    FailWrites(
-        {
-            {"asm over an IFO and its BUP",
-             {"asm", source, "-o", out_ / "V/VTS_01_0.IFO", "--force"}},
-            {"asm into a new file", {"asm", source, "-o", out_ / "V/VTS_01_0 new.IFO"}},
-            {"disasm", {"disasm", ifo, "-o", ini, "--force"}},
-            {"disasm, ini side files",
-             {"disasm", ifo, "-o", ini, "--side-files", "ini", "--force"}},
-            {"disasm, bin side files",
-             {"disasm", ifo, "-o", ini, "--side-files", "bin", "--force"}},
-        },
-        true, [&] {
-            fs::create_directories(out_ / "V");
-            fs::create_directories(out_ / "S");
-            fs::remove(out_ / "V/VTS_01_0 new.IFO");
-            fs::remove(out_ / "V/VTS_01_0 new.BUP");
-            for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
-                fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name,
-                              fs::copy_options::overwrite_existing);
-            for (const char* name :
-                 {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-                kt::WriteText(out_ / "S" / name, "old\n");
-        });
+    FailWrites({{"asm", source, "-o", out_ / "V/VTS_01_0.IFO", "--force"},
+                {"asm", source, "-o", out_ / "V/VTS_01_0 new.IFO"},
+                {"disasm", ifo, "-o", ini, "--force"},
+                {"disasm", ifo, "-o", ini, "--side-files", "ini", "--force"},
+                {"disasm", ifo, "-o", ini, "--side-files", "bin", "--force"}},
+               true, [&] {
+                   fs::create_directories(out_ / "V");
+                   fs::create_directories(out_ / "S");
+                   fs::remove(out_ / "V/VTS_01_0 new.IFO");
+                   fs::remove(out_ / "V/VTS_01_0 new.BUP");
+                   for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP"})
+                       fs::copy_file(disc_ / "VTS_02_0.IFO", out_ / name,
+                                     fs::copy_options::overwrite_existing);
+                   for (const char* name :
+                        {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
+                       kt::WriteText(out_ / "S" / name, "old\n");
+               });
 }
 
 // A rebuild whose write fails leaves the output folder as it was.
 TEST_F(WriteFaults, RebuildLeavesTheOutputFolderAsItWas) {
     const std::string disc = disc_.parent_path(), bare = ifoOnly_.parent_path(),
                       fresh = out_ / "new", old = out_ / "old";
-    FailWrites(
-        {
-            {"rebuild", {"rebuild", disc, "-o", fresh, "-q"}},
-            {"rebuild into the VIDEO_TS folder of missing folders",
-             {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"}},
-            {"rebuild --force", {"rebuild", disc, "-o", old, "-q", "--force"}},
-            {"rebuild --copy-vobs", {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}},
-            {"rebuild --placeholder-vobs",
-             {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
-        },
-        false, [&] {
-            fs::remove_all(fresh);
-            fs::remove_all(old);
-            fs::create_directories(out_ / "old/VIDEO_TS");
-            kt::WriteText(out_ / "old/VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
-        });
-}
-
-// Starts the command and kills it after `delay`; true when it ended by itself first.
-bool RunAndKill(const std::vector<std::string>& args, std::chrono::microseconds delay) {
-    std::vector<std::string> argv = {tt::KestroBinary()};
-    argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<char*> cargs;
-    for (auto& a : argv) cargs.push_back(a.data());
-    cargs.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = 0;
-    const bool spawned = posix_spawn(&pid, cargs[0], &actions, nullptr, cargs.data(), environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    if (!spawned) return false;
-    std::this_thread::sleep_for(delay);
-    int status = 0;
-    if (::waitpid(pid, &status, WNOHANG) == pid) return true;
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, &status, 0);
-    return false;
+    FailWrites({{"rebuild", disc, "-o", fresh, "-q"},
+                {"rebuild", disc, "-o", fresh + "/a/VIDEO_TS", "-q"},
+                {"rebuild", disc, "-o", old, "-q", "--force"},
+                {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"},
+                {"rebuild", bare, "-o", fresh, "-q", "--placeholder-vobs"}},
+               false, [&] {
+                   fs::remove_all(fresh);
+                   fs::remove_all(old);
+                   fs::create_directories(old + "/VIDEO_TS");
+                   kt::WriteText(old + "/VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
+               });
 }
 
 // A rebuild killed at any moment leaves its output absent or complete; an old folder replaced
-// with --force is the old one or the new one, never a mix.
+// with --force is the old one or the new one, never a mix; the next run removes what killed
+// runs left beside the output.
 TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     fs::resize_file(disc_ / "VTS_01_1.VOB", 96u << 20);  // a copy long enough to be cut
-    const fs::path fresh = out_ / "new", old = out_ / "old", reference = work_ / "reference";
-    const std::string disc = disc_.parent_path();
-    ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", reference, "-q", "--copy-vobs"}).code, 0);
-    const auto complete = Snapshot(reference, true);
-    auto start = std::chrono::steady_clock::now();
+    const std::string disc = disc_.parent_path(), fresh = out_ / "new", old = out_ / "old";
+    const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}).code, 0);
     const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::steady_clock::now() - start);
-    ASSERT_EQ(Snapshot(fresh, true), complete);
+                          std::chrono::steady_clock::now() - start)
+                          .count();
+    const auto complete = Snapshot(fresh, true);
     fs::remove_all(fresh);
-
-    std::mt19937 random(20261123);
-    std::uniform_int_distribution<long> when(0, long(took.count() * 12 / 10));
+    auto killed = [](long us, const Args& args) {  // true when cut short after `us` microseconds
+        char after[32];
+        std::snprintf(after, sizeof after, "%ld.%06ld", us / 1000000, us % 1000000);
+        return tt::Shell(Line("timeout --foreground -s KILL " + std::string(after) + " ", args))
+                   .code != 0;
+    };
     auto makeOld = [&] {
         fs::remove_all(old);
-        fs::create_directories(old / "VIDEO_TS");
-        kt::WriteText(old / "VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
+        fs::create_directories(old + "/VIDEO_TS");
+        kt::WriteText(old + "/VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
         return Snapshot(old, true);
     };
     const auto oldShape = makeOld();
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<long> when(1, took * 12 / 10);
     int cut = 0;
     for (int run = 0; run < 24; ++run) {
-        const std::chrono::microseconds delay(when(random));
-        SCOPED_TRACE("killed after " + std::to_string(delay.count()) + " us");
-        cut += !RunAndKill({"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"}, delay);
+        const long us = when(random);
+        SCOPED_TRACE("killed after " + std::to_string(us) + " us");
+        cut += killed(us, {"rebuild", disc, "-o", fresh, "-q", "--copy-vobs"});
         EXPECT_TRUE(!fs::exists(fresh) || Snapshot(fresh, true) == complete);
         fs::remove_all(fresh);
-        RunAndKill({"rebuild", disc, "-o", old, "-q", "--copy-vobs", "--force"}, delay);
-        ASSERT_TRUE(fs::exists(old)) << "the old folder is gone";
+        killed(us, {"rebuild", disc, "-o", old, "-q", "--copy-vobs", "--force"});
         const auto now = Snapshot(old, true);
-        EXPECT_TRUE(now == oldShape || now == complete) << "a mix";
+        EXPECT_TRUE(now == oldShape || now == complete) << "the old folder is gone or a mix";
         makeOld();
     }
     EXPECT_GT(cut, 0) << "no run was cut short";
-    // What killed runs left beside the output is removed by the next run.
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", fresh, "-q"}).code, 0);
     ASSERT_EQ(tt::Kestro({"rebuild", disc, "-o", old, "-q", "--force"}).code, 0);
     for (auto& e : fs::directory_iterator(out_))
