@@ -1,0 +1,441 @@
+// Hostile input driven through the library as a host drives it: damaged IFO files (real discs
+// and the sample's assembled files) and damaged sources, every fault fuzzing found a named
+// regression test. Nothing may crash, overrun (the sanitizer build checks), leak, hang or leave
+// a file handle open.
+#include <map>
+#include <sstream>
+
+#include "kestro/disc.h"
+#include "support/kestro_drive.h"
+#include "tables_util.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<uint8_t>;
+
+// The sample's sources: path -> text.
+std::map<std::string, std::string> SampleSources() {
+    std::map<std::string, std::string> out;
+    std::error_code ec;
+    for (auto& e : fs::directory_iterator(fs::path(KESTRO_SOURCE_DIR) / "examples/sample", ec))
+        if (e.path().extension() == ".ini") out[e.path()] = kt::ReadText(e.path().string());
+    return out;
+}
+
+// A scratch folder, and a check that the test leaves no file handle open.
+class NoHandleLeft {
+protected:
+    ~NoHandleLeft() { EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_); }
+    kdrive::Scratch scratch_{"hostile"};
+    const int handle_ = kdrive::NextHandle(scratch_.Path("probe"));
+};
+
+struct Base {
+    std::string name;
+    Bytes bytes;
+    bool vmg;
+};
+
+// The corpus files and the sample's sources assembled.
+const std::vector<Base>& Bases() {
+    static const std::vector<Base> bases = [] {
+        std::vector<Base> out;
+        for (bool vmg : {true, false})
+            for (const auto& p : kt::CorpusFiles(vmg ? "VIDEO_TS" : "VTS_"))
+                out.push_back({p, kt::ReadBytes(p), vmg});
+        kdrive::Scratch s("hostile-base");
+        for (const auto& [path, text] : SampleSources()) {
+            const bool vmg = text.rfind("[vmgi_mat]", 0) == 0;
+            s.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+            kdrive::DriveSource(s);
+            const Bytes b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
+            if (b.size() >= 2048) out.push_back({path, b, vmg});
+            s.Clear();
+        }
+        return out;
+    }();
+    return bases;
+}
+
+// For each table of a file: with `sweep`, every len near the start and the end of its report
+// and a sample between keeps to the three bytes of headroom beyond len (guard bytes past them
+// survive); else the report streamed in 100-byte pieces through a small buffer reads as the one
+// made in one buffer (each from its own load: the management table's report changes its record).
+template <class Mat>
+void CheckReports(const Bytes& bytes, bool sweep) {
+    tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
+    CKestro_PGCI codecs[2];
+    const auto a = tt::TablesOf(whole.t, codecs[0]), b = tt::TablesOf(streamed.t, codecs[1]);
+    ASSERT_TRUE(whole.loaded == 1 && streamed.loaded == 1 && a.size() == b.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        SCOPED_TRACE(a[i].name);
+        std::vector<char> big(1 << 22, '\0'), buf(1 << 18, '\0');  // buf: a piece, any PGC
+        const bool ok = a[i].Details(big.data(), int(big.size()) - 3);
+        const int full = int(strnlen(big.data(), big.size()));
+        for (int len = 1; sweep && len <= full + 8;
+             len += len < 300 || len > full - 300 ? 1 : std::max(1, full / 1000)) {
+            std::vector<char> guarded(size_t(len) + 3 + 256, 'G');
+            std::memset(guarded.data(), 0, size_t(len) + 3);
+            a[i].Details(guarded.data(), len);
+            if (std::count(guarded.begin() + len + 3, guarded.end(), 'G') == 256) continue;
+            ADD_FAILURE() << "wrote past len + 3 with len = " << len << " of " << full;
+            break;
+        }
+        if (sweep) continue;
+        std::string pieces;
+        EXPECT_EQ(ok, [&] {
+            kestro::ReportStream stream(
+                [](void* to, char* text, size_t size) {
+                    EXPECT_GE(size, 100u);
+                    static_cast<std::string*>(to)->append(text, size);
+                },
+                &pieces, 100);
+            return b[i].Details(buf.data(), int(buf.size()) - 3);
+        }());
+        EXPECT_EQ(pieces + buf.data(), std::string(big.data()));
+    }
+}
+
+// The two file kinds (true: VIDEO_TS.IFO), each through the bases of its kind.
+class HostileIfo : public ::testing::TestWithParam<bool>, protected NoHandleLeft {
+protected:
+    void SetUp() override {
+        for (const Base& b : Bases())
+            if (b.vmg == GetParam()) bases_.push_back(b);
+        if (bases_.empty()) GTEST_SKIP() << "neither real discs nor the sample are here";
+    }
+    // Loads, reports (in `room` bytes, streamed in pieces of `piece` when not 0) and, with
+    // `disasm`, disassembles one image.
+    void Drive(bool vmg, const Bytes& b, int room, size_t piece, bool disasm = true) {
+        kdrive::LoadedRun run;
+        run.reportRoom = room, run.streamPiece = piece, run.disasm = disasm;
+        kdrive::DriveBytes(scratch_, vmg, b.data(), b.size(), run);
+        scratch_.Clear();
+    }
+    // Drives `base` with `width` bytes at `at` set to v.
+    void DriveWith(const Base& base, size_t at, uint32_t v, int width, int room, size_t piece) {
+        SCOPED_TRACE(std::to_string(v) + " at byte " + std::to_string(at));
+        Bytes b = base.bytes;
+        kt::PutBE(b, at, v, width);
+        Drive(base.vmg, b, room, piece);
+    }
+    // Each start-sector field of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
+    // VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP) and the byte its table starts at.
+    template <class F>
+    void EachTableField(const Base& b, F&& f) {
+        for (size_t field = b.vmg ? 0xc4 : 0xc8; field <= (b.vmg ? 0xdcu : 0xe4u); field += 4)
+            f(field, size_t(kt::BE32(b.bytes, field)) * 2048);
+    }
+    void CheckReports(const std::vector<Base>& bases, bool sweep) {
+        for (const Base& base : bases) {
+            SCOPED_TRACE(base.name);
+            GetParam() ? ::CheckReports<CKestro_VMG_MAT>(base.bytes, sweep)
+                       : ::CheckReports<CKestro_VTS_MAT>(base.bytes, sweep);
+        }
+    }
+    std::vector<Base> bases_;
+};
+INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(), [](const auto& info) {
+    return std::string(info.param ? "VideoManager" : "TitleSet");
+});
+
+// Read as the other kind (identifier swapped); truncated anywhere (the first bytes, around every
+// sector boundary, the management table's fields, the last byte); start sectors past the end,
+// at 1 and all ones; counts and end addresses all ones; every table on one sector of all ones.
+// (Random damage is the fuzzers' work, seeded with these files.)
+TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
+    for (const Base& base : bases_) {
+        SCOPED_TRACE(base.name);
+        Bytes other = base.bytes;
+        std::memcpy(other.data(), base.vmg ? "DVDVIDEO-VTS" : "DVDVIDEO-VMG", 12);
+        Drive(!base.vmg, other, 1 << 18, 0);
+        Drive(!base.vmg, other, 200, 400, false);
+        const size_t size = base.bytes.size();
+        std::vector<size_t> cuts = {0, 1, 11, 12, 13, 128, 255, 512, 1023, 1024, 1025, 2047};
+        for (size_t sector = 2048; sector < size; sector += 2048)
+            for (size_t d : {0, 1, 8, 100}) cuts.push_back(std::min(sector + d, size - 1));
+        for (size_t cut : cuts) {
+            SCOPED_TRACE("cut at " + std::to_string(cut));
+            const Bytes b(base.bytes.begin(), base.bytes.begin() + long(cut));
+            const int room = 1 + int(cut % 97);
+            Drive(base.vmg, b, 1 << 18, 0);
+            Drive(base.vmg, b, room, size_t(room % 3) * 200, false);
+        }
+        Bytes oneSector = base.bytes;
+        oneSector.resize(std::max<size_t>(size, 2 * 2048));
+        int i = 0;  // each variant reported in its own way
+        auto vary = [&](size_t at, uint32_t v, int width) {
+            DriveWith(base, at, v, width, i % 2 ? 1 << 18 : 64, i % 3 ? 0 : 600), ++i;
+        };
+        EachTableField(base, [&](size_t field, size_t table) {
+            for (uint32_t v : {uint32_t(size / 2048 + 1), 1u, 0xffffffffu}) vary(field, v, 4);
+            if (table && table + 8 <= size) vary(table, 0xffff, 2), vary(table + 4, 0xffffffff, 4);
+            kt::PutBE(oneSector, field, 1, 4);
+        });
+        std::fill(oneSector.begin() + 2048, oneSector.begin() + 2 * 2048, 0xff);
+        Drive(base.vmg, oneSector, 64, 600);
+        Drive(base.vmg, {oneSector.begin(), oneSector.end() - 1}, 1 << 18, 0);
+    }
+}
+
+// Regression (fuzzing): an end address below the header (a cell address table then announces
+// 357 million entries) made a streamed report run on without end.
+TEST_P(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
+    for (const Base& base : bases_)
+        EachTableField(base, [&](size_t, size_t table) {
+            SCOPED_TRACE(base.name);
+            if (table && table + 8 <= base.bytes.size()) DriveWith(base, table + 4, 3, 4, 64, 600);
+        });
+}
+
+// Regression (fuzzing): a 5 KB VIDEO_TS.IFO whose menu unit and PGC counts read all ones made
+// Disasm write 187,298 statements; at most 16 units of 99 PGCs are covered.
+TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfStatements) {
+    for (const Base& base : bases_) {
+        const size_t table = size_t(kt::BE32(base.bytes, base.vmg ? 0xc8 : 0xd0)) * 2048;
+        if (table == 0 || table + 16 > base.bytes.size()) continue;
+        SCOPED_TRACE(base.name);
+        Bytes b = base.bytes;
+        kt::PutBE(b, table, 0xffff, 2);                               // units
+        kt::PutBE(b, table + kt::BE32(b, table + 8 + 4), 0xffff, 2);  // the first unit's PGCs
+        kdrive::LoadedRun run;
+        run.sideFiles = false;
+        kdrive::DriveBytes(scratch_, base.vmg, b.data(), b.size(), run);
+        const std::string source = kt::ReadText(scratch_.Ini());
+        for (const char* beyond : {"_lu_srp17_", "m_lu17_", "_100]"})
+            EXPECT_EQ(source.find(beyond), std::string::npos) << beyond;
+        return scratch_.Clear();
+    }
+    GTEST_SKIP() << "no file with a menu PGC unit table";
+}
+
+// Regression (fuzzing): 64 KB of records pointing at one long run (parts of title, time maps)
+// took seconds and gigabytes to read into the disc model; the run is read once over.
+TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
+    Bytes vts(32 * 2048, 0);
+    std::memcpy(vts.data(), "DVDVIDEO-VTS", 12);
+    kt::PutBE(vts, 200, 1, 4);                                     // VTS_PTT_SRPT at sector 1
+    kt::PutBE(vts, 212, 1, 4);                                     // VTS_TMAPT at the same sector
+    kt::PutBE(vts, 2048, 8000, 2);                                 // 8000 title units / time maps
+    kt::PutBE(vts, 2048 + 4, uint32_t(vts.size() - 2048 - 1), 4);  // end address: the file's end
+    for (size_t i = 0; i < 8000; ++i) kt::PutBE(vts, 2048 + 8 + 4 * i, 8, 4);  // each starts at 8
+    kestro::disc::TitleSet t;
+    kestro::disc::ReadTitleSet(vts, t);
+    size_t parts = 0, entries = 0;
+    for (const auto& p : t.parts) parts += p.size();
+    for (const auto& m : t.timeMaps) entries += m.entries.size();
+    EXPECT_LE(std::max(parts, entries), vts.size() / 4 + 64);
+    EXPECT_TRUE(std::any_of(t.problems.begin(), t.problems.end(), [](const std::string& p) {
+        return p.find("records overlap") != std::string::npos;
+    }));
+}
+
+// Regression: VMGI_MAT gave the First Play PGC report the room len, not len - used, and TT_SRPT
+// closed with an unchecked "\r\n" after a line that used the headroom.
+TEST_P(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) {
+    CheckReports(bases_, true);
+}
+
+// Streamed reports read as whole ones; also with five menu audio and sub-picture streams in the
+// first VTS_ATRT record, whose report numbers those lines by the characters written before them.
+TEST_P(HostileIfo, StreamedReportsReadAsWholeOnes) {
+    std::vector<Base> bases = bases_;
+    for (const Base& base : bases_) {
+        const size_t atrt = base.vmg ? size_t(kt::BE32(base.bytes, 208)) * 2048 : 0;
+        if (atrt == 0 || kt::BE32(base.bytes, atrt + 8) == 0) continue;
+        // The report reads the record at the length of its "VTS 1" line, less 8.
+        const size_t rec = atrt + std::to_string(kt::BE32(base.bytes, atrt + 8)).size() +
+                           std::string("  VTS 1 Attribute start byte address ").size();
+        if (rec + 94 >= base.bytes.size()) continue;
+        bases.push_back({base.name + " (menu streams)", base.bytes, true});
+        bases.back().bytes[rec + 11] = bases.back().bytes[rec + 93] = 5;
+    }
+    CheckReports(bases, false);
+}
+
+class HostileSource : public ::testing::Test, protected NoHandleLeft {
+protected:
+    void Run(const std::string& text) {  // assembles everything, loads it back
+        scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+        kdrive::DriveSourceAndReload(scratch_);
+        scratch_.Clear();
+    }
+};
+
+// Each variant damages a different third of the sample's statements in one way (a value; ""
+// drops the statement; "+" appends 300 digits to the old value). Then broken grammar: empty
+// sections, statements without sections, lines without "=", duplicate sections and keys, NUL
+// bytes, CR without LF, a very long line.
+TEST_F(HostileSource, DamagedStatementsAndBrokenGrammar) {
+    std::vector<std::string> sources,
+        damages = {"", "=", "+", "=-1", "=99999999999", "=$1", "=zz%s%n", "=xffffffffffffffff"};
+    for (const auto& [path, text] : SampleSources()) sources.push_back(text);
+    if (sources.empty()) GTEST_SKIP() << "no sample sources";
+    damages.push_back("=x" + std::string(5000, 'f'));
+    for (const std::string& damage : damages)
+        for (size_t i = 0; i < 3 * sources.size(); ++i) {
+            SCOPED_TRACE("source " + std::to_string(i / 3) + ", damage '" + damage.substr(0, 9) +
+                         "', phase " + std::to_string(i % 3));
+            std::string text, line;
+            std::istringstream in(sources[i / 3]);
+            for (size_t statement = 0; std::getline(in, line);) {
+                const size_t eq = line.find('=');
+                if (eq == std::string::npos || line[0] == '[' || statement++ % 3 != i % 3)
+                    text += line + "\n";
+                else if (!damage.empty())
+                    text += (damage == "+" ? line + std::string(300, '7')
+                                           : line.substr(0, eq) + damage) +
+                            "\n";
+            }
+            Run(text);
+        }
+    const std::string texts[] = {
+        "",
+        "\n\n\n",
+        "vts_ttu_ns=5\nvobu_sa0001=3\n",
+        "[vmgi_mat]\n[vtsi_mat]\n[vts_pgcit]\n[vts_vobu_admap]\n",
+        "[vts_vobu_admap\nvobu_sa0001=1\n",
+        "[vts_vobu_admap]\nvobu_sa0001\n=5\nvobu_sa0002==7\n",
+        std::string("[vts_vobu_admap]\nvobu_sa0001=1\0\nvobu_sa0002=2\n", 40),
+        "[vts_vobu_admap]\rvobu_sa0001=1\rvobu_sa0002=2\r",
+        "[vts_c_adt]\nvts_vob_ns=1\n[vts_c_adt]\nvts_vob_ns=300\n",
+        "[vts_ptt_srpt]\nvts_ttu_ns=1\nttu_sa01=16\n000ptt_srp=\n001ptt_srp=999 999\n",
+        "[vts_tmapt]\nvts_tmap_ns=1\n[vts_tmapti]\nvts_tmap01_map_en_ns=70000\n",
+        "[vts_pgcit]\n" + std::string(100000, 'k') + "=1\n",
+        sources.front() + "\n" + sources.front()};
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text.substr(0, 40));
+        Run(text);
+    }
+}
+
+// printf with positional arguments (%1$d) so that one format can use a number several times.
+template <class... A>
+std::string Fmt(const char* fmt, A... a) {
+    char buf[512];
+    const int n = std::snprintf(buf, sizeof buf, fmt, a...);
+    return std::string(buf, size_t(std::clamp(n, 0, int(sizeof buf) - 1)));
+}
+
+// `fmt` for i = 1 to n, given i and i - 1.
+std::string Numbered(int n, const char* fmt) {
+    std::string t;
+    for (int i = 1; i <= n; ++i) t += Fmt(fmt, i, i - 1);
+    return t;
+}
+
+// Every line of `text` under prefix p.
+std::string Under(const std::string& p, const std::string& text) {
+    std::string t;
+    for (size_t at = 0, nl; (nl = text.find('\n', at)) != std::string::npos; at = nl + 1)
+        t += p + text.substr(at, nl + 1 - at);
+    return t;
+}
+
+// A minimal PGC with `cells` cells and `commands` pre commands under prefix p.
+std::string Pgc(const std::string& p, int cells, int commands) {
+    std::string t = Fmt("cnt=0000%02x%02x\npb_tm=00000000\nuop_ctl=00000000\ncmdt_sa=236\n"
+                        "cmdt_post_ns=0\ncmdt_cmds_ns=0\ncmdt_pre_ns=%d\n",
+                        cells > 255 ? 0 : cells, cells & 0xff, commands) +
+                    Numbered(commands, "pre%d=3002000000010000\n") +
+                    Fmt("pgmap_sa=%1$d\nc_pbit_sa=%1$d\nc_posit_sa=%1$d\n", int(cells > 0)) +
+                    (cells > 0 ? "pgmap_prog_entry_cell01=1\n" : "");
+    for (int c = 1; c <= cells; ++c)
+        t +=
+            Under(Fmt("c_pbit_cell%03d_", c),
+                  "cat=02000000\npbtm=00000100\nfvobu_sa=0\nfilvu_ea=0\nlvobu_sa=0\nlvobu_ea=1\n") +
+            Fmt("c_posit_cell%1$03d_vobid=1\nc_posit_cell%1$03d_cellid=%2$d\n", c, c & 0xff);
+    return Under(p, t);
+}
+
+// A cell address table of `kind` ("vts", "vmgm"): 99 cells to a VOB, VOB after VOB.
+std::string CellTable(const char* kind, int cells) {
+    std::string t = Fmt("[%1$s_c_adt]\n%1$s_vob_ns=%2$d\n", kind, (cells + 98) / 99);
+    for (int i = 0; i < cells; ++i)
+        t +=
+            Fmt("c_%1$03d_vob%2$03d_vts_vob_idn=%2$d\nc_%1$03d_vob%2$03d_vts_c_idn=%1$d\n"
+                "c_%1$03d_vob%2$03d_vts_cp_sa=0\nc_%1$03d_vob%2$03d_vts_cp_ea=1\n",
+                1 + i % 99, 1 + i / 99);
+    return t;
+}
+
+// The menu PGC units of `kind` ("vmgm", "vtsm"), each of `pgcs` PGCs of `cells` cells.
+std::string MenuUnits(const char* kind, int units, int pgcs, int cells = 0) {
+    std::string t = Fmt("[%1$s_pgci_ut]\n%1$s_lu_ns=%2$d\n", kind, units),
+                lu = Fmt("[%s_lu]\n", kind), pgc;
+    for (int u = 1; u <= units; ++u) {
+        t += Fmt("%1$s_lu_srp%2$02d_lcd=en\n%1$s_lu_srp%2$02d_exst=80\n", kind, u);
+        lu += Fmt("%s_lui%02d_pgci_srp_ns=%d\n", kind, u, pgcs);
+        for (int p = 1; p <= pgcs; ++p)
+            pgc += Fmt("[%1$s_lu%2$02d_%3$02d]\n%1$s_lui_pgc_cat=82000000\n", kind, u, p) +
+                   Pgc(kind + std::string("_pgc_"), cells, 1);
+    }
+    return t + lu + pgc;
+}
+
+// Title PGCs, the first of `cells` cells and `commands` commands, the others of one cell.
+std::string TitlePgcs(int pgcs, int cells, int commands) {
+    std::string t = Fmt("[vts_pgcit]\nvts_pgci_srp_ns=%d\n", pgcs) +
+                    Numbered(pgcs, "vts_pgc_cat%02d=81000000\n");
+    for (int p = 1; p <= pgcs; ++p)
+        t += Fmt("[vts_pgcit%02d]\n", p) + Pgc("vts_pgc_", p == 1 ? cells : 1, (p == 1) * commands);
+    return t;
+}
+
+std::string TimeMaps(int maps, int entries) {
+    std::string t = Fmt("[vts_tmapt]\nvts_tmap_ns=%d\n[vts_tmapti]\n", maps);
+    for (int m = 1; m <= maps; ++m)
+        t += Fmt("vts_tmap%1$02d_tmu=1\nvts_tmap%1$02d_map_en_ns=%2$d\n", m, entries) +
+             Under(Fmt("vts_tmap%02d_entry", m),
+                   Numbered(entries, "%1$02d_discon=0\n%1$02d_address=%1$d\n"));
+    return t;
+}
+
+// Management-table sections so that whole files are laid out too.
+const std::string kVmgMat =
+    "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
+    "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
+    "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
+const std::string kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
+
+// Whole files at every capacity and one beyond (the refusals and sizes of each table are
+// checked in the table tests).
+TEST_F(HostileSource, CountsAtAndBeyondCapacity) {
+    const std::pair<int, std::string (*)(int)> cases[] = {
+        {999,  // titles
+         [](int n) {
+             return kVmgMat + Fmt("[vmg_ptt_srpt]\nvts_ttu_ns=%d\n", n) +
+                    Numbered(n,
+                             "tt_pb_ty%1$02d=x3c\ntt_agl_ns%1$02d=1\ntt_ptt_ns%1$02d=1\n"
+                             "tt_ptl_id_fld%1$02d=0\nvtsn%1$02d=1\nvts_ttn%1$02d=1\n"
+                             "vts_sa%1$02d=1\n");
+         }},
+        {999,  // title units
+         [](int n) {
+             return kVtsMat + Fmt("[vts_ptt_srpt]\nvts_ttu_ns=%d\n", n) +
+                    Numbered(std::min(n, 256), "%2$03dptt_srp=%1$03d 001 001\n");
+         }},
+        {256, [](int n) { return kVtsMat + CellTable("vts", n); }},
+        {256, [](int n) { return kVmgMat + CellTable("vmgm", n); }},
+        {256, [](int n) { return kVtsMat + TitlePgcs(1, n, n * 3 / 2); }},  // 1.5 commands a cell
+        {256, [](int n) { return kVtsMat + TitlePgcs(n, 1, 0); }},
+        {16, [](int n) { return kVmgMat + MenuUnits("vmgm", n, 2); }},
+        {16, [](int n) { return kVtsMat + MenuUnits("vtsm", n, 1); }},
+        {99, [](int n) { return kVtsMat + MenuUnits("vtsm", 1, n, 2); }},
+        {999, [](int n) { return kVtsMat + TimeMaps(n, 1); }},
+        {4096, [](int n) { return kVtsMat + TimeMaps(1, n); }},
+        {65535,  // VOBUs: the title map, then the menu map
+         [](int n) {
+             return kVtsMat + (n % 2 ? "[vts_vobu_admap]\n" : "[vtsm_vobu_admap]\n") +
+                    Numbered(n, "vobu_sa%1$04d=%1$d\n");
+         }}};
+    for (const auto& [capacity, make] : cases)
+        for (int n : {capacity, capacity + 1}) {
+            const std::string text = make(n);
+            SCOPED_TRACE(text.substr(text.find('[', 1), 20) + ": " + std::to_string(n));
+            Run(text);
+        }
+}
+
+}  // namespace
