@@ -17,23 +17,17 @@
 
 namespace {
 
-const char* g_dir = nullptr;
-long g_failWrite = 0, g_byteLimit = -1, g_writes = 0, g_bytes = 0;
-bool g_failSync = false;
-int g_errno = ENOSPC;
+const char* Env(const char* name) { return std::getenv(name) ? std::getenv(name) : ""; }
 
-__attribute__((constructor)) void Configure() {
-    auto number = [](const char* name, long otherwise) {
-        const char* v = std::getenv(name);
-        return v ? std::atol(v) : otherwise;
-    };
-    g_dir = std::getenv("KESTRO_FAULT_DIR");
-    g_failWrite = number("KESTRO_FAULT_WRITE", 0);
-    g_byteLimit = number("KESTRO_FAULT_BYTES", -1);
-    g_failSync = number("KESTRO_FAULT_FSYNC", 0) != 0;
-    const char* e = std::getenv("KESTRO_FAULT_ERRNO");
-    g_errno = e && std::strcmp(e, "EIO") == 0 ? EIO : ENOSPC;
-    if (const char* v = std::getenv("KESTRO_FAULT_LOADED")) ::close(::creat(v, 0644));
+const char* const g_dir = Env("KESTRO_FAULT_DIR");  // null until the library is set up
+const long g_failWrite = std::atol(Env("KESTRO_FAULT_WRITE"));
+const long g_byteLimit = *Env("KESTRO_FAULT_BYTES") ? std::atol(Env("KESTRO_FAULT_BYTES")) : -1;
+const bool g_failSync = std::atol(Env("KESTRO_FAULT_FSYNC")) != 0;
+const int g_errno = std::strcmp(Env("KESTRO_FAULT_ERRNO"), "EIO") == 0 ? EIO : ENOSPC;
+long g_writes = 0, g_bytes = 0;
+
+__attribute__((constructor)) void MarkLoaded() {
+    if (*Env("KESTRO_FAULT_LOADED")) ::close(::creat(Env("KESTRO_FAULT_LOADED"), 0644));
 }
 
 // Whether `fd` is a regular file below the chosen folder ("/": every file, memory-backed ones
@@ -57,23 +51,15 @@ ssize_t Guarded(int fd, size_t count, Write real, bool whole = false) {
     if (count == 0 || !Subject(fd)) return real(count);
     const long left = g_byteLimit < 0 ? long(count) : g_byteLimit - g_bytes;
     const size_t n = left <= 0 ? 0 : size_t(left) < count ? size_t(left) : count;
-    if (++g_writes == g_failWrite || n == 0 || (whole && n < count)) {
-        errno = g_errno;
-        return -1;
-    }
+    if (++g_writes == g_failWrite || n == 0 || (whole && n < count)) return errno = g_errno, -1;
     const ssize_t done = real(n);
     if (done > 0) g_bytes += done;
     return done;
 }
 
-template <class F>
-F Next(const char* name) {
-    return reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
-}
-
 int Sync(const char* name, int fd) {
     if (g_failSync && Subject(fd)) return errno = EIO, -1;
-    return Next<int (*)(int)>(name)(fd);
+    return reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, name))(fd);
 }
 
 }  // namespace
@@ -81,18 +67,18 @@ int Sync(const char* name, int fd) {
 extern "C" {
 
 ssize_t write(int fd, const void* buf, size_t count) {
-    static auto real = Next<ssize_t (*)(int, const void*, size_t)>("write");
+    static auto real = reinterpret_cast<decltype(&write)>(::dlsym(RTLD_NEXT, "write"));
     return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n); });
 }
 
 ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
-    static auto real = Next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
+    static auto real = reinterpret_cast<decltype(&pwrite)>(::dlsym(RTLD_NEXT, "pwrite"));
     return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n, offset); });
 }
 
 // Gathered writes are failed whole or passed whole.
 ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
-    static auto real = Next<ssize_t (*)(int, const struct iovec*, int)>("writev");
+    static auto real = reinterpret_cast<decltype(&writev)>(::dlsym(RTLD_NEXT, "writev"));
     size_t count = 0;
     for (int i = 0; i < iovcnt; ++i) count += iov[i].iov_len;
     return Guarded(
