@@ -1,7 +1,6 @@
-// Hostile input driven through the library as a host drives it: damaged IFO files (real discs
-// and the sample's assembled files) and damaged sources, every fault fuzzing found a named
-// regression test. Nothing may crash, overrun (the sanitizer build checks), leak, hang or leave
-// a file handle open.
+// Hostile input driven through the library as a host drives it: damaged IFO files and sources,
+// every fault fuzzing found a named regression test. Nothing may crash, overrun (the sanitizer
+// build checks), leak, hang or leave a file handle open.
 #include <map>
 #include <sstream>
 
@@ -13,6 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
+using Files = std::map<std::string, Bytes>;
 
 // The sample's sources: path -> text.
 std::map<std::string, std::string> SampleSources() {
@@ -23,6 +23,27 @@ std::map<std::string, std::string> SampleSources() {
     return out;
 }
 
+// The real discs' files and the sample's sources assembled, of one kind (true: VIDEO_TS.IFO).
+const Files& Bases(bool vmg) {
+    static Files bases[2];
+    [[maybe_unused]] static const bool read = [] {
+        for (bool vmg : {false, true})
+            for (const auto& p : kt::CorpusFiles(vmg ? "VIDEO_TS" : "VTS_"))
+                bases[vmg][p] = kt::ReadBytes(p);
+        kdrive::Scratch s("hostile-base");
+        for (const auto& [path, text] : SampleSources()) {
+            const bool vmg = text.rfind("[vmgi_mat]", 0) == 0;
+            s.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+            kdrive::DriveSource(s);
+            const Bytes b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
+            if (b.size() >= 2048) bases[vmg][path] = b;
+            s.Clear();
+        }
+        return true;
+    }();
+    return bases[vmg];
+}
+
 // A scratch folder, and a check that the test leaves no file handle open.
 class NoHandleLeft {
 protected:
@@ -31,49 +52,22 @@ protected:
     const int handle_ = kdrive::NextHandle(scratch_.Path("probe"));
 };
 
-struct Base {
-    std::string name;
-    Bytes bytes;
-    bool vmg;
-};
-
-// The corpus files and the sample's sources assembled.
-const std::vector<Base>& Bases() {
-    static const std::vector<Base> bases = [] {
-        std::vector<Base> out;
-        for (bool vmg : {true, false})
-            for (const auto& p : kt::CorpusFiles(vmg ? "VIDEO_TS" : "VTS_"))
-                out.push_back({p, kt::ReadBytes(p), vmg});
-        kdrive::Scratch s("hostile-base");
-        for (const auto& [path, text] : SampleSources()) {
-            const bool vmg = text.rfind("[vmgi_mat]", 0) == 0;
-            s.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
-            kdrive::DriveSource(s);
-            const Bytes b = kt::ReadBytes(s.Path(kdrive::IfoName(vmg)));
-            if (b.size() >= 2048) out.push_back({path, b, vmg});
-            s.Clear();
-        }
-        return out;
-    }();
-    return bases;
-}
-
-// For each table of a file: with `sweep`, every len near the start and the end of its report
-// and a sample between keeps to the three bytes of headroom beyond len (guard bytes past them
-// survive); else the report streamed in 100-byte pieces through a small buffer reads as the one
-// made in one buffer (each from its own load: the management table's report changes its record).
+// For each table of a file: every len near the start and the end of its report and a sample
+// between keeps to the three bytes of headroom beyond len (guard bytes past them survive); the
+// report streamed in 100-byte pieces through a small buffer reads as the one made in one buffer
+// (each from its own load: the management table's report changes its record).
 template <class Mat>
-void CheckReports(const Bytes& bytes, bool sweep) {
+void CheckReports(const Bytes& bytes) {
     tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
     CKestro_PGCI codecs[2];
     const auto a = tt::TablesOf(whole.t, codecs[0]), b = tt::TablesOf(streamed.t, codecs[1]);
     ASSERT_TRUE(whole.loaded == 1 && streamed.loaded == 1 && a.size() == b.size());
     for (size_t i = 0; i < a.size(); ++i) {
         SCOPED_TRACE(a[i].name);
-        std::vector<char> big(1 << 22, '\0'), buf(1 << 18, '\0');  // buf: a piece, any PGC
-        const bool ok = a[i].Details(big.data(), int(big.size()) - 3);
-        const int full = int(strnlen(big.data(), big.size()));
-        for (int len = 1; sweep && len <= full + 8;
+        bool ok = false;
+        const std::string report = tt::Text(a[i], (1 << 22) - 3, &ok);
+        const int full = int(report.size());
+        for (int len = 1; len <= full + 8;
              len += len < 300 || len > full - 300 ? 1 : std::max(1, full / 1000)) {
             std::vector<char> guarded(size_t(len) + 3 + 256, 'G');
             std::memset(guarded.data(), 0, size_t(len) + 3);
@@ -82,59 +76,49 @@ void CheckReports(const Bytes& bytes, bool sweep) {
             ADD_FAILURE() << "wrote past len + 3 with len = " << len << " of " << full;
             break;
         }
-        if (sweep) continue;
         std::string pieces;
-        EXPECT_EQ(ok, [&] {
-            kestro::ReportStream stream(
-                [](void* to, char* text, size_t size) {
-                    EXPECT_GE(size, 100u);
-                    static_cast<std::string*>(to)->append(text, size);
-                },
-                &pieces, 100);
-            return b[i].Details(buf.data(), int(buf.size()) - 3);
-        }());
-        EXPECT_EQ(pieces + buf.data(), std::string(big.data()));
+        kestro::ReportStream stream(
+            [](void* to, char* text, size_t size) {
+                EXPECT_GE(size, 100u);
+                static_cast<std::string*>(to)->append(text, size);
+            },
+            &pieces, 100);
+        std::vector<char> buf(1 << 18, '\0');  // a piece, or any PGC's report
+        EXPECT_EQ(b[i].Details(buf.data(), int(buf.size()) - 3), ok);
+        EXPECT_EQ(pieces + buf.data(), report);
     }
 }
 
-// The two file kinds (true: VIDEO_TS.IFO), each through the bases of its kind.
+// The two file kinds (true: VIDEO_TS.IFO), each through the files of its kind.
 class HostileIfo : public ::testing::TestWithParam<bool>, protected NoHandleLeft {
 protected:
     void SetUp() override {
-        for (const Base& b : Bases())
-            if (b.vmg == GetParam()) bases_.push_back(b);
         if (bases_.empty()) GTEST_SKIP() << "neither real discs nor the sample are here";
     }
     // Loads, reports (in `room` bytes, streamed in pieces of `piece` when not 0) and, with
-    // `disasm`, disassembles one image.
-    void Drive(bool vmg, const Bytes& b, int room, size_t piece, bool disasm = true) {
+    // `disasm`, disassembles one image; as the other kind with `other`.
+    void Drive(const Bytes& b, int room, size_t piece, bool disasm = true, bool other = false) {
         kdrive::LoadedRun run;
         run.reportRoom = room, run.streamPiece = piece, run.disasm = disasm;
-        kdrive::DriveBytes(scratch_, vmg, b.data(), b.size(), run);
+        kdrive::DriveBytes(scratch_, GetParam() != other, b.data(), b.size(), run);
         scratch_.Clear();
     }
-    // Drives `base` with `width` bytes at `at` set to v.
-    void DriveWith(const Base& base, size_t at, uint32_t v, int width, int room, size_t piece) {
+    // Drives `bytes` with `width` bytes at `at` set to v.
+    void DriveWith(const Bytes& bytes, size_t at, uint32_t v, int width, int room, size_t piece) {
         SCOPED_TRACE(std::to_string(v) + " at byte " + std::to_string(at));
-        Bytes b = base.bytes;
+        Bytes b = bytes;
         kt::PutBE(b, at, v, width);
-        Drive(base.vmg, b, room, piece);
+        Drive(b, room, piece);
     }
     // Each start-sector field of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
     // VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP) and the byte its table starts at.
     template <class F>
-    void EachTableField(const Base& b, F&& f) {
-        for (size_t field = b.vmg ? 0xc4 : 0xc8; field <= (b.vmg ? 0xdcu : 0xe4u); field += 4)
-            f(field, size_t(kt::BE32(b.bytes, field)) * 2048);
+    void EachTableField(const Bytes& b, F&& f) {
+        for (size_t field = GetParam() ? 0xc4 : 0xc8; field <= (GetParam() ? 0xdcu : 0xe4u);
+             field += 4)
+            f(field, size_t(kt::BE32(b, field)) * 2048);
     }
-    void CheckReports(const std::vector<Base>& bases, bool sweep) {
-        for (const Base& base : bases) {
-            SCOPED_TRACE(base.name);
-            GetParam() ? ::CheckReports<CKestro_VMG_MAT>(base.bytes, sweep)
-                       : ::CheckReports<CKestro_VTS_MAT>(base.bytes, sweep);
-        }
-    }
-    std::vector<Base> bases_;
+    const Files& bases_ = Bases(GetParam());
 };
 INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(), [](const auto& info) {
     return std::string(info.param ? "VideoManager" : "TitleSet");
@@ -145,63 +129,64 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(), [](const auto& in
 // at 1 and all ones; counts and end addresses all ones; every table on one sector of all ones.
 // (Random damage is the fuzzers' work, seeded with these files.)
 TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
-    for (const Base& base : bases_) {
-        SCOPED_TRACE(base.name);
-        Bytes other = base.bytes;
-        std::memcpy(other.data(), base.vmg ? "DVDVIDEO-VTS" : "DVDVIDEO-VMG", 12);
-        Drive(!base.vmg, other, 1 << 18, 0);
-        Drive(!base.vmg, other, 200, 400, false);
-        const size_t size = base.bytes.size();
+    for (const auto& [name, base] : bases_) {
+        SCOPED_TRACE(name);
+        const Bytes& bytes = base;  // a variable the lambdas below can capture
+        Bytes other = bytes;
+        std::memcpy(other.data(), GetParam() ? "DVDVIDEO-VTS" : "DVDVIDEO-VMG", 12);
+        Drive(other, 1 << 18, 0, true, true);
+        Drive(other, 200, 400, false, true);
+        const size_t size = bytes.size();
         std::vector<size_t> cuts = {0, 1, 11, 12, 13, 128, 255, 512, 1023, 1024, 1025, 2047};
         for (size_t sector = 2048; sector < size; sector += 2048)
             for (size_t d : {0, 1, 8, 100}) cuts.push_back(std::min(sector + d, size - 1));
         for (size_t cut : cuts) {
             SCOPED_TRACE("cut at " + std::to_string(cut));
-            const Bytes b(base.bytes.begin(), base.bytes.begin() + long(cut));
+            const Bytes b(bytes.begin(), bytes.begin() + long(cut));
             const int room = 1 + int(cut % 97);
-            Drive(base.vmg, b, 1 << 18, 0);
-            Drive(base.vmg, b, room, size_t(room % 3) * 200, false);
+            Drive(b, 1 << 18, 0);
+            Drive(b, room, size_t(room % 3) * 200, false);
         }
-        Bytes oneSector = base.bytes;
+        Bytes oneSector = bytes;
         oneSector.resize(std::max<size_t>(size, 2 * 2048));
         int i = 0;  // each variant reported in its own way
         auto vary = [&](size_t at, uint32_t v, int width) {
-            DriveWith(base, at, v, width, i % 2 ? 1 << 18 : 64, i % 3 ? 0 : 600), ++i;
+            DriveWith(bytes, at, v, width, i % 2 ? 1 << 18 : 64, i % 3 ? 0 : 600), ++i;
         };
-        EachTableField(base, [&](size_t field, size_t table) {
+        EachTableField(bytes, [&](size_t field, size_t table) {
             for (uint32_t v : {uint32_t(size / 2048 + 1), 1u, 0xffffffffu}) vary(field, v, 4);
             if (table && table + 8 <= size) vary(table, 0xffff, 2), vary(table + 4, 0xffffffff, 4);
             kt::PutBE(oneSector, field, 1, 4);
         });
         std::fill(oneSector.begin() + 2048, oneSector.begin() + 2 * 2048, 0xff);
-        Drive(base.vmg, oneSector, 64, 600);
-        Drive(base.vmg, {oneSector.begin(), oneSector.end() - 1}, 1 << 18, 0);
+        Drive(oneSector, 64, 600);
+        Drive({oneSector.begin(), oneSector.end() - 1}, 1 << 18, 0);
     }
 }
 
 // Regression (fuzzing): an end address below the header (a cell address table then announces
 // 357 million entries) made a streamed report run on without end.
 TEST_P(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
-    for (const Base& base : bases_)
-        EachTableField(base, [&](size_t, size_t table) {
-            SCOPED_TRACE(base.name);
-            if (table && table + 8 <= base.bytes.size()) DriveWith(base, table + 4, 3, 4, 64, 600);
+    for (const auto& [name, bytes] : bases_)
+        EachTableField(bytes, [&, &name = name, &bytes = bytes](size_t, size_t table) {
+            SCOPED_TRACE(name);
+            if (table && table + 8 <= bytes.size()) DriveWith(bytes, table + 4, 3, 4, 64, 600);
         });
 }
 
 // Regression (fuzzing): a 5 KB VIDEO_TS.IFO whose menu unit and PGC counts read all ones made
 // Disasm write 187,298 statements; at most 16 units of 99 PGCs are covered.
 TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfStatements) {
-    for (const Base& base : bases_) {
-        const size_t table = size_t(kt::BE32(base.bytes, base.vmg ? 0xc8 : 0xd0)) * 2048;
-        if (table == 0 || table + 16 > base.bytes.size()) continue;
-        SCOPED_TRACE(base.name);
-        Bytes b = base.bytes;
+    for (const auto& [name, bytes] : bases_) {
+        const size_t table = size_t(kt::BE32(bytes, GetParam() ? 0xc8 : 0xd0)) * 2048;
+        if (table == 0 || table + 16 > bytes.size()) continue;
+        SCOPED_TRACE(name);
+        Bytes b = bytes;
         kt::PutBE(b, table, 0xffff, 2);                               // units
         kt::PutBE(b, table + kt::BE32(b, table + 8 + 4), 0xffff, 2);  // the first unit's PGCs
         kdrive::LoadedRun run;
         run.sideFiles = false;
-        kdrive::DriveBytes(scratch_, base.vmg, b.data(), b.size(), run);
+        kdrive::DriveBytes(scratch_, GetParam(), b.data(), b.size(), run);
         const std::string source = kt::ReadText(scratch_.Ini());
         for (const char* beyond : {"_lu_srp17_", "m_lu17_", "_100]"})
             EXPECT_EQ(source.find(beyond), std::string::npos) << beyond;
@@ -232,26 +217,25 @@ TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
 }
 
 // Regression: VMGI_MAT gave the First Play PGC report the room len, not len - used, and TT_SRPT
-// closed with an unchecked "\r\n" after a line that used the headroom.
+// closed with an unchecked "\r\n" after a line that used the headroom. Also with five menu audio
+// and sub-picture streams in the first VTS_ATRT record, whose report numbers those lines by the
+// characters written before them.
 TEST_P(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) {
-    CheckReports(bases_, true);
-}
-
-// Streamed reports read as whole ones; also with five menu audio and sub-picture streams in the
-// first VTS_ATRT record, whose report numbers those lines by the characters written before them.
-TEST_P(HostileIfo, StreamedReportsReadAsWholeOnes) {
-    std::vector<Base> bases = bases_;
-    for (const Base& base : bases_) {
-        const size_t atrt = base.vmg ? size_t(kt::BE32(base.bytes, 208)) * 2048 : 0;
-        if (atrt == 0 || kt::BE32(base.bytes, atrt + 8) == 0) continue;
+    Files files = bases_;
+    for (const auto& [name, bytes] : bases_) {
+        const size_t atrt = GetParam() ? size_t(kt::BE32(bytes, 208)) * 2048 : 0;
+        if (atrt == 0 || kt::BE32(bytes, atrt + 8) == 0) continue;
         // The report reads the record at the length of its "VTS 1" line, less 8.
-        const size_t rec = atrt + std::to_string(kt::BE32(base.bytes, atrt + 8)).size() +
+        const size_t rec = atrt + std::to_string(kt::BE32(bytes, atrt + 8)).size() +
                            std::string("  VTS 1 Attribute start byte address ").size();
-        if (rec + 94 >= base.bytes.size()) continue;
-        bases.push_back({base.name + " (menu streams)", base.bytes, true});
-        bases.back().bytes[rec + 11] = bases.back().bytes[rec + 93] = 5;
+        if (rec + 94 >= bytes.size()) continue;
+        Bytes& b = files[name + " (menu streams)"] = bytes;
+        b[rec + 11] = b[rec + 93] = 5;
     }
-    CheckReports(bases, false);
+    for (const auto& [name, bytes] : files) {
+        SCOPED_TRACE(name);
+        GetParam() ? CheckReports<CKestro_VMG_MAT>(bytes) : CheckReports<CKestro_VTS_MAT>(bytes);
+    }
 }
 
 class HostileSource : public ::testing::Test, protected NoHandleLeft {
@@ -310,43 +294,37 @@ TEST_F(HostileSource, DamagedStatementsAndBrokenGrammar) {
     }
 }
 
-// printf with positional arguments (%1$d) so that one format can use a number several times.
+// printf with positional arguments (%1$d), so that one format can use a value several times.
 template <class... A>
 std::string Fmt(const char* fmt, A... a) {
-    char buf[512];
+    char buf[1024];
     const int n = std::snprintf(buf, sizeof buf, fmt, a...);
     return std::string(buf, size_t(std::clamp(n, 0, int(sizeof buf) - 1)));
 }
 
-// `fmt` for i = 1 to n, given i and i - 1.
-std::string Numbered(int n, const char* fmt) {
+// `fmt` for i = 1 to n, given i, i - 1 and `more`.
+template <class... A>
+std::string Numbered(int n, const char* fmt, A... more) {
     std::string t;
-    for (int i = 1; i <= n; ++i) t += Fmt(fmt, i, i - 1);
+    for (int i = 1; i <= n; ++i) t += Fmt(fmt, i, i - 1, more...);
     return t;
 }
 
-// Every line of `text` under prefix p.
-std::string Under(const std::string& p, const std::string& text) {
-    std::string t;
-    for (size_t at = 0, nl; (nl = text.find('\n', at)) != std::string::npos; at = nl + 1)
-        t += p + text.substr(at, nl + 1 - at);
-    return t;
-}
-
-// A minimal PGC with `cells` cells and `commands` pre commands under prefix p.
+// A minimal PGC with `cells` cells and `commands` pre commands, its keys after prefix p.
 std::string Pgc(const std::string& p, int cells, int commands) {
-    std::string t = Fmt("cnt=0000%02x%02x\npb_tm=00000000\nuop_ctl=00000000\ncmdt_sa=236\n"
-                        "cmdt_post_ns=0\ncmdt_cmds_ns=0\ncmdt_pre_ns=%d\n",
-                        cells > 255 ? 0 : cells, cells & 0xff, commands) +
-                    Numbered(commands, "pre%d=3002000000010000\n") +
-                    Fmt("pgmap_sa=%1$d\nc_pbit_sa=%1$d\nc_posit_sa=%1$d\n", int(cells > 0)) +
-                    (cells > 0 ? "pgmap_prog_entry_cell01=1\n" : "");
-    for (int c = 1; c <= cells; ++c)
-        t +=
-            Under(Fmt("c_pbit_cell%03d_", c),
-                  "cat=02000000\npbtm=00000100\nfvobu_sa=0\nfilvu_ea=0\nlvobu_sa=0\nlvobu_ea=1\n") +
-            Fmt("c_posit_cell%1$03d_vobid=1\nc_posit_cell%1$03d_cellid=%2$d\n", c, c & 0xff);
-    return Under(p, t);
+    const char* k = p.c_str();
+    return Fmt("%1$scnt=0000%2$02x%3$02x\n%1$spb_tm=00000000\n%1$suop_ctl=00000000\n"
+               "%1$scmdt_sa=236\n%1$scmdt_post_ns=0\n%1$scmdt_cmds_ns=0\n%1$scmdt_pre_ns=%4$d\n",
+               k, cells > 255 ? 0 : cells, cells & 0xff, commands) +
+           Numbered(commands, "%3$spre%1$d=3002000000010000\n", k) +
+           Fmt("%1$spgmap_sa=%2$d\n%1$sc_pbit_sa=%2$d\n%1$sc_posit_sa=%2$d\n", k, int(cells > 0)) +
+           (cells > 0 ? p + "pgmap_prog_entry_cell01=1\n" : "") +
+           Numbered(cells,  // the cell number as a byte: %hhu
+                    "%3$sc_pbit_cell%1$03d_cat=02000000\n%3$sc_pbit_cell%1$03d_pbtm=00000100\n"
+                    "%3$sc_pbit_cell%1$03d_fvobu_sa=0\n%3$sc_pbit_cell%1$03d_filvu_ea=0\n"
+                    "%3$sc_pbit_cell%1$03d_lvobu_sa=0\n%3$sc_pbit_cell%1$03d_lvobu_ea=1\n"
+                    "%3$sc_posit_cell%1$03d_vobid=1\n%3$sc_posit_cell%1$03d_cellid=%1$hhu\n",
+                    k);
 }
 
 // A cell address table of `kind` ("vts", "vmgm"): 99 cells to a VOB, VOB after VOB.
@@ -387,8 +365,10 @@ std::string TimeMaps(int maps, int entries) {
     std::string t = Fmt("[vts_tmapt]\nvts_tmap_ns=%d\n[vts_tmapti]\n", maps);
     for (int m = 1; m <= maps; ++m)
         t += Fmt("vts_tmap%1$02d_tmu=1\nvts_tmap%1$02d_map_en_ns=%2$d\n", m, entries) +
-             Under(Fmt("vts_tmap%02d_entry", m),
-                   Numbered(entries, "%1$02d_discon=0\n%1$02d_address=%1$d\n"));
+             Numbered(
+                 entries,
+                 "vts_tmap%3$02d_entry%1$02d_discon=0\nvts_tmap%3$02d_entry%1$02d_address=%1$d\n",
+                 m);
     return t;
 }
 

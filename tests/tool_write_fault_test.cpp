@@ -92,18 +92,13 @@ TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
                                     {"rebuild", disc_, "-o", fresh_, "-q", "--copy-vobs"},
                                     {"rebuild", bare_, "-o", fresh_, "-q", "--placeholder-vobs"}};
     std::map<std::string, std::string> before;
-    auto reset = [&] {  // the outputs as they were: new files a success left stay
-        fs::remove_all(fresh_);
+    auto reset = [&] {  // the output folder as each run finds it
+        fs::remove_all(out_);
         MakeOld();
-        fs::create_directories(out_ + "/S");
-        fs::create_directories(out_ + "/V");
-        fs::remove(out_ + "/V/VTS_01_0 new.IFO");
-        fs::remove(out_ + "/V/VTS_01_0 new.BUP");
-        for (const char* name : {"/V/VTS_01_0.IFO", "/V/VTS_01_0.BUP"})
-            fs::copy_file(disc_ + "/VIDEO_TS/VTS_02_0.IFO", out_ + name,
-                          fs::copy_options::overwrite_existing);
-        for (const char* name : {"x.ini", "x tmap.bin", "x vts_vobu_admap.bin", "x TmapTable1.ini"})
-            kt::WriteText(out_ + "/S/" + name, "old\n");
+        fs::create_directories(out_ + "/S"), fs::create_directories(out_ + "/V");
+        for (const char* name : {"V/VTS_01_0.IFO", "V/VTS_01_0.BUP", "S/x.ini", "S/x tmap.bin",
+                                 "S/x vts_vobu_admap.bin", "S/x TmapTable1.ini"})
+            kt::WriteText(out_ + "/" + name, "old\n");
         before = Snapshot(out_);
     };
     reset();
