@@ -1,6 +1,5 @@
-// Hostile input driven through the library as a host drives it: damaged IFO files and sources,
-// every fault fuzzing found a named regression test. Nothing may crash, overrun (the sanitizer
-// build checks), leak, hang or leave a file handle open.
+// Damaged IFO files and sources driven through the library as a host drives it: nothing may
+// crash, overrun (the sanitizer build checks), leak, hang or leave a file handle open.
 #include <map>
 #include <sstream>
 
@@ -23,7 +22,7 @@ std::map<std::string, std::string> SampleSources() {
     return out;
 }
 
-// The real discs' files and the sample's sources assembled, of one kind (true: VIDEO_TS.IFO).
+// The real discs' files, the sample's sources assembled and a variant, of one kind (true: VMG).
 const Files& Bases(bool vmg) {
     static Files bases[2];
     [[maybe_unused]] static const bool read = [] {
@@ -39,23 +38,40 @@ const Files& Bases(bool vmg) {
             if (b.size() >= 2048) bases[vmg][path] = b;
             s.Clear();
         }
+        // Five menu audio and sub-picture streams in VTS_ATRT's first record, whose report numbers
+        // those lines by the characters written before them: it reads the record at the length of
+        // its "VTS 1" line, less 8.
+        for (const auto& [name, bytes] : Files(bases[true])) {
+            const size_t atrt = size_t(kt::BE32(bytes, 208)) * 2048;
+            if (atrt == 0 || kt::BE32(bytes, atrt + 8) == 0) continue;
+            const size_t rec = atrt + std::to_string(kt::BE32(bytes, atrt + 8)).size() +
+                               std::string("  VTS 1 Attribute start byte address ").size();
+            if (rec + 94 >= bytes.size()) continue;
+            Bytes& b = bases[true][name + " (menu streams)"] = bytes;
+            b[rec + 11] = b[rec + 93] = 5;
+        }
         return true;
     }();
     return bases[vmg];
 }
 
 // A scratch folder, and a check that the test leaves no file handle open.
-class NoHandleLeft {
+class Hostile : public ::testing::Test {
 protected:
-    ~NoHandleLeft() { EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_); }
+    ~Hostile() override { EXPECT_EQ(kdrive::NextHandle(scratch_.Path("probe")), handle_); }
+    void Run(const std::string& text) {  // assembles everything from a source, loads it back
+        scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
+        kdrive::DriveSourceAndReload(scratch_);
+        scratch_.Clear();
+    }
     kdrive::Scratch scratch_{"hostile"};
     const int handle_ = kdrive::NextHandle(scratch_.Path("probe"));
 };
+class HostileSource : public Hostile {};
 
-// For each table of a file: every len near the start and the end of its report and a sample
-// between keeps to the three bytes of headroom beyond len (guard bytes past them survive); the
-// report streamed in 100-byte pieces through a small buffer reads as the one made in one buffer
-// (each from its own load: the management table's report changes its record).
+// Each table's report keeps to its 3 bytes of headroom past len, for every len near its start and
+// end and a sample between; streamed in 100-byte pieces it reads as whole (from a load of its
+// own: the management table's report changes its record).
 template <class Mat>
 void CheckReports(const Bytes& bytes) {
     tt::Loaded<Mat> whole(bytes, 0, false), streamed(bytes, 0, false);
@@ -90,28 +106,25 @@ void CheckReports(const Bytes& bytes) {
 }
 
 // The two file kinds (true: VIDEO_TS.IFO), each through the files of its kind.
-class HostileIfo : public ::testing::TestWithParam<bool>, protected NoHandleLeft {
+class HostileIfo : public Hostile, public ::testing::WithParamInterface<bool> {
 protected:
     void SetUp() override {
         if (bases_.empty()) GTEST_SKIP() << "neither real discs nor the sample are here";
     }
-    // Loads, reports (in `room` bytes, streamed in pieces of `piece` when not 0) and, with
-    // `disasm`, disassembles one image; as the other kind with `other`.
+    // Loads, reports in `room` bytes (streamed in pieces of `piece` unless 0), disassembles.
     void Drive(const Bytes& b, int room, size_t piece, bool disasm = true, bool other = false) {
         kdrive::LoadedRun run;
         run.reportRoom = room, run.streamPiece = piece, run.disasm = disasm;
+        scratch_.Clear();  // what the run before left
         kdrive::DriveBytes(scratch_, GetParam() != other, b.data(), b.size(), run);
-        scratch_.Clear();
     }
-    // Drives `bytes` with `width` bytes at `at` set to v.
     void DriveWith(const Bytes& bytes, size_t at, uint32_t v, int width, int room, size_t piece) {
         SCOPED_TRACE(std::to_string(v) + " at byte " + std::to_string(at));
         Bytes b = bytes;
         kt::PutBE(b, at, v, width);
         Drive(b, room, piece);
     }
-    // Each start-sector field of the management table (VMGI_MAT: TT_SRPT..VMGM_VOBU_ADMAP,
-    // VTSI_MAT: VTS_PTT_SRPT..VTS_VOBU_ADMAP) and the byte its table starts at.
+    // Each start-sector field of the management table and the byte its table starts at.
     template <class F>
     void EachTableField(const Bytes& b, F&& f) {
         for (size_t field = GetParam() ? 0xc4 : 0xc8; field <= (GetParam() ? 0xdcu : 0xe4u);
@@ -124,14 +137,12 @@ INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(), [](const auto& in
     return std::string(info.param ? "VideoManager" : "TitleSet");
 });
 
-// Read as the other kind (identifier swapped); truncated anywhere (the first bytes, around every
-// sector boundary, the management table's fields, the last byte); start sectors past the end,
-// at 1 and all ones; counts and end addresses all ones; every table on one sector of all ones.
-// (Random damage is the fuzzers' work, seeded with these files.)
+// Of the other kind; cut anywhere; start sectors past the end, at 1 and all ones; counts and end
+// addresses all ones; every table on one sector of all ones. (Random damage is the fuzzers'.)
 TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
     for (const auto& [name, base] : bases_) {
         SCOPED_TRACE(name);
-        const Bytes& bytes = base;  // a variable the lambdas below can capture
+        const Bytes& bytes = base;  // a variable lambdas can capture
         Bytes other = bytes;
         std::memcpy(other.data(), GetParam() ? "DVDVIDEO-VTS" : "DVDVIDEO-VMG", 12);
         Drive(other, 1 << 18, 0, true, true);
@@ -149,7 +160,7 @@ TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
         }
         Bytes oneSector = bytes;
         oneSector.resize(std::max<size_t>(size, 2 * 2048));
-        int i = 0;  // each variant reported in its own way
+        int i = 0;  // each variant streamed or not, in a small room or not
         auto vary = [&](size_t at, uint32_t v, int width) {
             DriveWith(bytes, at, v, width, i % 2 ? 1 << 18 : 64, i % 3 ? 0 : 600), ++i;
         };
@@ -184,13 +195,11 @@ TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfSta
         Bytes b = bytes;
         kt::PutBE(b, table, 0xffff, 2);                               // units
         kt::PutBE(b, table + kt::BE32(b, table + 8 + 4), 0xffff, 2);  // the first unit's PGCs
-        kdrive::LoadedRun run;
-        run.sideFiles = false;
-        kdrive::DriveBytes(scratch_, GetParam(), b.data(), b.size(), run);
+        Drive(b, 1 << 18, 0);
         const std::string source = kt::ReadText(scratch_.Ini());
         for (const char* beyond : {"_lu_srp17_", "m_lu17_", "_100]"})
             EXPECT_EQ(source.find(beyond), std::string::npos) << beyond;
-        return scratch_.Clear();
+        return;
     }
     GTEST_SKIP() << "no file with a menu PGC unit table";
 }
@@ -217,40 +226,16 @@ TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
 }
 
 // Regression: VMGI_MAT gave the First Play PGC report the room len, not len - used, and TT_SRPT
-// closed with an unchecked "\r\n" after a line that used the headroom. Also with five menu audio
-// and sub-picture streams in the first VTS_ATRT record, whose report numbers those lines by the
-// characters written before them.
+// closed with an unchecked "\r\n" after a line that used the headroom.
 TEST_P(HostileIfo, Regression_FirstPlayPgcAndTtSrptReportsWrotePastTheHeadroom) {
-    Files files = bases_;
     for (const auto& [name, bytes] : bases_) {
-        const size_t atrt = GetParam() ? size_t(kt::BE32(bytes, 208)) * 2048 : 0;
-        if (atrt == 0 || kt::BE32(bytes, atrt + 8) == 0) continue;
-        // The report reads the record at the length of its "VTS 1" line, less 8.
-        const size_t rec = atrt + std::to_string(kt::BE32(bytes, atrt + 8)).size() +
-                           std::string("  VTS 1 Attribute start byte address ").size();
-        if (rec + 94 >= bytes.size()) continue;
-        Bytes& b = files[name + " (menu streams)"] = bytes;
-        b[rec + 11] = b[rec + 93] = 5;
-    }
-    for (const auto& [name, bytes] : files) {
         SCOPED_TRACE(name);
         GetParam() ? CheckReports<CKestro_VMG_MAT>(bytes) : CheckReports<CKestro_VTS_MAT>(bytes);
     }
 }
 
-class HostileSource : public ::testing::Test, protected NoHandleLeft {
-protected:
-    void Run(const std::string& text) {  // assembles everything, loads it back
-        scratch_.Put("source.ini", reinterpret_cast<const uint8_t*>(text.data()), text.size());
-        kdrive::DriveSourceAndReload(scratch_);
-        scratch_.Clear();
-    }
-};
-
-// Each variant damages a different third of the sample's statements in one way (a value; ""
-// drops the statement; "+" appends 300 digits to the old value). Then broken grammar: empty
-// sections, statements without sections, lines without "=", duplicate sections and keys, NUL
-// bytes, CR without LF, a very long line.
+// A third of the sample's statements damaged one way ("" drops them, "+" appends 300 digits);
+// then broken grammar.
 TEST_F(HostileSource, DamagedStatementsAndBrokenGrammar) {
     std::vector<std::string> sources,
         damages = {"", "=", "+", "=-1", "=99999999999", "=$1", "=zz%s%n", "=xffffffffffffffff"};
@@ -294,7 +279,7 @@ TEST_F(HostileSource, DamagedStatementsAndBrokenGrammar) {
     }
 }
 
-// printf with positional arguments (%1$d), so that one format can use a value several times.
+// printf with positional arguments (%1$d): a format may use a value several times.
 template <class... A>
 std::string Fmt(const char* fmt, A... a) {
     char buf[1024];
@@ -372,15 +357,13 @@ std::string TimeMaps(int maps, int entries) {
     return t;
 }
 
-// Management-table sections so that whole files are laid out too.
 const std::string kVmgMat =
     "[vmgi_mat]\nvmg_id=DVDVIDEO-VMG\nvern=1.1\nvmg_cat=x00000000\nvlms_id=x0001000101000000\n"
     "vmg_ns=1\npvr_id=x\npos_cd=x0000000000000000\nvmgm_v_atr=x4300\nvmgm_ast_ns=0\n"
     "vmgm_ast_atr=x0000000000000000\nvmgm_spst_ns=0\nvmgm_spst_atr=x000000000000\n";
 const std::string kVtsMat = "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=x00000000\n";
 
-// Whole files at every capacity and one beyond (the refusals and sizes of each table are
-// checked in the table tests).
+// Whole files at every capacity and one beyond.
 TEST_F(HostileSource, CountsAtAndBeyondCapacity) {
     const std::pair<int, std::string (*)(int)> cases[] = {
         {999,  // titles
