@@ -1,10 +1,8 @@
-// A preloaded library (LD_PRELOAD) that makes writes fail, for the tests of what the kestro
-// command does when a disk fills up or a device fails. It acts on files below KESTRO_FAULT_DIR
-// (every file when "/") as the environment asks: KESTRO_FAULT_WRITE=N fails the Nth write;
-// KESTRO_FAULT_BYTES=N lets N bytes in all through, cutting the write that crosses the limit
-// short first, as a device that fills up does; KESTRO_FAULT_FSYNC=1 fails every sync;
-// KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC); KESTRO_FAULT_LOADED=F names a file made on
-// loading, so a test can tell the command was reached (a statically linked one is not).
+// Preloaded (LD_PRELOAD) into the kestro command, fails writes to files below KESTRO_FAULT_DIR
+// ("/": every file) as a full or failing disk does: KESTRO_FAULT_WRITE=N fails the Nth write;
+// KESTRO_FAULT_BYTES=N lets N bytes through in all, cutting short the write that crosses the
+// limit; KESTRO_FAULT_FSYNC=1 fails every sync; KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC).
+// It makes the file KESTRO_FAULT_LOADED on loading: a statically linked command never does.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/uio.h>
@@ -19,7 +17,7 @@ namespace {
 
 const char* Env(const char* name) { return std::getenv(name) ? std::getenv(name) : ""; }
 
-const char* const g_dir = Env("KESTRO_FAULT_DIR");  // null until the library is set up
+const char* const g_dir = Env("KESTRO_FAULT_DIR");  // null until this library is initialised
 const long g_failWrite = std::atol(Env("KESTRO_FAULT_WRITE"));
 const long g_byteLimit = *Env("KESTRO_FAULT_BYTES") ? std::atol(Env("KESTRO_FAULT_BYTES")) : -1;
 const bool g_failSync = std::atol(Env("KESTRO_FAULT_FSYNC")) != 0;
@@ -45,9 +43,9 @@ bool Subject(int fd) {
 }
 
 // A write of `count` bytes to `fd` through `real(n)`: for a subject file failed, cut short to
-// what the byte limit leaves (unless `whole`: then failed) or passed on.
+// what the byte limit leaves (unless `whole`, as for gathered writes: then failed) or passed on.
 template <class Write>
-ssize_t Guarded(int fd, size_t count, Write real, bool whole = false) {
+ssize_t Guarded(int fd, size_t count, bool whole, Write real) {
     if (count == 0 || !Subject(fd)) return real(count);
     const long left = g_byteLimit < 0 ? long(count) : g_byteLimit - g_bytes;
     const size_t n = left <= 0 ? 0 : size_t(left) < count ? size_t(left) : count;
@@ -68,21 +66,19 @@ extern "C" {
 
 ssize_t write(int fd, const void* buf, size_t count) {
     static auto real = reinterpret_cast<decltype(&write)>(::dlsym(RTLD_NEXT, "write"));
-    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n); });
+    return Guarded(fd, count, false, [&](size_t n) { return real(fd, buf, n); });
 }
 
 ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
     static auto real = reinterpret_cast<decltype(&pwrite)>(::dlsym(RTLD_NEXT, "pwrite"));
-    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n, offset); });
+    return Guarded(fd, count, false, [&](size_t n) { return real(fd, buf, n, offset); });
 }
 
-// Gathered writes are failed whole or passed whole.
 ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
     static auto real = reinterpret_cast<decltype(&writev)>(::dlsym(RTLD_NEXT, "writev"));
     size_t count = 0;
     for (int i = 0; i < iovcnt; ++i) count += iov[i].iov_len;
-    return Guarded(
-        fd, count, [&](size_t) { return real(fd, iov, iovcnt); }, true);
+    return Guarded(fd, count, true, [&](size_t) { return real(fd, iov, iovcnt); });
 }
 
 int fsync(int fd) { return Sync("fsync", fd); }

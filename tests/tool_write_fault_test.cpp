@@ -12,16 +12,16 @@ namespace {
 namespace fs = std::filesystem;
 using Args = std::vector<std::string>;
 
-// Every file and folder below `dir` (hidden ones included): relative path -> content ("<dir>"
-// for folders; with `vobSizes`, a VOB file's size, as they are large).
-std::map<std::string, std::string> Snapshot(const fs::path& dir, bool vobSizes = false) {
+// Every file and folder below `dir`, hidden ones included: relative path -> content ("<dir>"
+// for a folder, the size of a VOB file, as they are large).
+std::map<std::string, std::string> Snapshot(const fs::path& dir) {
     std::map<std::string, std::string> out;
     std::error_code ec;
     for (auto& e : fs::recursive_directory_iterator(dir, ec))
-        out[fs::relative(e.path(), dir).string()] = e.is_directory() ? "<dir>"
-                                                    : vobSizes && e.path().extension() == ".VOB"
-                                                        ? std::to_string(e.file_size())
-                                                        : kt::ReadText(e.path().string());
+        out[fs::relative(e.path(), dir)] = e.is_directory() ? "<dir>"
+                                           : e.path().extension() == ".VOB"
+                                               ? std::to_string(e.file_size())
+                                               : kt::ReadText(e.path());
     return out;
 }
 
@@ -52,7 +52,6 @@ protected:
             GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
                          << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
         fs::create_directories(bare_ + "/VIDEO_TS");
-        fs::create_directories(out_);
         for (const auto& source : tt::AssembleSample(disc_ + "/VIDEO_TS")) {
             const std::string ifo = "/VIDEO_TS/" + source.stem().string() + ".IFO";
             fs::copy_file(disc_ + ifo, bare_ + ifo);
@@ -63,7 +62,7 @@ protected:
         fs::remove_all(old_);
         fs::create_directories(old_ + "/VIDEO_TS");
         kt::WriteText(old_ + "/VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
-        return Snapshot(old_, true);
+        return Snapshot(old_);
     }
 
     kt::TempDir work_;
@@ -71,13 +70,10 @@ protected:
                       fresh_ = out_ + "/new", old_ = out_ + "/old";
 };
 
-// Each run with the Nth write failing, for N = 1, 2, ... until it succeeds, below the output
-// folder and, for asm and disasm, below "/" too (the library's own writes go to private folders,
-// checked there); then on a device that fills up at once or after 3000 bytes and on one whose
-// syncs fail. asm and disasm write over existing outputs (--force) and new ones; rebuild into
-// a new folder, into missing folders, over an old one, copying VOBs and making placeholders.
-// Each failed run exits 1 naming a path below the output folder and the reason, and leaves that
-// folder exactly as it was.
+// Each run with its Nth write failing, N = 1, 2, ... until it succeeds, below the output folder
+// (and below "/" for asm and disasm, whose library writes go to private folders); then on a
+// device full at once or after 3000 bytes, and one whose syncs fail: it exits 1 naming the
+// output and the reason, and leaves the output folder exactly as it was.
 TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
     const std::string source = tt::SampleDir() / "VTS_01_0.ini",
                       ifo = disc_ + "/VIDEO_TS/VTS_01_0.IFO", ini = out_ + "/S/x.ini";
@@ -103,12 +99,13 @@ TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
     };
     reset();
     for (const Args& args : runs) {
-        auto fails = [&](const std::string& faults) {  // false when it succeeded anyway
+        // Runs with `fault` below `dir`: false when it succeeded all the same.
+        auto fails = [&](const std::string& dir, const std::string& fault, bool eio) {
+            const std::string faults = "KESTRO_FAULT_DIR=" + tt::Quote(dir) + " KESTRO_FAULT_" +
+                                       fault + (eio ? " KESTRO_FAULT_ERRNO=EIO" : "");
             SCOPED_TRACE(Line(faults + ": ", args));
-            const tt::Result r = KestroWithFaults(args, "KESTRO_FAULT_DIR=" + faults);
-            if (r.code == 0 && faults.find("_WRITE=") != std::string::npos) return false;
-            const bool eio = faults.find("_ERRNO=EIO") != std::string::npos ||
-                             faults.find("_FSYNC=") != std::string::npos;
+            const tt::Result r = KestroWithFaults(args, faults);
+            if (r.code == 0 && fault[0] == 'W') return false;
             EXPECT_TRUE(r.code == 1 && r.err.find(out_) != std::string::npos &&
                         r.err.find(eio ? "Input/output error" : "No space left on device") !=
                             std::string::npos)
@@ -119,35 +116,29 @@ TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
         for (const std::string& dir : {out_, std::string("/")}) {
             if (dir == "/" && args[0] == "rebuild") break;
             long n = 1;
-            while (n < 200 && fails(tt::Quote(dir) + " KESTRO_FAULT_WRITE=" + std::to_string(n) +
-                                    (n % 2 ? "" : " KESTRO_FAULT_ERRNO=EIO")))
-                ++n;
+            while (n < 200 && fails(dir, "WRITE=" + std::to_string(n), n % 2 == 0)) ++n;
             EXPECT_TRUE(n > 1 && n < 200) << dir << ": " << n;
             reset();
         }
         for (const char* device : {"BYTES=0", "BYTES=3000", "FSYNC=1"})
-            fails(tt::Quote(out_) + " KESTRO_FAULT_" + device);
+            fails(out_, device, device[0] == 'F');
         reset();
     }
 }
 
-// A rebuild killed at any moment leaves its output absent or complete; an old folder replaced
-// with --force is the old one or the new one, never a mix; the next run removes what killed
-// runs left beside the output.
+// A rebuild killed at any moment leaves its output absent or complete, an old folder it replaces
+// old or new, never a mix; the next run removes what killed runs left beside the output.
 TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
     fs::resize_file(disc_ + "/VIDEO_TS/VTS_01_1.VOB", 96u << 20);  // a copy long enough to cut
-    const auto start = std::chrono::steady_clock::now();
+    using namespace std::chrono;
+    const auto start = steady_clock::now();
     ASSERT_EQ(tt::Kestro({"rebuild", disc_, "-o", fresh_, "-q", "--copy-vobs"}).code, 0);
-    const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
-                          std::chrono::steady_clock::now() - start)
-                          .count();
-    const auto complete = Snapshot(fresh_, true), oldShape = MakeOld();
+    const long took = duration_cast<microseconds>(steady_clock::now() - start).count();
+    const auto complete = Snapshot(fresh_), oldShape = MakeOld();
     fs::remove_all(fresh_);
     auto killed = [](long us, const Args& args) {  // true when cut short after `us` microseconds
-        char after[32];
-        std::snprintf(after, sizeof after, "%ld.%06ld", us / 1000000, us % 1000000);
-        return tt::Shell(Line("timeout --foreground -s KILL " + std::string(after) + " ", args))
-                   .code != 0;
+        const std::string after = std::to_string(us / 1e6);  // seconds, to the microsecond
+        return tt::Shell(Line("timeout --foreground -s KILL " + after + " ", args)).code != 0;
     };
     std::mt19937 random(20261123);
     std::uniform_int_distribution<long> when(1, took * 12 / 10);
@@ -156,10 +147,10 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
         const long us = when(random);
         SCOPED_TRACE("killed after " + std::to_string(us) + " us");
         cut += killed(us, {"rebuild", disc_, "-o", fresh_, "-q", "--copy-vobs"});
-        EXPECT_TRUE(!fs::exists(fresh_) || Snapshot(fresh_, true) == complete);
+        EXPECT_TRUE(!fs::exists(fresh_) || Snapshot(fresh_) == complete);
         fs::remove_all(fresh_);
         killed(us, {"rebuild", disc_, "-o", old_, "-q", "--copy-vobs", "--force"});
-        const auto now = Snapshot(old_, true);
+        const auto now = Snapshot(old_);
         EXPECT_TRUE(now == oldShape || now == complete) << "the old folder is gone or a mix";
         MakeOld();
     }
