@@ -1,9 +1,6 @@
-// A failed write (made to fail by fault_shim.cpp, each write in turn) makes every writing
-// subcommand exit 1 naming the file and why, with every earlier file byte-identical and
-// nothing left behind; a rebuild killed at random leaves its output absent or complete.
+// The command's writing subcommands on a failing disk (writes made to fail by fault_shim.cpp) and
+// killed part way: their outputs stay as they were or are complete, nothing left behind.
 #include <chrono>
-#include <map>
-#include <random>
 
 #include "tool_support.h"
 
@@ -140,11 +137,9 @@ TEST_F(WriteFaults, AKilledRebuildLeavesItsOutputAbsentOrComplete) {
         const std::string after = std::to_string(us / 1e6);  // seconds, to the microsecond
         return tt::Shell(Line("timeout --foreground -s KILL " + after + " ", args)).code != 0;
     };
-    std::mt19937 random(20261123);
-    std::uniform_int_distribution<long> when(1, took * 12 / 10);
     int cut = 0;
-    for (int run = 0; run < 24; ++run) {
-        const long us = when(random);
+    for (long run = 0; run < 24; ++run) {
+        const long us = 1 + took * 12 / 10 * run / 24;  // from the start to past the end
         SCOPED_TRACE("killed after " + std::to_string(us) + " us");
         cut += killed(us, {"rebuild", disc_, "-o", fresh_, "-q", "--copy-vobs"});
         EXPECT_TRUE(!fs::exists(fresh_) || Snapshot(fresh_) == complete);
