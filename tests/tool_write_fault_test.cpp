@@ -9,8 +9,7 @@ namespace {
 namespace fs = std::filesystem;
 using Args = std::vector<std::string>;
 
-// Every file and folder below `dir`, hidden ones included: relative path -> content ("<dir>"
-// for a folder, the size of a VOB file, as they are large).
+// Everything below `dir`, hidden or not: relative path -> content ("<dir>"; a VOB file's size).
 std::map<std::string, std::string> Snapshot(const fs::path& dir) {
     std::map<std::string, std::string> out;
     std::error_code ec;
@@ -31,30 +30,27 @@ std::string Line(const std::string& prefix, const Args& args) {
 
 // Runs the command with the shim preloaded, set by `faults` (KESTRO_FAULT_* assignments).
 tt::Result KestroWithFaults(const Args& args, const std::string& faults) {
-    std::string asan = "verify_asan_link_order=0";
+    std::string asan = "verify_asan_link_order=0";  // the shim is loaded before the runtime
     if (const char* given = std::getenv("ASAN_OPTIONS")) asan = std::string(given) + ":" + asan;
-    return tt::Shell(Line("env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) +
-                              " ASAN_OPTIONS=" + tt::Quote(asan) + " " + faults + " ",
-                          args));
+    const std::string env = "env LD_PRELOAD=" + tt::Quote(KESTRO_FAULT_SHIM) + " ASAN_OPTIONS=";
+    return tt::Shell(Line(env + tt::Quote(asan) + " " + faults + " ", args));
 }
 
-// The sample disc (examples/sample) assembled with empty VOB files of its recorded sizes, and
-// an IFO-only copy of it.
+// The sample disc assembled (empty VOB files of the sizes it records), and an IFO-only copy.
 class WriteFaults : public ::testing::Test {
 protected:
     void SetUp() override {
         TT_REQUIRE_KESTRO();
         KestroWithFaults({"--version"}, "KESTRO_FAULT_LOADED=" + tt::Quote(work_ / "loaded"));
         if (!fs::exists(work_ / "loaded"))
-            GTEST_SKIP() << "the fault library does not reach " << tt::KestroBinary()
-                         << " (a statically linked command); configure with KESTRO_STATIC_TOOL=OFF";
+            GTEST_SKIP() << "a statically linked kestro cannot take the fault library";
         fs::create_directories(bare_ + "/VIDEO_TS");
         for (const auto& source : tt::AssembleSample(disc_ + "/VIDEO_TS")) {
             const std::string ifo = "/VIDEO_TS/" + source.stem().string() + ".IFO";
             fs::copy_file(disc_ + ifo, bare_ + ifo);
         }
     }
-    // A folder `old` holding an old disc, and what it holds.
+    // An old disc in `old`, and what it holds.
     std::map<std::string, std::string> MakeOld() {
         fs::remove_all(old_);
         fs::create_directories(old_ + "/VIDEO_TS");
@@ -68,9 +64,9 @@ protected:
 };
 
 // Each run with its Nth write failing, N = 1, 2, ... until it succeeds, below the output folder
-// (and below "/" for asm and disasm, whose library writes go to private folders); then on a
-// device full at once or after 3000 bytes, and one whose syncs fail: it exits 1 naming the
-// output and the reason, and leaves the output folder exactly as it was.
+// (and "/" for asm and disasm: the library writes in private folders); then on a device full at
+// once or after 3000 bytes, and one failing syncs: it exits 1 naming output and reason, and
+// leaves the output folder exactly as it was.
 TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
     const std::string source = tt::SampleDir() / "VTS_01_0.ini",
                       ifo = disc_ + "/VIDEO_TS/VTS_01_0.IFO", ini = out_ + "/S/x.ini";
@@ -103,9 +99,9 @@ TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
             SCOPED_TRACE(Line(faults + ": ", args));
             const tt::Result r = KestroWithFaults(args, faults);
             if (r.code == 0 && fault[0] == 'W') return false;
-            EXPECT_TRUE(r.code == 1 && r.err.find(out_) != std::string::npos &&
-                        r.err.find(eio ? "Input/output error" : "No space left on device") !=
-                            std::string::npos)
+            const char* why = eio ? "Input/output error" : "No space left on device";
+            EXPECT_TRUE(r.code == 1 && r.err.find(out_) != r.err.npos &&
+                        r.err.find(why) != r.err.npos)
                 << r.code << ": " << r.err;
             EXPECT_EQ(Snapshot(out_), before) << "changed or left files";
             return true;
