@@ -1,8 +1,7 @@
-// Preloaded (LD_PRELOAD) into the kestro command, fails writes to files below KESTRO_FAULT_DIR
-// ("/": every file) as a full or failing disk does: KESTRO_FAULT_WRITE=N fails the Nth write;
-// KESTRO_FAULT_BYTES=N lets N bytes through in all, cutting short the write that crosses the
-// limit; KESTRO_FAULT_FSYNC=1 fails every sync; KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC).
-// It makes the file KESTRO_FAULT_LOADED on loading: a statically linked command never does.
+// Preloaded (LD_PRELOAD) into kestro, fails writes to files below KESTRO_FAULT_DIR ("/": any) as
+// a full or failing disk does: KESTRO_FAULT_WRITE=N fails the Nth write; KESTRO_FAULT_BYTES=N
+// lets N bytes through in all, cutting short the write that crosses the limit; KESTRO_FAULT_FSYNC=1
+// fails every sync; KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC).
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/uio.h>
@@ -24,7 +23,7 @@ const bool g_failSync = std::atol(Env("KESTRO_FAULT_FSYNC")) != 0;
 const int g_errno = std::strcmp(Env("KESTRO_FAULT_ERRNO"), "EIO") == 0 ? EIO : ENOSPC;
 long g_writes = 0, g_bytes = 0;
 
-[[maybe_unused]] const int g_loaded =  // made on loading: the test can tell the shim is in
+[[maybe_unused]] const int g_loaded =  // made on loading: a statically linked kestro never does
     *Env("KESTRO_FAULT_LOADED") ? ::close(::creat(Env("KESTRO_FAULT_LOADED"), 0644)) : 0;
 
 // Whether `fd` is a file below the chosen folder ("/": any file but devices, /proc and pipes).

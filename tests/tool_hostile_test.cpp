@@ -1,5 +1,4 @@
-// Damaged IFO files and sources driven through the library as a host drives it: nothing may
-// crash, overrun (the sanitizer build checks), leak, hang or leave a file handle open.
+// Damaged IFO files and sources, driven as a host does: no crash, overrun, leak, hang or open file.
 #include <map>
 #include <sstream>
 
@@ -36,8 +35,8 @@ const Files& Bases(bool vmg) {
             if (b.size() >= 2048) bases[vmg][path] = b;
             s.Clear();
         }
-        // Five menu audio and sub-picture streams in VTS_ATRT's first record, which its report reads
-        // at the length of its "  VTS 1 Attribute start byte address N" line (37 and N's), less 8.
+        // Five menu audio and sub-picture streams in VTS_ATRT's first record, read by its report
+        // at the length of its "  VTS 1 Attribute start byte address N" line (37 + N's), less 8.
         for (const auto& [name, bytes] : Files(bases[true])) {
             const size_t atrt = size_t(kt::BE32(bytes, 208)) * 2048;
             const size_t rec = atrt + std::to_string(kt::BE32(bytes, atrt + 8)).size() + 37;
@@ -122,8 +121,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Kinds, HostileIfo, ::testing::Bool(),
                          [](const auto& kind) { return kind.param ? "VideoManager" : "TitleSet"; });
 
-// Of the other kind; cut anywhere; start sectors past the end, at 1 and all ones; counts and end
-// addresses all ones; every table on one sector of all ones. (Random damage is the fuzzers'.)
+// Of the other kind, cut anywhere, header fields at extremes, every table on a sector of all ones.
 TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
     for (const auto& [name, bytes] : bases_) {
         Bytes other = bytes;
@@ -156,8 +154,7 @@ TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
     }
 }
 
-// Regression (fuzzing): an end address below the header (a cell address table then announces
-// 357 million entries) made a streamed report run on without end.
+// Regression (fuzzing): an end address below the header made a streamed report endless.
 TEST_P(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
     for (const auto& [name, bytes] : bases_)
         EachTableField(bytes, [&, &bytes = bytes](size_t, size_t table) {
@@ -165,8 +162,8 @@ TEST_P(HostileIfo, Regression_EndAddressBelowTheHeaderEndsTheStreamedReport) {
         });
 }
 
-// Regression (fuzzing): a 5 KB VIDEO_TS.IFO whose menu unit and PGC counts read all ones made
-// Disasm write 187,298 statements; at most 16 units of 99 PGCs are covered.
+// Regression (fuzzing): all-ones menu unit and PGC counts made Disasm write 187,298 statements;
+// at most 16 units of 99 PGCs are covered.
 TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfStatements) {
     for (const auto& [name, bytes] : bases_) {
         const size_t table = size_t(kt::BE32(bytes, GetParam() ? 0xc8 : 0xd0)) * 2048;
@@ -179,13 +176,11 @@ TEST_P(HostileIfo, Regression_AllOnesMenuUnitCountsWroteHundredsOfThousandsOfSta
         const std::string source = kt::ReadText(scratch_.Ini());
         for (const char* beyond : {"_lu_srp17_", "m_lu17_", "_100]"})
             EXPECT_EQ(source.find(beyond), std::string::npos) << beyond;
-        return;
     }
-    GTEST_SKIP() << "no file with a menu PGC unit table";
 }
 
-// Regression (fuzzing): 64 KB of records pointing at one long run (parts of title, time maps)
-// took seconds and gigabytes to read into the disc model; the run is read once over.
+// Regression (fuzzing): 64 KB of records pointing at one long run took seconds and gigabytes to
+// read into the disc model; the run is read once over.
 TEST(HostileIfoModel, Regression_OverlappingRecordsWereReadOncePerRecord) {
     Bytes vts(32 * 2048, 0);
     std::memcpy(vts.data(), "DVDVIDEO-VTS", 12);

@@ -1,5 +1,4 @@
-// The command's writing subcommands on a failing disk (writes made to fail by fault_shim.cpp) and
-// killed part way: their outputs stay as they were or are complete, nothing left behind.
+// Writing subcommands on a failing disk (fault_shim.cpp) or killed: outputs old or complete.
 #include <chrono>
 
 #include "tool_support.h"
@@ -45,12 +44,10 @@ protected:
         if (!fs::exists(work_ / "loaded"))
             GTEST_SKIP() << "a statically linked kestro cannot take the fault library";
         fs::create_directories(bare_ + "/VIDEO_TS");
-        for (const auto& source : tt::AssembleSample(disc_ + "/VIDEO_TS")) {
-            const std::string ifo = "/VIDEO_TS/" + source.stem().string() + ".IFO";
-            fs::copy_file(disc_ + ifo, bare_ + ifo);
-        }
+        for (const auto& source : tt::AssembleSample(disc_ + "/VIDEO_TS"))
+            fs::copy_file(disc_ + "/VIDEO_TS/" + source.stem().string() + ".IFO",
+                          bare_ + "/VIDEO_TS/" + source.stem().string() + ".IFO");
     }
-    // An old disc in `old`, and what it holds.
     std::map<std::string, std::string> MakeOld() {
         fs::remove_all(old_);
         fs::create_directories(old_ + "/VIDEO_TS");
@@ -63,10 +60,9 @@ protected:
                       fresh_ = out_ + "/new", old_ = out_ + "/old";
 };
 
-// Each run with its Nth write failing, N = 1, 2, ... until it succeeds, below the output folder
-// (and "/" for asm and disasm: the library writes in private folders); then on a device full at
-// once or after 3000 bytes, and one failing syncs: it exits 1 naming output and reason, and
-// leaves the output folder exactly as it was.
+// Each run with its Nth write failing, N = 1, 2, ... until it succeeds, below the output (and "/"
+// for asm and disasm), then on a device full at once or after 3000 bytes or failing syncs: it
+// exits 1 naming output and reason, and leaves the output folder exactly as it was.
 TEST_F(WriteFaults, EveryWritingSubcommandKeepsEveryFileWhenAWriteFails) {
     const std::string source = tt::SampleDir() / "VTS_01_0.ini",
                       ifo = disc_ + "/VIDEO_TS/VTS_01_0.IFO", ini = out_ + "/S/x.ini";
