@@ -1,10 +1,7 @@
-// A preloaded library (LD_PRELOAD) that makes writes fail, for the tests of what the kestro
-// command does when a disk fills up or a device fails. It acts on files below KESTRO_FAULT_DIR
-// (every file when "/") as the environment asks: KESTRO_FAULT_WRITE=N fails the Nth write;
-// KESTRO_FAULT_BYTES=N lets N bytes in all through, cutting the write that crosses the limit
-// short first, as a device that fills up does; KESTRO_FAULT_FSYNC=1 fails every sync;
-// KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC); KESTRO_FAULT_LOADED=F names a file made on
-// loading, so a test can tell the command was reached (a statically linked one is not).
+// Preloaded (LD_PRELOAD) into kestro, fails writes to files below KESTRO_FAULT_DIR ("/": any) as
+// a full or failing disk does: KESTRO_FAULT_WRITE=N fails the Nth write; KESTRO_FAULT_BYTES=N
+// lets N bytes through in all, cutting short the write that crosses the limit; KESTRO_FAULT_FSYNC=1
+// fails every sync; KESTRO_FAULT_ERRNO=EIO gives EIO (else ENOSPC).
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/uio.h>
@@ -17,36 +14,24 @@
 
 namespace {
 
-const char* g_dir = nullptr;
-long g_failWrite = 0, g_byteLimit = -1, g_writes = 0, g_bytes = 0;
-bool g_failSync = false;
-int g_errno = ENOSPC;
+const char* Env(const char* name) { return std::getenv(name) ? std::getenv(name) : ""; }
 
-long EnvNumber(const char* name, long otherwise) {
-    const char* v = std::getenv(name);
-    return v ? std::atol(v) : otherwise;
-}
+const char* const g_dir = Env("KESTRO_FAULT_DIR");  // null until this library is initialised
+const long g_failWrite = std::atol(Env("KESTRO_FAULT_WRITE"));
+const long g_byteLimit = *Env("KESTRO_FAULT_BYTES") ? std::atol(Env("KESTRO_FAULT_BYTES")) : -1;
+const bool g_failSync = std::atol(Env("KESTRO_FAULT_FSYNC")) != 0;
+const int g_errno = std::strcmp(Env("KESTRO_FAULT_ERRNO"), "EIO") == 0 ? EIO : ENOSPC;
+long g_writes = 0, g_bytes = 0;
 
-__attribute__((constructor)) void Configure() {
-    g_dir = std::getenv("KESTRO_FAULT_DIR");
-    g_failWrite = EnvNumber("KESTRO_FAULT_WRITE", 0);
-    g_byteLimit = EnvNumber("KESTRO_FAULT_BYTES", -1);
-    g_failSync = EnvNumber("KESTRO_FAULT_FSYNC", 0) != 0;
-    const char* e = std::getenv("KESTRO_FAULT_ERRNO");
-    g_errno = e && std::strcmp(e, "EIO") == 0 ? EIO : ENOSPC;
-    if (const char* v = std::getenv("KESTRO_FAULT_LOADED")) ::close(::creat(v, 0644));
-}
+[[maybe_unused]] const int g_loaded =  // made on loading: a statically linked kestro never does
+    *Env("KESTRO_FAULT_LOADED") ? ::close(::creat(Env("KESTRO_FAULT_LOADED"), 0644)) : 0;
 
-// Whether `fd` is a regular file below the chosen folder ("/": every file, memory-backed ones
-// included, but no devices, pipes, sockets or terminals).
+// Whether `fd` is a file below the chosen folder ("/": any file but devices, /proc and pipes).
 bool Subject(int fd) {
-    if (!g_dir || !*g_dir) return false;
     char link[64], path[4096];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    ssize_t n = ::readlink(link, path, sizeof path - 1);
-    if (n <= 0) return false;
-    path[n] = '\0';
-    if (path[0] != '/') return false;
+    const ssize_t n = g_dir && *g_dir ? ::readlink(link, path, sizeof path - 1) : -1;
+    if (n <= 0 || (path[n] = '\0', path[0] != '/')) return false;
     if (std::strcmp(g_dir, "/") == 0)
         return std::strncmp(path, "/proc/", 6) != 0 &&
                (std::strncmp(path, "/dev/", 5) != 0 || std::strncmp(path, "/dev/shm/", 9) == 0);
@@ -54,39 +39,17 @@ bool Subject(int fd) {
     return std::strncmp(path, g_dir, len) == 0 && (path[len] == '/' || path[len] == '\0');
 }
 
-// How many of `count` bytes a write to a subject file may write now: -1 when it must fail.
-long Allowed(size_t count) {
-    ++g_writes;
-    if (g_failWrite > 0 && g_writes == g_failWrite) return -1;
-    if (g_byteLimit < 0) return long(count);
-    long left = g_byteLimit - g_bytes;
-    return left <= 0 ? -1 : long(count) < left ? long(count) : left;
-}
-
-template <class F>
-F Next(const char* name) {
-    return reinterpret_cast<F>(::dlsym(RTLD_NEXT, name));
-}
-
-// A write of `count` bytes to `fd` through `real(n)`: failed, cut short (unless `whole`) or
-// passed on as the faults ask for a subject file.
+// A write of `count` bytes to `fd` through `real(n)`: for a subject file failed, cut short to
+// what the byte limit leaves (unless `whole`, as for gathered writes: then failed) or passed on.
 template <class Write>
-ssize_t Guarded(int fd, size_t count, Write real, bool whole = false) {
+ssize_t Guarded(int fd, size_t count, bool whole, Write real) {
     if (count == 0 || !Subject(fd)) return real(count);
-    const long n = Allowed(count);
-    if (n < 0 || (whole && size_t(n) < count)) {
-        errno = g_errno;
-        return -1;
-    }
-    const ssize_t done = real(size_t(n));
+    const long left = g_byteLimit < 0 ? long(count) : g_byteLimit - g_bytes;
+    const size_t n = left <= 0 ? 0 : size_t(left) < count ? size_t(left) : count;
+    if (++g_writes == g_failWrite || n == 0 || (whole && n < count)) return errno = g_errno, -1;
+    const ssize_t done = real(n);
     if (done > 0) g_bytes += done;
     return done;
-}
-
-int Sync(int (*real)(int), int fd) {
-    if (!g_failSync || !Subject(fd)) return real(fd);
-    errno = EIO;
-    return -1;
 }
 
 }  // namespace
@@ -94,32 +57,20 @@ int Sync(int (*real)(int), int fd) {
 extern "C" {
 
 ssize_t write(int fd, const void* buf, size_t count) {
-    static auto real = Next<ssize_t (*)(int, const void*, size_t)>("write");
-    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n); });
+    static auto real = reinterpret_cast<decltype(&write)>(::dlsym(RTLD_NEXT, "write"));
+    return Guarded(fd, count, false, [&](size_t n) { return real(fd, buf, n); });
 }
 
-ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset) {
-    static auto real = Next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
-    return Guarded(fd, count, [&](size_t n) { return real(fd, buf, n, offset); });
-}
-
-// Gathered writes are failed whole or passed whole.
 ssize_t writev(int fd, const struct iovec* iov, int iovcnt) {
-    static auto real = Next<ssize_t (*)(int, const struct iovec*, int)>("writev");
+    static auto real = reinterpret_cast<decltype(&writev)>(::dlsym(RTLD_NEXT, "writev"));
     size_t count = 0;
     for (int i = 0; i < iovcnt; ++i) count += iov[i].iov_len;
-    return Guarded(
-        fd, count, [&](size_t) { return real(fd, iov, iovcnt); }, true);
+    return Guarded(fd, count, true, [&](size_t) { return real(fd, iov, iovcnt); });
 }
 
 int fsync(int fd) {
-    static auto real = Next<int (*)(int)>("fsync");
-    return Sync(real, fd);
-}
-
-int fdatasync(int fd) {
-    static auto real = Next<int (*)(int)>("fdatasync");
-    return Sync(real, fd);
+    static auto real = reinterpret_cast<decltype(&fsync)>(::dlsym(RTLD_NEXT, "fsync"));
+    return g_failSync && Subject(fd) ? (errno = EIO, -1) : real(fd);
 }
 
 }  // extern "C"
