@@ -36,26 +36,25 @@ constexpr unsigned kMenuCellsAt = 216, kTitleCellsAt = 224;
 
 class IfoLimits final : public kdrive::Limits {
 public:
-    IfoLimits(const uint8_t* data, size_t size, int room) : data_(data), size_(size) {
+    IfoLimits(const uint8_t* data, size_t size, int room) : data_(data), size_(size), room_(room) {}
+    // Language units and cell address tables are bounded by the counts their disassembly
+    // reads, asked for when it is their turn.
+    void Disassembling(CKestro_VMG_MAT& mat) override {
+        units_ = {mat.GetVMGM_LU(), mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA()};
+        cells_[0] = {mat.GetVMGM_C_ADT(), kMenuCellsAt};
+    }
+    void Disassembling(CKestro_VTS_MAT& mat) override {
+        units_ = {mat.GetVTSM_LU(), mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA()};
+        cells_[0] = {mat.GetVTSM_C_ADT(), kMenuCellsAt};
+        cells_[1] = {mat.GetVTS_C_ADT(), kTitleCellsAt};
+    }
+    void Reported(const void* table, size_t length, const Details& again) override {
         // A report cut short by a small room does not tell whether it passes kHeavyAt: the
         // table is reported once more, whole, into a probe a little larger (longer than any
         // line a report refuses). That costs at most kHeavyAt of text, where the source of a
         // heavy table would cost thousands of statements.
-        if (size_t(room) < kHeavyAt) probe_.emplace(int(kHeavyAt + 4096), 0, 0);
-    }
-    void Disassembling(CKestro_VMG_MAT& mat) override {
-        if (UnitPgcs(mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA()) >= kUnitPgcsBelow)
-            heavy_.push_back(mat.GetVMGM_LU());
-        if (CellVobs(kMenuCellsAt) >= kCellVobsBelow) heavy_.push_back(mat.GetVMGM_C_ADT());
-    }
-    void Disassembling(CKestro_VTS_MAT& mat) override {
-        if (UnitPgcs(mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA()) >= kUnitPgcsBelow)
-            heavy_.push_back(mat.GetVTSM_LU());
-        if (CellVobs(kMenuCellsAt) >= kCellVobsBelow) heavy_.push_back(mat.GetVTSM_C_ADT());
-        if (CellVobs(kTitleCellsAt) >= kCellVobsBelow) heavy_.push_back(mat.GetVTS_C_ADT());
-    }
-    void Reported(const void* table, size_t length, const Details& again) override {
-        if (length < kHeavyAt && probe_) {
+        if (length < kHeavyAt && size_t(room_) < kHeavyAt) {
+            if (!probe_) probe_.emplace(int(kHeavyAt + 4096), 0, 0);
             // A stream whose pieces no report reaches: the probe is made whole in its buffer.
             kestro::ReportStream whole(&kdrive::ReportBuffer::Handed, &*probe_, ~size_t(0));
             again(probe_->Fresh(), probe_->room);
@@ -65,7 +64,11 @@ public:
         if (length >= kHeavyAt) heavy_.push_back(table);
     }
     bool WriteSource(const void* table) const override {
-        return std::find(heavy_.begin(), heavy_.end(), table) == heavy_.end();
+        if (std::count(heavy_.begin(), heavy_.end(), table)) return false;
+        if (table == units_.lu) return UnitPgcs() < kUnitPgcsBelow;
+        for (const Cells& c : cells_)
+            if (table == c.table) return CellVobs(c.startAt) < kCellVobsBelow;
+        return true;
     }
 
 private:
@@ -78,13 +81,14 @@ private:
     }
     // The PGCs a menu table's units hold as their disassembly reads them: at most kMaxPgcs in
     // each of at most kMaxUnits units, an undefined unit (position 0) one more than kMaxPgcs.
-    uint32_t UnitPgcs(CKestroMenuPgcTable* table, unsigned long startSector) const {
+    uint32_t UnitPgcs() const {
+        CKestroMenuPgcTable* table = units_.table;
         if (!table) return 0;
         const uint32_t units =
             std::min<uint32_t>(table->UnitCount(), CKestroMenuPgcTable::kMaxUnits);
         uint32_t pgcs = 0;
         for (uint32_t i = 0; i < units; ++i) {
-            const unsigned long at = table->UnitPosition(uint16_t(i), startSector);
+            const unsigned long at = table->UnitPosition(uint16_t(i), units_.startSector);
             pgcs += at == 0 ? CKestroMenuPgcTable::kMaxPgcs + 1
                             : std::min<uint32_t>(BE(at, 2), CKestroMenuPgcTable::kMaxPgcs);
         }
@@ -93,8 +97,20 @@ private:
     // A cell address table's VOB count (its first field): the entries its source gets.
     uint32_t CellVobs(unsigned startAt) const { return BE(uint64_t(BE(startAt, 4)) * 2048, 2); }
 
+    struct Units {
+        const void* lu;
+        CKestroMenuPgcTable* table;  // the unit search pointers
+        unsigned long startSector;
+    };
+    struct Cells {
+        const void* table;
+        unsigned startAt;
+    };
     const uint8_t* data_;
     size_t size_;
+    int room_;
+    Units units_ = {};
+    Cells cells_[2] = {};
     std::optional<kdrive::ReportBuffer> probe_;
     std::vector<const void*> heavy_;
 };

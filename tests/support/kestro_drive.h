@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
@@ -46,10 +47,8 @@ public:
     std::string Ini() const { return Path("source.ini"); }
 
     void Put(const char* name, const uint8_t* data, size_t size) const {
-        std::FILE* f = std::fopen(Path(name).c_str(), "wb");
-        if (!f) return;
-        if (size) std::fwrite(data, 1, size, f);
-        std::fclose(f);
+        std::ofstream(Path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(data), std::streamsize(size));
     }
 
     // Removes what a run made and the INI store's copies (of the source's names also when gone).
@@ -136,8 +135,7 @@ public:
     virtual bool WriteSource(const void* table) const = 0;
 };
 
-// The handle the file layer gives next: a run must leave it unchanged (a
-// handle the library forgets to close would exhaust the 512 slots).
+// The handle the file layer gives next: a run that leaves one of its 512 handles open changes it.
 inline int NextHandle(const std::string& probe) {
     int h = kestro::FileCreate(probe.c_str(), 0x180);
     if (h > 0) kestro::FileClose(h);
@@ -154,8 +152,7 @@ struct LoadedRun {
     Limits* limits = nullptr;              // bounds on the work, when set
 };
 
-// One loaded file's tables reported into one buffer and disassembled into the
-// scratch source, in the order given; a table the file lacks (null) is skipped.
+// A loaded file's tables reported into one buffer and disassembled; those it lacks (null) skipped.
 class TableDriver {
 public:
     // The management table is reported first and once only, unseen by the limits: a video
@@ -206,7 +203,7 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
     if (mat.Load(h) == 1) {
         TableDriver drive(s, run, mat);
         drive.Report(mat.GetVMG_PTT_SRPT(), mat.GetVMGM_PGCI_UT());
-        drive.ReportWith(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t, char* buf, int room) {
+        drive.ReportWith(mat.GetVMGM_LU(), [&](auto& t, char* buf, int room) {
             t.Details(buf, room, &pgc, mat.GetVMGM_PGCI_UT(), mat.GetVMGM_PGCIT_SA());
         });
         drive.Report(mat.GetVMG_MAIT(), mat.GetVMG_ATRT(), mat.GetVMG_TXTDT(), mat.GetVMGM_C_ADT(),
@@ -216,7 +213,7 @@ inline void DriveVmgFile(const Scratch& s, const std::string& ifo, const LoadedR
             if (run.limits) run.limits->Disassembling(mat);
             mat.Disasm(drive.Ini());
             drive.Disasm(mat.GetVMG_PTT_SRPT(), mat.GetVMGM_PGCI_UT());
-            drive.DisasmWith(mat.GetVMGM_LU(), [&](CKestro_VMGM_LU& t, const char* ini) {
+            drive.DisasmWith(mat.GetVMGM_LU(), [&](auto& t, const char* ini) {
                 t.Disasm(ini, mat.GetVMGM_PGCIT_SA(), &pgc, mat.GetVMGM_PGCI_UT());
             });
             drive.Disasm(mat.GetVMG_MAIT(), mat.GetVMG_ATRT(), mat.GetVMG_TXTDT(),
@@ -236,11 +233,10 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
     if (mat.Load(h) == 1) {
         TableDriver drive(s, run, mat);
         drive.Report(mat.GetVTS_PTT_SRPT());
-        drive.ReportWith(mat.GetVTS_PGCIT(), [&](CKestro_VTS_PGCIT& t, char* buf, int room) {
-            t.Details(&pgc, buf, room);
-        });
+        drive.ReportWith(mat.GetVTS_PGCIT(),
+                         [&](auto& t, char* buf, int room) { t.Details(&pgc, buf, room); });
         drive.Report(mat.GetVTSM_PGCI_UT());
-        drive.ReportWith(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t, char* buf, int room) {
+        drive.ReportWith(mat.GetVTSM_LU(), [&](auto& t, char* buf, int room) {
             t.Details(buf, room, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
         });
         // The menu map's report uses the map read at load: before any Disasm.
@@ -252,15 +248,15 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
             mat.Disasm(drive.Ini());
             drive.Disasm(mat.GetVTS_PTT_SRPT());
             drive.DisasmWith(mat.GetVTS_PGCIT(),
-                             [&](CKestro_VTS_PGCIT& t, const char* ini) { t.Disasm(ini, &pgc); });
+                             [&](auto& t, const char* ini) { t.Disasm(ini, &pgc); });
             drive.Disasm(mat.GetVTSM_PGCI_UT());
-            drive.DisasmWith(mat.GetVTSM_LU(), [&](CKestro_VTSM_LU& t, const char* ini) {
+            drive.DisasmWith(mat.GetVTSM_LU(), [&](auto& t, const char* ini) {
                 t.Disasm(ini, &pgc, mat.GetVTSM_PGCI_UT(), mat.GetVTSM_PGCIT_SA());
             });
             drive.Disasm(mat.GetVTS_TMAPT(), mat.GetVTSM_C_ADT(), mat.GetVTSM_VOBU_ADMAP(),
                          mat.GetVTS_C_ADT(), mat.GetVTS_VOBU_ADMAP());
             if (run.sideFiles) {
-                drive.DisasmWith(mat.GetVTS_TMAPT(), [&](CKestro_VTS_TMAP& t, const char* ini) {
+                drive.DisasmWith(mat.GetVTS_TMAPT(), [&](auto& t, const char* ini) {
                     t.DisasmToFile(ini, s.Path("tmap.bin").c_str());
                 });
                 if (auto* t = mat.GetVTSM_VOBU_ADMAP())
@@ -277,8 +273,7 @@ inline void DriveVtsFile(const Scratch& s, const std::string& ifo, const LoadedR
 // The IFO name a file of each kind is given in the scratch folder.
 inline const char* IfoName(bool vmg) { return vmg ? "VIDEO_TS.IFO" : "VTS_01_0.IFO"; }
 
-// Puts bytes into the scratch folder as an IFO file of the given kind and
-// drives it; the source (when written) stays for the caller.
+// Bytes driven as an IFO file of the given kind in the scratch folder; the source stays there.
 inline void DriveBytes(const Scratch& s, bool vmg, const uint8_t* data, size_t size,
                        const LoadedRun& run) {
     s.Put(IfoName(vmg), data, size);
@@ -295,27 +290,25 @@ inline void DriveSource(const Scratch& s) {
         CBaseKestro files;
         const int h = int(files.CreateKestroFile(s.Path("out.ifo").c_str()));
         if (h < 1) return;
-        // Each table sized and written twice (the second time after the view was consumed),
-        // but the text data and the tables assembled with the PGC codec once.
+        // Each table sized and written `times` over: most twice (the second time after the
+        // first consumed the view), the text data and the tables built with the codec once.
         auto write = [&](auto& t, int times) {
             for (int i = 0; i < times; ++i) {
                 t.Get(&sectors, &bytes);
                 t.Write(h);
             }
         };
-        auto plain = [&](auto&&... t) { (..., (t.Asm(src), write(t, 2))); };
+        auto plain = [&](int times, auto&&... t) { (..., (t.Asm(src), write(t, times))); };
         CKestro_PGCI pgc;
         auto withCodec = [&](auto&&... t) { (..., (t.Asm(src, &pgc), write(t, 1))); };
         CKestro_VMGM_ADMAP vmgMap;
         CKestro_VTS_ADMAP vtsMap;
         CKestro_VTSM_ADMAP vtsmMap;
         CKestro_VTS_TMAP tmap;
-        CKestro_VMG_TXTDT txt;
-        plain(CKestro_VMG_PTT(), CKestro_VMG_MAIT(), CKestro_VMG_ATRT());
-        txt.Asm(src);
-        write(txt, 1);
-        plain(CKestro_VMG_CADT(), CKestro_VTS_CADT(), CKestro_VTSM_CADT(), vmgMap, vtsMap, vtsmMap,
-              CKestro_PTT_SRPT(), tmap, CKestro_VMGM_LU(), CKestro_VTSM_LU());
+        plain(2, CKestro_VMG_PTT(), CKestro_VMG_MAIT(), CKestro_VMG_ATRT());
+        plain(1, CKestro_VMG_TXTDT());
+        plain(2, CKestro_VMG_CADT(), CKestro_VTS_CADT(), CKestro_VTSM_CADT(), vmgMap, vtsMap,
+              vtsmMap, CKestro_PTT_SRPT(), tmap, CKestro_VMGM_LU(), CKestro_VTSM_LU());
         withCodec(CKestro_VTS_PGCIT(), CKestro_VMGM_PGCI(), CKestro_VTSM_PGCI());
 
         // The PGC codec on its own, on the sections a title and a menu PGC would use.
