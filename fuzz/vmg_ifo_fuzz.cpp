@@ -1,10 +1,10 @@
-// Fuzz target: bytes as a VIDEO_TS.IFO file. Loaded, every table reported
-// in the room the input's last bytes pick and disassembled, the source just
-// written assembled again (see FuzzIfoInput for what is left out and why).
-#include "kestro_drive.h"
+// Fuzz target: bytes as a VIDEO_TS.IFO file. Loaded, every table reported in the room the
+// input's last bytes pick and disassembled, the source just written assembled again
+// (fuzz_input.h says what is left out and why).
+#include "fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static kdrive::Scratch scratch("vmg");
-    kdrive::FuzzIfoInput(scratch, true, data, size);
+    kfuzz::FuzzIfoInput(scratch, true, data, size);
     return 0;
 }
