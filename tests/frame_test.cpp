@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 
 #include "frame/detail.h"
 #include "kestro/frame.h"
@@ -15,11 +16,7 @@ namespace {
 // Hex text reads any alphanumeric character as a digit, an optional x first; missing hex digits
 // of bytes and words count as zero.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
-    const struct {
-        const char* text;
-        unsigned long (*fn)(const char*);
-        unsigned long want;
-    } cases[] = {
+    const std::tuple<const char*, unsigned long (*)(const char*), unsigned long> cases[] = {
         {"x1A", axtoi, 26},     {"1A", axtoi, 26},
         {"x", axtoi, 0},        {"", axtoi, 0},
         {"X10", axtoi, 0x110},  {"fg", axtoi, 0xF0},
@@ -27,9 +24,8 @@ TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
         {"z", axtoi, 3},        {"5", axtoib, 0x50},
         {"zz", axtoib, 0x33},   {"1a2B", axtoiw, 0x1A2B},
         {"", axtoib, 0},        {"1", axtoiw, 0x1000},
-        {" 1", axtoib, 0x01},   {"ffff", axtoiw, 0xFFFF},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.fn(c.text), c.want) << '"' << c.text << '"';
+        {" 1", axtoib, 0x01},   {"ffff", axtoiw, 0xFFFF}};
+    for (const auto& [text, fn, want] : cases) EXPECT_EQ(fn(text), want) << '"' << text << '"';
     const std::pair<const char*, const char*> bytes[] = {{"x0102", "\x01\x02\x00\x00"},
                                                          {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"},
                                                          {"f", "\xf0\x00\x00\x00"}};
@@ -55,38 +51,36 @@ TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     char buf[8] = "x";
     unsigned long a = 7, b = 9;
     base.Get(&a, &b);
-    EXPECT_EQ(std::make_tuple(a, b, base.FileHandle()), std::make_tuple(7ul, 9ul, -1));
-    EXPECT_EQ(base.Load(1), 0);
+    EXPECT_EQ(std::make_tuple(a, b, base.FileHandle(), base.Load(1)),
+              std::make_tuple(7ul, 9ul, -1, 0));
     EXPECT_FALSE(base.Details(buf, 8) || base.Disasm("a") || base.Asm("a") || base.Write(1));
     EXPECT_STREQ(buf, "x");
     base.GetErrorMessage(buf, sizeof buf);
     EXPECT_STREQ(buf, "");
-    const struct {
-        size_t text;
-        int len;
-        size_t copied, guard;  // characters copied; the first byte left alone
-    } cases[] = {{12, 10, 9, 10}, {10, 10, 10, 11}, {1000, 400, 259, 400}};
-    for (const auto& c : cases) {
+    // text length, len; characters copied and the first byte left alone
+    const size_t cases[][4] = {{12, 10, 9, 10}, {10, 10, 10, 11}, {1000, 400, 259, 400}};
+    for (const auto& [size, len, copied, guard] : cases) {
         Probe p;
         std::string text;
-        for (size_t i = 0; i < c.text; ++i) text += char('a' + i % 26);
+        for (size_t i = 0; i < size; ++i) text += char('a' + i % 26);
         p.Fail(text.c_str());
-        std::vector<char> out(c.guard + 1, 'q');
-        p.GetErrorMessage(out.data(), c.len);
-        EXPECT_EQ(out.data(), text.substr(0, c.copied)) << c.text;
-        EXPECT_EQ(out[c.guard], 'q') << c.text;
+        std::vector<char> out(guard + 1, 'q');
+        p.GetErrorMessage(out.data(), int(len));
+        EXPECT_EQ(out.data(), text.substr(0, copied)) << size;
+        EXPECT_EQ(out[guard], 'q') << size;
     }
 }
 
-// Handles read, write, seek (an unknown origin counts from the start) and close like files.
-TEST(FileLayer, SlotsHandlesAndSemantics) {
+// Handles read, write, seek (an unknown origin counts from the start) and close like files; a
+// created file starts empty; the table holds 512 files and reuses the lowest free slot.
+TEST(FileLayer, HandlesBehaveLikeFilesAndSlotsAreReused) {
     kt::TempDir dir;
     std::string path = dir / "a.bin";
-    EXPECT_EQ(FileOpen((dir / "missing").c_str(), 0x8002), -1);
+    EXPECT_EQ(FileOpen((dir / "missing").c_str(), kOpenReadWrite), -1);
+    kt::WriteText(path, "old text");
     int h = FileCreate(path.c_str(), 0x180);
-    ASSERT_GE(h, 1);
+    EXPECT_EQ(FileSize(h), 0u);
     EXPECT_EQ(FileWrite(h, "hello", 5), 5u);
-    EXPECT_EQ(FileSize(h), 5u);
     EXPECT_EQ(FileSeek(h, 1, 7), 1u);
     char c[4] = {};
     EXPECT_EQ(FileRead(h, c, 3), 3u);
@@ -94,44 +88,28 @@ TEST(FileLayer, SlotsHandlesAndSemantics) {
     EXPECT_EQ(FileTell(h), 4u);
     EXPECT_EQ(FileRead(h, c, 3), 1u);  // short at the end
     EXPECT_EQ(FileSeek(h, 0, 2), 5u);
-    EXPECT_EQ(FileClose(h), 0);
-    EXPECT_EQ(FileClose(h), 0);  // not in use: nothing happens
-    // Creating an existing file truncates it; padding reaches the next sector.
-    h = FileCreate(path.c_str(), 0x180);
-    EXPECT_EQ(FileSize(h), 0u);
-    FileWrite(h, "abc", 3);
     PadToSector(h);
     PadToSector(h);
     EXPECT_EQ(FileSize(h), 2048u);
-    FileClose(h);
-}
-
-// The handle table holds 512 files and reuses the lowest free slot.
-TEST(FileLayer, TableHolds512AndReusesTheLowestSlot) {
-    kt::TempDir dir;
-    std::string path = dir / "f";
-    kt::WriteText(path, "x");
+    EXPECT_EQ(FileClose(h), 0);
+    EXPECT_EQ(FileClose(h), 0);  // not in use: nothing happens
     std::vector<int> handles;
-    for (;;) {
-        int h = FileOpen(path.c_str(), 0x8000);
-        if (h == -1) break;
+    while ((h = FileOpen(path.c_str(), kOpenRead)) != -1 && handles.size() <= 512)
         handles.push_back(h);
-        ASSERT_LE(handles.size(), 512u);
-    }
     EXPECT_EQ(handles.size(), 512u);  // no other test leaves a slot in use
     FileClose(handles[10]);
-    EXPECT_EQ(FileOpen(path.c_str(), 0x8000), handles[10]);
+    EXPECT_EQ(FileOpen(path.c_str(), kOpenRead), handles[10]);
     for (int h : handles) FileClose(h);
 }
 
-// Paths take either separator and find a file whatever its case.
-TEST(FileLayer, PathsUseEitherSeparatorAndMatchCaseInsensitively) {
+// Paths take either separator and find a file whatever its case; the creation trace logs
+// created files only while it is on.
+TEST(FileLayer, PathsMatchCaseInsensitivelyAndTraceLogsCreatedFiles) {
     kt::TempDir dir;
     kt::WriteText(dir / "VTS_01_1.VOB", "data");
     std::string lower = dir.path().string() + "\\vts_01_1.vob";
     EXPECT_EQ(FileExists(lower.c_str(), 0), 0);
-    int h = FileOpen(lower.c_str(), 0x8000);
-    ASSERT_GE(h, 1);
+    int h = FileOpen(lower.c_str(), kOpenRead);
     EXPECT_EQ(FileSize(h), 4u);
     FileClose(h);
     EXPECT_EQ(FileExists((dir / "nothing.vob").c_str(), 0), -1);
@@ -139,12 +117,7 @@ TEST(FileLayer, PathsUseEitherSeparatorAndMatchCaseInsensitively) {
     EXPECT_EQ(FileExists(lower.c_str(), 2), -1);  // read-only by attribute
     EXPECT_EQ(FileExists(lower.c_str(), 4), 0);
     EXPECT_EQ(FileExists((dir / "VTS_01_1.VOB").c_str(), 6), -1);
-}
-
-// The creation trace logs created files only while it is on.
-TEST(FileLayer, TraceHookLogsCreatedFilesWhenSwitchedOn) {
-    kt::TempDir dir;
-    std::string trace = dir / "trace.log";
+    const std::string trace = dir / "trace.log";
     kt::WriteText(trace, "");
     SetFileCreationTrace(true, trace.c_str());
     FileClose(FileCreate((dir / "made.ifo").c_str(), 0x180));
@@ -159,10 +132,9 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     std::vector<uint8_t> file(2048, 0);  // count 2, end address 0x00100000 (far beyond the file)
     file.insert(file.end(), {0, 2, 0, 0, 0, 0x10, 0, 0, 0xAA, 0, 0, 0});
     kt::WriteBytes(dir / "t.ifo", file);
-    int h = FileOpen((dir / "t.ifo").c_str(), 0x8000);
+    int h = FileOpen((dir / "t.ifo").c_str(), kOpenRead);
     LoadedTable t;
-    EXPECT_EQ(t.LoadTableHeader(h, 0), 0);
-    EXPECT_EQ(t.count, 0);
+    EXPECT_EQ(std::make_pair(t.LoadTableHeader(h, 0), int(t.count)), std::make_pair(0, 0));
     EXPECT_EQ(t.LoadTableHeader(h, 1), 1);
     EXPECT_EQ(std::make_tuple(int(t.count), t.endAddress, t.bodyPos),
               std::make_tuple(2, 0x00100000u, 2056u));
@@ -170,37 +142,35 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     t.ReadBody();
     EXPECT_EQ(FileTell(h), 5u);
     ASSERT_EQ(t.body.size(), 4u);  // what the file really holds
-    ByteView v(t.body);
-    EXPECT_EQ(v.U8(0), 0xAA);
-    EXPECT_EQ(v.BE32(1000), 0u);
+    EXPECT_EQ(ByteView(t.body).U8(0), 0xAA);
+    EXPECT_EQ(ByteView(t.body).BE32(1000), 0u);
     FileClose(h);
 }
 
-// A line is written while the text stays below len; one that reaches len is left out. The
-// closing line end is left out where it would pass the headroom.
+// A line is written while the text stays below len, and none after the first refused; the closing
+// line end is left out where it would pass the caller's three bytes of headroom.
 TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
-    char buf[64] = {};
-    Report r(buf, 10);
-    EXPECT_TRUE(r.Line("%s", "abcd"));   // 0 + 4 < 10
-    EXPECT_FALSE(r.Line("%s", "abcd"));  // 6 + 4 reaches 10
-    EXPECT_STREQ(buf, "abcd\r\n");
-    char first[16] = {};
-    Report r2(first, 5);
-    EXPECT_FALSE(r2.Line("12345"));  // a first line as long as len
-    EXPECT_STREQ(first, "");
-    char full[16];
-    std::memset(full, '#', sizeof full);
-    full[0] = 0;
-    Report f(full, 10);
-    EXPECT_TRUE(f.Line("123456789"));  // 9 < 10: uses the headroom up to full[11]
-    f.End();                           // would write full[11..13]: left out
-    EXPECT_STREQ(full, "123456789\r\n");
-    EXPECT_EQ(full[12], '#');
-    char small[16] = {};
-    Report s(small, 10);
-    EXPECT_TRUE(s.Line("1234"));
-    s.End();
-    EXPECT_STREQ(small, "1234\r\n\r\n");
+    const struct {
+        int len;
+        std::vector<const char*> lines;
+        size_t accepted;
+        bool end;
+        const char* want;
+    } cases[] = {{10, {"abcd", "abcd", "a"}, 1, false, "abcd\r\n"},  // 6 + 4 reaches 10
+                 {5, {"12345"}, 0, true, ""},                        // a first line as long as len
+                 {10, {"123456789"}, 1, true, "123456789\r\n"},      // End would pass buf[12]
+                 {10, {"1234"}, 1, true, "1234\r\n\r\n"}};
+    for (const auto& c : cases) {
+        char buf[16];
+        std::memset(buf, '#', sizeof buf);
+        buf[0] = 0;
+        Report r(buf, c.len);
+        for (size_t i = 0; i < c.lines.size(); ++i)
+            EXPECT_EQ(r.Line("%s", c.lines[i]), i < c.accepted);
+        if (c.end) r.End();
+        EXPECT_STREQ(buf, c.want);
+        EXPECT_EQ(buf[std::strlen(c.want) + 1], '#') << c.want;
+    }
 }
 
 // The formatter answers common conversions itself and hands the rest to vsnprintf; either way
@@ -231,7 +201,7 @@ TEST(Formatting, MatchesTheCLibrary) {
     same("%5.1f", 2.25);
 }
 
-// Map lines are built without a format; they must read as the format would.
+// Map lines are built without a format; they must read as the format would, under the same rule.
 TEST(ReportRule, NumberLinesReadAsTheirFormat) {
     std::vector<int> values = {0, 2147483647, -2147483647 - 1};
     for (long long p = 1; p <= 1000000000; p *= 10)  // every digit count, both sides of it
@@ -245,23 +215,22 @@ TEST(ReportRule, NumberLinesReadAsTheirFormat) {
         EXPECT_STREQ(a, b);
     }
     char full[64] = {};
-    Report r(full, 20);
-    EXPECT_FALSE(r.Numbers("  VOBU ", 1, " starts at sector ", 1));
+    EXPECT_FALSE(Report(full, 20).Numbers("  VOBU ", 1, " starts at sector ", 1));
     EXPECT_STREQ(full, "");
 }
 
-}  // namespace
-
-// The newest stream still living is used, whatever order streams end in.
+// The newest stream still living is used, whatever order streams end in; one without a sink is
+// not installed.
 TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
     auto sink = [](void*, char*, size_t) {};
-    auto outer = std::make_unique<kestro::ReportStream>(sink, nullptr);
-    auto inner = std::make_unique<kestro::ReportStream>(sink, nullptr);
-    EXPECT_EQ(kestro::ReportStream::Current(), inner.get());
-    outer.reset();  // ends first: the inner one stays in force
-    EXPECT_EQ(kestro::ReportStream::Current(), inner.get());
+    auto outer = std::make_unique<ReportStream>(sink, nullptr);
+    auto inner = std::make_unique<ReportStream>(sink, nullptr);
+    EXPECT_EQ(ReportStream::Current(), inner.get());
+    outer.reset();
+    EXPECT_EQ(ReportStream::Current(), inner.get());
     inner.reset();
-    EXPECT_EQ(kestro::ReportStream::Current(), nullptr);
-    kestro::ReportStream none(nullptr, nullptr);  // no sink: not installed
-    EXPECT_EQ(kestro::ReportStream::Current(), nullptr);
+    ReportStream none(nullptr, nullptr);
+    EXPECT_EQ(ReportStream::Current(), nullptr);
 }
+
+}  // namespace

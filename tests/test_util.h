@@ -44,12 +44,10 @@ inline std::string ReadText(const std::string& path) {
 }
 inline std::vector<uint8_t> ReadBytes(const std::string& path) {
     const std::string t = ReadText(path);
-    return std::vector<uint8_t>(t.begin(), t.end());
+    return {t.begin(), t.end()};
 }
-
 inline void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
     WriteText(path, std::string(data.begin(), data.end()));
@@ -66,7 +64,7 @@ inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
         b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
 }
 
-// Bytes from hex digits, spaces (between fields) ignored: "0002 0000 0000001f".
+// Bytes from hex digits, anything else (spaces between fields) ignored: "0002 0000 0000001f".
 inline std::vector<uint8_t> Hex(const std::string& digits) {
     std::vector<uint8_t> v;
     std::string d;
@@ -79,19 +77,15 @@ inline std::vector<uint8_t> Hex(const std::string& digits) {
 
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
 
-// The real discs' IFO files named `prefix`..., or none when there are no discs.
+// The real discs' IFO files named `prefix`..., sorted, or none when there are no discs.
 inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
     std::vector<std::string> out;
     std::error_code ec;
-    if (!fs::is_directory(CorpusDir(), ec)) return out;
-    for (auto& disc : fs::directory_iterator(CorpusDir(), ec)) {
-        if (!disc.is_directory()) continue;
-        for (auto& f : fs::directory_iterator(disc.path(), ec)) {
-            std::string name = f.path().filename().string();
-            if (name.rfind(prefix, 0) == 0 && f.path().extension() == ".IFO")
+    for (auto& disc : fs::directory_iterator(CorpusDir(), ec))
+        for (auto& f : fs::directory_iterator(disc.path(), ec))
+            if (f.path().filename().string().rfind(prefix, 0) == 0 &&
+                f.path().extension() == ".IFO")
                 out.push_back(f.path().string());
-        }
-    }
     std::sort(out.begin(), out.end());
     return out;
 }
@@ -103,7 +97,6 @@ inline std::vector<uint8_t> Corpus(const std::string& file) {
 #define KT_REQUIRE_CORPUS(file)                    \
     if (!kt::fs::exists(kt::CorpusDir() / (file))) \
     GTEST_SKIP() << "no real discs beside this checkout"
-
 #define KT_SKIP_IF_EMPTY(list) \
     if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"
 
