@@ -1,4 +1,4 @@
-// File layer, base class, report rule and hexadecimal codecs.
+// File layer, base class, report rule, formatter and hexadecimal codecs.
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -13,29 +13,24 @@ using namespace kestro;
 
 namespace {
 
-// Hex text reads any alphanumeric character as a digit, an optional x first; missing hex digits
-// of bytes and words count as zero.
+using Results = std::vector<unsigned long>;  // what calls made in order returned
+
+// Hex text reads any alphanumeric character as a digit (z is 35: 3), an optional x first; missing
+// hex digits of bytes and words count as zero.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
-    const std::tuple<const char*, unsigned long (*)(const char*), unsigned long> cases[] = {
-        {"x1A", axtoi, 26},     {"1A", axtoi, 26},
-        {"x", axtoi, 0},        {"", axtoi, 0},
-        {"X10", axtoi, 0x110},  {"fg", axtoi, 0xF0},
-        {"12 34", axtoi, 0x12}, {"123456789", axtoi, 0x23456789},
-        {"z", axtoi, 3},        {"5", axtoib, 0x50},
-        {"zz", axtoib, 0x33},   {"1a2B", axtoiw, 0x1A2B},
-        {"", axtoib, 0},        {"1", axtoiw, 0x1000},
-        {" 1", axtoib, 0x01},   {"ffff", axtoiw, 0xFFFF}};
-    for (const auto& [text, fn, want] : cases) EXPECT_EQ(fn(text), want) << '"' << text << '"';
-    const std::pair<const char*, const char*> bytes[] = {{"x0102", "\x01\x02\x00\x00"},
-                                                         {"a1b2c3d4e5", "\xa1\xb2\xc3\xd4"},
-                                                         {"f", "\xf0\x00\x00\x00"}};
+    EXPECT_EQ(Results({axtoi("x1A"), axtoi("1A"), axtoi("x"), axtoi(""), axtoi("X10"), axtoi("fg"),
+                       axtoi("12 34"), axtoi("123456789"), axtoi("z"), axtoib("5"), axtoib("zz"),
+                       axtoib(""), axtoib(" 1"), axtoiw("1a2B"), axtoiw("1"), axtoiw("ffff")}),
+              Results({26, 26, 0, 0, 0x110, 0xF0, 0x12, 0x23456789, 3, 0x50, 0x33, 0, 0x01, 0x1A2B,
+                       0x1000, 0xFFFF}));
     uint8_t out[8];
-    for (const auto& [text, want] : bytes) {
+    for (const auto& [text, want] :
+         {std::pair{"x0102", "01020000"}, {"a1b2c3d4e5", "a1b2c3d4"}, {"f", "f0000000"}}) {
         HexBytes(text, out, 4);
-        EXPECT_EQ(0, std::memcmp(out, want, 4)) << text;
+        EXPECT_EQ(std::vector<uint8_t>(out, out + 4), kt::Hex(want)) << text;
     }
     HexWords("0001000200030405", out, 4);
-    EXPECT_EQ(0, std::memcmp(out, "\x00\x01\x00\x02\x00\x03\x04\x05", 8));
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 8), kt::Hex("0001000200030405"));
 }
 
 class Probe : public CBaseKestro {
@@ -44,8 +39,7 @@ public:
 };
 
 // The base class refuses every operation, leaves Get's values alone and starts without error
-// text. A text longer than len is cut to len - 1 characters; one of exactly len characters is
-// copied whole with its terminator; the stored text holds 259.
+// text; copied out, a text is cut to len - 1 characters unless it has exactly len; 259 are kept.
 TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     Probe base;
     char buf[8] = "x";
@@ -54,69 +48,51 @@ TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     EXPECT_EQ(std::make_tuple(a, b, base.FileHandle(), base.Load(1)),
               std::make_tuple(7ul, 9ul, -1, 0));
     EXPECT_FALSE(base.Details(buf, 8) || base.Disasm("a") || base.Asm("a") || base.Write(1));
-    EXPECT_STREQ(buf, "x");
-    base.GetErrorMessage(buf, sizeof buf);
-    EXPECT_STREQ(buf, "");
+    base.GetErrorMessage(buf + 1, 7);
+    EXPECT_EQ(std::string(buf, 2), std::string("x\0", 2));
     // text length, len; characters copied and the first byte left alone
     const size_t cases[][4] = {{12, 10, 9, 10}, {10, 10, 10, 11}, {1000, 400, 259, 400}};
     for (const auto& [size, len, copied, guard] : cases) {
-        Probe p;
         std::string text;
         for (size_t i = 0; i < size; ++i) text += char('a' + i % 26);
-        p.Fail(text.c_str());
+        base.Fail(text.c_str());
         std::vector<char> out(guard + 1, 'q');
-        p.GetErrorMessage(out.data(), int(len));
+        base.GetErrorMessage(out.data(), int(len));
         EXPECT_EQ(out.data(), text.substr(0, copied)) << size;
         EXPECT_EQ(out[guard], 'q') << size;
     }
 }
 
-// Handles read, write, seek (an unknown origin counts from the start) and close like files; a
-// created file starts empty; the table holds 512 files and reuses the lowest free slot.
-TEST(FileLayer, HandlesBehaveLikeFilesAndSlotsAreReused) {
+// Handles act like files (an unknown seek origin counts from the start, creating truncates);
+// the table holds 512 and reuses the lowest free slot; paths take either separator and any
+// case; the creation trace logs created files only while it is on.
+TEST(FileLayer, HandlesPathsAndCreationTrace) {
     kt::TempDir dir;
-    std::string path = dir / "a.bin";
-    EXPECT_EQ(FileOpen((dir / "missing").c_str(), kOpenReadWrite), -1);
+    const std::string path = dir / "VTS_01_1.VOB", lower = dir.path().string() + "\\vts_01_1.vob";
     kt::WriteText(path, "old text");
     int h = FileCreate(path.c_str(), 0x180);
-    EXPECT_EQ(FileSize(h), 0u);
-    EXPECT_EQ(FileWrite(h, "hello", 5), 5u);
-    EXPECT_EQ(FileSeek(h, 1, 7), 1u);
-    char c[4] = {};
-    EXPECT_EQ(FileRead(h, c, 3), 3u);
-    EXPECT_STREQ(c, "ell");
-    EXPECT_EQ(FileTell(h), 4u);
-    EXPECT_EQ(FileRead(h, c, 3), 1u);  // short at the end
-    EXPECT_EQ(FileSeek(h, 0, 2), 5u);
-    PadToSector(h);
-    PadToSector(h);
-    EXPECT_EQ(FileSize(h), 2048u);
-    EXPECT_EQ(FileClose(h), 0);
-    EXPECT_EQ(FileClose(h), 0);  // not in use: nothing happens
+    char c[4] = {}, d[4] = {};
+    // size, write, seek, read, tell, read at the end (short), seek from the end, size padded twice
+    EXPECT_EQ(Results({FileSize(h), FileWrite(h, "hello", 5), FileSeek(h, 1, 7), FileRead(h, c, 3),
+                       FileTell(h), FileRead(h, d, 3), FileSeek(h, 0, 2),
+                       (PadToSector(h), PadToSector(h), FileSize(h))}),
+              Results({0, 5, 1, 3, 4, 1, 5, 2048}));
+    EXPECT_EQ(std::string(c) + d, "ello");
+    EXPECT_EQ(FileClose(h) + FileClose(h), 0);  // the second does nothing
     std::vector<int> handles;
-    while ((h = FileOpen(path.c_str(), kOpenRead)) != -1 && handles.size() <= 512)
+    while ((h = FileOpen(lower.c_str(), kOpenRead)) != -1 && handles.size() <= 512)
         handles.push_back(h);
     EXPECT_EQ(handles.size(), 512u);  // no other test leaves a slot in use
     FileClose(handles[10]);
     EXPECT_EQ(FileOpen(path.c_str(), kOpenRead), handles[10]);
     for (int h : handles) FileClose(h);
-}
-
-// Paths take either separator and find a file whatever its case; the creation trace logs
-// created files only while it is on.
-TEST(FileLayer, PathsMatchCaseInsensitivelyAndTraceLogsCreatedFiles) {
-    kt::TempDir dir;
-    kt::WriteText(dir / "VTS_01_1.VOB", "data");
-    std::string lower = dir.path().string() + "\\vts_01_1.vob";
-    EXPECT_EQ(FileExists(lower.c_str(), 0), 0);
-    int h = FileOpen(lower.c_str(), kOpenRead);
-    EXPECT_EQ(FileSize(h), 4u);
-    FileClose(h);
-    EXPECT_EQ(FileExists((dir / "nothing.vob").c_str(), 0), -1);
-    ::chmod((dir / "VTS_01_1.VOB").c_str(), 0444);
-    EXPECT_EQ(FileExists(lower.c_str(), 2), -1);  // read-only by attribute
-    EXPECT_EQ(FileExists(lower.c_str(), 4), 0);
-    EXPECT_EQ(FileExists((dir / "VTS_01_1.VOB").c_str(), 6), -1);
+    ::chmod(path.c_str(), 0444);
+    // exists, missing, missing for writing, writable (read-only by attribute), readable, both
+    EXPECT_EQ(std::vector<int>({FileExists(lower.c_str(), 0), FileExists((dir / "no").c_str(), 0),
+                                FileOpen((dir / "no").c_str(), kOpenReadWrite),
+                                FileExists(lower.c_str(), 2), FileExists(lower.c_str(), 4),
+                                FileExists(path.c_str(), 6)}),
+              std::vector<int>({0, -1, -1, -1, 0, -1}));
     const std::string trace = dir / "trace.log";
     kt::WriteText(trace, "");
     SetFileCreationTrace(true, trace.c_str());
@@ -129,10 +105,11 @@ TEST(FileLayer, PathsMatchCaseInsensitivelyAndTraceLogsCreatedFiles) {
 // Sector 0 loads nothing; a body is what the file holds, whatever its end address says.
 TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     kt::TempDir dir;
-    std::vector<uint8_t> file(2048, 0);  // count 2, end address 0x00100000 (far beyond the file)
-    file.insert(file.end(), {0, 2, 0, 0, 0, 0x10, 0, 0, 0xAA, 0, 0, 0});
+    std::vector<uint8_t> file(2048, 0);
+    const auto table = kt::Hex("0002 0000 00100000 aa000000");  // count, 0, end far beyond, body
+    file.insert(file.end(), table.begin(), table.end());
     kt::WriteBytes(dir / "t.ifo", file);
-    int h = FileOpen((dir / "t.ifo").c_str(), kOpenRead);
+    const int h = FileOpen((dir / "t.ifo").c_str(), kOpenRead);
     LoadedTable t;
     EXPECT_EQ(std::make_pair(t.LoadTableHeader(h, 0), int(t.count)), std::make_pair(0, 0));
     EXPECT_EQ(t.LoadTableHeader(h, 1), 1);
@@ -141,25 +118,23 @@ TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
     FileSeek(h, 5, 0);
     t.ReadBody();
     EXPECT_EQ(FileTell(h), 5u);
-    ASSERT_EQ(t.body.size(), 4u);  // what the file really holds
-    EXPECT_EQ(ByteView(t.body).U8(0), 0xAA);
+    EXPECT_EQ(t.body, kt::Hex("aa000000"));
     EXPECT_EQ(ByteView(t.body).BE32(1000), 0u);
     FileClose(h);
 }
 
-// A line is written while the text stays below len, and none after the first refused; the closing
-// line end is left out where it would pass the caller's three bytes of headroom.
+// A line is written while the text stays below len, none after the first refused; the closing line
+// end is left out where it would pass the caller's three bytes of headroom.
 TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
     const struct {
         int len;
         std::vector<const char*> lines;
         size_t accepted;
-        bool end;
-        const char* want;
-    } cases[] = {{10, {"abcd", "abcd", "a"}, 1, false, "abcd\r\n"},  // 6 + 4 reaches 10
-                 {5, {"12345"}, 0, true, ""},                        // a first line as long as len
-                 {10, {"123456789"}, 1, true, "123456789\r\n"},      // End would pass buf[12]
-                 {10, {"1234"}, 1, true, "1234\r\n\r\n"}};
+        const char* want;                                     // after End
+    } cases[] = {{10, {"abcd", "abcd", "a"}, 1, "abcd\r\n"},  // 6 + 4 reaches 10
+                 {5, {"12345"}, 0, ""},
+                 {10, {"123456789"}, 1, "123456789\r\n"},  // End would pass buf[12]
+                 {10, {"1234"}, 1, "1234\r\n\r\n"}};
     for (const auto& c : cases) {
         char buf[16];
         std::memset(buf, '#', sizeof buf);
@@ -167,17 +142,21 @@ TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
         Report r(buf, c.len);
         for (size_t i = 0; i < c.lines.size(); ++i)
             EXPECT_EQ(r.Line("%s", c.lines[i]), i < c.accepted);
-        if (c.end) r.End();
+        r.End();
         EXPECT_STREQ(buf, c.want);
         EXPECT_EQ(buf[std::strlen(c.want) + 1], '#') << c.want;
     }
+    char full[64] = {};
+    EXPECT_FALSE(Report(full, 20).Numbers("  VOBU ", 1, " starts at sector ", 1));
+    EXPECT_STREQ(full, "");
 }
 
-// The formatter answers common conversions itself and hands the rest to vsnprintf; either way
-// the text must be vsnprintf's, cut to the buffer.
+// The formatter answers common conversions itself and hands the rest to vsnprintf, and map lines
+// are built without a format: either way the text must be the C library's, cut to the buffer.
 TEST(Formatting, MatchesTheCLibrary) {
-    const int ints[] = {0,   7,    -7,    42,     99,         100,
-                        255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
+    std::vector<int> ints = {0, 7, 42, 255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
+    for (long long p = 1; p <= 1000000000; p *= 10)  // every digit count, both sides of it
+        for (long long v : {p - 1, p, p + 1, 3 * p + 7, -p, -p + 1}) ints.push_back(int(v));
     const char* intFormats[] = {"%d", "%02d", "%03d", "%-5d|", "%5d", "%x",  "%02x", "%04X", "%08x",
                                 "%u", "%i",   "%hhx", "%hd",   "%+d", "% d", "%#x",  "%.3d"};
     const char* strings[] = {"", "a", "VTS_01_0.IFO", "twelve chars+"};
@@ -187,8 +166,9 @@ TEST(Formatting, MatchesTheCLibrary) {
             char want[64], got[64];
             std::snprintf(want, size, fmt, args...);
             const int n = Format(got, size, fmt, args...);
-            EXPECT_STREQ(got, want) << fmt << " in " << size;
-            EXPECT_EQ(size_t(n), std::strlen(want)) << fmt << " in " << size;
+            EXPECT_EQ(std::make_pair(std::string(got), size_t(n)),
+                      std::make_pair(std::string(want), std::strlen(want)))
+                << fmt << " in " << size;
         }
     };
     for (const char* f : intFormats)
@@ -199,24 +179,12 @@ TEST(Formatting, MatchesTheCLibrary) {
     same("%ld %lu %llx %zu %%", -5L, 5UL, 0x123456789abULL, size_t(77));
     same("%s", static_cast<const char*>(nullptr));
     same("%5.1f", 2.25);
-}
-
-// Map lines are built without a format; they must read as the format would, under the same rule.
-TEST(ReportRule, NumberLinesReadAsTheirFormat) {
-    std::vector<int> values = {0, 2147483647, -2147483647 - 1};
-    for (long long p = 1; p <= 1000000000; p *= 10)  // every digit count, both sides of it
-        for (long long v : {p - 1, p, p + 1, 3 * p + 7, -p, -p + 1}) values.push_back(int(v));
-    for (int v : values) {
-        char a[128] = {}, b[128] = {};
-        Report ra(a, 100), rb(b, 100);
-        const int w = v == 0 ? -1 : ~v;  // the other sign
-        EXPECT_TRUE(ra.Numbers("  VOBU ", v, " starts at sector ", w));
-        EXPECT_TRUE(rb.Line("  VOBU %d starts at sector %d", v, w));
-        EXPECT_STREQ(a, b);
+    for (int v : ints) {
+        char got[128] = {}, want[128];
+        EXPECT_TRUE(Report(got, 100).Numbers("  VOBU ", v, " starts at sector ", ~v));
+        std::snprintf(want, sizeof want, "  VOBU %d starts at sector %d\r\n", v, ~v);
+        EXPECT_STREQ(got, want);
     }
-    char full[64] = {};
-    EXPECT_FALSE(Report(full, 20).Numbers("  VOBU ", 1, " starts at sector ", 1));
-    EXPECT_STREQ(full, "");
 }
 
 // The newest stream still living is used, whatever order streams end in; one without a sink is

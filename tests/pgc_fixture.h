@@ -1,5 +1,5 @@
-// Binary PGCs for the codec tests: a builder laying the parts out back to
-// back as the assembler does, and every PGC of the real discs.
+// Binary PGCs for the codec tests: a builder laying the parts out back to back as the assembler
+// does, and every PGC of the real discs.
 #ifndef KESTRO_TESTS_PGC_FIXTURE_H
 #define KESTRO_TESTS_PGC_FIXTURE_H
 
@@ -24,14 +24,13 @@ struct PgcShape {
     int programs = 0, cells = 0;
 };
 
-// Distinct bytes wherever a field may hold any value (sectors above 2^31
-// included), zeros where the format reserves them.
+// Distinct bytes wherever a field may hold any value (sectors above 2^31 included), zeros where
+// the format reserves them; each part's start offset is where the part before it ended.
 inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
     std::vector<uint8_t> b(236, 0);
     for (size_t i = 4; i < 228; ++i) b[i] = uint8_t(i * 7 + 1);
-    b[2] = uint8_t(s.programs);
-    b[3] = uint8_t(s.cells);
-    size_t n = s.pre.size() + s.post.size() + s.cell.size();
+    b[2] = uint8_t(s.programs), b[3] = uint8_t(s.cells);
+    const size_t n = s.pre.size() + s.post.size() + s.cell.size();
     if (s.commandTable || n) {
         PutBe(b, 228, uint32_t(b.size()));
         for (size_t v : {s.pre.size(), s.post.size(), s.cell.size(), 8 * n + 7})
@@ -60,31 +59,26 @@ struct CorpusPgc {
     size_t offset;
 };
 
-// First Play, menu and title PGCs. PGC and language-unit tables both have an
-// 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
+// The First Play, menu and title PGCs of the real discs. PGC and language-unit tables both have
+// an 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
 inline std::vector<CorpusPgc> CorpusPgcs() {
     std::vector<CorpusPgc> out;
-    auto table = [](const std::vector<uint8_t>& f, size_t t, auto&& each) {
-        for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i)
-            each(t + Be(f, t + 12 + 8 * i, 4));
-    };
-    auto pgcs = [&](const std::string& name, const std::vector<uint8_t>& f, size_t t) {
-        table(f, t, [&](size_t at) {
-            if (at + 236 <= f.size()) out.push_back({name, f, at});
-        });
-    };
-    auto menus = [&](const std::string& name, const std::vector<uint8_t>& f, size_t saAt) {
-        table(f, 2048 * size_t(Be(f, saAt, 4)), [&](size_t lu) { pgcs(name, f, lu); });
-    };
-    for (const auto& path : CorpusFiles("VIDEO_TS")) {
-        auto f = ReadBytes(path);
-        out.push_back({path + " first play", f, 0x400});
-        menus(path + " menu", f, 0xC8);
-    }
-    for (const auto& path : CorpusFiles("VTS_")) {
-        auto f = ReadBytes(path);
-        menus(path + " menu", f, 0xD0);
-        pgcs(path + " title", f, 2048 * size_t(Be(f, 0xCC, 4)));
+    for (const auto& path : CorpusFiles("")) {
+        const auto f = ReadBytes(path);
+        const bool vmg = path.find("VIDEO_TS") != std::string::npos;
+        auto starts = [&](size_t t) {  // what the table at byte t points at
+            std::vector<size_t> v;
+            for (unsigned i = 0; t && t < f.size() && i < Be(f, t); ++i)
+                v.push_back(t + Be(f, t + 12 + 8 * i, 4));
+            return v;
+        };
+        auto add = [&](const char* kind, size_t table) {
+            for (size_t at : starts(table))
+                if (at + 236 <= f.size()) out.push_back({path + kind, f, at});
+        };
+        if (vmg) out.push_back({path + " first play", f, Be(f, 0x84, 4)});
+        for (size_t lu : starts(2048 * size_t(Be(f, vmg ? 0xC8 : 0xD0, 4)))) add(" menu", lu);
+        if (!vmg) add(" title", 2048 * size_t(Be(f, 0xCC, 4)));
     }
     return out;
 }

@@ -3,6 +3,7 @@
 
 #include "kestro/pgc.h"
 #include "pgc_fixture.h"
+#include "tables_util.h"
 
 namespace {
 
@@ -50,44 +51,41 @@ TEST(PgcCommand, RendersEveryFamilyAndSubtype) {
     }
 }
 
-struct Reported {
-    int result;
-    std::string text;
-    std::vector<std::string> lines;  // whole lines only
-};
-Reported Report(std::vector<uint8_t>& pgc, unsigned short indent, int room = 1 << 22,
-                size_t offset = 0) {
+// The report of the PGC at `offset` (its command table header converted in place) in room.
+std::pair<int, std::string> Report(std::vector<uint8_t>& pgc, unsigned short indent,
+                                   int room = 1 << 22, size_t offset = 0) {
     CKestro_PGCI codec;
     std::vector<char> out(size_t(room) + 512, 0);
-    Reported r{codec.DetailsOfPGCI(indent, pgc.data(), offset, out.data(), room, pgc.size()),
-               out.data(),
-               {}};
-    for (size_t at = 0, end; (end = r.text.find("\r\n", at)) != std::string::npos; at = end + 2)
-        r.lines.push_back(r.text.substr(at, end - at));
-    return r;
+    const int n = codec.DetailsOfPGCI(indent, pgc.data(), offset, out.data(), room, pgc.size());
+    return {n, out.data()};
 }
 
 // The report's lines in order at every indentation: a command's rendering lands by it (below 4 it
 // is not shown), and the command table header is left converted in place, so a second report
 // reads byte-swapped counts (zeros beyond the buffer).
 TEST(PgcReport, LinesByIndentationAndHeaderConversion) {
-    const kt::Command link{0x20, 0x04, 0, 0, 0, 0, 0, 3};
     const std::pair<unsigned short, const char*> commandLines[] = {
         {2, "        1: 2004000000000003 "},
         {3, "         1: 2004000000000003 "},
         {4, "          1: 2004000000000003  Lnk  to PGC 3"},
         {5, "           1: 2004000000000003 Lnk  to PGC 3"}};
     for (const auto& [indent, commandLine] : commandLines) {
-        auto pgc = kt::BuildPgc({{link}, {kt::Command{}, kt::Command{}}, {}, false, 1, 1});
+        auto pgc = kt::BuildPgc({{kt::Command{0x20, 0x04, 0, 0, 0, 0, 0, 3}},
+                                 {kt::Command{}, kt::Command{}},
+                                 {},
+                                 false,
+                                 1,
+                                 1});
         std::memcpy(&pgc[4], "\x01\x23\x45\xE7", 4);  // play time 01:23:45, frame 27 and rate bits
         std::memcpy(&pgc[164], "\x00\xEB\x80\x80", 4);  // palette colour 0
         // Cell 1: category, play time, entry point, first ILVU end, last VOBU start, last sector.
         const auto cell = kt::Hex("01020304 00013040 00000064 0000006b 80000000 00000400");
         std::copy(cell.begin(), cell.end(), &pgc[kt::Be(pgc, 232)]);
-        auto r = Report(pgc, indent);
-        ASSERT_EQ(r.lines.size(), 84u);
-        EXPECT_EQ(r.result, int(r.text.size()));
-        EXPECT_EQ(r.lines[68], commandLine);
+        auto [result, text] = Report(pgc, indent);
+        auto lines = tt::Lines(text);
+        ASSERT_EQ(lines.size(), 84u);
+        EXPECT_EQ(result, int(text.size()));
+        EXPECT_EQ(lines[68], commandLine);
         const std::string in(indent, ' ');
         const std::pair<size_t, const char*> expected[] = {
             {2, "PGC: Play Back Time: 01:23:45.27"},
@@ -100,12 +98,11 @@ TEST(PgcReport, LinesByIndentationAndHeaderConversion) {
             {77, "    Cell 1 Play Back Time: 00:01:30.00"},
             {80, "    Cell 1 start sector of last VOUB: -2147483648"},
             {83, "    VOB ID number 1 of this Cell 1"}};
-        for (const auto& [i, line] : expected) EXPECT_EQ(r.lines[i], in + line) << i;
-        EXPECT_EQ(std::vector<uint8_t>(&pgc[236], &pgc[244]),
-                  (std::vector<uint8_t>{1, 0, 2, 0, 0, 0, 31, 0}));
-        r = Report(pgc, indent);
-        EXPECT_EQ(r.lines[67], in + "    There are 256 Pre Commands");
-        EXPECT_EQ(r.lines.size(), 66u + 4 + 256 + 512 + 11);
+        for (const auto& [i, line] : expected) EXPECT_EQ(lines[i], in + line) << i;
+        EXPECT_EQ(std::vector<uint8_t>(&pgc[236], &pgc[244]), kt::Hex("0100 0200 0000 1f00"));
+        lines = tt::Lines(Report(pgc, indent).second);
+        EXPECT_EQ(lines[67], in + "    There are 256 Pre Commands");
+        EXPECT_EQ(lines.size(), 66u + 4 + 256 + 512 + 11);
     }
 }
 
@@ -118,16 +115,14 @@ TEST(PgcReport, RoomTest) {
         return Report(copy, indent, room);
     };
     // The last line, "    There is no Cell Position Information Table", has 47 characters.
-    const auto full = report(5, 1 << 20);
-    const int before = full.result - (5 + 47 + 2);
-    EXPECT_EQ(report(5, before + 48).result, full.result);
-    const auto cut = report(5, before + 47);
-    EXPECT_EQ(cut.result, 0);
-    EXPECT_EQ(cut.text, full.text.substr(0, size_t(before)));
+    const auto [all, full] = report(5, 1 << 20);
+    const int before = all - (5 + 47 + 2);
+    EXPECT_EQ(report(5, before + 48).first, all);
+    EXPECT_EQ(report(5, before + 47), std::make_pair(0, full.substr(0, size_t(before))));
     // "      1: 0000000000000000 " (26 characters), 4 more, then " No Operation" (13).
-    const size_t at = report(2, 1 << 20).text.find("        1: ");
-    EXPECT_EQ(report(2, int(at) + 43).text.size(), at);
-    EXPECT_GT(report(2, int(at) + 44).text.size(), at);
+    const size_t at = report(2, 1 << 20).second.find("        1: ");
+    EXPECT_EQ(report(2, int(at) + 43).second.size(), at);
+    EXPECT_GT(report(2, int(at) + 44).second.size(), at);
 }
 
 // Damaged PGCs read zeros beyond their bytes, leave bytes they cannot convert whole alone, and
@@ -141,19 +136,19 @@ TEST(PgcReport, DamagedPgcsReadZerosBeyondTheData) {
         pgc[236] = pgc[237] = 0xFF;
         if (keep) pgc.resize(keep);
         const auto before = pgc;
-        EXPECT_GT(Report(pgc, 5, 1 << 22, offset).result, 0) << keep;
+        EXPECT_GT(Report(pgc, 5, 1 << 22, offset).first, 0) << keep;
         EXPECT_EQ(pgc, before) << keep;
     }
     auto pgc = good;
-    EXPECT_GT(Report(pgc, 300).result, 0) << "indentation beyond the line buffer";
+    EXPECT_GT(Report(pgc, 300).first, 0) << "indentation beyond the line buffer";
     pgc = kt::BuildPgc({{}, {}, {}, false, 3, 2});
     std::fill(&pgc[228], &pgc[236], 0);
-    const auto r = Report(pgc, 0);
-    ASSERT_EQ(r.lines.size(), 77u);
-    EXPECT_EQ(r.lines[67], "    There is no PGC Command Table");
-    EXPECT_EQ(r.lines[70], "      This is an ERROR as there are 3 programs");
-    EXPECT_EQ(r.lines[73], "      This is an ERROR as there are 2 cells in this program.");
-    EXPECT_EQ(r.lines[76], "      This is an ERROR as there are 2 cells");
+    const auto lines = tt::Lines(Report(pgc, 0).second);
+    ASSERT_EQ(lines.size(), 77u);
+    EXPECT_EQ(lines[67], "    There is no PGC Command Table");
+    EXPECT_EQ(lines[70], "      This is an ERROR as there are 3 programs");
+    EXPECT_EQ(lines[73], "      This is an ERROR as there are 2 cells in this program.");
+    EXPECT_EQ(lines[76], "      This is an ERROR as there are 2 cells");
 }
 
 }  // namespace
