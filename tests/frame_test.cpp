@@ -1,12 +1,14 @@
-// File layer, base class, report rule, formatter and hexadecimal codecs.
+// File layer, INI store, base class, formatter, report streams and hexadecimal codecs.
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <tuple>
 
 #include "frame/detail.h"
 #include "kestro/frame.h"
+#include "kestro/ini.h"
 #include "test_util.h"
 
 using namespace kestro;
@@ -15,8 +17,7 @@ namespace {
 
 using Results = std::vector<unsigned long>;  // what calls made in order returned
 
-// Hex text reads any alphanumeric character as a digit (z is 35: 3), an optional x first; missing
-// hex digits of bytes and words count as zero.
+// Hex text: any alphanumeric is a digit (z: 35 & 15), x may lead; missing digits count as zero.
 TEST(Codecs, ReadHexTextByTheAlphanumericRule) {
     EXPECT_EQ(Results({axtoi("x1A"), axtoi("1A"), axtoi("x"), axtoi(""), axtoi("X10"), axtoi("fg"),
                        axtoi("12 34"), axtoi("123456789"), axtoi("z"), axtoib("5"), axtoib("zz"),
@@ -38,8 +39,7 @@ public:
     void Fail(const char* t) { SetError("%s", t); }
 };
 
-// The base class refuses every operation, leaves Get's values alone and starts without error
-// text; copied out, a text is cut to len - 1 characters unless it has exactly len; 259 are kept.
+// The base refuses all, starts without error text; copies cut to len - 1 unless exactly len fits.
 TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     Probe base;
     char buf[8] = "x";
@@ -50,7 +50,7 @@ TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     EXPECT_FALSE(base.Details(buf, 8) || base.Disasm("a") || base.Asm("a") || base.Write(1));
     base.GetErrorMessage(buf + 1, 7);
     EXPECT_EQ(std::string(buf, 2), std::string("x\0", 2));
-    // text length, len; characters copied and the first byte left alone
+    // text length, len, characters copied, the first byte left alone (the text keeps 259)
     const size_t cases[][4] = {{12, 10, 9, 10}, {10, 10, 10, 11}, {1000, 400, 259, 400}};
     for (const auto& [size, len, copied, guard] : cases) {
         std::string text;
@@ -63,16 +63,16 @@ TEST(Base, DefaultsFailAndErrorMessageCopyRuleIsStrict) {
     }
 }
 
-// Handles act like files (an unknown seek origin counts from the start, creating truncates);
-// the table holds 512 and reuses the lowest free slot; paths take either separator and any
-// case; the creation trace logs created files only while it is on.
+// Handles act like files in 512 slots; paths take either separator and any case; the creation
+// trace logs created files only while it is on.
 TEST(FileLayer, HandlesPathsAndCreationTrace) {
     kt::TempDir dir;
     const std::string path = dir / "VTS_01_1.VOB", lower = dir.path().string() + "\\vts_01_1.vob";
     kt::WriteText(path, "old text");
     int h = FileCreate(path.c_str(), 0x180);
     char c[4] = {}, d[4] = {};
-    // size, write, seek, read, tell, read at the end (short), seek from the end, size padded twice
+    // size (created: truncated), write, seek (origin 7 counts from the start), read, tell, read at
+    // the end (short), seek from the end, size padded twice
     EXPECT_EQ(Results({FileSize(h), FileWrite(h, "hello", 5), FileSeek(h, 1, 7), FileRead(h, c, 3),
                        FileTell(h), FileRead(h, d, 3), FileSeek(h, 0, 2),
                        (PadToSector(h), PadToSector(h), FileSize(h))}),
@@ -82,7 +82,7 @@ TEST(FileLayer, HandlesPathsAndCreationTrace) {
     std::vector<int> handles;
     while ((h = FileOpen(lower.c_str(), kOpenRead)) != -1 && handles.size() <= 512)
         handles.push_back(h);
-    EXPECT_EQ(handles.size(), 512u);  // no other test leaves a slot in use
+    EXPECT_EQ(handles.size(), 512u);  // no other test leaves a slot in use; the lowest is reused
     FileClose(handles[10]);
     EXPECT_EQ(FileOpen(path.c_str(), kOpenRead), handles[10]);
     for (int h : handles) FileClose(h);
@@ -102,57 +102,7 @@ TEST(FileLayer, HandlesPathsAndCreationTrace) {
     EXPECT_EQ(kt::ReadText(trace), (dir / "made.ifo") + "\r");
 }
 
-// Sector 0 loads nothing; a body is what the file holds, whatever its end address says.
-TEST(LoadedTableTest, StartSectorZeroReadsNothingAndBodyIsBounded) {
-    kt::TempDir dir;
-    std::vector<uint8_t> file(2048, 0);
-    const auto table = kt::Hex("0002 0000 00100000 aa000000");  // count, 0, end far beyond, body
-    file.insert(file.end(), table.begin(), table.end());
-    kt::WriteBytes(dir / "t.ifo", file);
-    const int h = FileOpen((dir / "t.ifo").c_str(), kOpenRead);
-    LoadedTable t;
-    EXPECT_EQ(std::make_pair(t.LoadTableHeader(h, 0), int(t.count)), std::make_pair(0, 0));
-    EXPECT_EQ(t.LoadTableHeader(h, 1), 1);
-    EXPECT_EQ(std::make_tuple(int(t.count), t.endAddress, t.bodyPos),
-              std::make_tuple(2, 0x00100000u, 2056u));
-    FileSeek(h, 5, 0);
-    t.ReadBody();
-    EXPECT_EQ(FileTell(h), 5u);
-    EXPECT_EQ(t.body, kt::Hex("aa000000"));
-    EXPECT_EQ(ByteView(t.body).BE32(1000), 0u);
-    FileClose(h);
-}
-
-// A line is written while the text stays below len, none after the first refused; the closing line
-// end is left out where it would pass the caller's three bytes of headroom.
-TEST(ReportRule, LinesStopAtTheLengthAndKeepWhatFits) {
-    const struct {
-        int len;
-        std::vector<const char*> lines;
-        size_t accepted;
-        const char* want;                                     // after End
-    } cases[] = {{10, {"abcd", "abcd", "a"}, 1, "abcd\r\n"},  // 6 + 4 reaches 10
-                 {5, {"12345"}, 0, ""},
-                 {10, {"123456789"}, 1, "123456789\r\n"},  // End would pass buf[12]
-                 {10, {"1234"}, 1, "1234\r\n\r\n"}};
-    for (const auto& c : cases) {
-        char buf[16];
-        std::memset(buf, '#', sizeof buf);
-        buf[0] = 0;
-        Report r(buf, c.len);
-        for (size_t i = 0; i < c.lines.size(); ++i)
-            EXPECT_EQ(r.Line("%s", c.lines[i]), i < c.accepted);
-        r.End();
-        EXPECT_STREQ(buf, c.want);
-        EXPECT_EQ(buf[std::strlen(c.want) + 1], '#') << c.want;
-    }
-    char full[64] = {};
-    EXPECT_FALSE(Report(full, 20).Numbers("  VOBU ", 1, " starts at sector ", 1));
-    EXPECT_STREQ(full, "");
-}
-
-// The formatter answers common conversions itself and hands the rest to vsnprintf, and map lines
-// are built without a format: either way the text must be the C library's, cut to the buffer.
+// Formatted texts and map lines (built without a format) read as the C library's, cut alike.
 TEST(Formatting, MatchesTheCLibrary) {
     std::vector<int> ints = {0, 7, 42, 255, 4096, 65535, -65536, 2147483647, -2147483647 - 1};
     for (long long p = 1; p <= 1000000000; p *= 10)  // every digit count, both sides of it
@@ -187,8 +137,7 @@ TEST(Formatting, MatchesTheCLibrary) {
     }
 }
 
-// The newest stream still living is used, whatever order streams end in; one without a sink is
-// not installed.
+// The newest stream still living is used, whatever order they end in; none without a sink.
 TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
     auto sink = [](void*, char*, size_t) {};
     auto outer = std::make_unique<ReportStream>(sink, nullptr);
@@ -199,6 +148,100 @@ TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
     inner.reset();
     ReportStream none(nullptr, nullptr);
     EXPECT_EQ(ReportStream::Current(), nullptr);
+}
+
+std::string Get(const std::string& file, const std::string& sec, const std::string& key,
+                int size = 256) {
+    std::vector<char> buf(size_t(size) + 8, 'Z');
+    INIGetPrivateProfileString(sec.c_str(), key.c_str(), "$", buf.data(), size, file.c_str());
+    return buf.data();
+}
+
+// Any case matches, values are trimmed and cut to the buffer less one, the first duplicate wins.
+TEST(IniStore, ReadsTheGrammarUsersWrite) {
+    kt::TempDir dir;
+    const std::string f = dir / "a.ini", lf = dir / "long.ini", v(300, 'v');
+    kt::WriteText(f,
+                  "; leading comment\r\n[Vmgi_Mat]\r\n  Vmg_Id =  DVDVIDEO-VMG  \r\nempty=\r\n"
+                  "; inside\ndup=first\ndup=second\n[other]\nk=v=w\n");
+    kt::WriteText(lf, "[s]\nlong=" + v);
+    for (std::string c : {"vmgi_mat/vmg_id=DVDVIDEO-VMG", "VMGI_MAT/VMG_ID=DVDVIDEO-VMG",
+                          "vmgi_mat/empty=", "vmgi_mat/dup=first", "other/k=v=w", "other/missing=$",
+                          "nosection/k=$"}) {  // section/key=value read
+        const size_t s = c.find('/'), e = c.find('=');
+        EXPECT_EQ(Get(f, c.substr(0, s), c.substr(s + 1, e - s - 1)), c.substr(e + 1));
+    }
+    EXPECT_EQ(Get(dir / "absent.ini", "a", "b"), "$");
+    EXPECT_EQ(Get(lf, "s", "long"), v.substr(0, 255));
+    EXPECT_EQ(Get(lf, "s", "long", 4), "vvv");
+    EXPECT_EQ(Get(lf, "s", "none", 2), "$");
+}
+
+// Writes replace in place, append, keep comments, and reach the disk at the outermost flush; the
+// dead text of values replaced many times is dropped without changing what is written.
+TEST(IniStore, WritesKeepOrderAndFlushOutsideBatches) {
+    kt::TempDir dir;
+    const std::string f = dir / "a.ini", before = "; top\n[b]\nx=1\n; note\ny=2\n";
+    kt::WriteText(f, before);
+    {
+        kestro::FlushBatch outer;
+        {
+            kestro::FlushBatch inner;
+            INIWritePrivateProfileString("B", "X", "10", f.c_str());
+            INIWritePrivateProfileString("b", "z", "3", f.c_str());
+            INIWritePrivateProfileString("a", "k", "v", f.c_str());
+            INIFlushFiles();
+        }
+        EXPECT_EQ(Get(f, "b", "x"), "10");
+        EXPECT_EQ(kt::ReadText(f), before);
+    }
+    EXPECT_EQ(kt::ReadText(f), "; top\n[b]\nx=10\n; note\ny=2\nz=3\n[a]\nk=v\n");
+    EXPECT_EQ(std::distance(kt::fs::directory_iterator(dir.path()), {}), 1);  // no temporary left
+    char names[64];
+    EXPECT_EQ(INIGetSectionNames(f.c_str(), names, sizeof names), 2);
+    EXPECT_EQ(std::string(names, 5), std::string("b\0a\0", 5));
+    std::string want = kt::ReadText(f) + "[s]\n";
+    auto value = [](int r, int k) { return std::string(1000 + r % 7, char('a' + (r + k) % 26)); };
+    for (int r = 0; r < 600; ++r)
+        for (int k = 0; k < 8; ++k)
+            INIWritePrivateProfileString("s", std::to_string(k).c_str(), value(r, k).c_str(),
+                                         f.c_str());
+    INIFlushFiles();
+    for (int k = 0; k < 8; ++k) want += std::to_string(k) + "=" + value(599, k) + "\n";
+    EXPECT_EQ(kt::ReadText(f), want);
+}
+
+// A file changed on disk is seen by the next operation (one checks its file once) and direct call.
+TEST(IniStore, NeverServesAFileChangedOnDiskToTheNextOperation) {
+    kt::TempDir dir;
+    const std::string f = dir / "a.ini";
+    auto write = [&](const std::string& v) { kt::WriteText(f, "[s]\nk=" + v + "\n"); };
+    auto read = [&] {
+        kestro::Source src(f.c_str(), "s");
+        return src.Read("k") ? std::string(src.Value()) : "$";
+    };
+    INIWritePrivateProfileString("s", "k", "old", f.c_str());
+    INIFlushFiles();
+    EXPECT_EQ(Get(f, "s", "k"), "old");
+    int n = 0;  // alternately an operation and a direct call, each after a rewrite
+    for (const char* now : {"1", "22", "333", "4444", "new, and longer"}) {
+        write(now);
+        EXPECT_EQ(n++ % 2 ? Get(f, "s", "k") : read(), now);
+    }
+    {
+        kestro::Source src(f.c_str(), "s");
+        ASSERT_TRUE(src.Read("k"));
+        write("changed");
+        ASSERT_TRUE(src.Read("k"));
+        EXPECT_STREQ(src.Value(), "new, and longer");  // trusted until the operation ends
+    }
+    EXPECT_EQ(read(), "changed");
+    std::remove(f.c_str());
+    EXPECT_EQ(read() + Get(f, "s", "k"), "$$");
+    INIWritePrivateProfileString("s", "k", "pending", f.c_str());
+    kestro::FileDelete(f.c_str());  // drops pending changes too
+    INIFlushFiles();
+    EXPECT_FALSE(kt::fs::exists(f));
 }
 
 }  // namespace

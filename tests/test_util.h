@@ -25,10 +25,7 @@ public:
         ::mkdtemp(&tmpl[0]);  // on failure the template stays and the test fails on its files
         path_ = tmpl;
     }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
+    ~TempDir() { fs::remove_all(path_, ec_); }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
@@ -36,6 +33,7 @@ public:
 
 private:
     fs::path path_;
+    std::error_code ec_;
 };
 
 inline std::string ReadText(const std::string& path) {
@@ -43,8 +41,8 @@ inline std::string ReadText(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-    const std::string t = ReadText(path);
-    return {t.begin(), t.end()};
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 inline void WriteText(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
