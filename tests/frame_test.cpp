@@ -174,17 +174,15 @@ TEST(IniStore, WritesKeepOrderAndFlushOutsideBatches) {
     kt::TempDir dir;
     const std::string f = dir / "a.ini", before = "; top\n[b]\nx=1\n; note\ny=2\n";
     kt::WriteText(f, before);
-    {
-        kestro::FlushBatch outer;
-        {
-            kestro::FlushBatch inner;
-            INIWritePrivateProfileString("B", "X", "10", f.c_str());
-            INIWritePrivateProfileString("b", "z", "3", f.c_str());
-            INIWritePrivateProfileString("a", "k", "v", f.c_str());
-            INIFlushFiles();
-        }
-        EXPECT_EQ(Get(f, "b", "x") + kt::ReadText(f), "10" + before);
-    }
+    auto outer = std::make_unique<kestro::FlushBatch>(),
+         inner = std::make_unique<kestro::FlushBatch>();
+    INIWritePrivateProfileString("B", "X", "10", f.c_str());
+    INIWritePrivateProfileString("b", "z", "3", f.c_str());
+    INIWritePrivateProfileString("a", "k", "v", f.c_str());
+    INIFlushFiles();
+    inner.reset();
+    EXPECT_EQ(Get(f, "b", "x") + kt::ReadText(f), "10" + before);
+    outer.reset();
     std::string want = "; top\n[b]\nx=10\n; note\ny=2\nz=3\n[a]\nk=v\n";
     EXPECT_EQ(kt::ReadText(f), want);
     EXPECT_EQ(std::distance(kt::fs::directory_iterator(dir.path()), {}), 1);  // no temporary left
@@ -216,13 +214,12 @@ TEST(IniStore, NeverServesAFileChangedOnDiskToTheNextOperation) {
         write(now);
         EXPECT_EQ(n++ % 2 ? Get(f, "s", "k") : read(), now);
     }
-    {
-        kestro::Source src(f.c_str(), "s");
-        ASSERT_TRUE(src.Read("k"));
-        write("changed");
-        ASSERT_TRUE(src.Read("k"));
-        EXPECT_STREQ(src.Value(), "new, and longer");  // trusted until the operation ends
-    }
+    auto src = std::make_unique<kestro::Source>(f.c_str(), "s");
+    ASSERT_TRUE(src->Read("k"));
+    write("changed");
+    ASSERT_TRUE(src->Read("k"));
+    EXPECT_STREQ(src->Value(), "new, and longer");  // trusted until the operation ends
+    src.reset();
     EXPECT_EQ(read(), "changed");
     std::remove(f.c_str());
     EXPECT_EQ(read() + Get(f, "s", "k"), "$$");
