@@ -89,9 +89,7 @@ inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
 }
 
 // One file of the real discs ("disc-a/VIDEO_TS.IFO"); tests that need it skip without it.
-inline std::vector<uint8_t> Corpus(const std::string& file) {
-    return ReadBytes((CorpusDir() / file).string());
-}
+inline std::vector<uint8_t> Corpus(const std::string& f) { return ReadBytes(CorpusDir() / f); }
 #define KT_REQUIRE_CORPUS(file)                    \
     if (!kt::fs::exists(kt::CorpusDir() / (file))) \
     GTEST_SKIP() << "no real discs beside this checkout"
