@@ -11,11 +11,10 @@
 
 namespace kt {
 
-// A big-endian field of n bytes (zeros beyond the data), and a 16-bit one written.
+// A big-endian field of n bytes (zeros beyond the data).
 inline uint32_t Be(const std::vector<uint8_t>& b, size_t at, int n = 2) {
     return BE32(b, at) >> (32 - 8 * n);
 }
-inline void PutBe(std::vector<uint8_t>& b, size_t at, uint32_t v) { PutBE(b, at, v, 2); }
 
 using Command = std::array<uint8_t, 8>;
 struct PgcShape {
@@ -32,21 +31,21 @@ inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
     b[2] = uint8_t(s.programs), b[3] = uint8_t(s.cells);
     const size_t n = s.pre.size() + s.post.size() + s.cell.size();
     if (s.commandTable || n) {
-        PutBe(b, 228, uint32_t(b.size()));
+        PutBE(b, 228, uint32_t(b.size()), 2);
         for (size_t v : {s.pre.size(), s.post.size(), s.cell.size(), 8 * n + 7})
             b.insert(b.end(), {uint8_t(v >> 8), uint8_t(v)});
         for (const auto* list : {&s.pre, &s.post, &s.cell})
             for (const auto& c : *list) b.insert(b.end(), c.begin(), c.end());
     }
     if (s.programs) {
-        PutBe(b, 230, uint32_t(b.size()));
+        PutBE(b, 230, uint32_t(b.size()), 2);
         for (int p = 0; p < s.programs; ++p) b.push_back(uint8_t(1 + 2 * p));
         if (s.programs & 1) b.push_back(0);
     }
     if (s.cells) {
-        PutBe(b, 232, uint32_t(b.size()));
+        PutBE(b, 232, uint32_t(b.size()), 2);
         for (int i = 0; i < 24 * s.cells; ++i) b.push_back(uint8_t(0x80 + i * 5));
-        PutBe(b, 234, uint32_t(b.size()));
+        PutBE(b, 234, uint32_t(b.size()), 2);
         for (int c = 0; c < s.cells; ++c)
             b.insert(b.end(), {0, uint8_t(1 + c / 8), 0, uint8_t(c + 1)});
     }
