@@ -238,7 +238,7 @@ TEST(PgcReport, DamagedPgcsReadZerosBeyondTheData) {
     for (const auto& [offset, keep, cmdt] : cases) {  // keep: the bytes held, all when 0
         auto pgc = good;
         kt::PutBE(pgc, 228, uint32_t(cmdt), 2);
-        pgc[236] = pgc[237] = 0xFF;
+        pgc[236] = pgc[237] = pgc[238] = 0xFF;
         if (keep) pgc.resize(keep);
         std::vector<uint8_t> after;
         EXPECT_GT(Report(pgc, 5, 1 << 22, offset, &after).first, 0) << keep;
