@@ -57,14 +57,12 @@ TEST(PgcSource, PgcsComeBackByteForByte) {
                                    {{jump}, {}, {}, true, 127, 255},
                                    {many, many, many, true, 1, 1}};
     int n = 0;
-    for (const auto& s : shapes) {
-        auto pgc = kt::BuildPgc(s);
-        EXPECT_EQ(Assemble(Source(dir / std::to_string(n++), pgc)), pgc) << n;
-    }
-    for (const auto& p : kt::CorpusPgcs()) {
-        auto back = Assemble(Source(dir / std::to_string(n++), p.file, p.offset));
-        const auto want = InAssemblerOrder(p.file, p.offset);
-        EXPECT_TRUE(back == want) << p.name << " PGC at byte " << p.offset << ": "
+    for (const auto& s : shapes)
+        EXPECT_EQ(Assemble(Source(dir / std::to_string(n++), kt::BuildPgc(s))), kt::BuildPgc(s));
+    for (const auto& [name, file, offset] : kt::CorpusPgcs()) {
+        auto back = Assemble(Source(dir / std::to_string(n++), file, offset));
+        const auto want = InAssemblerOrder(file, offset);
+        EXPECT_TRUE(back == want) << name << " PGC at byte " << offset << ": "
                                   << tt::Mismatch(back, want);
     }
     const std::string first = dir / "0";  // sectors above 2^31 are written signed

@@ -1,10 +1,10 @@
-// Binary PGCs for the codec tests: a builder laying the parts out back to back as the assembler
-// does, and every PGC of the real discs.
+// Binary PGCs for the codec tests: built with parts back to back as assembled, and the real ones.
 #ifndef KESTRO_TESTS_PGC_FIXTURE_H
 #define KESTRO_TESTS_PGC_FIXTURE_H
 
 #include <array>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "test_util.h"
@@ -52,11 +52,7 @@ inline std::vector<uint8_t> BuildPgc(const PgcShape& s) {
     return b;
 }
 
-struct CorpusPgc {
-    std::string name;
-    std::vector<uint8_t> file;
-    size_t offset;
-};
+using CorpusPgc = std::tuple<std::string, std::vector<uint8_t>, size_t>;  // name, file, offset
 
 // The First Play, menu and title PGCs of the real discs. PGC and language-unit tables both have
 // an 8-byte header and 8-byte search pointers whose bytes 4-7 give the start.
