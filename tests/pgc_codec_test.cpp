@@ -78,7 +78,7 @@ TEST(PgcSource, PgcsComeBackByteForByte) {
     }
 }
 
-// Each refused source gives its exact message.
+// Each refused source gives its exact message; the stores stop reading at their capacity.
 TEST(PgcSource, ChecksMessagesAndLimits) {
     kt::TempDir dir;
     // A statement replaced ("$x": missing); the error ("": none, "M": missing statement, "@": path)
