@@ -25,10 +25,7 @@ public:
         ::mkdtemp(&tmpl[0]);  // on failure the template stays and the test fails on its files
         path_ = tmpl;
     }
-    ~TempDir() {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
+    ~TempDir() { fs::remove_all(path_, ec_); }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
@@ -36,6 +33,7 @@ public:
 
 private:
     fs::path path_;
+    std::error_code ec_;
 };
 
 inline std::string ReadText(const std::string& path) {
@@ -43,13 +41,11 @@ inline std::string ReadText(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 inline std::vector<uint8_t> ReadBytes(const std::string& path) {
-    const std::string t = ReadText(path);
-    return std::vector<uint8_t>(t.begin(), t.end());
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
-
 inline void WriteText(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& data) {
     WriteText(path, std::string(data.begin(), data.end()));
@@ -66,7 +62,7 @@ inline void PutBE(std::vector<uint8_t>& b, size_t at, uint32_t v, int width) {
         b[at + i] = uint8_t(v >> (8 * (width - 1 - int(i))));
 }
 
-// Bytes from hex digits, spaces (between fields) ignored: "0002 0000 0000001f".
+// Bytes from hex digits, anything else (spaces between fields) ignored: "0002 0000 0000001f".
 inline std::vector<uint8_t> Hex(const std::string& digits) {
     std::vector<uint8_t> v;
     std::string d;
@@ -79,31 +75,24 @@ inline std::vector<uint8_t> Hex(const std::string& digits) {
 
 inline fs::path CorpusDir() { return fs::path(KESTRO_CORPUS_DIR); }
 
-// The real discs' IFO files named `prefix`..., or none when there are no discs.
+// The real discs' IFO files named `prefix`..., sorted, or none when there are no discs.
 inline std::vector<std::string> CorpusFiles(const std::string& prefix) {
     std::vector<std::string> out;
     std::error_code ec;
-    if (!fs::is_directory(CorpusDir(), ec)) return out;
-    for (auto& disc : fs::directory_iterator(CorpusDir(), ec)) {
-        if (!disc.is_directory()) continue;
-        for (auto& f : fs::directory_iterator(disc.path(), ec)) {
-            std::string name = f.path().filename().string();
-            if (name.rfind(prefix, 0) == 0 && f.path().extension() == ".IFO")
+    for (auto& disc : fs::directory_iterator(CorpusDir(), ec))
+        for (auto& f : fs::directory_iterator(disc.path(), ec))
+            if (f.path().filename().string().rfind(prefix, 0) == 0 &&
+                f.path().extension() == ".IFO")
                 out.push_back(f.path().string());
-        }
-    }
     std::sort(out.begin(), out.end());
     return out;
 }
 
 // One file of the real discs ("disc-a/VIDEO_TS.IFO"); tests that need it skip without it.
-inline std::vector<uint8_t> Corpus(const std::string& file) {
-    return ReadBytes((CorpusDir() / file).string());
-}
+inline std::vector<uint8_t> Corpus(const std::string& f) { return ReadBytes(CorpusDir() / f); }
 #define KT_REQUIRE_CORPUS(file)                    \
     if (!kt::fs::exists(kt::CorpusDir() / (file))) \
     GTEST_SKIP() << "no real discs beside this checkout"
-
 #define KT_SKIP_IF_EMPTY(list) \
     if ((list).empty()) GTEST_SKIP() << "no real discs beside this checkout"
 
