@@ -1,23 +1,14 @@
-// Title-set test helpers: byte builder, placed tables, a synthetic title set,
-// and the host side of a whole file (disassemble all, rebuild from the source).
+// Title-set test helpers: a bare PGC and a synthetic title set with every table.
 #ifndef KESTRO_TESTS_VTS_HOST_H
 #define KESTRO_TESTS_VTS_HOST_H
 
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include "kestro/vts.h"
 #include "tables_util.h"
 
 namespace vt {
 
 using tt::Bytes;
-
-inline void SetIni(const std::string& path, const char* section, const char* key,
-                   const std::string& value) {
-    INIWritePrivateProfileString(section, key, value.c_str(), path.c_str());
-}
 
 // A PGC of the 236-byte general information only.
 inline std::vector<uint8_t> BarePgc(uint32_t playTime = 0x00013040) {
@@ -63,24 +54,6 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
         file.resize((file.size() + 2047) / 2048 * 2048, 0);
     }
     return file;
-}
-
-// Assembles into `out` each table `loaded` holds, then the whole file at ifoPath.
-inline bool AsmAll(const CKestro_VTS_MAT& loaded, CKestro_VTS_MAT& out, CKestro_PGCI& codec,
-                   const std::string& ini, const std::string& ifoPath, bool absolute) {
-    const char* p = ini.c_str();
-    if (loaded.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
-    if (loaded.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);
-    if (loaded.GetVTSM_PGCI_UT()) out.NewVTSM_PGCI_UT()->Asm(p, &codec);
-    if (loaded.GetVTS_TMAPT()) out.NewVTS_TMAPT()->Asm(p);
-    if (loaded.GetVTSM_C_ADT()) out.NewVTSM_C_ADT()->Asm(p);
-    if (loaded.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
-    if (loaded.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
-    if (loaded.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
-    tt::File file(ifoPath, true);
-    if (file.h == -1) return false;
-    return absolute ? out.AsmAbs(p, static_cast<unsigned short>(file.h), ifoPath.c_str())
-                    : out.Asm(p, file.h, ifoPath.c_str());
 }
 
 }  // namespace vt
