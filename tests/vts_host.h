@@ -40,10 +40,16 @@ inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     ut.be16(1).be16(0).be32(16 + 8 + 8 + 236 - 1).u8('e').u8('n').u8(0).u8(0x80).be32(16);
     ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).add(BarePgc());
     const std::vector<uint8_t> tables[] = {
-        Bytes().be16(1).be16(0).be32(15).be32(12).be16(1).be16(1),
+        kt::Hex("0002 0000 00000023"          // title units, reserved, end address
+                "00000010 0000001c"           // units 1 and 2 start at bytes 16 and 28
+                "00010001 00010002 00010003"  // unit 1: PGC 1, programs 1 to 3
+                "00020001 00020002"),         // unit 2: PGC 2, programs 1 and 2
         pgcit,
         ut,
-        Bytes().be16(1).be16(0).be32(23).be32(12).u8(1).u8(0).be16(2).be32(0).be32(5),
+        kt::Hex("0002 0000 0000001f"     // time maps, reserved, end address
+                "00000010 0000001c"      // maps 1 and 2 start at bytes 16 and 28
+                "01 00 0002 80001234"    // map 1: time unit 1 s, 2 entries: a discontinuity at 4660
+                "0000125c 02 00 0000"),  // then 4700; map 2: time unit 2 s, no entries
         Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(9),
         Bytes().be32(7).be32(0),
         Bytes().be16(1).be16(0).be32(19).be16(1).u8(1).u8(0).be32(0).be32(999),

@@ -36,10 +36,30 @@ void MakeVob(const std::string& path, uint64_t bytes) {
     kt::fs::resize_file(path, bytes);  // sparse: only the size matters
 }
 
+// The synthetic title set loaded and disassembled; Build assembles it into `out`.
+class VtsMat : public ::testing::Test {
+protected:
+    void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
+    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr,
+                               const std::string& ifo = "VTS_01_0.IFO") {
+        const bool ok = AsmAll(l.t, l.ini, out / ifo, absolute, error);
+        auto got = kt::ReadBytes(out / ifo);
+        EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
+        return got;
+    }
+    std::string Set(const std::string& key, const std::string& value) {  // returns the old one
+        const std::string old = tt::Value(l.ini, "vtsi_mat", key);
+        INIWritePrivateProfileString("vtsi_mat", key.c_str(), value.c_str(), l.ini.c_str());
+        INIFlushFiles();
+        return old;
+    }
+    Loaded l{vt::SyntheticVtsi()};
+    kt::TempDir out;
+};
+
 // VTSI_MAT's report, source (a fresh file) and write (address fields as held); stream counts of
 // 255 and an identifier without a zero byte after it stay inside the table.
-TEST(VtsMat, ReportSourceAndWrite) {
-    Loaded l(vt::SyntheticVtsi());
+TEST_F(VtsMat, ReportSourceAndWrite) {
     bool ok = false;
     const auto lines = tt::Lines(tt::Text(l.t, 1 << 16, &ok));
     ASSERT_TRUE(l.loaded == 1 && ok && lines.size() == 27u);
@@ -75,17 +95,14 @@ TEST(VtsMat, ReportSourceAndWrite) {
 
 // Load creates the file's tables, a second Load releases them, a non-title-set leaves them alone;
 // New replaces and Delete releases (sanitizer: leaks).
-TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
+TEST_F(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     Loaded noMenus(vt::SyntheticVtsi(false)),
-        cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false);
+        cut(tt::Slice(vt::SyntheticMat({}), 0, 100), 0, false), junk(std::vector<uint8_t>(4096, 7));
     EXPECT_TRUE(noMenus.t.GetVTS_TMAPT() && !noMenus.t.GetVTSM_PGCI_UT() &&
                 !noMenus.t.GetVTSM_LU());
     EXPECT_TRUE(cut.loaded == 1 && !cut.t.GetVTS_PTT_SRPT() && !cut.t.GetVTS_PGCIT())
         << "start sector 0: no table";
-    Loaded l(vt::SyntheticVtsi());
     ASSERT_TRUE(l.t.GetVTSM_LU() && l.t.GetVTS_VOBU_ADMAP());
-    kt::WriteBytes(l.dir / "junk", std::vector<uint8_t>(4096, 7));
-    tt::File junk(l.dir / "junk");
     ASSERT_EQ(l.t.Load(l.h), 1);
     CKestro_PTT_SRPT* before = l.t.GetVTS_PTT_SRPT();
     EXPECT_EQ(l.t.Load(junk.h), 0);
@@ -97,30 +114,9 @@ TEST(VtsMat, LoadCreatesTheTablesTheFileHasAndOwnsThem) {
     EXPECT_EQ(l.t.GetVTS_C_ADT(), nullptr);
 }
 
-// The synthetic title set disassembled; Build assembles it into `out`.
-class VtsAssembly : public ::testing::Test {
-protected:
-    void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
-    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr,
-                               const std::string& ifo = "VTS_01_0.IFO") {
-        const bool ok = AsmAll(l.t, l.ini, out / ifo, absolute, error);
-        auto got = kt::ReadBytes(out / ifo);
-        EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
-        return got;
-    }
-    std::string Set(const std::string& key, const std::string& value) {  // returns the old one
-        const std::string old = tt::Value(l.ini, "vtsi_mat", key);
-        INIWritePrivateProfileString("vtsi_mat", key.c_str(), value.c_str(), l.ini.c_str());
-        INIFlushFiles();
-        return old;
-    }
-    Loaded l{vt::SyntheticVtsi()};
-    kt::TempDir out;
-};
-
 // Tables come back at their start sectors, the rest as held; VTS_EA counts the VOB files'
 // sectors; the menu video attribute keeps its low byte only.
-TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
+TEST_F(VtsMat, MeasuresTheVobFilesBesideTheIfo) {
     const struct {
         std::vector<std::pair<std::string, uint64_t>> vobs;  // name, sectors (0: 2049 bytes)
         uint32_t menuSa, titleSa, vtsEa;
@@ -170,7 +166,7 @@ TEST_F(VtsAssembly, MeasuresTheVobFilesBesideTheIfo) {
 }
 
 // A missing statement (AsmAbs reads all, Asm those marked) or a wrong identifier stops assembly.
-TEST_F(VtsAssembly, StatementsReadAndTheirMessages) {
+TEST_F(VtsMat, StatementsReadAndTheirMessages) {
     std::istringstream keys(  // "+": read by Asm too
         "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa "
         "vts_ptt_srpt_sa "
@@ -247,11 +243,10 @@ std::vector<uint8_t> BytesByTheRules(std::vector<uint8_t> f, uint64_t titleSecto
 TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
     std::vector<std::string> files = kt::CorpusFiles("VTS_");
     KT_SKIP_IF_EMPTY(files);
-    size_t sameLayout = 0;
+    size_t comparedWhole = 0;
     for (const auto& original : files) {
         SCOPED_TRACE(original);
         const std::vector<uint8_t> bytes = kt::ReadBytes(original);
-        ASSERT_GE(bytes.size(), 2048u);
         kt::TempDir work;
         const uint32_t menuSa = kt::BE32(bytes, 192), titleSa = kt::BE32(bytes, 196);
         const uint64_t titleSectors = kt::BE32(bytes, 12) - kt::BE32(bytes, 28) - titleSa;
@@ -264,9 +259,7 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
                         std::min<uint64_t>(title, 524287) * 2048);
             ASSERT_EQ(title, 0u);
         }
-        const std::string copy = work / "VTS_01_0.IFO", rebuilt = work / "out/VTS_01_0.IFO",
-                          again = work / "again/VTS_01_0.IFO";
-        kt::fs::copy_file(original, copy);
+        const std::string rebuilt = work / "out/VTS_01_0.IFO", again = work / "again/VTS_01_0.IFO";
         const auto expected = NavigationByTheRules(NavigationOf(bytes));
         // One trip: the file at `from` reported, disassembled into `ini` and rebuilt at `to`.
         auto trip = [&](const std::string& from, const std::string& ini, const std::string& to,
@@ -274,29 +267,23 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
             tt::File f(from);
             CKestro_VTS_MAT mat;
             ASSERT_EQ(mat.Load(f.h), 1);
-            EXPECT_EQ(
-                tt::Walk(mat, (1 << 22) - 3, ini, true).rfind("VTS Identifier: DVDVIDEO-VTS", 0),
-                0u);
+            tt::Walk(mat, (1 << 22) - 3, ini, true);
             std::string error;
             ASSERT_TRUE(AsmAll(mat, ini, to, absolute, &error)) << error;
         };
         for (bool absolute : {false, true}) {
             SCOPED_TRACE(absolute ? "AsmAbs" : "Asm");
-            ASSERT_NO_FATAL_FAILURE(trip(copy, work / "s.ini", rebuilt, absolute));
+            ASSERT_NO_FATAL_FAILURE(trip(original, work / "s.ini", rebuilt, absolute));
             const auto got = kt::ReadBytes(rebuilt);
-            const auto navigation = NavigationOf(got);
-            EXPECT_TRUE(navigation == expected) << NavigationDiff(navigation, expected);
-            if (tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40) &&
-                got.size() == bytes.size()) {
-                ++sameLayout;
-                EXPECT_TRUE(got == BytesByTheRules(bytes, titleSectors))
-                    << "the original's layout, kept";
-            }
+            EXPECT_EQ(NavigationDiff(NavigationOf(got), expected), "");
+            const bool sameLayout = tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40);
+            comparedWhole += sameLayout;  // the original's layout kept: the same bytes
+            EXPECT_TRUE(!sameLayout || got == BytesByTheRules(bytes, titleSectors));
             ASSERT_NO_FATAL_FAILURE(trip(rebuilt, work / "s2.ini", again, absolute));
             EXPECT_TRUE(kt::ReadBytes(again) == got) << "a second trip changes nothing";
         }
     }
-    EXPECT_GT(sameLayout, 0u) << "no title set was compared byte for byte";
+    EXPECT_GT(comparedWhole, 0u) << "no title set was compared byte for byte";
 }
 
 }  // namespace

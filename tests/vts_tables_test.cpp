@@ -22,12 +22,6 @@ std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrot
     return tt::Written(t, path, wrote);
 }
 
-const std::vector<uint8_t> kTitles = kt::Hex(
-    "0002 0000 00000023"          // title units, reserved, end address (36 bytes in all)
-    "00000010 0000001c"           // units 1 and 2 start at bytes 16 and 28
-    "00010001 00010002 00010003"  // unit 1: PGC 1, programs 1 to 3
-    "00020001 00020002");         // unit 2: PGC 2, programs 1 and 2
-
 // A bare PGC and one with a pre command, two programs and two cells.
 std::vector<uint8_t> TwoPgcs() {
     const auto a = vt::BarePgc(),
@@ -51,47 +45,33 @@ std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint
     return t.add(b).add(body);
 }
 
-// PTT_SRPT and VTS_TMAPT reports, the caller's file position kept.
+// Reports of PTT_SRPT and VTS_TMAPT, the caller's file position kept. At every room a report
+// stays within room + 2 characters and is true only when whole: VTSI_MAT, PTT_SRPT and VTS_TMAPT
+// stop before the first line that does not fit (text before it plus the line reach the room);
+// VTS_PGCIT drops a PGC report that does not fit, indents PGC reports by five and follows each
+// with a blank line.
 TEST(VtsTables, Reports) {
-    tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles, 3);
-    ASSERT_EQ(ptt.loaded, 1);
-    EXPECT_EQ(ptt.t.Load(ptt.h, 0), 0) << "start sector 0: no table";
-    kestro::FileSeek(ptt.h, 100, 0);
-    bool ok = false;
+    tt::Loaded<CKestro_VTS_MAT> mat(vt::SyntheticVtsi());
+    CBaseKestro *ptt = mat.t.GetVTS_PTT_SRPT(), *tmap = mat.t.GetVTS_TMAPT();
+    EXPECT_EQ(CKestro_PTT_SRPT().Load(mat.h, 0), 0) << "start sector 0: no table";
+    kestro::FileSeek(mat.h, 100, 0);
     const std::string pgc = "    Program chain number (PGCN): ";
-    EXPECT_EQ(tt::Text(ptt.t, 1 << 16, &ok),
+    EXPECT_EQ(tt::Text(*ptt),
               "Number of Title Unit Serch Pointers TTUs in the VTS: 2\r\n"
               "End byte address of PTT_SRPT table: 35\r\n  Starting memory address of TTU 1: 16\r\n"
               "  Starting memory address of TTU 2: 28\r\nPTT Number 1:\r\n" +
                   pgc + "1 Program number (PG): 1\r\n" + pgc + "1 Program number (PG): 2\r\n" +
                   pgc + "1 Program number (PG): 3\r\nPTT Number 2:\r\n" + pgc +
                   "2 Program number (PG): 1\r\n" + pgc + "2 Program number (PG): 2\r\n");
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(kestro::FileTell(ptt.h), 100u) << "the caller's position is kept";
-    for (int room : {20, 4096}) {  // an empty table sets its error only when its lines fit
-        tt::Loaded<CKestro_PTT_SRPT> empty(kt::Hex("0000 0000 00000007"));
-        EXPECT_EQ(tt::Lines(tt::Text(empty.t, room, &ok)).size(), room == 20 ? 0u : 2u);
-        EXPECT_FALSE(ok);
-        EXPECT_EQ(tt::Error(empty.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
-    }
-    tt::Loaded<CKestro_VTS_TMAP> tmap(Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}}));
-    EXPECT_EQ(tt::Text(tmap.t, 4000, &ok),
+    EXPECT_EQ(kestro::FileTell(mat.h), 100u) << "the caller's position is kept";
+    EXPECT_EQ(tt::Text(*tmap),
               "Number of VTS_TMAPS: 2\r\nEnd byte address of VTS_TMAPT_EA table: 31\r\n"
               "  Time map 1 byte start address 16.\r\n"
               "  Time map 1 contains 2 entries using time unit of 1 seconds.\r\n"
               "    Discontinuity Entry 1 at sector address 4660\r\n"
               "    Entry 2 at sector address 4700\r\n  Time map 2 byte start address 28.\r\n"
               "  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
-}
-
-// At every room a report stays within room + 2 characters and is true only when whole. The line
-// tables stop before the first line that does not fit (text before it plus the
-// line reach the room); the PGC table drops a PGC report that does not fit, indents PGC reports
-// by five and follows each with a blank line.
-TEST(VtsTables, ReportsCutAtEveryRoom) {
-    tt::Loaded<CKestro_VTS_MAT> mat(vt::SyntheticVtsi());
-    for (CBaseKestro* t : {(CBaseKestro*)&mat.t, (CBaseKestro*)mat.t.GetVTS_PTT_SRPT(),
-                           (CBaseKestro*)mat.t.GetVTS_TMAPT()}) {
+    for (CBaseKestro* t : {(CBaseKestro*)&mat.t, ptt, tmap}) {
         const std::string full = tt::Text(*t);
         for (size_t room = 0; room <= full.size() + 2; ++room) {
             size_t used = 0;
@@ -103,6 +83,13 @@ TEST(VtsTables, ReportsCutAtEveryRoom) {
             EXPECT_EQ(tt::Text(*t, int(room), &ok), full.substr(0, used)) << full << room;
             EXPECT_EQ(ok, used == full.size()) << room;
         }
+    }
+    for (int room : {20, 4096}) {  // an empty table sets its error only when its lines fit
+        tt::Loaded<CKestro_PTT_SRPT> empty(kt::Hex("0000 0000 00000007"));
+        bool ok = true;
+        EXPECT_EQ(tt::Lines(tt::Text(empty.t, room, &ok)).size(), room == 20 ? 0u : 2u);
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(tt::Error(empty.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
     }
     tt::Loaded<CKestro_VTS_PGCIT> p(TwoPgcs());
     const std::string full = Report(p.t);
@@ -125,14 +112,11 @@ TEST(VtsTables, ReportsCutAtEveryRoom) {
     }
 }
 
-// Title units and time maps through their source and back; time-map entries go to side files (or
-// a binary file) joined in for Asm; 60,000 entries pass in linear time.
+// Time-map entries go to side files (or a binary file) joined in for Asm, byte for byte; 60,000
+// entries pass in linear time.
 TEST(VtsTables, SourceRoundTripsAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini", bin = dir / "x.bin";
-    tt::Loaded<CKestro_PTT_SRPT> ptt(kTitles);
-    ASSERT_TRUE(ptt.t.Disasm(ini.c_str()));
-    EXPECT_EQ(tt::Value(ini, "vts_ptt_srpt", "004ptt_srp"), "002 002 002");
     std::vector<uint32_t> big;
     for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
     const auto maps = Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}, {10, big}});
