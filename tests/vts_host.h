@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "pgc_fixture.h"
 #include "tables_util.h"
 
 namespace vt {
@@ -33,10 +34,13 @@ inline std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
 
 // A small title set: the management table, then every table (1, 2, 1, ... sectors).
 inline std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
+    // Nine PGCs: eight bare ones, then one with a pre command, two programs and two cells.
+    const auto last = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
     Bytes pgcit, ut;
-    pgcit.be16(9).be16(0).be32(8 + 72 + 9 * 236 - 1);
+    pgcit.be16(9).be16(0).be32(uint32_t(80 + 8 * 236 + last.size() - 1));
     for (int i = 0; i < 9; ++i) pgcit.be32(0x81000000u + uint32_t(i)).be32(80 + 236 * i);
-    for (int i = 0; i < 9; ++i) pgcit.add(BarePgc(0x00000100u * uint32_t(i)));
+    for (int i = 0; i < 8; ++i) pgcit.add(BarePgc(0x00000100u * uint32_t(i)));
+    pgcit.add(last);
     ut.be16(1).be16(0).be32(16 + 8 + 8 + 236 - 1).u8('e').u8('n').u8(0).u8(0x80).be32(16);
     ut.be16(1).be16(0).be32(8 + 8 + 236 - 1).be32(0x83000000u).be32(16).add(BarePgc());
     const std::vector<uint8_t> tables[] = {

@@ -1,7 +1,6 @@
 // PTT_SRPT, VTS_PGCIT and VTS_TMAPT: reports, round trips, assembly, damage.
 #include <chrono>
 
-#include "pgc_fixture.h"
 #include "vts_host.h"
 
 using vt::Bytes;
@@ -16,44 +15,13 @@ std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr)
                     room, ok);
 }
 
-// What Write puts out after Get, as the file builder calls them.
-std::vector<uint8_t> Written(CBaseKestro& t, const std::string& path, bool* wrote = nullptr) {
-    tt::Size(t);
-    return tt::Written(t, path, wrote);
-}
-
-// A bare PGC and one with a pre command, two programs and two cells.
-std::vector<uint8_t> TwoPgcs() {
-    const auto a = vt::BarePgc(),
-               b = kt::BuildPgc({{kt::Command{0x30, 2, 0, 0, 0, 1, 0, 0}}, {}, {}, false, 2, 2});
-    Bytes t;
-    t.be16(2).be16(0).be32(uint32_t(23 + a.size() + b.size())).be32(0x81000000).be32(24);
-    return t.be32(0x02000000).be32(uint32_t(24 + a.size())).add(a).add(b);
-}
-
-// Time maps of the given time units and entries (bit 31: discontinuity).
-std::vector<uint8_t> Tmaps(const std::vector<std::pair<uint8_t, std::vector<uint32_t>>>& maps) {
-    Bytes b, body;
-    const uint32_t at = 8 + 4 * uint32_t(maps.size());
-    for (auto& m : maps) {
-        b.be32(at + uint32_t(body.size()));
-        body.u8(m.first).u8(0).be16(uint32_t(m.second.size()));
-        for (uint32_t e : m.second) body.be32(e);
-    }
-    Bytes t;
-    t.be16(uint32_t(maps.size())).be16(0).be32(at + uint32_t(body.size()) - 1);
-    return t.add(b).add(body);
-}
-
-// Reports of PTT_SRPT and VTS_TMAPT, the caller's file position kept. At every room a report
-// stays within room + 2 characters and is true only when whole: VTSI_MAT, PTT_SRPT and VTS_TMAPT
-// stop before the first line that does not fit (text before it plus the line reach the room);
-// VTS_PGCIT drops a PGC report that does not fit, indents PGC reports by five and follows each
-// with a blank line.
+// Reports of the synthetic title set's tables, the caller's file position kept. At every room a
+// report stays within room + 2 characters and is true only when whole: VTSI_MAT, PTT_SRPT and
+// VTS_TMAPT stop before the first line that does not fit (text before it plus the line reach the
+// room); VTS_PGCIT drops a PGC report that does not fit.
 TEST(VtsTables, Reports) {
     tt::Loaded<CKestro_VTS_MAT> mat(vt::SyntheticVtsi());
     CBaseKestro *ptt = mat.t.GetVTS_PTT_SRPT(), *tmap = mat.t.GetVTS_TMAPT();
-    EXPECT_EQ(CKestro_PTT_SRPT().Load(mat.h, 0), 0) << "start sector 0: no table";
     kestro::FileSeek(mat.h, 100, 0);
     const std::string pgc = "    Program chain number (PGCN): ";
     EXPECT_EQ(tt::Text(*ptt),
@@ -73,14 +41,10 @@ TEST(VtsTables, Reports) {
               "  Time map 2 contains 0 entries using time unit of 2 seconds.\r\n");
     for (CBaseKestro* t : {(CBaseKestro*)&mat.t, ptt, tmap}) {
         const std::string full = tt::Text(*t);
-        for (size_t room = 0; room <= full.size() + 2; ++room) {
-            size_t used = 0;
-            for (const std::string& line : tt::Lines(full)) {
-                if (used + line.size() >= room) break;
-                used += line.size() + 2;
-            }
+        for (size_t room = 0, used = 0; room <= full.size() + 2; ++room) {
+            for (size_t end; (end = full.find("\r\n", used)) < room;) used = end + 2;
             bool ok = false;
-            EXPECT_EQ(tt::Text(*t, int(room), &ok), full.substr(0, used)) << full << room;
+            EXPECT_EQ(tt::Text(*t, int(room), &ok), full.substr(0, used)) << room;
             EXPECT_EQ(ok, used == full.size()) << room;
         }
     }
@@ -91,22 +55,23 @@ TEST(VtsTables, Reports) {
         EXPECT_FALSE(ok);
         EXPECT_EQ(tt::Error(empty.t), room == 20 ? "" : "  ERROR: vts_ttu_ns = 0");
     }
-    tt::Loaded<CKestro_VTS_PGCIT> p(TwoPgcs());
-    const std::string full = Report(p.t);
+    // PGC reports are indented by five and each followed by a blank line.
+    auto& pgcit = *mat.t.GetVTS_PGCIT();
+    const std::string full = Report(pgcit);
     const std::vector<std::string> lines = tt::Lines(full);
     ASSERT_GT(lines.size(), 82u);
-    EXPECT_EQ(full.find("Number of VTS_PGCI_SRP: 2\r\nEnd byte address of VTS_PGCI table: 569\r\n"
-                        "  VTS_PGC Category 1: 81000000\r\n  VTS_PGCI memory offset address 1: 24"
+    EXPECT_EQ(full.find("Number of VTS_PGCI_SRP: 9\r\nEnd byte address of VTS_PGCI table: 2277\r\n"
+                        "  VTS_PGC Category 1: 81000000\r\n  VTS_PGCI memory offset address 1: 80"
                         "\r\n    Program Chain Information Table (PGCI) 1\r\n"
                         "     PGC: Number of Programs: 0\r\n"),
               0u);
-    EXPECT_EQ(lines[5 + 74] + lines[5 + 75] + lines.back(), "   VTS_PGC Category 2: 02000000 ")
-        << "74 lines for the bare PGC";
+    EXPECT_EQ(lines[5 + 74] + lines[5 + 75] + lines.back(), "   VTS_PGC Category 2: 81000001 ")
+        << "74 lines for a bare PGC";
     EXPECT_NE(full.find("\r\n           1: 3002000000010000 "), std::string::npos);
     const int total = int(full.size());
-    for (int len = 0; len <= total + 4; len += (len < 400 || len > total - 400) ? 1 : 13) {
+    for (int len = 0; len <= total + 4; len += (len < 400 || len > total - 400) ? 1 : 97) {
         bool ok = false;
-        const std::string cut = Report(p.t, len, &ok);
+        const std::string cut = Report(pgcit, len, &ok);
         EXPECT_LE(cut.size(), size_t(len) + 2) << len;
         EXPECT_EQ(ok && cut == full, len >= total - 2) << len;
     }
@@ -114,12 +79,13 @@ TEST(VtsTables, Reports) {
 
 // Time-map entries go to side files (or a binary file) joined in for Asm, byte for byte; 60,000
 // entries pass in linear time.
-TEST(VtsTables, SourceRoundTripsAreByteExact) {
+TEST(VtsTables, TimeMapSourcesAreByteExact) {
     kt::TempDir dir;
     const std::string ini = dir / "x.ini", bin = dir / "x.bin";
-    std::vector<uint32_t> big;
-    for (uint32_t j = 0; j < 60000; ++j) big.push_back(j * 3 | (j % 97 ? 0 : 0x80000000u));
-    const auto maps = Tmaps({{1, {0x80000000u | 4660, 4700}}, {2, {}}, {10, big}});
+    Bytes maps;  // maps of time units 1, 2 and 10 s with 2, 0 and 60,000 entries (bit 31: discon)
+    maps.be16(3).be16(0).be32(240039).be32s({20, 32, 36});
+    maps.add(kt::Hex("01 00 0002 80001234 0000125c 02 00 0000 0a 00 ea60"));
+    for (uint32_t j = 0; j < 60000; ++j) maps.be32(j * 3 | (j % 97 ? 0 : 0x80000000u));
     tt::Loaded<CKestro_VTS_TMAP> tmap(maps);
     CKestro_VTS_TMAP before, back, fromBin;
     const auto t0 = std::chrono::steady_clock::now();
@@ -131,17 +97,14 @@ TEST(VtsTables, SourceRoundTripsAreByteExact) {
     EXPECT_FALSE(kt::fs::exists(dir / "x TmapTable2.ini")) << "a map without entries has none";
     ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
     EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
-    ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()));
-    ASSERT_TRUE(back.Asm(ini.c_str()));
-    auto padded = maps;
-    padded.resize(2048 * ((maps.size() + 2047) / 2048));
-    EXPECT_EQ(Written(back, dir / "o.bin"), padded);
+    ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()) && back.Asm(ini.c_str()));
+    tt::ExpectWritesOnce(back, dir / "o.bin", maps);
     EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 30.0);
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap03_file_offset"), "8");
     EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8), kt::Hex("34120080 5c120000"));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
-    EXPECT_EQ(Written(fromBin, dir / "o.bin"), padded);
+    tt::ExpectWritesOnce(fromBin, dir / "o.bin", maps);
 }
 
 // Refusals, messages, and what an incomplete source writes.
@@ -150,8 +113,7 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
         char kind;           // 'p' PTT_SRPT, 'g' PGCIT, 't' TMAPT
         std::string source;  // lines of its section, ';' between them
         bool ok;
-        const char* error;
-        const char* written;  // hex, the start of what Write puts out; empty: nothing written
+        const char *error, *written;  // written: hex, the start of what Write puts out
     } cases[] = {
         {'p', "000ptt_srp=001 001 001", false, "IFO assembler error! In vts_ttu_ns", ""},
         {'p', "vts_ttu_ns=2", true, "", "0002 0000 0000000f 00000010 00000010"},
@@ -184,24 +146,24 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.kind + c.source);
         kt::TempDir dir;
-        const std::string ini = dir / "s.ini";
-        std::string text = c.kind == 'p'   ? "[vts_ptt_srpt];"
-                           : c.kind == 'g' ? "[vts_pgcit];"
-                                           : "[vts_tmapt];";
-        text += c.source + ";";
+        std::string text =
+            std::string(c.kind == 'p' ? "[vts_ptt_srpt];" : "[vts_pgcit];") + c.source;
+        if (c.kind == 't') text = "[vts_tmapt];" + c.source;
         std::replace(text.begin(), text.end(), ';', '\n');
-        kt::WriteText(ini, text);
+        kt::WriteText(dir / "s.ini", text + "\n");
         CKestro_PTT_SRPT ptt;
         CKestro_VTS_PGCIT pgcit;
         CKestro_VTS_TMAP tmap;
         CBaseKestro& t = c.kind == 'p'   ? (CBaseKestro&)ptt
                          : c.kind == 'g' ? (CBaseKestro&)pgcit
                                          : tmap;
+        const std::string ini = dir / "s.ini";
         EXPECT_EQ(c.kind == 'g' ? pgcit.Asm(ini.c_str(), &codec) : t.Asm(ini.c_str()), c.ok);
         EXPECT_EQ(tt::Error(t), c.error);
         if (!c.ok && c.kind != 't') continue;
+        tt::Size(t);
         bool wrote = false;  // PTT_SRPT's Write reports false even after a complete write
-        const auto got = Written(t, dir / "o.bin", &wrote), want = kt::Hex(c.written);
+        const auto got = tt::Written(t, dir / "o.bin", &wrote), want = kt::Hex(c.written);
         EXPECT_EQ(wrote, c.kind == 't' && !want.empty());
         EXPECT_EQ(tt::Slice(got, 0, want.size()), want);
         EXPECT_EQ(got.size(), want.empty() ? 0u : 2048u);
@@ -209,7 +171,8 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 }
 
 // Pointers, addresses and counts outside the table, a file cut short: all three readers report
-// and disassemble from zeros, never foreign memory, never endlessly.
+// and disassemble from zeros, never foreign memory, never endlessly. A body ending inside its
+// start addresses or PGCs lists only its whole ones, in report and source.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
     const std::vector<uint8_t> pgc =
         Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
@@ -244,31 +207,23 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         EXPECT_TRUE(tmap.t.Disasm(ini.c_str()) && tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
         EXPECT_LE(kt::ReadBytes(bin).size(), table.size());
     }
-}
-
-// A body ending inside its start addresses or PGCs lists only its whole ones, report and source.
-TEST(VtsTables, ABodyCutInsideAnEntryListsOnlyItsWholeEntries) {
     const auto header = [](uint32_t n) { return Bytes().be16(n).be16(0).be32(0x1000); };
-    const auto count = [](const std::string& report, const std::string& head) {
-        size_t n = 0;  // lines starting with head
-        for (const std::string& line : tt::Lines(report)) n += line.rfind(head, 0) == 0;
-        return n;
-    };
-    tt::Loaded<CKestro_PTT_SRPT> ptt(header(3).be32(20).be32(24).be16(0), 1, false);  // 2.5 TTUs
-    ASSERT_TRUE(ptt.t.Disasm(ptt.ini.c_str()));
-    EXPECT_EQ(count(tt::Text(ptt.t), "  Starting memory address of TTU"), 2u);
-    EXPECT_EQ(tt::Values(ptt.ini, "vts_ptt_srpt", {"ttu_sa02", "ttu_sa03"}), "24|$|");
+    tt::Loaded<CKestro_PTT_SRPT> ptt(header(3).be32(20).be32(24).be16(0), 1, false);   // 2.5 TTUs
     tt::Loaded<CKestro_VTS_TMAP> tmap(header(3).be32(20).be32(20).be16(0), 1, false);  // 2.5 maps
-    ASSERT_TRUE(tmap.t.Disasm(tmap.ini.c_str()));
-    EXPECT_EQ(count(tt::Text(tmap.t), "  Time map"), 4u) << "two lines per map";
-    EXPECT_EQ(tt::Values(tmap.ini, "vts_tmapti", {"vts_tmap02_sa", "vts_tmap03_sa"}), "20.|$|");
     // search pointers 1 and 2, PGC 1 whole, 10 bytes of PGC 2
     tt::Loaded<CKestro_VTS_PGCIT> pgcit(
         header(2).be32s({0x81000000, 24, 0x82000000, 24}).add(vt::BarePgc()).zeros(10), 1, false);
-    ASSERT_TRUE(pgcit.t.Disasm(pgcit.ini.c_str(), &codec));
-    EXPECT_EQ(count(Report(pgcit.t), "  VTS_PGC Category"), 1u);
-    EXPECT_EQ(tt::Values(pgcit.ini, "vts_pgcit", {"vts_pgc_cat01", "vts_pgc_cat02"}),
-              "81000000|$|");
+    const std::string ini = ptt.ini, report = tt::Text(ptt.t) + tt::Text(tmap.t) + Report(pgcit.t);
+    ASSERT_TRUE(ptt.t.Disasm(ini.c_str()) && tmap.t.Disasm(ini.c_str()) &&
+                pgcit.t.Disasm(ini.c_str(), &codec));
+    for (const char* whole : {"address of TTU 2:", "Time map 2 contains", "Category 1:"})
+        EXPECT_NE(report.find(whole), std::string::npos) << whole;
+    for (const char* cut : {"TTU 3", "Time map 3", "Category 2"})
+        EXPECT_EQ(report.find(cut), std::string::npos) << cut;
+    EXPECT_EQ(tt::Values(ini, "vts_ptt_srpt", {"ttu_sa02", "ttu_sa03"}) +
+                  tt::Values(ini, "vts_tmapti", {"vts_tmap02_sa", "vts_tmap03_sa"}) +
+                  tt::Values(ini, "vts_pgcit", {"vts_pgc_cat01", "vts_pgc_cat02"}),
+              "24|$|20.|$|81000000|$|");
 }
 
 }  // namespace
