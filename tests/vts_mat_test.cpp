@@ -9,24 +9,29 @@ namespace {
 
 using Loaded = tt::Loaded<CKestro_VTS_MAT>;  // kept open: its tables re-read the file
 
-// Assembles each table `loaded` holds, then the whole file at ifo beside its VOB files.
-bool AsmAll(const CKestro_VTS_MAT& loaded, const std::string& ini, const std::string& ifo,
-            bool absolute, std::string* error = nullptr) {
+// Loads `from`, reports and disassembles every table into ini, gives [vtsi_mat] `key` the value
+// `value` when asked, and assembles the tables it had and the whole file at ifo.
+bool Rebuild(const std::string& from, const std::string& ini, const std::string& ifo, bool absolute,
+             std::string* error, const char* key = nullptr, const char* value = "$") {
     CKestro_PGCI codec;
-    CKestro_VTS_MAT out;
+    CKestro_VTS_MAT in, out;
+    tt::File f(from);
+    if (in.Load(f.h) != 1) return false;
+    tt::Walk(in, (1 << 22) - 3, ini, true);
+    if (key) INIWritePrivateProfileString("vtsi_mat", key, value, ini.c_str());
     const char* p = ini.c_str();
-    if (loaded.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
-    if (loaded.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);
-    if (loaded.GetVTSM_PGCI_UT()) out.NewVTSM_PGCI_UT()->Asm(p, &codec);
-    if (loaded.GetVTS_TMAPT()) out.NewVTS_TMAPT()->Asm(p);
-    if (loaded.GetVTSM_C_ADT()) out.NewVTSM_C_ADT()->Asm(p);
-    if (loaded.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
-    if (loaded.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
-    if (loaded.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
+    if (in.GetVTS_PTT_SRPT()) out.NewVTS_PTT_SRPT()->Asm(p);
+    if (in.GetVTS_PGCIT()) out.NewVTS_PGCIT()->Asm(p, &codec);
+    if (in.GetVTSM_PGCI_UT()) out.NewVTSM_PGCI_UT()->Asm(p, &codec);
+    if (in.GetVTS_TMAPT()) out.NewVTS_TMAPT()->Asm(p);
+    if (in.GetVTSM_C_ADT()) out.NewVTSM_C_ADT()->Asm(p);
+    if (in.GetVTSM_VOBU_ADMAP()) out.NewVTSM_VOBU_ADMAP()->Asm(p);
+    if (in.GetVTS_C_ADT()) out.NewVTS_C_ADT()->Asm(p);
+    if (in.GetVTS_VOBU_ADMAP()) out.NewVTS_VOBU_ADMAP()->Asm(p);
     tt::File file(ifo, true);
     const bool ok = file.h != -1 && (absolute ? out.AsmAbs(p, (unsigned short)file.h, ifo.c_str())
                                               : out.Asm(p, file.h, ifo.c_str()));
-    if (error) *error = tt::Error(out);
+    *error = tt::Error(out);
     return ok;
 }
 
@@ -35,22 +40,15 @@ void MakeVob(const std::string& path, uint64_t bytes) {
     kt::fs::resize_file(path, bytes);  // sparse: only the size matters
 }
 
-// The synthetic title set loaded and disassembled; Build assembles it into `out`.
+// The synthetic title set loaded; Build rebuilds it into `out`.
 class VtsMat : public ::testing::Test {
 protected:
-    void SetUp() override { tt::Walk(l.t, (1 << 22) - 3, l.ini, true); }
-    std::vector<uint8_t> Build(bool absolute, std::string* error = nullptr,
-                               const std::string& ifo = "VTS_01_0.IFO") {
-        const bool ok = AsmAll(l.t, l.ini, out / ifo, absolute, error);
+    std::vector<uint8_t> Build(bool absolute, std::string* error, const char* key = nullptr,
+                               const char* value = "$", const std::string& ifo = "VTS_01_0.IFO") {
+        const bool ok = Rebuild(l.file, l.ini, out / ifo, absolute, error, key, value);
         auto got = kt::ReadBytes(out / ifo);
         EXPECT_EQ(ok, !got.empty()) << "nothing is written on failure";
         return got;
-    }
-    std::string Set(const std::string& key, const std::string& value) {  // returns the old one
-        const std::string old = tt::Value(l.ini, "vtsi_mat", key);
-        INIWritePrivateProfileString("vtsi_mat", key.c_str(), value.c_str(), l.ini.c_str());
-        INIFlushFiles();
-        return old;
     }
     Loaded l{vt::SyntheticVtsi()};
     kt::TempDir out;
@@ -124,7 +122,6 @@ TEST_F(VtsMat, MeasuresTheVobFilesBesideTheIfo) {
         {{{"vts_01_0.vob", 0}}, 0, 0, 0, "vts_01_0.vob"},
         {{{"vts_01_1.vob", 3}, {"vts_01_2.vob", 0}}, 0, 0, 0, "vts_01_2.vob"}};
     const std::vector<uint8_t> original = vt::SyntheticVtsi();
-    Set("vtsm_vobs_sa", "77");  // AsmAbs keeps it when there is no menu VOB
     for (bool absolute : {false, true}) {
         for (auto c : cases) {
             SCOPED_TRACE(std::to_string(c.vtsEa) + (absolute ? " (AsmAbs)" : " (Asm)"));
@@ -136,7 +133,8 @@ TEST_F(VtsMat, MeasuresTheVobFilesBesideTheIfo) {
                 if (v.second || c.failing)
                     MakeVob(out / v.first, v.second ? v.second * 2048 : 2049);
             std::string error;
-            const std::vector<uint8_t> got = Build(absolute, &error, c.ifo);
+            // AsmAbs keeps the menu VOBs' start sector when there are none
+            const std::vector<uint8_t> got = Build(absolute, &error, "vtsm_vobs_sa", "77", c.ifo);
             if (c.failing) {
                 EXPECT_EQ(error,
                           (absolute ? "Warning! VOB file " : "VOB file ") + (out / c.failing) +
@@ -169,15 +167,12 @@ TEST_F(VtsMat, StatementsReadAndTheirMessages) {
             if (key == "vts_id") want = "VTS ID is missing";
             if (key == "vts_spst_ns" && absolute) want = "vts_spst_ns";
             if (!absolute && !asmReads) want = "";
-            const std::string old = Set(key, "$" + tt::Value(l.ini, "vtsi_mat", key));  // missing
-            Build(absolute, &error);
+            Build(absolute, &error, key.c_str());
             EXPECT_EQ(error, want) << key << (absolute ? " (AsmAbs)" : " (Asm)");
-            Set(key, old);
         }
     }
-    Set("vts_id", "DVDVIDEO-VMG");
     std::string error;
-    EXPECT_TRUE(Build(false, &error).empty());
+    EXPECT_TRUE(Build(false, &error, "vts_id", "DVDVIDEO-VMG").empty());
     EXPECT_EQ(error, "[DVDVIDEO-VTS] missing Illegal VTS_ID field");
 }
 
@@ -221,24 +216,17 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
         ASSERT_EQ(title, 0u);
         const std::string ini = work / "s.ini", ifo = work / "VTS_01_0.IFO", first = work / "1.ifo";
         const auto want = ByTheRules(bytes, titleSectors);
-        auto trip = [&](const std::string& from, bool absolute) {  // from reported, source, ifo
-            tt::File f(from);
-            CKestro_VTS_MAT mat;
-            ASSERT_EQ(mat.Load(f.h), 1);
-            tt::Walk(mat, (1 << 22) - 3, ini, true);
-            std::string error;
-            ASSERT_TRUE(AsmAll(mat, ini, ifo, absolute, &error)) << error;
-        };
         for (bool absolute : {false, true}) {
             SCOPED_TRACE(absolute ? "AsmAbs" : "Asm");
-            ASSERT_NO_FATAL_FAILURE(trip(original, absolute));
+            std::string error;
+            ASSERT_TRUE(Rebuild(original, ini, ifo, absolute, &error)) << error;
             const auto got = kt::ReadBytes(ifo);
             EXPECT_EQ(NavigationDiff(got, want), "");
             const bool sameLayout = tt::Slice(got, 192, 40) == tt::Slice(bytes, 192, 40);
             comparedWhole += sameLayout;  // the original's layout kept: the same bytes
             EXPECT_TRUE(!sameLayout || got == want);
             kt::fs::rename(ifo, first);
-            ASSERT_NO_FATAL_FAILURE(trip(first, absolute));
+            ASSERT_TRUE(Rebuild(first, ini, ifo, absolute, &error)) << error;
             EXPECT_TRUE(kt::ReadBytes(ifo) == got) << "a second trip changes nothing";
         }
     }
