@@ -21,9 +21,9 @@ std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr)
 std::vector<uint8_t> SyntheticMat(const std::vector<uint32_t>& sa) {
     std::vector<uint8_t> m(2048, 0);
     std::copy_n("DVDVIDEO-VTS", 12, m.begin());
-    std::vector<std::pair<size_t, uint32_t>> words = {{12, 127906}, {28, 9}, {34, 1}, {128, 2047}};
-    for (size_t i = 0; i < sa.size(); ++i) words.push_back({192 + 4 * i, sa[i]});
-    for (auto [at, v] : words) kt::PutBE(m, at, v, 4);
+    for (auto [at, v] : {std::pair<size_t, uint32_t>{12, 127906}, {28, 9}, {34, 1}, {128, 2047}})
+        kt::PutBE(m, at, v, 4);
+    for (size_t i = 0; i < sa.size(); ++i) kt::PutBE(m, 192 + 4 * i, sa[i], 4);
     m[33] = 0x11, m[256] = 0x4d, m[257] = 0x01, m[259] = 1, m[341] = 1, m[512] = 0x53, m[515] = 2,
     m[597] = 1;
     for (int i = 0; i < 16; ++i)
@@ -63,8 +63,7 @@ std::vector<uint8_t> SyntheticVtsi(bool menuTable = true) {
     return file;
 }
 
-// Loads `from`, reports and disassembles every table into ini, gives [vtsi_mat] `key` the value
-// `value` when asked, and assembles the tables it had and the whole file at ifo.
+// Loads `from`, disassembles it into ini ([vtsi_mat] `key` set to `value`), rebuilds it at ifo.
 bool Rebuild(const std::string& from, const std::string& ini, const std::string& ifo, bool absolute,
              std::string* error, const char* key = nullptr, const char* value = "$") {
     CKestro_VTS_MAT in, out;
@@ -107,9 +106,7 @@ protected:
     kt::TempDir out;
 };
 
-// VTSI_MAT's report, source (a fresh file) and write (address fields as held); the tables Load
-// creates, a second Load releases and New and Delete replace (sanitizer: leaks). Stream counts
-// of 255, an identifier without a zero byte after it, a table cut short stay inside the table.
+// VTSI_MAT's report, source (a fresh file) and write (fields as held); its tables' owner.
 TEST_F(VtsMat, ReportSourceWriteAndTables) {
     bool ok = false;
     const auto lines = tt::Lines(tt::Text(l.t, 1 << 16, &ok));
@@ -130,7 +127,7 @@ TEST_F(VtsMat, ReportSourceWriteAndTables) {
     EXPECT_EQ(tt::Written(l.t, l.dir / "o.bin", &ok), held);
     EXPECT_TRUE(ok);
 
-    std::vector<uint8_t> wide = SyntheticMat({});
+    std::vector<uint8_t> wide = SyntheticMat({});  // 255 streams, an identifier without end
     for (size_t i = 12; i < 2048; ++i) wide[i] = wide[i] ? wide[i] : 'A';
     wide[515] = wide[597] = 255;
     tt::Loaded<CKestro_VTS_MAT> w(wide), noMenus(SyntheticVtsi(false)),
@@ -152,8 +149,7 @@ TEST_F(VtsMat, ReportSourceWriteAndTables) {
     EXPECT_EQ(l.t.GetVTS_C_ADT(), nullptr);
 }
 
-// Tables come back at their start sectors, VTS_EA counts the VOB files' sectors; a missing
-// statement (AsmAbs reads all, Asm those marked) or a wrong identifier stops assembly.
+// A missing statement (AsmAbs reads all, Asm those marked) stops assembly; VOB files are measured.
 TEST_F(VtsMat, AssemblyMeasuresTheVobsAndReadsTheStatements) {
     std::istringstream keys(  // "+": read by Asm too
         "vts_id+ vts_ea vtsi_ea vern+ vts_cat+ vtsi_mat_ea vtsm_vobs_sa vtstt_vobs_sa "
@@ -186,9 +182,8 @@ TEST_F(VtsMat, AssemblyMeasuresTheVobsAndReadsTheStatements) {
         {{{"vts_01_0.vob", 10}}, 10, 20, 29},
         {{{"VTS_01_0.VOB", 10}, {"VTS_01_1.VOB", 1000}}, 10, 20, 1029},
         {{{"vts_01_1.vob", 100}, {"vts_01_3.vob", 500}}, 0, 10, 119},  // a gap ends them
-        {{}, 0, 10, 28},  // ten title VOBs of a sector: nine are counted
-        // The 32-bit byte total of five 1 GiB VOBs wraps; VTS_EA follows it, no size limit fires.
-        {{}, 0, 10, 19 + (1 << 19)},
+        {{}, 0, 10, 28},              // ten title VOBs of a sector: nine are counted
+        {{}, 0, 10, 19 + (1 << 19)},  // five 1 GiB VOBs: their 32-bit byte total wraps, no limit
         // The title set number comes from the file name, in either case.
         {{{"vts_07_1.vob", 50}, {"vts_01_1.vob", 5}}, 0, 10, 69, nullptr, "VTS_07_0.IFO"},
         {{{"vts_07_1.vob", 50}, {"vts_01_1.vob", 5}}, 0, 10, 24, nullptr, "vts_01_0.ifo"},
@@ -207,10 +202,11 @@ TEST_F(VtsMat, AssemblyMeasuresTheVobsAndReadsTheStatements) {
             std::string error;
             // AsmAbs keeps the menu VOBs' start sector when there are none
             const std::vector<uint8_t> got = Build(absolute, &error, "vtsm_vobs_sa", "77", c.ifo);
-            if (c.failing)
+            if (c.failing) {  // the message names the VOB refused
                 EXPECT_EQ(error,
                           (absolute ? "Warning! VOB file " : "VOB file ") + (out / c.failing) +
                               " is not divisble by 2048, a requirement of DVD-Video standards.");
+            }
             auto want = c.failing ? std::vector<uint8_t>() : kt::ReadBytes(l.file);
             kt::PutBE(want, 12, c.vtsEa, 4);
             kt::PutBE(want, 192, absolute && !c.menuSa ? 77u : c.menuSa, 4);
@@ -221,9 +217,8 @@ TEST_F(VtsMat, AssemblyMeasuresTheVobsAndReadsTheStatements) {
     }
 }
 
-// A real title set as rebuilt: no menu video attribute high byte, a cell address table holding
-// as many entries as VOBs, a VOBU map its entries modulo 16,384 (disc-d: 16,496 -> 112), VTS_EA
-// from a title byte total that wraps at 4 GiB.
+// A real title set as rebuilt: no menu video high byte, cell entries up to the VOB count, VOBU map
+// entries modulo 16,384 (disc-d: 16,496 -> 112), VTS_EA from a title byte total wrapping at 4 GiB.
 std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f, uint64_t titleSectors) {
     f.at(256) = 0;
     kt::PutBE(f, 12, kt::BE32(f, 12) - uint32_t((titleSectors * 2048 >> 32) << 21), 4);
@@ -241,8 +236,7 @@ std::vector<uint8_t> ByTheRules(std::vector<uint8_t> f, uint64_t titleSectors) {
     return f;
 }
 
-// Real title sets rebuilt beside sparse VOB files: every field as the rules make it, the same
-// bytes where the layout is the original's (all but disc-d), and a second trip changes nothing.
+// Real title sets rebuild by the rules: every field, every byte where laid out alike, twice.
 TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
     std::vector<std::string> files = kt::CorpusFiles("VTS_");
     KT_SKIP_IF_EMPTY(files);
@@ -275,8 +269,7 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
     EXPECT_GT(comparedWhole, 0u) << "no title set was compared byte for byte";
 }
 
-// Reports keep the caller's file position and are true only when whole; a line that does not fit
-// (text before it plus the line reach the room) ends the report.
+// Reports keep the file position; a line reaching the room ends them, false, with what fitted.
 TEST_F(VtsMat, TableReports) {
     bool ok = false;
     CBaseKestro *ptt = l.t.GetVTS_PTT_SRPT(), *tmap = l.t.GetVTS_TMAPT();
@@ -326,8 +319,6 @@ TEST_F(VtsMat, TableReports) {
 
 // Time-map entries go to side files (or a binary file) for Asm, byte for byte.
 TEST(VtsTables, TimeMapSourcesAreByteExact) {
-    kt::TempDir dir;
-    const std::string ini = dir / "x.ini", bin = dir / "x.bin";
     // maps of time units 1, 2 and 10 s with 2, 0 and 60,000 entries (bit 31: a discontinuity)
     Bytes maps = Bytes()
                      .be16(3)
@@ -337,25 +328,26 @@ TEST(VtsTables, TimeMapSourcesAreByteExact) {
                      .add(kt::Hex("01 00 0002 80001234 0000125c 02 00 0000 0a 00 ea60"));
     for (uint32_t j = 0; j < 60000; ++j) maps.be32(j * 3 | (j % 97 ? 0 : 0x80000000u));
     tt::Loaded<CKestro_VTS_TMAP> tmap(maps);
+    const std::string ini = tmap.dir / "x.ini", bin = tmap.dir / "x.bin";
     CKestro_VTS_TMAP before, back, fromBin;
     ASSERT_TRUE(tmap.t.Disasm(ini.c_str()));
     EXPECT_EQ(tt::Value(ini, "vts_tmapti", "vts_tmap01_sa"), "20.");
     for (int m : {1, 2, 3})  // a map without entries has no side file
-        EXPECT_EQ(kt::fs::exists(dir / ("x TmapTable" + std::to_string(m) + ".ini")), m != 2) << m;
+        EXPECT_EQ(kt::fs::exists(tmap.dir / ("x TmapTable" + std::to_string(m) + ".ini")), m != 2)
+            << m;
     ASSERT_TRUE(before.Asm(ini.c_str()));  // each map stops at its first missing entry
     EXPECT_EQ(tt::Error(before), "[vts_tmap03_entry01_discon] Statement missing in vts_tmapti");
     ASSERT_TRUE(CKestro_VTS_TMAP::JoinTmapSideFiles(ini.c_str()) && back.Asm(ini.c_str()));
-    tt::ExpectWritesOnce(back, dir / "o.bin", maps);
+    tt::ExpectWritesOnce(back, tmap.dir / "o.bin", maps);
     ASSERT_TRUE(tmap.t.DisasmToFile(ini.c_str(), bin.c_str()));
     EXPECT_EQ(tt::Slice(kt::ReadBytes(bin), 0, 8), kt::Hex("34120080 5c120000"));
     ASSERT_TRUE(fromBin.AsmToFile(ini.c_str(), bin.c_str()));
-    tt::ExpectWritesOnce(fromBin, dir / "o.bin", maps);
+    tt::ExpectWritesOnce(fromBin, tmap.dir / "o.bin", maps);
 }
 
 // Refusals, messages, and what an incomplete source writes.
 TEST(VtsTables, AssemblyRulesAndMessages) {
-    // Table ('p' PTT_SRPT, 'g' PGCIT, 't' TMAPT), its section's lines (';' between them), result,
-    // message, and the start of what Write puts out (hex).
+    // table ('p' PTT_SRPT, 'g' PGCIT, 't' TMAPT), source lines, result, message, written (hex)
     const std::vector<std::tuple<char, std::string, bool, std::string, const char*>> cases = {
         {'p', "000ptt_srp=001 001 001", false, "IFO assembler error! In vts_ttu_ns", ""},
         {'p', "vts_ttu_ns=2", true, "", "0002 0000 0000000f 00000010 00000010"},
@@ -408,11 +400,8 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
     }
 }
 
-// Pointers, addresses and counts outside the table are read as zeros, never endlessly; a body cut
-// inside its start addresses or PGCs lists only its whole ones.
+// Pointers, addresses and counts out of range read as zeros; a cut body lists its whole entries.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
-    const std::vector<uint8_t> pgc =
-        Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
     // Each image: count, reserved, end address, then pointers and entries.
     const std::vector<uint8_t> tables[] = {
         // an end address near 4 GiB, pointers into the header and 2 GiB out
@@ -421,8 +410,12 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         kt::Hex("0002 0000 00000fa0 00000010 00000000"),  // end 4,000 of 20 bytes, a pointer 0
         // an end address of 2 GiB, pointers into the header and near 4 GiB
         Bytes().add(kt::Hex("0003 0000 7fffffff 00000001 fffffff0 00000002 00000003")).zeros(800),
-        // a PGC whose parts lie past its end
-        Bytes().add(kt::Hex("0001 0000 0000012c 00000000 00000010")).add(pgc).zeros(300),
+        // a PGC (programs, cells, then the offsets of its parts) whose parts lie past its end
+        Bytes()
+            .add(kt::Hex("0001 0000 0000012c 00000000 00000010 0000 7f ff"))
+            .zeros(224)
+            .add(kt::Hex("07d0 0bb8 0fa0 ea60"))
+            .zeros(300),
         Bytes().add(kt::Hex("ea60 0000 00004e20")).zeros(20000),  // 60,000 over 20,000 zeros
         // every map points at one region announcing 65535 entries
         kt::Hex("0004 0000 7fffffff 00000018 00000018 00000018 00000018 01 00 ffff 00000001"),
