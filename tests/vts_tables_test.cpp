@@ -92,8 +92,7 @@ void MakeVob(const std::string& path, uint64_t bytes) {
     kt::fs::resize_file(path, bytes);  // sparse: only the size matters
 }
 
-// The synthetic title set loaded; Build rebuilds it into `out`.
-class VtsMat : public ::testing::Test {
+class VtsMat : public ::testing::Test {  // the synthetic title set; Build rebuilds it in `out`
 protected:
     std::vector<uint8_t> Build(bool absolute, std::string* error, const char* key = nullptr,
                                const char* value = "$", const std::string& ifo = "VTS_01_0.IFO") {
@@ -342,13 +341,12 @@ TEST(VtsTables, TimeMapSourcesAreByteExact) {
     tt::ExpectWritesOnce(fromBin, tmap.dir / "o.bin", maps);
 }
 
-// Refusals, messages, and what an incomplete source writes.
+// Refusals, messages, what an incomplete source writes; title units are read by column to a gap.
 TEST(VtsTables, AssemblyRulesAndMessages) {
     // table ('p' PTT_SRPT, 'g' PGCIT, 't' TMAPT), source lines, result, message, written (hex)
     const std::vector<std::tuple<char, std::string, bool, std::string, const char*>> cases = {
         {'p', "000ptt_srp=001 001 001", false, "IFO assembler error! In vts_ttu_ns", ""},
         {'p', "vts_ttu_ns=2", true, "", "0002 0000 0000000f 00000010 00000010"},
-        // A gap ends the entries; fields are read from fixed columns.
         {'p', "vts_ttu_ns=1;000ptt_srp=001 1000 003;001ptt_srp=1;003ptt_srp=001 009 009", true, "",
          "0001 0000 00000013 0000000c 0064 0003 00000000"},
         {'p', "vts_ttu_ns=1;000ptt_srp=002 001 001", false,
