@@ -12,6 +12,7 @@ using tt::Bytes;
 
 CKestro_PGCI codec;
 
+// The PGC table reports through the codec.
 std::string Report(CKestro_VTS_PGCIT& t, int room = 1 << 20, bool* ok = nullptr) {
     return tt::Text(tt::TableOps{"", [&](char* b, int n) { return t.Details(&codec, b, n); }, {}},
                     room, ok);
@@ -245,8 +246,12 @@ TEST(VtsRealDiscs, EveryTitleSetIsReportedAndRebuiltExactly) {
         const uint32_t menuSa = kt::BE32(bytes, 192), titleSa = kt::BE32(bytes, 196);
         const uint64_t titleSectors = kt::BE32(bytes, 12) - kt::BE32(bytes, 28) - titleSa;
         if (menuSa) MakeVob(work / "vts_01_0.vob", (titleSa - menuSa) * 2048ull);
-        for (uint64_t i = 1, left = titleSectors, n; (n = std::min<uint64_t>(left, 524287)); ++i)
-            MakeVob(work / ("vts_01_" + std::to_string(i) + ".vob"), n * 2048), left -= n;
+        uint64_t left = titleSectors;  // in VOBs under 1 GiB each
+        for (int i = 1; left > 0; ++i) {
+            const uint64_t n = std::min<uint64_t>(left, 524287);
+            MakeVob(work / ("vts_01_" + std::to_string(i) + ".vob"), n * 2048);
+            left -= n;
+        }
         const std::string ini = work / "s.ini", ifo = work / "VTS_01_0.IFO", first = work / "1.ifo";
         const auto want = ByTheRules(bytes, titleSectors);
         for (bool absolute : {false, true}) {
@@ -315,13 +320,9 @@ TEST_F(VtsMat, TableReports) {
 
 // Time-map entries go to side files (or a binary file) for Asm, byte for byte.
 TEST(VtsTables, TimeMapSourcesAreByteExact) {
-    // maps of time units 1, 2 and 10 s with 2, 0 and 60,000 entries (bit 31: a discontinuity)
-    Bytes maps = Bytes()
-                     .be16(3)
-                     .be16(0)
-                     .be32(240039)
-                     .be32s({20, 32, 36})
-                     .add(kt::Hex("01 00 0002 80001234 0000125c 02 00 0000 0a 00 ea60"));
+    Bytes maps;  // time units 1, 2 and 10 s; 2, 0 and 60,000 entries (bit 31: a discontinuity)
+    maps.be16(3).be16(0).be32(240039).be32s({20, 32, 36});
+    maps.add(kt::Hex("01 00 0002 80001234 0000125c 02 00 0000 0a 00 ea60"));
     for (uint32_t j = 0; j < 60000; ++j) maps.be32(j * 3 | (j % 97 ? 0 : 0x80000000u));
     tt::Loaded<CKestro_VTS_TMAP> tmap(maps);
     const std::string ini = tmap.dir / "x.ini", bin = tmap.dir / "x.bin";
@@ -397,6 +398,9 @@ TEST(VtsTables, AssemblyRulesAndMessages) {
 
 // Pointers, addresses and counts out of range read as zeros; a cut body lists its whole entries.
 TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
+    // 127 programs and 255 cells; its command table, program map and cell tables at 2,000 to 60,000
+    const auto pgc =
+        Bytes().add(kt::Hex("0000 7f ff")).zeros(224).add(kt::Hex("07d0 0bb8 0fa0 ea60"));
     // Each image: count, reserved, end address, then pointers and entries.
     const std::vector<uint8_t> tables[] = {
         // an end address near 4 GiB, pointers into the header and 2 GiB out
@@ -405,12 +409,8 @@ TEST(VtsTables, DamagedTablesStayInsideTheirBodies) {
         kt::Hex("0002 0000 00000fa0 00000010 00000000"),  // end 4,000 of 20 bytes, a pointer 0
         // an end address of 2 GiB, pointers into the header and near 4 GiB
         Bytes().add(kt::Hex("0003 0000 7fffffff 00000001 fffffff0 00000002 00000003")).zeros(800),
-        // a PGC (programs, cells, then the offsets of its parts) whose parts lie past its end
-        Bytes()
-            .add(kt::Hex("0001 0000 0000012c 00000000 00000010 0000 7f ff"))
-            .zeros(224)
-            .add(kt::Hex("07d0 0bb8 0fa0 ea60"))
-            .zeros(300),
+        // a PGC whose parts lie past its end
+        Bytes().add(kt::Hex("0001 0000 0000012c 00000000 00000010")).add(pgc).zeros(300),
         Bytes().add(kt::Hex("ea60 0000 00004e20")).zeros(20000),  // 60,000 over 20,000 zeros
         // every map points at one region announcing 65535 entries
         kt::Hex("0004 0000 7fffffff 00000018 00000018 00000018 00000018 01 00 ffff 00000001"),
