@@ -1,4 +1,4 @@
-// Helpers of the kestro command's tests: running the command and other tools, the sample disc.
+// Helpers of the kestro command's tests: running it and other tools, and the sample disc.
 #ifndef KESTRO_TESTS_TOOL_SUPPORT_H
 #define KESTRO_TESTS_TOOL_SUPPORT_H
 
@@ -40,10 +40,6 @@ inline Result Kestro(const std::vector<std::string>& args) {
     return Shell(line);
 }
 
-#define TT_REQUIRE_TOOLS(...)                                        \
-    for (const char* tool_ : {__VA_ARGS__})                          \
-        if (tt::Shell(std::string("command -v ") + tool_).code != 0) \
-    GTEST_SKIP() << tool_ << " is not installed"
 #define TT_REQUIRE_KESTRO()              \
     if (!fs::exists(tt::KestroBinary())) \
     GTEST_SKIP() << "the kestro command is not built: " << tt::KestroBinary()
