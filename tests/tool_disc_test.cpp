@@ -1,8 +1,11 @@
 // Whole discs through the kestro command (the authored test disc, the sample, the corpus): a
 // rebuild keeps every navigation field as the tests' own reader and lsdvd see it, a second
 // rebuild changes no byte, --library-rules changes only the fields its rules rewrite, and check
-// finds what each really lacks.
+// finds what each really lacks. Where rebuild puts the new folder, what empty stand-ins for
+// missing VOB files keep, how its summary names bytes, what killed runs left; side files.
 #include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <map>
 #include <sstream>
@@ -44,17 +47,8 @@ std::string Changes(const Source& a, const Source& b, const std::regex& allowed)
     return out;
 }
 
-// lsdvd's view of a disc: each title's lines less its number (none without lsdvd).
-std::vector<std::string> Lsdvd(const fs::path& disc) {
-    std::vector<std::string> titles;
-    std::istringstream in(tt::Shell("lsdvd -x " + tt::Quote(disc.string())).out);
-    for (std::string line; std::getline(in, line);)
-        if (line.rfind("Title: ", 0) == 0)
-            titles.push_back(line.substr(line.find(',') + 1));
-        else if (!titles.empty() && line.rfind('\t', 0) == 0)
-            titles.back() += "\n" + line;
-    return titles;
-}
+// lsdvd's reading of a disc (nothing without lsdvd).
+std::string Lsdvd(const fs::path& disc) { return tt::Shell("lsdvd -x " + tt::Quote(disc)).out; }
 
 // Runs the command, expecting success.
 bool Ok(const std::vector<std::string>& args) {
@@ -91,7 +85,7 @@ bool DriftsUnderLibraryRules(const Source& source) {
 }
 
 // A rebuild keeps every IFO file's navigation, as lsdvd reads it too (one title for each of
-// `titles`, holding that text), and a second one every IFO and BUP byte. By the table classes'
+// `titles`, holding its text, in order), and a second one every IFO and BUP byte. By the table classes'
 // rules (IFO -> source -> IFO' -> source' -> IFO''), source' differs from source only where the
 // rules rewrite, and IFO'' is IFO' unless the title set attributes drift.
 void CheckRebuilds(const fs::path& disc, const std::vector<std::string>& titles = {}) {
@@ -103,12 +97,16 @@ void CheckRebuilds(const fs::path& disc, const std::vector<std::string>& titles 
         Ok({"rebuild", disc, "-o", work / "first", "--placeholder-vobs", "-q"}) &&
         Ok({"rebuild", work / "first", "-o", work / "second", "--placeholder-vobs", "-q"}) &&
         Ok({"rebuild", disc, "-o", work / "rules", "--placeholder-vobs", "--library-rules"}));
-    const std::vector<std::string> read = Lsdvd(disc);
+    const std::string read = Lsdvd(disc);
     EXPECT_EQ(read, Lsdvd(first.parent_path()));
     if (!titles.empty() && tt::Shell("command -v lsdvd").code == 0) {
-        ASSERT_EQ(read.size(), titles.size());
-        for (size_t i = 0; i < titles.size(); ++i)
-            EXPECT_NE(read[i].find(titles[i]), std::string::npos) << read[i];
+        const std::regex title("\nTitle: ");
+        EXPECT_EQ(std::distance(std::sregex_iterator(read.begin(), read.end(), title), {}),
+                  long(titles.size()))
+            << read;
+        for (size_t at = 0, i = 0; i < titles.size(); ++i)
+            EXPECT_NE(at = read.find(titles[i], at), std::string::npos) << titles[i] << "\n"
+                                                                        << read;
     }
     for (auto& e : fs::directory_iterator(first)) {
         if (e.path().extension() == ".VOB") continue;
@@ -151,7 +149,7 @@ TEST(ToolDisc, AuthoredDiscChecksCleanAndRebuildsLosslessly) {
     const tt::Result r = Kestro({"check", disc});
     EXPECT_EQ(r.code, 0) << r.out;
     EXPECT_NE(r.out.find("3 files checked: 0 errors, 0 warnings"), std::string::npos) << r.out;
-    CheckRebuilds(disc, {"VTS: 01, TTN: 01", "VTS: 01, TTN: 02", "VTS: 02, TTN: 01"});
+    CheckRebuilds(disc, {"\tVTS: 01, TTN: 01", "\tVTS: 01, TTN: 02", "\tVTS: 02, TTN: 01"});
 }
 
 using ToolSampleDisc = tt::SampleDisc;
@@ -205,8 +203,6 @@ TEST(ToolCorpus, EveryDiscRebuildsLosslesslyAndChecksItsRealFaults) {
         SCOPED_TRACE(name);
         kt::TempDir disc;
         fs::copy(kt::CorpusDir() / name, disc / "VIDEO_TS");
-        for (auto& e : fs::directory_iterator(disc / "VIDEO_TS"))
-            fs::permissions(e.path(), fs::perms::owner_write, fs::perm_options::add);
         for (bool ifoOnly : {false, true}) {
             const tt::Result r =
                 Kestro({"check", "--json", ifoOnly ? "--ifo-only" : "--", disc.path()});
@@ -217,6 +213,91 @@ TEST(ToolCorpus, EveryDiscRebuildsLosslesslyAndChecksItsRealFaults) {
         }
         CheckRebuilds(disc.path());
     }
+}
+
+using ToolRebuild = tt::SampleDisc;
+
+// -o names the disc root (as CheckRebuilds does) or its VIDEO_TS folder; missing folders are
+// made (and go on failure).
+// The summary names a changed byte by the field the file's own layout puts there: with the First
+// Play PGC moved from byte 1024 to 512, over the menu sub-picture attributes, it is the PGC's.
+// A placeholder menu VOB of no sectors (the video manager records a menu VOB start, but end
+// addresses that leave it no sectors) keeps the menu VOB start sector.
+TEST_F(ToolRebuild, OutputFoldersSummaryAndPlaceholderVobs) {
+    auto vmg = kt::ReadBytes(ts / "VIDEO_TS.IFO");
+    const uint32_t fp = kt::BE32(vmg, 132), size = kt::BE32(vmg, 128) - fp + 1;
+    ASSERT_EQ(fp, 1024u);
+    std::copy(vmg.begin() + fp, vmg.begin() + fp + size, vmg.begin() + 512);
+    std::fill(vmg.begin() + 512 + size, vmg.begin() + fp + size, 0);
+    kt::PutBE(vmg, 132, 512, 4);
+    kt::PutBE(vmg, 128, 512 + size - 1, 4);
+    kt::WriteBytes(ts / "VIDEO_TS.IFO", vmg);
+    const fs::path videoTs = work / "c/d/VIDEO_TS", bare = work / "bare";
+    const tt::Result r = Kestro({"rebuild", root, "-o", videoTs});
+    ASSERT_EQ(r.code, 0) << r.err;
+    const size_t at = r.out.find("  VMGI_MAT");
+    const std::string line = r.out.substr(at, r.out.find('\n', at) - at);
+    EXPECT_TRUE(line.find("(fp_pgc)") != line.npos && line.find("vmgm_spst_atr") == line.npos)
+        << line;
+    for (const char* name : {"VIDEO_TS.IFO", "VTS_01_0.BUP", "VTS_02_1.VOB"})
+        EXPECT_TRUE(fs::is_regular_file(videoTs / name)) << name;
+    EXPECT_FALSE(fs::exists(videoTs / "VIDEO_TS"));
+    EXPECT_EQ(fs::status(videoTs).permissions() & fs::perms::others_read, fs::perms::others_read);
+
+    ASSERT_NE(kt::BE32(vmg, 192), 0u);
+    kt::PutBE(vmg, 12, 2 * (kt::BE32(vmg, 28) + 1) - 1, 4);  // VMG_EA: IFO and BUP only
+    fs::create_directories(bare);
+    kt::WriteBytes(bare / "VIDEO_TS.IFO", vmg);
+    ASSERT_EQ(Kestro({"rebuild", bare, "-o", work / "out", "-q", "--placeholder-vobs"}).code, 0);
+    const auto rebuilt = kt::ReadBytes(work / "out/VIDEO_TS/VIDEO_TS.IFO");
+    EXPECT_EQ(kt::BE32(rebuilt, 192), kt::BE32(rebuilt, 28) + 1) << "menu VOB start sector";
+    EXPECT_EQ(fs::file_size(work / "out/VIDEO_TS/VIDEO_TS.VOB"), 0u);
+
+    kt::WriteText(ts / "VTS_02_0.IFO", "not an IFO file");
+    EXPECT_EQ(Kestro({"rebuild", root, "-o", work / "e/f/VIDEO_TS", "-q"}).code, 1);
+    EXPECT_FALSE(fs::exists(work / "e"));
+}
+
+// An old folder a killed --force rebuild left aside (where folders cannot be swapped in one
+// step) is put back by the next run, not cleared away.
+TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
+    const pid_t ended = fork();
+    if (ended == 0) _exit(0);
+    waitpid(ended, nullptr, 0);
+    const fs::path aside = work / (".out.kestro-" + std::to_string(ended) + "-Xy12Ab/old");
+    fs::create_directories(aside / "VIDEO_TS");
+    kt::WriteText(aside / "VIDEO_TS/VIDEO_TS.IFO", "the old disc\n");
+    const tt::Result r = Kestro({"rebuild", root, "-o", work / "out", "-q"});
+    EXPECT_TRUE(r.code == 1 && r.err.find("exists") != std::string::npos) << r.err;
+    EXPECT_EQ(kt::ReadText(work / "out/VIDEO_TS/VIDEO_TS.IFO"), "the old disc\n");
+    EXPECT_FALSE(fs::exists(aside.parent_path()));
+}
+
+// Maps as "ini" or "bin" side files assemble the same IFO file as one source. --force guards
+// side files, and removes those of the source it replaces, which asm would read with the new one.
+TEST_F(ToolRebuild, SideFilesAssembleTheSameFileAndForceGuardsThem) {
+    const fs::path ifo = ts / "VTS_01_0.IFO";
+    const std::vector<uint8_t> reference = kt::ReadBytes(ifo);
+    for (std::string side : {"ini", "bin"}) {
+        SCOPED_TRACE(side);
+        const std::string src = work / (side + ".ini"),
+                          sideFile =
+                              work / (side + (side == "ini" ? " TmapTable1.ini" : " tmap.bin"));
+        std::vector<std::string> args = {"disasm", ifo, "-o", src, "--side-files", side};
+        kt::WriteText(sideFile, "precious");
+        EXPECT_EQ(Kestro(args).code, 1);
+        EXPECT_EQ(kt::ReadText(sideFile), "precious");
+        args.push_back("-f");
+        ASSERT_TRUE(Kestro(args).code == 0 &&
+                    Kestro({"asm", src, "-o", ifo, "--no-backup", "-f"}).code == 0);
+        EXPECT_TRUE(kt::ReadBytes(ifo) == reference);
+    }
+    ASSERT_EQ(Kestro({"disasm", ts / "VTS_02_0.IFO", "-o", work / "bin.ini", "--force"}).code, 0);
+    for (auto& e : fs::directory_iterator(work.path()))
+        EXPECT_NE(e.path().filename().string().rfind("bin ", 0), 0u) << e.path() << " was left";
+    kt::WriteText(work / "y vts_vobu_admap.bin", "old");
+    EXPECT_EQ(Kestro({"disasm", ts / "VTS_02_0.IFO", "-o", work / "y.ini"}).code, 1);
+    EXPECT_EQ(kt::ReadText(work / "y vts_vobu_admap.bin"), "old");
 }
 
 }  // namespace
