@@ -1,8 +1,7 @@
-// Whole discs through the kestro command (the authored test disc, the sample, the corpus): a
-// rebuild keeps every navigation field as the tests' own reader and lsdvd see it, a second
-// rebuild changes no byte, --library-rules changes only the fields its rules rewrite, and check
-// finds what each really lacks. Where rebuild puts the new folder, what empty stand-ins for
-// missing VOB files keep, how its summary names bytes, what killed runs left; side files.
+// Whole discs through the kestro command: the authored test disc, the sample and the corpus
+// rebuild losslessly (by the tests' own reader, by lsdvd, byte for byte the second time) and by
+// --library-rules' rewrites only; check's findings, JSON and exit codes; where rebuild puts its
+// folder, what VOB stand-ins keep, how its summary names bytes, what killed runs left.
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -57,7 +56,7 @@ bool Ok(const std::vector<std::string>& args) {
     return r.code == 0;
 }
 
-// Source statements that --library-rules does not carry from IFO to IFO', and why.
+// Statements that --library-rules does not carry from IFO to IFO', and why.
 const std::regex kRewrittenByLibraryRules(
     // Tables are packed back to back, so start and end sectors and addresses move.
     "vmgi_mat/(vmg_ea|vmgi_ea|vmgi_mat_ea|.*_sa)|vtsi_mat/(vts_ea|vtsi_ea|vtsi_mat_ea|.*_sa)"
@@ -70,11 +69,11 @@ const std::regex kRewrittenByLibraryRules(
     "|vtsi_mat/vtsm_v_atr"                       // the menu video attribute keeps its low byte only
     "|vmgi_mat/pvr_id"                           // a provider ID of blanks is read back trimmed
     "|vts_atrt/vts_atrt_srp\\d+_vtsm_(ast|spst)_atr\\d+"  // written in hex, read in decimal
-    "|(vmgm|vts|vtsm)_c_adt/.*"  // cell address tables keep as many entries as the table names VOBs
+    "|(vmgm|vts|vtsm)_c_adt/.*"    // kept with as many entries as the table names VOBs
     "|(vts|vtsm)_vobu_admap/.*");  // maps of 65,536 bytes or more keep their size modulo 65,536
 
-// A VTS_ATRT menu stream attribute, written in hex and read in decimal, drifts
-// every round unless it reads the same both ways (x00 to x09).
+// A VTS_ATRT menu stream attribute, written in hex and read in decimal, drifts every round
+// unless it reads the same both ways (x00 to x09).
 bool DriftsUnderLibraryRules(const Source& source) {
     static const std::regex attr("vts_atrt/vts_atrt_srp\\d+_vtsm_(ast|spst)_atr\\d+");
     for (const auto& kv : source)
@@ -84,15 +83,15 @@ bool DriftsUnderLibraryRules(const Source& source) {
     return false;
 }
 
-// A rebuild keeps every IFO file's navigation, as lsdvd reads it too (one title for each of
-// `titles`, holding its text, in order), and a second one every IFO and BUP byte. By the table classes'
-// rules (IFO -> source -> IFO' -> source' -> IFO''), source' differs from source only where the
-// rules rewrite, and IFO'' is IFO' unless the title set attributes drift.
+// A rebuild (empty VOB files of the recorded sizes standing in for missing ones) keeps every IFO
+// file's navigation, as lsdvd reads it too (one title for each of `titles`, in order), and a
+// second one every IFO and BUP byte. By the table classes' rules (IFO -> source -> IFO' ->
+// source' -> IFO''), source' differs only where the rules rewrite, and IFO'' is IFO' unless
+// the title set attributes drift.
 void CheckRebuilds(const fs::path& disc, const std::vector<std::string>& titles = {}) {
     kt::TempDir work;
     const fs::path in = disc / "VIDEO_TS", first = work / "first/VIDEO_TS",
                    second = work / "second/VIDEO_TS", rules = work / "rules/VIDEO_TS";
-    // Empty VOB files of the recorded sizes stand in where the disc has none.
     ASSERT_TRUE(
         Ok({"rebuild", disc, "-o", work / "first", "--placeholder-vobs", "-q"}) &&
         Ok({"rebuild", work / "first", "-o", work / "second", "--placeholder-vobs", "-q"}) &&
@@ -100,13 +99,10 @@ void CheckRebuilds(const fs::path& disc, const std::vector<std::string>& titles 
     const std::string read = Lsdvd(disc);
     EXPECT_EQ(read, Lsdvd(first.parent_path()));
     if (!titles.empty() && tt::Shell("command -v lsdvd").code == 0) {
-        const std::regex title("\nTitle: ");
-        EXPECT_EQ(std::distance(std::sregex_iterator(read.begin(), read.end(), title), {}),
-                  long(titles.size()))
-            << read;
-        for (size_t at = 0, i = 0; i < titles.size(); ++i)
-            EXPECT_NE(at = read.find(titles[i], at), std::string::npos) << titles[i] << "\n"
-                                                                        << read;
+        size_t at = 0;
+        for (const std::string& text : titles)
+            EXPECT_NE(at = read.find(text, at), std::string::npos) << text << "\n" << read;
+        EXPECT_EQ(read.find("\nTitle: ", at), std::string::npos) << "more titles:\n" << read;
     }
     for (auto& e : fs::directory_iterator(first)) {
         if (e.path().extension() == ".VOB") continue;
@@ -152,23 +148,91 @@ TEST(ToolDisc, AuthoredDiscChecksCleanAndRebuildsLosslessly) {
     CheckRebuilds(disc, {"\tVTS: 01, TTN: 01", "\tVTS: 01, TTN: 02", "\tVTS: 02, TTN: 01"});
 }
 
-using ToolSampleDisc = tt::SampleDisc;
+class ToolCheck : public tt::SampleDisc {
+protected:
+    // Runs check on `args`: exit status `code`, and each of `texts` in what it prints.
+    void Expect(std::vector<std::string> args, int code, std::initializer_list<std::string> texts) {
+        args.insert(args.begin(), "check");
+        const tt::Result r = Kestro(args);
+        EXPECT_EQ(r.code, code) << args.back() << ":\n" << r.out << r.err;
+        for (const std::string& text : texts)
+            EXPECT_NE(r.out.find(text), std::string::npos) << text << ":\n" << r.out;
+    }
+    // Sets a big-endian field of an IFO file and of its BUP copy alike.
+    void Patch(const std::string& name, size_t at, uint32_t value, int width) {
+        for (const char* ext : {".IFO", ".BUP"}) {
+            auto bytes = kt::ReadBytes(ts / (name + ext));
+            kt::PutBE(bytes, at, value, width);
+            kt::WriteBytes(ts / (name + ext), bytes);
+        }
+    }
+};
 
 // The sample reports, disassembles into its own sources and rebuilds losslessly; it plays every
-// title as authored (title 2 is the second title of title set 1, not its first again).
-TEST_F(ToolSampleDisc, ReportsDisassemblesAndRebuildsAsAuthored) {
-    const tt::Result r = Kestro({"report", root});
-    EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_NE(r.out.find("VMG First Play PGC:"), std::string::npos);
+// title as authored (title 2 is the second title of title set 1, not its first again). check:
+// an error gives its line and exit status 1, a warning alone status 0; --json gives every field
+// of every finding; a source is checked assembled next to the VOB files of its folder (or sizes
+// given); one IFO file is checked with its neighbours, showing only its own findings.
+TEST_F(ToolCheck, SampleRoundTripsAndChecks) {
+    const tt::Result report = Kestro({"report", root});
+    EXPECT_EQ(report.code, 0) << report.err;
+    EXPECT_NE(report.out.find("VMG First Play PGC:"), std::string::npos);
     for (const auto& src : sources) {
         const std::string again = work / src.filename().string();
-        ASSERT_EQ(Kestro({"disasm", ts / (src.stem().string() + ".IFO"), "-o", again}).code, 0);
+        ASSERT_TRUE(Ok({"disasm", ts / (src.stem().string() + ".IFO"), "-o", again}));
         EXPECT_EQ(kt::ReadText(again), kt::ReadText(src)) << src;
     }
     CheckRebuilds(
         root, {"Chapters: 03, Cells: 03, Audio streams: 02, Subpictures: 01\n\tVTS: 01, TTN: 01",
                "Chapters: 02, Cells: 02, Audio streams: 02, Subpictures: 01\n\tVTS: 01, TTN: 02",
                "\tVTS: 02, TTN: 01"});
+    const std::string sound = ": 3 files checked: 0 errors, 0 warnings\n";
+    Expect({root}, 0, {root.string() + sound});
+    Expect({ts}, 0, {ts.string() + sound});
+    fs::copy_file(tt::SampleDir() / "VTS_02_0.ini", ts / "VTS_02_0.ini");
+    Expect({ts / "VTS_02_0.ini"}, 0, {"1 file checked: 0 errors, 0 warnings"});
+    Expect({work / "VTS_02_0.ini"}, 1, {"[error file.end-address]"});  // disassembled, no VOBs
+    Expect({"--vob-sizes", tt::SampleDir() / "vobs.txt", tt::SampleDir() / "VTS_01_0.ini",
+            work / "VTS_02_0.ini"},
+           0,
+           {"VTS_01_0.ini: 1 file checked: 0 errors, 0 warnings",
+            "VTS_02_0.ini: 1 file checked: 0 errors"});
+
+    fs::rename(ts / "VTS_02_1.VOB", work / "VTS_02_1.VOB");
+    const std::string missing = ts / "missing";
+    const tt::Result r = Kestro({"check", "--json", root, missing});
+    EXPECT_EQ(r.code, 1);
+    const std::string why =
+        "the first title VOB file of 111 sectors in all, as VTS_02_0.IFO "
+        "VTSI_MAT VTS_EA gives";
+    auto expected = nlohmann::json::parse(R"j({"errors": 1, "warnings": 0, "paths": [
+        {"errors": 1, "warnings": 0, "files": ["VIDEO_TS.IFO", "VTS_01_0.IFO", "VTS_02_0.IFO"],
+         "findings": [{"entry": null, "field": "", "file": "VTS_02_1.VOB", "id": "vob.missing",
+                       "problem": "the file is missing", "severity": "error", "table": ""}]}]})j");
+    expected["paths"][0]["path"] = root.string();
+    expected["paths"][0]["findings"][0]["expected"] = why;
+    expected["paths"][0]["findings"][0]["text"] = "VTS_02_1.VOB: the file is missing (" + why + ")";
+    expected["paths"].push_back(
+        {{"path", missing}, {"error", missing + ": no such file or folder"}});
+    EXPECT_EQ(nlohmann::json::parse(r.out), expected);
+    fs::rename(work / "VTS_02_1.VOB", ts / "VTS_02_1.VOB");
+
+    const auto ifo = kt::ReadBytes(ts / "VTS_01_0.IFO");
+    const size_t pgcit = size_t(kt::BE32(ifo, 204)) * 2048,
+                 pgc1 = pgcit + kt::BE32(ifo, pgcit + 12);
+    Patch("VTS_01_0", pgc1 + 156, 7, 2);  // next PGC of title PGC 1
+    Expect({root}, 1,
+           {"VTS_01_0.IFO VTS_PGCIT[1] next PGC: PGC 7 does not exist (0 or 1 to 2)  [error "
+            "pgc.link]\n",
+            "3 files checked: 1 error, 0 warnings"});
+    Patch("VTS_01_0", pgc1 + 156, 0, 2);
+    fs::remove(ts / "VTS_02_0.BUP");
+    Expect({root}, 0, {"VTS_02_0.BUP: the file is missing"});
+    Expect({"--ifo-only", root}, 0, {root.string() + sound});
+    Patch("VIDEO_TS", 62, 0, 2);  // no title sets in VMGI_MAT
+    Expect({ts / "VTS_02_0.IFO"}, 0, {"1 file checked: 0 errors"});
+    Expect({ts / "VIDEO_TS.IFO"}, 1,
+           {"VIDEO_TS.IFO VMGI_MAT VMG_NR_OF_TITLE_SETS: 0 title sets (1 to 99)"});
 }
 
 // Finding IDs, sorted, each with its count when it repeats: "pgc.link*8 vob.missing".
@@ -217,12 +281,10 @@ TEST(ToolCorpus, EveryDiscRebuildsLosslesslyAndChecksItsRealFaults) {
 
 using ToolRebuild = tt::SampleDisc;
 
-// -o names the disc root (as CheckRebuilds does) or its VIDEO_TS folder; missing folders are
-// made (and go on failure).
-// The summary names a changed byte by the field the file's own layout puts there: with the First
-// Play PGC moved from byte 1024 to 512, over the menu sub-picture attributes, it is the PGC's.
-// A placeholder menu VOB of no sectors (the video manager records a menu VOB start, but end
-// addresses that leave it no sectors) keeps the menu VOB start sector.
+// The summary names a byte by the field the file's own layout puts there (the First Play PGC
+// moved from 1024 to 512, over the menu sub-picture attributes); -o names the disc root (as in
+// CheckRebuilds) or its VIDEO_TS folder, missing folders made (and gone on failure); a menu VOB
+// of no sectors (end addresses leave it none) keeps its start sector.
 TEST_F(ToolRebuild, OutputFoldersSummaryAndPlaceholderVobs) {
     auto vmg = kt::ReadBytes(ts / "VIDEO_TS.IFO");
     const uint32_t fp = kt::BE32(vmg, 132), size = kt::BE32(vmg, 128) - fp + 1;
@@ -273,31 +335,20 @@ TEST_F(ToolRebuild, AFolderMovedAsideByAKilledRunComesBack) {
     EXPECT_FALSE(fs::exists(aside.parent_path()));
 }
 
-// Maps as "ini" or "bin" side files assemble the same IFO file as one source. --force guards
-// side files, and removes those of the source it replaces, which asm would read with the new one.
-TEST_F(ToolRebuild, SideFilesAssembleTheSameFileAndForceGuardsThem) {
+// Maps as "ini" or "bin" side files assemble the same IFO file as one source; disasm --force
+// removes the side files of the source it replaces.
+TEST_F(ToolRebuild, SideFilesAssembleTheSameFile) {
     const fs::path ifo = ts / "VTS_01_0.IFO";
     const std::vector<uint8_t> reference = kt::ReadBytes(ifo);
-    for (std::string side : {"ini", "bin"}) {
-        SCOPED_TRACE(side);
-        const std::string src = work / (side + ".ini"),
-                          sideFile =
-                              work / (side + (side == "ini" ? " TmapTable1.ini" : " tmap.bin"));
-        std::vector<std::string> args = {"disasm", ifo, "-o", src, "--side-files", side};
-        kt::WriteText(sideFile, "precious");
-        EXPECT_EQ(Kestro(args).code, 1);
-        EXPECT_EQ(kt::ReadText(sideFile), "precious");
-        args.push_back("-f");
-        ASSERT_TRUE(Kestro(args).code == 0 &&
-                    Kestro({"asm", src, "-o", ifo, "--no-backup", "-f"}).code == 0);
-        EXPECT_TRUE(kt::ReadBytes(ifo) == reference);
+    for (const std::string side : {"ini", "bin"}) {
+        ASSERT_TRUE(Ok({"disasm", ifo, "-o", work / (side + ".ini"), "--side-files", side}) &&
+                    Ok({"asm", work / (side + ".ini"), "-o", ifo, "--no-backup", "-f"}));
+        EXPECT_TRUE(kt::ReadBytes(ifo) == reference) << side;
     }
-    ASSERT_EQ(Kestro({"disasm", ts / "VTS_02_0.IFO", "-o", work / "bin.ini", "--force"}).code, 0);
+    ASSERT_TRUE(fs::exists(work / "bin tmap.bin") && fs::exists(work / "ini TmapTable1.ini"));
+    ASSERT_TRUE(Ok({"disasm", ts / "VTS_02_0.IFO", "-o", work / "bin.ini", "--force"}));
     for (auto& e : fs::directory_iterator(work.path()))
         EXPECT_NE(e.path().filename().string().rfind("bin ", 0), 0u) << e.path() << " was left";
-    kt::WriteText(work / "y vts_vobu_admap.bin", "old");
-    EXPECT_EQ(Kestro({"disasm", ts / "VTS_02_0.IFO", "-o", work / "y.ini"}).code, 1);
-    EXPECT_EQ(kt::ReadText(work / "y vts_vobu_admap.bin"), "old");
 }
 
 }  // namespace
