@@ -11,15 +11,16 @@ namespace {
 namespace fs = std::filesystem;
 using tt::Kestro;
 
-// The smallest title set source: a management table and nothing else.
+// The smallest title set source: the sample's management table and nothing else.
 std::string MinimalVtsSource() {
-    std::string s =
-        "[vtsi_mat]\nvts_id=DVDVIDEO-VTS\nvern=1.1\nvts_cat=00000000\nvtsm_v_atr=4d01\n"
-        "vtsm_ast_ns=0\nvtsm_ast_atr=0000000000000000\nvtsm_spst_ns=0\n"
-        "vtsm_spst_atr=000000000000\nvts_v_atr=4d01\nvts_ast_ns=0\nvts_spst_ns=0\n";
-    for (int k = 1; k <= 8; ++k)
-        s += "vts_mu_ast_atrt0" + std::to_string(k) + "=" + std::string(48, '0') + "\n";
-    return s;
+    const std::string s = kt::ReadText(tt::SampleDir() / "VTS_01_0.ini");
+    return s.substr(0, s.find("\n[") + 1);
+}
+
+// `source` less the statement of `key`.
+std::string Without(std::string source, const std::string& key) {
+    const size_t at = source.find("\n" + key + "=") + 1;
+    return source.erase(at, source.find('\n', at) + 1 - at);
 }
 
 // Every test starts from the minimal source and a disc assembled from it.
@@ -52,12 +53,9 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
                       noSpst = dir / "nospst.ini", pgc = dir / "pgc.ini", big = dir / "big.ini";
     kt::WriteText(junk, std::string(4096, 'x'));
     kt::WriteText(bad, "[something]\nkey=1\n");
-    std::string s = MinimalVtsSource();
-    kt::WriteText(noSpst, s.erase(s.find("vts_spst_ns=0\n"), 14));
-    s = kt::ReadText((tt::SampleDir() / "VTS_02_0.ini").string());  // a PGC lacking a statement
-    const size_t at = s.find("vts_pgc_pb_tm=");
-    kt::WriteText(pgc, s.erase(at, s.find('\n', at) + 1 - at));
-    s = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
+    kt::WriteText(noSpst, Without(MinimalVtsSource(), "vts_spst_ns"));
+    kt::WriteText(pgc, Without(kt::ReadText(tt::SampleDir() / "VTS_02_0.ini"), "vts_pgc_pb_tm"));
+    std::string s = MinimalVtsSource() + "[vts_ptt_srpt]\nvts_ttu_ns=0\n[vts_vobu_admap]\n";
     for (int i = 1; i <= 6000; ++i)
         s += "vobu_sa" + std::to_string(10000 + i).substr(1) + "=" + std::to_string(i * 7) + "\n";
     kt::WriteText(big, s);
@@ -213,12 +211,11 @@ TEST(LineEnds, SqueezeLeavesOutEveryCarriageReturnAndNothingElse) {
         for (size_t size : {0, 1, 15, 16, 17, 31, 32, 33, 47, 100, 1000, 40000}) {
             std::string text, expected;
             for (size_t i = 0; i < size; ++i) text += alphabet[random() % alphabet.size()];
-            for (char c : text)
-                if (c != '\r') expected += c;
-            std::string squeezed = text + std::string(16, 'G');  // nothing written past the text
-            const size_t n = kestro_tool::SqueezeCarriageReturns(&squeezed[0], size);
-            EXPECT_EQ(squeezed.substr(0, n), expected) << alphabet.size() << " " << size;
-            EXPECT_EQ(squeezed.substr(size), std::string(16, 'G'));
+            std::remove_copy(text.begin(), text.end(), std::back_inserter(expected), '\r');
+            text += std::string(16, 'G');  // nothing is written past the text
+            const size_t n = kestro_tool::SqueezeCarriageReturns(&text[0], size);
+            EXPECT_EQ(text.substr(0, n) + text.substr(size), expected + std::string(16, 'G'))
+                << alphabet.size() << " " << size;
         }
 }
 

@@ -64,10 +64,10 @@ const std::regex kRewrittenByLibraryRules(
     // offsets in another): their byte offsets move.
     "|(vts_pgcit|vtsm_lu|vmgm_lu|vtsm_pgci_ut|vmgm_pgci_ut)[\\d_]*/.*_(sa|ea)\\d*"
     "|ptl_mait/.*|vmg_ptt_srpt/ptl_mai_srp.*|txtdt_mg/.*"  // not part of an assembled file
-    "|vmg_ptt_srpt/(vts_ttn|tt_ptl_id_fld)\\d+"  // TTN is always 1; parental IDs low byte first
-    "|vmg_ptt_srpt/vts_sa\\d+"                   // the title sets move with the video manager
-    "|vtsi_mat/vtsm_v_atr"                       // the menu video attribute keeps its low byte only
-    "|vmgi_mat/pvr_id"                           // a provider ID of blanks is read back trimmed
+    // TTN is always 1, parental IDs are read low byte first, title sets move with the manager.
+    "|vmg_ptt_srpt/(vts_ttn|tt_ptl_id_fld|vts_sa)\\d+"
+    "|vtsi_mat/vtsm_v_atr"  // the menu video attribute keeps its low byte only
+    "|vmgi_mat/pvr_id"      // a provider ID of blanks is read back trimmed
     "|vts_atrt/vts_atrt_srp\\d+_vtsm_(ast|spst)_atr\\d+"  // written in hex, read in decimal
     "|(vmgm|vts|vtsm)_c_adt/.*"    // kept with as many entries as the table names VOBs
     "|(vts|vtsm)_vobu_admap/.*");  // maps of 65,536 bytes or more keep their size modulo 65,536

@@ -47,8 +47,8 @@ inline Result Kestro(const std::vector<std::string>& args) {
 // The bundled sample disc, a small disc with VOB files.
 inline fs::path SampleDir() { return fs::path(KESTRO_SOURCE_DIR) / "examples/sample"; }
 
-// Assembles every source of the sample into `videoTs`, next to empty VOB
-// files of the sizes the sample records; the source paths, sorted.
+// Assembles every source of the sample into `videoTs`, next to empty VOB files of the sizes the
+// sample records; the source paths, sorted.
 inline std::vector<fs::path> AssembleSample(const fs::path& videoTs) {
     fs::create_directories(videoTs);
     std::ifstream vobs(SampleDir() / "vobs.txt");
@@ -60,8 +60,7 @@ inline std::vector<fs::path> AssembleSample(const fs::path& videoTs) {
         if (e.path().extension() == ".ini") sources.push_back(e.path());
     std::sort(sources.begin(), sources.end());
     for (const auto& src : sources) {
-        Result r = Kestro(
-            {"asm", src.string(), "-o", (videoTs / (src.stem().string() + ".IFO")).string()});
+        const Result r = Kestro({"asm", src, "-o", videoTs / (src.stem().string() + ".IFO")});
         EXPECT_TRUE(r.code == 0 && r.err.empty()) << src << ": " << r.err;
     }
     return sources;
