@@ -32,15 +32,6 @@ protected:
         fs::create_directories(dir / "disc/VIDEO_TS");
         ASSERT_EQ(Kestro({"asm", src, "-o", ifo}).code, 0);
     }
-    // Assembles the sample's `name` source into the test folder and lets `patch` damage it.
-    std::string Sample(const std::string& name, void (*patch)(std::vector<uint8_t>&)) {
-        const std::string to = dir / (name + ".IFO");
-        EXPECT_EQ(Kestro({"asm", (tt::SampleDir() / (name + ".ini")).string(), "-o", to}).code, 0);
-        std::vector<uint8_t> b = kt::ReadBytes(to);
-        patch(b);
-        kt::WriteBytes(to, b);
-        return to;
-    }
     kt::TempDir dir;
     std::string src = dir / "vts.ini", ifo = dir / "disc/VIDEO_TS/VTS_01_0.IFO";
 };
@@ -61,9 +52,11 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     kt::WriteText(big, s);
     ASSERT_EQ(Kestro({"asm", big, "-o", dir / "VTS_03_0.IFO"}).code, 0);
     // A cell address table whose end address is below 7 announces some 357 million entries.
-    const std::string vmg = Sample("VIDEO_TS", [](std::vector<uint8_t>& b) {
-        kt::PutBE(b, size_t(kt::BE32(b, 0xD8)) * 2048 + 4, 3, 4);
-    });
+    const std::string vmg = dir / "VIDEO_TS.IFO";
+    ASSERT_EQ(Kestro({"asm", tt::SampleDir() / "VIDEO_TS.ini", "-o", vmg}).code, 0);
+    auto b = kt::ReadBytes(vmg);
+    kt::PutBE(b, size_t(kt::BE32(b, 0xD8)) * 2048 + 4, 3, 4);
+    kt::WriteBytes(vmg, b);
     const struct {
         std::vector<std::string> args;
         int code;
@@ -91,7 +84,6 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
         {{"rebuild", "x", "-o", "y", "--library-rules=no"}, 2, {"library-rules"}},
         {{"report", "--", "--bogus"}, 1, {"--bogus: no such file"}},
         {{"disasm", junk, "--output=" + (dir / "j.ini")}, 1, {"not a DVD-Video information file"}},
-        {{"report", junk}, 1, {"not a DVD-Video information file"}},
         {{"asm", bad, "-o", dir / "VTS_01_0x.IFO"}, 1, {"neither a vmgi_mat nor a vtsi_mat"}},
         {{"asm", noSpst, "-o", dir / "VTS_02_0.IFO"},
          1,
@@ -181,11 +173,12 @@ TEST_F(ToolCli, ForceGuardsEveryOutputAndInputsStayUntouched) {
 // A PGC of 65,535 pre commands (zeros past the file) makes megabytes of report, which come
 // out once and whole, as into a buffer large enough.
 TEST_F(ToolCli, OnePgcLargerThanTheFirstBufferIsReportedOnce) {
-    const std::string vts = Sample("VTS_02_0", [](std::vector<uint8_t>& b) {
-        const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048,
-                     pgc = pgcit + kt::BE32(b, pgcit + 12);
-        kt::PutBE(b, pgc + (kt::BE32(b, pgc + 0xE4) >> 16), 0xFFFF, 2);  // pre command count
-    });
+    const std::string vts = dir / "VTS_02_0.IFO";
+    ASSERT_EQ(Kestro({"asm", tt::SampleDir() / "VTS_02_0.ini", "-o", vts}).code, 0);
+    auto b = kt::ReadBytes(vts);
+    const size_t pgcit = size_t(kt::BE32(b, 0xCC)) * 2048, pgc = pgcit + kt::BE32(b, pgcit + 12);
+    kt::PutBE(b, pgc + (kt::BE32(b, pgc + 0xE4) >> 16), 0xFFFF, 2);  // pre command count
+    kt::WriteBytes(vts, b);
     CKestro_VTS_MAT mat;
     CKestro_PGCI codec;
     const unsigned long h = mat.OpenKestroFile(vts.c_str());
