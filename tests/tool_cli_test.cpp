@@ -36,9 +36,8 @@ protected:
     std::string src = dir / "vts.ini", ifo = dir / "disc/VIDEO_TS/VTS_01_0.IFO";
 };
 
-// Exit codes 0, 1 and 2, and messages that name the file and the table. Reports far larger than
-// the first buffer come out whole, or stop at 256 MiB with a message; a table whose report fails
-// leaves the others reported.
+// Exit codes 0, 1 and 2, messages naming file and table; reports far past the first buffer come
+// out whole or stop at 256 MiB with a message, and a failing table leaves the others reported.
 TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
     const std::string junk = dir / "VTS_01_0.IFO", bad = dir / "bad.ini",
                       noSpst = dir / "nospst.ini", pgc = dir / "pgc.ini", big = dir / "big.ini";
