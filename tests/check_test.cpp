@@ -12,26 +12,22 @@ namespace kc = kestro::check;
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 
+// Byte offsets: the table whose start sector is at `field`, the record its word at `ptr` points
+// at, PGC n of a PGC table, title PGC n, the part of one at offset `field` (232 cells, 234 cell
+// positions) and the first command of a PGC.
 uint32_t BE16(const Bytes& b, size_t at) { return kt::BE32(b, at) >> 16; }
-// Byte offset of the table whose start sector the management table holds at `field`.
 size_t Table(const Bytes& b, size_t field) { return size_t(kt::BE32(b, field)) * 2048; }
-// Byte offset of the record that the word at `ptr` of that table points at.
 size_t Rec(const Bytes& b, size_t field, size_t ptr) {
     return Table(b, field) + kt::BE32(b, Table(b, field) + ptr);
 }
-// Byte offset of PGC n (1-based) of the PGC table at `table`.
 size_t Pgc(const Bytes& b, size_t table, int n) { return table + kt::BE32(b, table + 4 + 8 * n); }
 size_t TitlePgc(const Bytes& b, int n) { return Pgc(b, Table(b, 204), n); }
-// The part of title PGC n whose offset the PGC holds at `field` (228 commands, 232 cells, 234
-// cell positions).
 size_t Part(const Bytes& b, int n, size_t field) {
     return TitlePgc(b, n) + BE16(b, TitlePgc(b, n) + field);
 }
-// The first command of a PGC (after the command table's header).
 size_t Commands(const Bytes& b, size_t pgc) { return pgc + BE16(b, pgc + 228) + 8; }
 
-// The sample disc (examples/sample) assembled by the library next to VOB
-// files of the recorded sizes, read into memory once.
+// The sample disc (examples/sample) assembled once next to VOB files of the recorded sizes.
 const kc::DiscImage& Sample() {
     static kc::DiscImage image = [] {
         kt::TempDir dir;
@@ -39,7 +35,7 @@ const kc::DiscImage& Sample() {
         std::ifstream vobs(sample / "vobs.txt");
         kc::DiscImage disc;
         std::string name;
-        for (uint64_t bytes = 0; vobs >> name >> bytes;) {
+        for (uint64_t bytes; vobs >> name >> bytes;) {
             std::ofstream(dir / name).close();
             fs::resize_file(dir / name, bytes);
             disc.vobs.push_back({name, bytes});
@@ -50,9 +46,8 @@ const kc::DiscImage& Sample() {
             auto r = kestro::disc::AssembleIfo((sample / (std::string(stem) + ".ini")).string(),
                                                dir / ifo, dir.path().string(), ifo, {});
             EXPECT_TRUE(r.ok) << stem << ": " << r.error;
-            kc::IfoImage image{ifo, kt::ReadBytes(dir / ifo), true, {}};
-            image.backup = image.bytes;
-            disc.ifos.push_back(image);
+            const Bytes bytes = kt::ReadBytes(dir / ifo);
+            disc.ifos.push_back({ifo, bytes, true, bytes});
         }
         return disc;
     }();
@@ -79,8 +74,8 @@ TEST(Check, SoundSampleHasNoFinding) {
     EXPECT_TRUE(r.findings.empty()) << All(r);
 }
 
-// A fault: the bytes `hex` written at `at` of the finding's file (or `inject` run on the disc),
-// and how the finding it gives begins: "id file table[entry] field".
+// The bytes `hex` written at `at` of the finding's file (or `inject` run on the disc), and how the
+// finding they give begins: "id file table[entry] field".
 struct Fault {
     size_t (*at)(const Bytes&);
     const char* hex;
@@ -228,11 +223,11 @@ TEST(Check, Regression_FaultRepeatedInEveryEntryIsCappedAtTwenty) {
     Bytes& b = File(disc, "VTS_01_0.IFO");
     // A VOBU map of 1000 entries, all the same sector, in two sectors added to the file.
     const size_t map = b.size();
-    b.resize(map + 2 * 2048);
+    b.resize(map + 2 * 2048, 0);
     kt::PutBE(b, 28, uint32_t(b.size() / 2048 - 1), 4);  // VTSI_EA
     kt::PutBE(b, 228, uint32_t(map / 2048), 4);          // VTS_VOBU_ADMAP_SA
-    kt::PutBE(b, map, 4 + 4 * 1000 - 1, 4);
-    for (size_t k = 0; k < 1000; ++k) kt::PutBE(b, map + 4 + 4 * k, 7, 4);
+    kt::PutBE(b, map, 4 + 4 * 1000 - 1, 4);              // end address
+    for (size_t k = 0; k < 1000; ++k) b[map + 4 + 4 * k + 3] = 7;
     const kc::Result r = kc::CheckDisc(disc);
     size_t order = 0, more = 0;
     for (const auto& f : r.findings) {

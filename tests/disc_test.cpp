@@ -1,5 +1,4 @@
-// The disc module: its model read from any bytes, and lossless disassembly and assembly of what
-// the table classes' rules drop, compared through the tests' own reader (ifo_navigation.h).
+// The disc module: its model of any bytes, and a lossless round trip of what the tables drop.
 #include <cstring>
 #include <iomanip>
 #include <map>
@@ -16,11 +15,10 @@ namespace kd = kestro::disc;
 using Bytes = std::vector<uint8_t>;
 using kt::Corpus;
 
-// A working folder with the file kinds the module reads and writes.
+// A working folder: sources and IFO files are written here, next to its VOB files.
 struct Work {
     kt::TempDir dir;
 
-    // The source of `ifo`, disassembled under `name`.
     std::string Disasm(const Bytes& ifo, const std::string& name, bool libraryRules = false,
                        kd::SideFiles sideFiles = kd::SideFiles::None) {
         const std::string in = dir / (name + ".in"), ini = dir / (name + ".ini");
@@ -31,27 +29,23 @@ struct Work {
     }
     // The IFO file `name` assembled from `ini` in the folder `vobs` (default: here).
     Bytes Asm(const std::string& ini, const std::string& name, bool libraryRules = false,
-              const std::string& vobs = "") {
-        kd::AsmOptions options;
-        options.libraryRules = libraryRules;
-        const std::string folder = vobs.empty() ? dir.path().string() : vobs;
-        const std::string out = folder + "/" + name;
-        std::ofstream(out).close();
-        kd::AsmResult r = kd::AssembleIfo(ini, out, folder, name, options);
+              std::string vobs = "") {
+        if (vobs.empty()) vobs = dir.path().string();
+        std::ofstream(vobs + "/" + name).close();
+        kd::AsmResult r = kd::AssembleIfo(ini, vobs + "/" + name, vobs, name,
+                                          kd::AsmOptions{false, false, libraryRules});
         EXPECT_TRUE(r.ok) << r.error;
-        return kt::ReadBytes(out);
+        return kt::ReadBytes(vobs + "/" + name);
     }
     Bytes RoundTrip(const Bytes& ifo, const std::string& name) {
         return Asm(Disasm(ifo, name), name);
     }
-    // The menu VOB file of corpus disc-a beside the files assembled here.
     void MenuVobOfDiscA() {
         fs::copy_file(kt::CorpusDir() / "disc-a/VIDEO_TS.VOB", dir / "VIDEO_TS.VOB");
     }
 };
 
-// Replaces statements of a source ("key=value" lines anywhere), drops whole sections and adds
-// `more` at the end; the store forgets its cached copy.
+// Sets statements of a source, drops sections and adds `more`; the store forgets its copy.
 void EditSource(const std::string& ini, const std::map<std::string, std::string>& values,
                 const std::vector<std::string>& dropSections = {}, const std::string& more = "") {
     std::istringstream in(kt::ReadText(ini));
@@ -91,8 +85,7 @@ TEST(DiscModel, ReadsTheCorpusDiscsAsDescribed) {
     EXPECT_EQ(set2, "12345");
 }
 
-// Cut files and tables announcing the most they can give a partial model, never a read outside
-// the bytes (the sanitizer build checks); cut files name what is missing.
+// Cut files and maximal counts give a partial model and problems, never a read outside the bytes.
 TEST(DiscModel, DamagedFilesGiveAPartialModelAndProblems) {
     KT_REQUIRE_CORPUS("disc-c/VIDEO_TS.IFO");
     for (const char* file : {"disc-c/VIDEO_TS.IFO", "disc-c/VTS_01_0.IFO", "disc-d/VTS_01_0.IFO"}) {
@@ -116,40 +109,59 @@ TEST(DiscModel, DamagedFilesGiveAPartialModelAndProblems) {
     }
 }
 
-// VOBU maps of 16,384 and 65,535 entries are kept whole, through the source and through the
-// map's binary side file (the table classes' rules alone keep the map's size modulo 65,536).
-TEST(DiscLossless, VobuMapsKeepEveryEntry) {
+// 300 cells of one VOB (beyond the library's keys) and VOBU maps of 16,384 and 65,535 entries
+// are kept whole, in the source and in a binary side file; the title VOBs move after them.
+TEST(DiscLossless, LargeCellTablesAndVobuMapsAreKept) {
     KT_REQUIRE_CORPUS("disc-b/VTS_01_0.IFO");
+    Bytes vts = Corpus("disc-b/VTS_01_0.IFO"), cells(4096, 0);
+    const uint32_t cellsAt = kt::BE32(vts, 224), mapAt = kt::BE32(vts, 228);
+    ASSERT_EQ(mapAt, cellsAt + 1);
+    kt::PutBE(cells, 0, 1, 2);                 // one VOB
+    kt::PutBE(cells, 4, 8 + 12 * 300 - 1, 4);  // end address: 300 cells
+    for (uint32_t c = 1; c <= 300; ++c) {
+        const size_t e = 8 + 12 * (c - 1);  // VOB 1, cell ID (wrapping above 255 as bytes do)
+        kt::PutBE(cells, e, 1, 2), cells[e + 2] = uint8_t(c);
+        kt::PutBE(cells, e + 4, 10 * c, 4), kt::PutBE(cells, e + 8, 10 * c + 9, 4);
+    }
+    Bytes grown(vts.begin(), vts.begin() + cellsAt * 2048);
+    grown.insert(grown.end(), cells.begin(), cells.end());
+    grown.insert(grown.end(), vts.begin() + mapAt * 2048, vts.end());
+    kt::PutBE(grown, 228, mapAt + 1, 4);
+    kt::PutBE(grown, 28, kt::BE32(vts, 28) + 1, 4);
+    kt::PutBE(grown, 196, kt::BE32(vts, 196) + 1, 4);
+    Work w;
+    const Bytes rebuilt = w.RoundTrip(grown, "VTS_01_0.IFO");
+    EXPECT_EQ(NavigationDiff(grown, rebuilt), "");
+    EXPECT_EQ(rebuilt.size(), grown.size());
+    EXPECT_TRUE(w.RoundTrip(rebuilt, "VTS_01_0.IFO") == rebuilt) << "not a fixed point";
+
     for (int entries : {16384, 65535}) {
         SCOPED_TRACE(entries);
-        Work w;
-        std::string ini = w.Disasm(Corpus("disc-b/VTS_01_0.IFO"), "VTS_01_0.IFO");
+        std::string ini = w.Disasm(grown, "VTS_01_0.IFO");
         std::ostringstream map;
         map << "[vts_vobu_admap]\n";
         for (int k = 1; k <= entries; ++k)
             map << "vobu_sa" << std::setw(4) << std::setfill('0') << k << "=" << 3 * k << "\n";
         EditSource(ini, {}, {"vts_vobu_admap"}, map.str());
         const Bytes big = w.Asm(ini, "VTS_01_0.IFO");
-        const std::string sources[] = {
-            w.Disasm(big, "VTS_01_0.IFO"),
-            w.Disasm(big, "bin", false, kd::SideFiles::Binary),
-        };
+        const std::string bin = w.Disasm(big, "bin", false, kd::SideFiles::Binary);
         kd::TitleSet t;
-        for (const Bytes& b :
-             {big, w.Asm(sources[0], "VTS_01_0.IFO"), w.Asm(sources[1], "VTS_01_0.IFO")}) {
+        for (const Bytes& b : {big, w.RoundTrip(big, "VTS_01_0.IFO"), w.Asm(bin, "VTS_01_0.IFO")}) {
             ASSERT_TRUE(kd::ReadTitleSet(b, t));
             ASSERT_EQ(t.titleVobus.sectors.size(), size_t(entries));
             EXPECT_EQ(t.titleVobus.sectors.back(), uint32_t(3 * entries));
+            EXPECT_EQ(t.titleCells.cells.size(), 300u);
+            EXPECT_EQ(kt::BE32(b, 196), kt::BE32(b, 28) + 1) << "title VOBs start after the IFO";
         }
+        // The table classes' rules alone keep the map's size modulo 65,536 bytes.
         ASSERT_TRUE(
             kd::ReadTitleSet(w.Asm(w.Disasm(big, "lib.IFO", true), "VTS_01_0.IFO", true), t));
         EXPECT_EQ(t.titleVobus.sectors.size(), size_t(entries % 16384));
     }
 }
 
-// Parental management and text data (added to disc-a's video manager: no corpus disc has them)
-// and a First Play PGC at byte 512 (as on one real disc; it moves to 1024) are kept, and an
-// edited parental level takes effect.
+// Parental management, text data (on no corpus disc) and a First Play PGC at byte 512 (as on one
+// real disc; it moves to 1024) are kept, and an edited parental level takes effect.
 TEST(DiscLossless, ParentalManagementTextDataAndFirstPlayAtAnotherByteAreKept) {
     KT_REQUIRE_CORPUS("disc-a/VIDEO_TS.IFO");
     Bytes vmg = Corpus("disc-a/VIDEO_TS.IFO");
@@ -159,12 +171,11 @@ TEST(DiscLossless, ParentalManagementTextDataAndFirstPlayAtAnotherByteAreKept) {
     std::fill(vmg.begin() + 1024, vmg.begin() + 2048, 0);
     kt::PutBE(vmg, 132, 512, 4);
     kt::PutBE(vmg, 128, end - 512, 4);
-    // Two countries ("us", masks at byte 24; "de", at 56) for one title set: a VMG and a VTS mask
-    // word for each of eight levels; end address 87.
+    // Two countries ("us", masks at 24; "de", at 56), one title set, end address 87; text data.
     Bytes ptl(2048, 0), txt(2048, 0);
     std::memcpy(ptl.data(), "\0\2\0\1\0\0\0\127us\0\0\0\30\0\0de\0\0\0\70", 22);
     for (size_t k = 0; k < 32; ++k) kt::PutBE(ptl, 24 + 2 * k, uint32_t(0x8000 >> (k % 16)), 2);
-    std::memcpy(txt.data(), "DVDTEXT-TEST\0\0\0\1\0\0\0\77", 20);  // one unit, end address 63
+    std::memcpy(txt.data(), "DVDTEXT-TEST\0\0\0\1\0\0\0\77", 20);  // 1 unit, end address 63
     for (size_t k = 20; k < 64; ++k) txt[k] = uint8_t('a' + k % 26);
     vmg.insert(vmg.end(), ptl.begin(), ptl.end());
     vmg.insert(vmg.end(), txt.begin(), txt.end());
@@ -191,8 +202,7 @@ TEST(DiscLossless, ParentalManagementTextDataAndFirstPlayAtAnotherByteAreKept) {
     EXPECT_EQ(v.text.bytes, Bytes(txt.begin(), txt.begin() + 64));
 }
 
-// Edits take effect in the library's sections and the module's; a source without the module's
-// sections (older, or hand-written) assembles by the library's rules.
+// Edits take effect in either's sections; a source without the module's keeps the library's rules.
 TEST(DiscLossless, EditedStatementsTakeEffectAndOldSourcesKeepTheLibraryRules) {
     KT_REQUIRE_CORPUS("disc-e/VIDEO_TS.IFO");
     Work w;
@@ -214,35 +224,6 @@ TEST(DiscLossless, EditedStatementsTakeEffectAndOldSourcesKeepTheLibraryRules) {
     EXPECT_TRUE(w.Asm(ini, "VIDEO_TS.IFO") == library);
     ASSERT_TRUE(kd::ReadVideoManager(library, v));
     EXPECT_EQ(v.titles[2].titleInSet, 1);  // the library's rule: title 1 of its set
-}
-
-// A cell address table beyond the library's keys (300 cells of one VOB) is kept whole, and the
-// tables after it move with the VOB start sectors.
-TEST(DiscLossless, CellTablesBeyondTheLibraryKeysAreKept) {
-    KT_REQUIRE_CORPUS("disc-b/VTS_01_0.IFO");
-    Bytes vts = Corpus("disc-b/VTS_01_0.IFO");
-    const uint32_t cellsAt = kt::BE32(vts, 224), mapAt = kt::BE32(vts, 228);
-    ASSERT_EQ(mapAt, cellsAt + 1);
-    Bytes cells(4096, 0);
-    kt::PutBE(cells, 0, 1, 2);                 // one VOB
-    kt::PutBE(cells, 4, 8 + 12 * 300 - 1, 4);  // end address: 300 cells
-    for (uint32_t c = 1; c <= 300; ++c) {
-        const size_t e = 8 + 12 * (c - 1);  // VOB 1, cell ID (wrapping above 255 as bytes do)
-        kt::PutBE(cells, e, 1, 2), cells[e + 2] = uint8_t(c);
-        kt::PutBE(cells, e + 4, 10 * c, 4), kt::PutBE(cells, e + 8, 10 * c + 9, 4);
-    }
-    Bytes grown(vts.begin(), vts.begin() + cellsAt * 2048);
-    grown.insert(grown.end(), cells.begin(), cells.end());
-    grown.insert(grown.end(), vts.begin() + mapAt * 2048, vts.end());
-    kt::PutBE(grown, 228, mapAt + 1, 4);
-    kt::PutBE(grown, 28, kt::BE32(vts, 28) + 1, 4);
-    kt::PutBE(grown, 196, kt::BE32(vts, 196) + 1, 4);
-    Work w;
-    const Bytes rebuilt = w.RoundTrip(grown, "VTS_01_0.IFO");
-    EXPECT_EQ(NavigationDiff(grown, rebuilt), "");
-    EXPECT_EQ(rebuilt.size(), grown.size());
-    EXPECT_EQ(kt::BE32(rebuilt, 196), kt::BE32(rebuilt, 28) + 1) << "title VOBs start after IFO";
-    EXPECT_TRUE(w.RoundTrip(rebuilt, "VTS_01_0.IFO") == rebuilt) << "not a fixed point";
 }
 
 // Counts no file can hold in the module's sections are refused or cut, never allocated.
@@ -271,7 +252,7 @@ TEST(DiscLossless, TitleStartSectorsFollowTheTitleSets) {
     const Bytes original = Corpus("disc-c/VIDEO_TS.IFO");
     kd::VideoManager before, after;
     ASSERT_TRUE(kd::ReadVideoManager(original, before));
-    // The menu VOB file the video manager records (the corpus has none), here and in `sets`.
+    // The menu VOB file that the video manager records, here and in `sets`.
     const std::string sets = w.dir / "sets";
     fs::create_directories(sets);
     for (const std::string& dir : {w.dir.path().string(), sets}) {

@@ -1,9 +1,6 @@
-// What a player takes from an IFO file (VIDEO_TS.IFO, VTS_nn_0.IFO), one "name=value" line per
-// navigation field: the tests' own reading, apart from the library, for comparing two discs.
-// Layout (table and PGC-part start sectors and offsets, end addresses, file sizes) is left out,
-// so the same navigation laid out otherwise reads the same; sectors into the VOB files are kept.
-// Reads past the bytes give zero and are counted, counts are clamped to what their bytes hold,
-// and a table read past its bytes gives a "<table>.damaged=<misses>" line.
+// The tests' own reading of an IFO file's navigation, apart from the library, to compare discs.
+// Layout (where tables and PGC parts lie, end addresses, file sizes) is left out; reads past the
+// bytes give zero, counts are clamped to their bytes, and a table read past them is "damaged".
 #pragma once
 
 #include <algorithm>
@@ -19,7 +16,7 @@ namespace ifo_nav {
 
 template <class... A>
 std::string Format(const char* format, A... args) {
-    char s[32];
+    char s[64];
     std::snprintf(s, sizeof s, format, args...);
     return s;
 }
@@ -40,15 +37,13 @@ struct View {
     uint8_t U8(size_t at) const { return Has(at, 1) ? data[at] : Miss(); }
     uint32_t BE16(size_t at) const { return Has(at, 2) ? U8(at) << 8 | U8(at + 1) : Miss(); }
     uint32_t BE32(size_t at) const { return Has(at, 4) ? BE16(at) << 16 | BE16(at + 2) : Miss(); }
-    // n bytes in lower-case hex; the first missing byte is a miss and ends the text.
     std::string Hex(size_t at, size_t n) const {
         std::string s;
         for (size_t i = 0; i < n && (Has(at + i, 1) || Miss()); ++i) s += HexN(data[at + i], 2);
         return s;
     }
-    // Everything from `at` on; a start past the end gives an empty view and a miss.
     View From(size_t at) const { return at > size ? Sub(at, 0) : Sub(at, size - at); }
-    // At most n bytes from `at` on: fewer, and a miss, when the view ends first.
+    // At most n bytes from `at` on (a miss when the view ends first).
     View Sub(size_t at, size_t n) const {
         if (at > size || n > size - at) Miss();
         return at > size ? View{data, 0, misses} : View{data + at, std::min(n, size - at), misses};
@@ -75,26 +70,6 @@ inline std::string TrimmedHex(const View& v, size_t at, size_t n) {
     return s;
 }
 
-// Record layouts, as "name offset width form" rows; forms: d a decimal number, h a hexadecimal
-// number, x bytes in hex, t bytes in hex without trailing zero bytes.
-constexpr const char* kPgcGeneral =
-    "reserved 0 2 x, programs 2 1 d, cells 3 1 d, playback_time 4 4 x, prohibited_ops 8 4 x";
-constexpr const char* kPgcLinks =
-    "next_pgc 156 2 d, prev_pgc 158 2 d, goup_pgc 160 2 d, playback_mode 162 1 h, "
-    "still_time 163 1 d";
-constexpr const char* kCommandCounts =
-    "pre_commands 0 2 d, post_commands 2 2 d, cell_commands 4 2 d";
-constexpr const char* kCellPlayback =
-    "category 0 4 x, playback_time 4 4 x, first_vobu_start 8 4 d, first_ilvu_end 12 4 d, "
-    "last_vobu_start 16 4 d, last_vobu_end 20 4 d";
-constexpr const char* kCellPosition = "vob_id 0 2 d, reserved 2 1 h, cell_id 3 1 d";
-constexpr const char* kVmgi =
-    "category 34 4 h, volumes 38 2 d, this_volume 40 2 d, disc_side 42 1 d, "
-    "volume_set_rest 43 3 x, title_sets 62 2 d, provider 64 32 t, pos_code 96 8 x";
-constexpr const char* kTitle =
-    "playback_type 0 1 h, angles 1 1 d, parts 2 2 d, parental_id 4 2 h, title_set 6 1 d, "
-    "title_in_set 7 1 d";
-
 class Walker {
 public:
     explicit Walker(const std::vector<uint8_t>& ifo) : file_{ifo.data(), ifo.size(), &misses_} {}
@@ -102,7 +77,8 @@ public:
     std::vector<std::string> lines;
 
     void Add(const std::string& name, const std::string& v) { lines.push_back(name + "=" + v); }
-    // One line per row of `layout` for the record at `at` of `v`, each named `p` + "." + name.
+    // A line `p`.name for each "name offset width form" row of `layout`, for the record at `at`
+    // of `v`: a d(ecimal) or h(ex) number, or x bytes in hex, or t bytes without trailing zeros.
     void Fields(const std::string& p, const View& v, size_t at, const char* layout) {
         std::istringstream rows(layout);
         std::string name;
@@ -133,33 +109,41 @@ public:
         if (misses_ != before) Add(name + ".damaged", Num(uint32_t(misses_ - before)));
     }
 
-    // A program chain, `v` running from it to the end of its table: general information,
-    // commands, program map, cell playback and cell positions (found through their offsets).
+    // A program chain, `v` running from it to the end of its table.
     void Pgc(const std::string& p, const View& v) {
         const uint32_t programs = v.U8(2), cells = v.U8(3);
-        Fields(p, v, 0, kPgcGeneral);
+        Fields(p, v, 0,
+               "reserved 0 2 x, programs 2 1 d, cells 3 1 d, playback_time 4 4 x, prohibited_ops 8 "
+               "4 x");
         Slots(p + ".audio_control", v, 12, 8, 2);
         Slots(p + ".subpicture_control", v, 28, 32, 4);
-        Fields(p, v, 0, kPgcLinks);
+        Fields(p, v, 0,
+               "next_pgc 156 2 d, prev_pgc 158 2 d, goup_pgc 160 2 d, playback_mode 162 1 h, "
+               "still_time 163 1 d");
         Slots(p + ".palette", v, 164, 16, 4);
         if (uint32_t at = v.BE16(228)) {
             const View c = v.From(at);
             const size_t pre = c.BE16(0), post = c.BE16(2);
-            Fields(p, c, 0, kCommandCounts);
+            Fields(p, c, 0, "pre_commands 0 2 d, post_commands 2 2 d, cell_commands 4 2 d");
             for (size_t i = 0, n = c.Held(8, 8, pre + post + c.BE16(4)); i < n; ++i) {
                 const char* kind = i < pre ? ".pre" : i < pre + post ? ".post" : ".cell_cmd";
                 const size_t k = i < pre ? i : i < pre + post ? i - pre : i - pre - post;
                 Add(Idx(p + kind, k + 1), c.Hex(8 + 8 * i, 8));
             }
         }
-        // A list that is announced but has no offset is noted.
+        // Program map, cell playback and cell positions; announced without an offset: "absent".
         const struct {
             size_t offsetAt, width;
             uint32_t count;
             const char *item, *layout, *absent;
-        } parts[] = {{230, 1, programs, ".program_entry_cell", nullptr, ".program_map"},
-                     {232, 24, cells, ".cell", kCellPlayback, ".cell_playback"},
-                     {234, 4, cells, ".cell", kCellPosition, ".cell_position"}};
+        } parts[] = {
+            {230, 1, programs, ".program_entry_cell", nullptr, ".program_map"},
+            {232, 24, cells, ".cell",
+             "category 0 4 x, playback_time 4 4 x, first_vobu_start 8 4 d, first_ilvu_end 12 4 d, "
+             "last_vobu_start 16 4 d, last_vobu_end 20 4 d",
+             ".cell_playback"},
+            {234, 4, cells, ".cell", "vob_id 0 2 d, reserved 2 1 h, cell_id 3 1 d",
+             ".cell_position"}};
         for (const auto& l : parts) {
             if (const uint32_t at = v.BE16(l.offsetAt)) {
                 const View m = v.From(at);
@@ -174,8 +158,7 @@ public:
         }
     }
 
-    // A list of PGCs (VTS_PGCIT, a menu language unit): a count, then a category and an offset
-    // per PGC.
+    // VTS_PGCIT or a menu language unit: a count, then a category and an offset per PGC.
     void Pgcs(const std::string& count, const std::string& name, const View& t) {
         Add(count, Num(t.BE16(0)));
         for (size_t i = 0, n = t.Held(8, 8, t.BE16(0)); i < n; ++i) {
@@ -202,9 +185,8 @@ public:
         const size_t n = t.Held(8, 12, end >= 7 ? (end - 7) / 12 : 0);
         Add(name + ".entries", Num(uint32_t(n)));
         for (size_t e = 8; e < 8 + 12 * n; e += 12)
-            Add(Idx(name, (e - 8) / 12 + 1), Num(t.BE16(e)) + " " + Num(t.U8(e + 2)) + " " +
-                                                 HexN(t.U8(e + 3), 2) + " " + Num(t.BE32(e + 4)) +
-                                                 " " + Num(t.BE32(e + 8)));
+            Add(Idx(name, (e - 8) / 12 + 1), Format("%u %u %02x %u %u", t.BE16(e), t.U8(e + 2),
+                                                    t.U8(e + 3), t.BE32(e + 4), t.BE32(e + 8)));
     }
 
     // VMGM_VOBU_ADMAP, VTSM_VOBU_ADMAP, VTS_VOBU_ADMAP: every VOBU's start sector.
@@ -215,30 +197,26 @@ public:
         for (size_t i = 0; i < n; ++i) Add(Idx(name, i + 1, 5), Num(t.BE32(4 + 4 * i)));
     }
 
-    // The tables whose start sectors the management table holds at 196, 200, ..., as `names`
-    // ("" for a field that is no table's); each a view up to the last byte of its end address.
+    // The tables whose start sectors lie at 196, 200, ... ("" for none), each to its end address.
     void Tables(const std::vector<const char*>& names) {
         for (size_t k = 0; k < names.size(); ++k) {
             const std::string name = names[k];
             const uint32_t sector = name.empty() ? 0 : file_.BE32(196 + 4 * k);
             if (sector == 0) continue;
-            const size_t endAt = IsVobuMap(name) ? 0 : name == "txtdt_mg" ? 16 : 4;
+            const size_t endAt = name.find("vobu") != std::string::npos ? 0
+                                 : name == "txtdt_mg"                   ? 16
+                                                                        : 4;
             View t = file_.From(size_t(sector) * 2048);
             if (t.size >= endAt + 4) t = t.Sub(0, size_t(t.BE32(endAt)) + 1);
             Add(name, "present");
             Counted(name, [&] { Table(name, t); });
         }
     }
-    static bool IsVobuMap(const std::string& name) {
-        return name.find("vobu_admap") != std::string::npos;
-    }
 
-    // Identity and stream attributes of a management table; the video manager (`menuOnly`)
-    // has no title streams.
+    // Stream attributes; the video manager (`menuOnly`) has no title streams.
     void Attributes(const std::string& m, bool menuOnly) {
         const View& f = file_;
         Add(m + ".version", HexN(f.BE16(32), 4));
-        // A stream list: its count word, then at most `most` slots of `width` bytes.
         auto streams = [&](const std::string& name, size_t at, uint32_t most, size_t width) {
             Add(m + "." + name + "_streams", HexN(f.BE16(at), 4));
             Slots(m + "." + name, f, at + 2, std::min<uint32_t>(f.U8(at + 1), most), width);
@@ -253,8 +231,7 @@ public:
         Slots(m + ".multichannel", f, 792, 8, 24);
     }
 
-    // Nonzero bytes of the management table outside its fields (reserved areas that some
-    // authoring tools fill), as "offset:hex"; `fields` holds [from, to) pairs.
+    // Nonzero bytes outside the [from, to) `fields` (some authoring tools fill reserved areas).
     void Reserved(const std::string& m, size_t size, const std::vector<size_t>& fields) {
         std::string s;
         for (size_t at = 0; at < size && file_.Has(at, 1); ++at) {
@@ -274,20 +251,19 @@ public:
         Add("kind", vmg ? "video manager" : "title set");
         Add(m + ".id", std::string(f.data, f.data + 12));
         Attributes(m, vmg);
-        Fields(m, f, 0, vmg ? kVmgi : "category 34 4 h");
+        Fields(m, f, 0,
+               vmg ? "category 34 4 h, volumes 38 2 d, this_volume 40 2 d, disc_side 42 1 d, "
+                     "volume_set_rest 43 3 x, title_sets 62 2 d, provider 64 32 t, pos_code 96 8 x"
+                   : "category 34 4 h");
         Add(m + ".menu_vobs", f.BE32(192) ? "present" : "absent");
         if (!vmg) {
-            // The title streams: video at 512, audio from 514, sub-pictures from 596,
-            // multichannel attributes from 792.
             Reserved("vtsi", 2048,
                      {0, 16, 28, 38, 128, 132, 192, 232, 256, 268, 340, 348, 512, 580, 596, 790,
                       792, 984});
             return Tables({"", "vts_ptt_srpt", "vts_pgcit", "vtsm_pgci_ut", "vts_tmapt",
                            "vtsm_c_adt", "vtsm_vobu_admap", "vts_c_adt", "vts_vobu_admap"});
         }
-        // A First Play PGC inside the first 1024 bytes (one real disc has it at byte 512) is a
-        // field there, not reserved bytes; it runs to the end of the management table (or of
-        // the file when that end lies before it).
+        // The First Play PGC (at byte 512 on one real disc) runs to the table's or file's end.
         const size_t fpFrom = f.BE32(132), fpTo = size_t(f.BE32(128)) + 1;
         Reserved("vmgi", 1024,
                  {0, 16, 28, 46, 62, 104, 128, 136, 192, 224, 256, 268, 340, 348, fpFrom,
@@ -304,17 +280,18 @@ public:
                 "vmgm_vobu_admap"});
     }
 
-    // The lines of one table, by its name.
     void Table(const std::string& name, const View& t) {
         if (name.find("_c_adt") != std::string::npos) return CellAddresses(name, t);
-        if (IsVobuMap(name)) return VobuMap(name, t);
+        if (name.find("vobu") != std::string::npos) return VobuMap(name, t);
         if (name == "vmgm_pgci_ut" || name == "vtsm_pgci_ut")
             return MenuUnits(name.substr(0, 4), t);
         if (name == "vts_pgcit") return Pgcs("vts_pgcit.pgcs", "vts_pgc", t);
         if (name == "tt_srpt") {
             Add("tt_srpt.titles", Num(t.BE16(0)));
             for (size_t i = 0, n = t.Held(8, 12, t.BE16(0)); i < n; ++i)
-                Fields(Idx("title", i + 1), t, 8 + 12 * i, kTitle);
+                Fields(Idx("title", i + 1), t, 8 + 12 * i,
+                       "playback_type 0 1 h, angles 1 1 d, parts 2 2 d, parental_id 4 2 h, "
+                       "title_set 6 1 d, title_in_set 7 1 d");
         } else if (name == "ptl_mait") {
             const uint32_t sets = t.BE16(2);
             Fields("ptl_mait", t, 0, "countries 0 2 d, title_sets 2 2 d");
@@ -323,8 +300,7 @@ public:
                 const size_t e = 8 + 8 * i;
                 Add(c + ".code", Code(t, e));
                 Add(c + ".reserved", t.Hex(e + 2, 2) + t.Hex(e + 6, 2));
-                // Eight parental levels, each a mask word per PGC of the video manager and of
-                // every title set.
+                // Eight levels of a mask word for the video manager and each title set.
                 const View mai = t.Sub(t.BE16(e + 4), 16 * (size_t(sets) + 1));
                 for (size_t level = 0; level < 8; ++level) {
                     std::string masks;
@@ -344,8 +320,7 @@ public:
             }
         } else if (name == "txtdt_mg") {
             Fields("txtdt_mg", t, 0, "identifier 0 12 x, reserved 12 2 x, units 14 2 d");
-            // The language units' search pointers, item tables and texts as bytes, 32 a line:
-            // their offsets count from the table's start, wherever the table lies.
+            // Language units as bytes, 32 a line: their offsets count from the table's start.
             for (size_t at = 20, k = 1; at < t.size; at += 32, ++k)
                 Add(Idx("txtdt_mg.bytes", k), t.Hex(at, std::min<size_t>(32, t.size - at)));
         } else if (name == "vts_ptt_srpt") {
@@ -359,7 +334,7 @@ public:
                 Add(p + ".parts", Num(uint32_t(ptts.size / 4)));
                 for (size_t j = 0; j < ptts.size / 4; ++j)
                     Add(Idx(p + ".ptt", j + 1),
-                        Num(ptts.BE16(4 * j)) + " " + Num(ptts.BE16(4 * j + 2)));
+                        Format("%u %u", ptts.BE16(4 * j), ptts.BE16(4 * j + 2)));
             }
         } else if (name == "vts_tmapt") {
             Add("vts_tmapt.maps", Num(t.BE16(0)));
@@ -387,17 +362,14 @@ private:
 
 }  // namespace ifo_nav
 
-// Every navigation field of an IFO file's bytes (VIDEO_TS.IFO or VTS_nn_0.IFO), one "name=value"
-// line each, tables in the order the management table lists them; any bytes give lines without
-// reading outside them.
+// Every navigation field of an IFO file's bytes as a "name=value" line, in the file's order.
 inline std::vector<std::string> NavigationOf(const std::vector<uint8_t>& ifo) {
     ifo_nav::Walker w(ifo);
     w.Run();
     return std::move(w.lines);
 }
 
-// Where two readings part, "-" first and "+" second line, at most a screenful; empty when both
-// are the same.
+// Where two readings part ("-" first, "+" second line), at most 24 pairs; empty when the same.
 inline std::string NavigationDiff(const std::vector<std::string>& a,
                                   const std::vector<std::string>& b) {
     std::string out;
