@@ -187,10 +187,7 @@ TEST(DiscLossless, ParentalManagementTextDataAndFirstPlayAtAnotherByteAreKept) {
     w.MenuVobOfDiscA();
     const std::string ini = w.Disasm(vmg, "VIDEO_TS.IFO");
     const Bytes rebuilt = w.Asm(ini, "VIDEO_TS.IFO");
-    const std::vector<std::string> nav = NavigationOf(rebuilt);
     EXPECT_EQ(NavigationDiff(vmg, rebuilt), "");
-    for (const char* table : {"ptl_mait=present", "txtdt_mg=present"})
-        EXPECT_NE(std::find(nav.begin(), nav.end(), table), nav.end()) << table;
     EXPECT_EQ(kt::BE32(rebuilt, 132), 1024u);
     EXPECT_TRUE(w.RoundTrip(rebuilt, "VIDEO_TS.IFO") == rebuilt) << "not a fixed point";
 

@@ -231,13 +231,12 @@ public:
         Slots(m + ".multichannel", f, 792, 8, 24);
     }
 
-    // Nonzero bytes outside the [from, to) `fields` (some authoring tools fill reserved areas).
-    void Reserved(const std::string& m, size_t size, const std::vector<size_t>& fields) {
+    // Nonzero bytes outside the [from, to) pairs `f` (some authoring tools fill reserved areas).
+    void Reserved(const std::string& m, size_t size, const std::vector<size_t>& f) {
         std::string s;
         for (size_t at = 0; at < size && file_.Has(at, 1); ++at) {
             bool defined = false;
-            for (size_t k = 0; k + 1 < fields.size(); k += 2)
-                defined = defined || (at >= fields[k] && at < fields[k + 1]);
+            for (size_t k = 0; k + 1 < f.size(); k += 2) defined |= at >= f[k] && at < f[k + 1];
             if (defined || file_.U8(at) == 0) continue;
             s += (s.empty() ? "" : " ") + Num(uint32_t(at)) + ":" + HexN(file_.U8(at), 2);
         }

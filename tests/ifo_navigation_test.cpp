@@ -1,5 +1,4 @@
-// The navigation reader that the real-disc tests compare discs with: it must see a change in
-// every kind of table, and read any bytes within them.
+// The reader that tests compare discs with sees a change in every kind of table, within the bytes.
 #include "ifo_navigation.h"
 
 #include <gtest/gtest.h>
@@ -28,16 +27,15 @@ Bytes WithParentalAndText() {
 
 // A change to one navigation byte shows as a change in exactly its line, in every kind of table.
 TEST(IfoNavigation, AChangedFieldChangesItsLine) {
+    // The byte at `at` of the record that the word at `pointer` (if not 0) of the table whose
+    // start sector is at `field` (if not 0) points at; "+" is WithParentalAndText.
     const struct {
-        const char *file, *line;  // the line that must change ("+": WithParentalAndText)
-        size_t field;    // where the start sector of the table holding the byte is (0: none)
-        size_t pointer;  // if not 0: the byte is in the record the table's word here points at
-        size_t at;
+        const char *file, *line;
+        size_t field, pointer, at;
     } cases[] = {
         {"disc-c/VIDEO_TS.IFO", "vmgi.title_sets", 0, 0, 63},
         {"disc-e/VIDEO_TS.IFO", "first_play.palette[002]", 0, 132, 164 + 4 + 1},
         {"disc-e/VIDEO_TS.IFO", "title[002].title_in_set", 196, 0, 8 + 12 + 7},
-        {"disc-e/VIDEO_TS.IFO", "title[001].parental_id", 196, 0, 8 + 4},
         {"disc-c/VIDEO_TS.IFO", "vmgm.lu[001].menu_existence", 200, 0, 8 + 3},
         {"+", "ptl_mait.country[001].level_row[008]", 204, 0, 16 + 2 * (7 * 3 + 1) + 1},
         {"disc-c/VIDEO_TS.IFO", "vts_atrt.vts[001].attributes", 208, 8, 12},
