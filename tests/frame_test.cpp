@@ -127,6 +127,8 @@ TEST(ReportStreamTest, NewestStreamStillLivingIsUsedWhateverOrderTheyEnd) {
     EXPECT_EQ(ReportStream::Current(), inner.get());
     inner.reset();
     EXPECT_EQ(ReportStream::Current(), nullptr);
+    ReportStream none(nullptr, nullptr);  // no sink: not installed
+    EXPECT_EQ(ReportStream::Current(), nullptr);
 }
 
 std::string Get(const std::string& file, const std::string& sec, const std::string& key,

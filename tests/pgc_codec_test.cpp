@@ -59,12 +59,17 @@ TEST(PgcSource, PgcsComeBackByteForByte) {
     int n = 0;
     for (const auto& s : shapes)
         EXPECT_EQ(Assemble(Source(dir / std::to_string(n++), kt::BuildPgc(s))), kt::BuildPgc(s));
+    size_t total = 0, asInFile = 0;
     for (const auto& [name, file, offset] : kt::CorpusPgcs()) {
         auto back = Assemble(Source(dir / std::to_string(n++), file, offset));
         const auto want = InAssemblerOrder(file, offset);
         EXPECT_TRUE(back == want) << name << " PGC at byte " << offset << ": "
                                   << tt::Mismatch(back, want);
+        ++total;
+        asInFile += std::equal(back.begin(), back.end(), file.begin() + long(offset),
+                               file.begin() + long(std::min(file.size(), offset + back.size())));
     }
+    EXPECT_GT(2 * asInFile, total) << "most real PGCs come back as the file's own bytes";
     const std::string first = dir / "0";  // sectors above 2^31 are written signed
     EXPECT_EQ(tt::Value(first, "sec", "p_c_pbit_cell001_fvobu_sa"), "-1465011529");
     // One byte short of each part's end (cell positions, playback, map, commands, general).

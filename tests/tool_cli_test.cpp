@@ -112,6 +112,10 @@ TEST_F(ToolCli, ExitCodesAndMessagesNamingFileAndTable) {
             EXPECT_NE((r.out + r.err).find(text), std::string::npos) << text;
         EXPECT_TRUE(r.out.find('\r') == std::string::npos && r.out.size() < (size_t(300) << 20));
     }
+    // A failing table's message goes to stderr, apart from the report text.
+    EXPECT_NE(Kestro({"report", dir / "VTS_03_0.IFO"})
+                  .err.find("VTS_03_0.IFO: VTS_PTT_SRPT:   ERROR: vts_ttu_ns = 0"),
+              std::string::npos);
     // A failed assembly leaves nothing behind, not even a staged file.
     for (auto& e : fs::directory_iterator(dir.path()))
         EXPECT_EQ(e.path().filename().string().find("VTS_02_0"), std::string::npos) << e.path();

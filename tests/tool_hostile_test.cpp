@@ -132,6 +132,7 @@ TEST_P(HostileIfo, DamagedFilesAreReadWithinThem) {
         std::vector<size_t> cuts = {0, 1, 11, 12, 13, 128, 255, 512, 1023, 1024, 1025, 2047};
         for (size_t sector = 2048; sector < size; sector += 2048)
             for (size_t d : {0, 1, 8, 100}) cuts.push_back(std::min(sector + d, size - 1));
+        cuts.push_back(size - 1);  // only the last byte missing
         for (size_t cut : cuts) {
             const Bytes b(bytes.begin(), bytes.begin() + long(cut));
             Drive(b, 1 << 18, 0);

@@ -141,6 +141,18 @@ TEST(VmgMat, ReportSourceAndFirstPlayPgc) {
     EXPECT_EQ(tt::Value(fp.ini, "fp_pgci", "pgc_pre1"), "3000000000000000");
 }
 
+// A table with nothing to write (parental management is only read) takes no sector: start 0.
+TEST(VmgMatAsm, ATableWithNothingToWriteGetsStartSectorZero) {
+    kt::TempDir dir;
+    const std::string ini = dir / "v.ini", out = dir / "VIDEO_TS.IFO";
+    kt::WriteText(ini,
+                  std::string(kMatSource) + kTwoTitles + "[ptl_mait]\ncty_ns=0\n" + AtrtSource(1));
+    ASSERT_TRUE(AssembleVmg(ini, out));
+    const auto f = kt::ReadBytes(out);  // TT_SRPT, PTL_MAIT, VTS_ATRT start sectors
+    EXPECT_EQ((std::vector<uint32_t>{kt::BE32(f, 196), kt::BE32(f, 204), kt::BE32(f, 208)}),
+              (std::vector<uint32_t>{1, 0, 2}));
+}
+
 // The First Play PGC (up to 1268 bytes) and menu VOB file (any case) decide the end addresses;
 // the version is "M.m..." read as one character and a low nibble; the provider ID keeps 32.
 TEST(VmgMatAsm, FirstPlayPgcAndMenuVobsDecideTheEndAddresses) {
