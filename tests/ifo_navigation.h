@@ -4,12 +4,10 @@
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace ifo_nav {
@@ -58,21 +56,19 @@ struct View {
 
 struct Walker {
     size_t misses_ = 0;
-    View file_;
+    View f;  // the whole file
     std::vector<std::string> lines;
 
-    explicit Walker(const std::vector<uint8_t>& ifo) : file_{ifo.data(), ifo.size(), &misses_} {
-        const std::string id(file_.data, file_.data + (file_.Has(0, 12) ? 12 : 0));
+    explicit Walker(const std::vector<uint8_t>& ifo) : f{ifo.data(), ifo.size(), &misses_} {
+        const std::string id(f.data, f.data + (f.Has(0, 12) ? 12 : 0));
         if (id == "DVDVIDEO-VMG" || id == "DVDVIDEO-VTS") Management(id == "DVDVIDEO-VMG");
         if (lines.empty()) Add("kind", "not an IFO file");
         if (misses_) Add("damaged", Num(uint32_t(misses_)));
     }
 
     void Add(const std::string& name, const std::string& v) { lines.push_back(name + "=" + v); }
-    // A line `p`.name ("-": `p`) per "name offset width form" row of `layout`, for the record at
-    // `at` of `v`: a d(ecimal) or h(ex) number, x bytes in hex, t the same without trailing zero
-    // bytes (an area read to another end by zeros reads alike), c a two-letter code (else hex, so
-    // a damaged code compares), "s w" slots of w bytes, "a w" a stream count and its w-byte slots.
+    // Lines `p`.name ("-": `p`) for "name offset width form" rows at `at`: d(ecimal), h(ex), x
+    // (bytes), t (bytes less trailing zeros), c (two letters), "s w"/"a w" (w-byte slots/streams).
     void Fields(const std::string& p, const View& v, size_t at, const std::string& layout) {
         std::istringstream rows(layout);
         std::string name, s;
@@ -88,27 +84,22 @@ struct Walker {
                 continue;
             }
             if (form == 'c') {
-                const uint8_t a = v.U8(from), b = v.U8(from + 1);
-                auto letter = [](uint8_t c) { return c >= 0x20 && c < 0x7f && c != '='; };
-                s = letter(a) && letter(b) ? std::string{char(a), char(b)}
-                                           : "x" + HexN(a << 8 | b, 4);
+                const uint8_t a = v.U8(from), b = v.U8(from + 1);  // else hex, so damage compares
+                const bool text = a >= 32 && a < 127 && b >= 32 && b < 127 && a != '=' && b != '=';
+                s = text ? std::string{char(a), char(b)} : "x" + HexN(a << 8 | b, 4);
             } else if (form == 'd' || form == 'h') {
                 const uint32_t x = n == 1 ? v.U8(from) : n == 2 ? v.BE16(from) : v.BE32(from);
                 s = form == 'd' ? Num(x) : HexN(x, int(2 * n));
             } else {
                 s = v.Hex(from, n);
-                while (form == 't' && s.size() > 1 && s.substr(s.size() - 2) == "00")
-                    s.resize(s.size() - 2);
             }
+            if (form == 't') s.resize((s.find_last_not_of('0') + 2) / 2 * 2);
             Add(q, s);
         }
     }
 
-    // Runs `read`, noting when it read past its bytes.
-    template <class F>
-    void Counted(const std::string& name, F read) {
-        const size_t before = misses_;
-        read();
+    // Notes how many reads since `before` fell past the bytes.
+    void Damage(const std::string& name, size_t before) {
         if (misses_ != before) Add(name + ".damaged", Num(uint32_t(misses_ - before)));
     }
     // f(number from 1, offset) for each `width`-byte entry from byte 8, as many as the count at 0.
@@ -128,9 +119,8 @@ struct Walker {
                "still_time 163 1 d, palette 164 16 s 4");
         if (const uint32_t at = v.BE16(228)) {
             const View c = v.From(at);
-            const size_t count[] = {c.BE16(0), c.BE16(2), c.BE16(4)};
-            const size_t n = c.Held(8, 8, count[0] + count[1] + count[2]);
-            const size_t pre = std::min(count[0], n), post = std::min(count[1], n - pre);
+            size_t pre = c.BE16(0), post = c.BE16(2), n = c.Held(8, 8, pre + post + c.BE16(4));
+            pre = std::min(pre, n), post = std::min(post, n - pre);
             Fields(p, c, 0,
                    Format("pre_commands 0 2 d, post_commands 2 2 d, cell_commands 4 2 d, "
                           "pre 8 %zu s 8, post %zu %zu s 8, cell_cmd %zu %zu s 8",
@@ -246,31 +236,32 @@ struct Walker {
     void Tables(const std::vector<const char*>& names) {
         for (size_t k = 0; k < names.size(); ++k) {
             const std::string name = names[k];
-            const uint32_t sector = name.empty() ? 0 : file_.BE32(196 + 4 * k);
+            const uint32_t sector = name.empty() ? 0 : f.BE32(196 + 4 * k);
             if (sector == 0) continue;
             const size_t endAt = name == "txtdt_mg" ? 16 : name.find("vobu") == name.npos ? 4 : 0;
-            View t = file_.From(size_t(sector) * 2048);
+            View t = f.From(size_t(sector) * 2048);
             if (t.size >= endAt + 4) t = t.Sub(0, size_t(t.BE32(endAt)) + 1);
             Add(name, "present");
-            Counted(name, [&] { Table(name, t); });
+            const size_t before = misses_;
+            Table(name, t);
+            Damage(name, before);
         }
     }
 
-    // Nonzero bytes outside the [from, to) pairs `f` (some authoring tools fill reserved areas).
-    void Reserved(const std::string& m, size_t size, const std::vector<size_t>& f) {
+    // Nonzero bytes outside the [from, to) pairs `d` (some authoring tools fill reserved areas).
+    void Reserved(const std::string& m, size_t size, const std::vector<size_t>& d) {
         std::string s;
-        for (size_t at = 0; at < size && file_.Has(at, 1); ++at) {
+        for (size_t at = 0; at < size && f.Has(at, 1); ++at) {
             bool defined = false;
-            for (size_t k = 0; k + 1 < f.size(); k += 2) defined |= at >= f[k] && at < f[k + 1];
-            if (defined || file_.U8(at) == 0) continue;
-            s += (s.empty() ? "" : " ") + Num(uint32_t(at)) + ":" + HexN(file_.U8(at), 2);
+            for (size_t k = 0; k + 1 < d.size(); k += 2) defined |= at >= d[k] && at < d[k + 1];
+            if (defined || f.U8(at) == 0) continue;
+            s += (s.empty() ? "" : " ") + Num(uint32_t(at)) + ":" + HexN(f.U8(at), 2);
         }
         Add(m + ".reserved_bytes", s);
     }
 
     // The management table (VMGI_MAT or VTSI_MAT) and the tables it lists.
     void Management(bool vmg) {
-        const View& f = file_;
         const std::string m = vmg ? "vmgi" : "vtsi";
         Add("kind", vmg ? "video manager" : "title set");
         Add(m + ".id", std::string(f.data, f.data + 12));
@@ -296,14 +287,11 @@ struct Walker {
         Reserved("vmgi", 1024,
                  {0, 16, 28, 46, 62, 104, 128, 136, 192, 224, 256, 268, 340, 348, fpFrom,
                   fpFrom ? fpTo : 0});
-        if (const uint32_t fp = f.BE32(132)) {
-            const uint32_t end = f.BE32(128);
-            Counted("first_play", [&] {
-                Pgc("first_play", end > fp ? f.Sub(fp, size_t(end) + 1 - fp) : f.From(fp));
-            });
-        } else {
-            Add("first_play", "absent");
-        }
+        const uint32_t fp = f.BE32(132), end = fp ? f.BE32(128) : 0;
+        const size_t before = misses_;
+        if (!fp) Add("first_play", "absent");
+        if (fp) Pgc("first_play", end > fp ? f.Sub(fp, size_t(end) + 1 - fp) : f.From(fp));
+        Damage("first_play", before);
         Tables({"tt_srpt", "vmgm_pgci_ut", "ptl_mait", "vts_atrt", "txtdt_mg", "vmgm_c_adt",
                 "vmgm_vobu_admap"});
     }
