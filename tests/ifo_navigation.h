@@ -1,6 +1,5 @@
 // The tests' own reading of an IFO file's navigation, apart from the library, to compare discs.
-// Layout (where tables and PGC parts lie, end addresses, file sizes) is left out; reads past the
-// bytes give zero, counts are clamped to their bytes, and a table read past them is "damaged".
+// Layout (where tables lie, end addresses, sizes) is left out; reads past the bytes count as damage.
 #pragma once
 
 #include <algorithm>
@@ -190,11 +189,10 @@ struct Walker {
                 Add(c + ".reserved", t.Hex(e + 2, 2) + t.Hex(e + 6, 2));
                 // Eight levels of a mask word for the video manager and each title set.
                 const View mai = t.Sub(t.BE16(e + 4), 16 * (size_t(sets) + 1));
-                for (size_t level = 0; level < 8; ++level) {
-                    std::string masks;
-                    for (size_t k = 0; k <= sets; ++k)
-                        masks += (k ? " " : "") + mai.Hex(2 * (level * (sets + 1) + k), 2);
-                    Add(Idx(c + ".level_row", level + 1), masks);
+                std::string row;
+                for (size_t w = 0, k = sets + 1; w < 8 * k; ++w) {
+                    row += (w % k ? " " : "") + mai.Hex(2 * w, 2);
+                    if (w % k == sets) Add(Idx(c + ".level_row", w / k + 1), row), row.clear();
                 }
             });
         } else if (name == "vts_atrt") {
