@@ -154,18 +154,30 @@ void CheckVobSet(Findings& f, const VobSet& set, const std::string& first, uint6
                     (titles && set.names.size() > 1 ? " and the files after it" : ""));
 }
 
+// What every IFO file is checked for first: its identifier (false when it is
+// not its kind's, which ends the file's checks), then what its model found
+// while reading and its size against the information end address.
+bool CheckFileStart(Findings& f, const IfoImage& image, bool readable,
+                    const std::vector<std::string>& problems, uint32_t infoEndSector, bool vmg) {
+    const char* mat = vmg ? "VMGI_MAT" : "VTSI_MAT";
+    if (!readable) {
+        f.Error("file.identifier", mat, 0, vmg ? "VMG_ID" : "VTS_ID",
+                "reads \"" + Printable(image.bytes, 12) + "\"",
+                vmg ? "DVDVIDEO-VMG" : "DVDVIDEO-VTS");
+        return false;
+    }
+    ReportProblems(f, problems);
+    CheckIfoSize(f, image.bytes.size(), uint64_t(infoEndSector) + 1, mat,
+                 vmg ? "VMGI_EA" : "VTSI_EA");
+    return true;
+}
+
 }  // namespace
 
 void Checker::CheckVmgFile(VmgData& vmg) {
-    if (!vmg.readable) {
-        f_.Error("file.identifier", "VMGI_MAT", 0, "VMG_ID",
-                 "reads \"" + Printable(vmg.image->bytes, 12) + "\"", "DVDVIDEO-VMG");
-        return;
-    }
     const disc::VideoManager& m = vmg.model;
-    ReportProblems(f_, m.problems);
+    if (!CheckFileStart(f_, *vmg.image, vmg.readable, m.problems, m.vmgiEndSector, true)) return;
     const uint64_t sectors = uint64_t(m.vmgiEndSector) + 1;
-    CheckIfoSize(f_, vmg.image->bytes.size(), sectors, "VMGI_MAT", "VMGI_EA");
     if (uint64_t(m.vmgEndSector) + 1 < 2 * sectors)
         f_.Error("file.end-address", "VMGI_MAT", 0, "VMG_EA",
                  "sector " + Num(m.vmgEndSector) + " ends the video manager inside its IFO and BUP",
@@ -182,15 +194,8 @@ void Checker::CheckVmgFile(VmgData& vmg) {
 }
 
 void Checker::CheckVtsFile(VtsData& vts) {
-    if (!vts.readable) {
-        f_.Error("file.identifier", "VTSI_MAT", 0, "VTS_ID",
-                 "reads \"" + Printable(vts.image->bytes, 12) + "\"", "DVDVIDEO-VTS");
-        return;
-    }
     const disc::TitleSet& m = vts.model;
-    ReportProblems(f_, m.problems);
-    const uint64_t sectors = uint64_t(m.vtsiEndSector) + 1;
-    CheckIfoSize(f_, vts.image->bytes.size(), sectors, "VTSI_MAT", "VTSI_EA");
+    if (!CheckFileStart(f_, *vts.image, vts.readable, m.problems, m.vtsiEndSector, false)) return;
     CheckBackup(*vts.image, false);
     CheckVtsLayout(vts);
     CheckVtsVobs(vts);

@@ -232,15 +232,25 @@ VobuMap ReadVobus(const std::vector<uint8_t>& file, uint32_t sector, const char*
     return m;
 }
 
+// The management table at the file's start, kept whole (zero past a file cut
+// short); false when the file does not start with the identifier of its kind.
+bool ReadManagementTable(const std::vector<uint8_t>& ifo, const char* id, const char* name,
+                         size_t size, std::vector<uint8_t>& table,
+                         std::vector<std::string>& problems) {
+    if (ifo.size() < 12 || std::memcmp(ifo.data(), id, 12) != 0) return false;
+    table.assign(size, 0);
+    ByteView(ifo).Copy(0, table.data(), table.size());
+    if (ifo.size() < size) problems.push_back(std::string(name) + ": cut short");
+    return true;
+}
+
 }  // namespace
 
 bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
     out = VideoManager();
     ByteView f(ifo);
-    if (ifo.size() < 12 || std::memcmp(ifo.data(), "DVDVIDEO-VMG", 12) != 0) return false;
-    out.table.assign(1024, 0);
-    f.Copy(0, out.table.data(), out.table.size());
-    if (ifo.size() < 1024) out.problems.push_back("VMGI_MAT: cut short");
+    if (!ReadManagementTable(ifo, "DVDVIDEO-VMG", "VMGI_MAT", 1024, out.table, out.problems))
+        return false;
     out.vmgEndSector = f.BE32(12);
     out.vmgiEndSector = f.BE32(28);
     out.titleSetCount = f.BE16(62);
@@ -328,10 +338,8 @@ bool ReadVideoManager(const std::vector<uint8_t>& ifo, VideoManager& out) {
 bool ReadTitleSet(const std::vector<uint8_t>& ifo, TitleSet& out) {
     out = TitleSet();
     ByteView f(ifo);
-    if (ifo.size() < 12 || std::memcmp(ifo.data(), "DVDVIDEO-VTS", 12) != 0) return false;
-    out.table.assign(2048, 0);
-    f.Copy(0, out.table.data(), out.table.size());
-    if (ifo.size() < 2048) out.problems.push_back("VTSI_MAT: cut short");
+    if (!ReadManagementTable(ifo, "DVDVIDEO-VTS", "VTSI_MAT", 2048, out.table, out.problems))
+        return false;
     out.vtsEndSector = f.BE32(12);
     out.vtsiEndSector = f.BE32(28);
     out.matEndByte = f.BE32(128);
