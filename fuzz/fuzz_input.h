@@ -72,12 +72,12 @@ public:
     }
 
 private:
-    // The big-endian number of `width` bytes at a byte position of the input; 0 past its end.
+    // The big-endian number of `width` (2 or 4) bytes at a byte position of the input; 0 when
+    // the input does not hold all of them.
     uint32_t BE(uint64_t at, int width) const {
-        if (at >= size_ || size_ - at < size_t(width)) return 0;
-        uint32_t v = 0;
-        for (int b = 0; b < width; ++b) v = v << 8 | data_[size_t(at) + size_t(b)];
-        return v;
+        const kestro::ByteView input(data_, size_);
+        if (!input.Has(at, size_t(width))) return 0;
+        return width == 2 ? input.BE16(at) : input.BE32(at);
     }
     // The PGCs a menu table's units hold as their disassembly reads them: at most kMaxPgcs in
     // each of at most kMaxUnits units, an undefined unit (position 0) one more than kMaxPgcs.

@@ -23,15 +23,6 @@ void Save(const std::string& p, const uint8_t* data, size_t n) {
     out.write(reinterpret_cast<const char*>(data), std::streamsize(n));
 }
 
-uint32_t BE32(const std::vector<uint8_t>& b, size_t at) {
-    return at + 4 <= b.size() ? uint32_t(b[at]) << 24 | uint32_t(b[at + 1]) << 16 |
-                                    uint32_t(b[at + 2]) << 8 | b[at + 3]
-                              : 0;
-}
-uint16_t BE16(const std::vector<uint8_t>& b, size_t at) {
-    return at + 2 <= b.size() ? uint16_t(b[at] << 8 | b[at + 1]) : 0;
-}
-
 void SavePgc(const std::string& dir, const std::string& name, const std::vector<uint8_t>& ifo,
              size_t at, size_t n) {
     if (at >= ifo.size()) return;
@@ -63,15 +54,16 @@ int main(int argc, char** argv) {
         Save(out + "/source/" + tag, ini.data(), ini.size());
         scratch.Clear();
 
+        const kestro::ByteView v(ifo);
         if (vmg) {
             // First Play PGC, at the byte address the management table holds.
-            SavePgc(out + "/pgc", tag + "-fp", ifo, BE32(ifo, 0x84), 2292 - BE32(ifo, 0x84));
+            SavePgc(out + "/pgc", tag + "-fp", ifo, v.BE32(0x84), 2292 - v.BE32(0x84));
         } else {
             // Title PGCs through the search pointers of VTS_PGCIT.
-            size_t table = size_t(BE32(ifo, 0xcc)) * 2048;
-            uint16_t n = BE16(ifo, table);
+            size_t table = size_t(v.BE32(0xcc)) * 2048;
+            uint16_t n = v.BE16(table);
             for (uint16_t k = 0; k < n && k < 64; ++k) {
-                size_t at = table + BE32(ifo, table + 8 + 8 * k + 4);
+                size_t at = table + v.BE32(table + 8 + 8 * k + 4);
                 SavePgc(out + "/pgc", tag + "-" + std::to_string(k), ifo, at, 4096);
             }
         }
